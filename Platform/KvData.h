@@ -1,0 +1,19 @@
+// Bytes that never change once made, shared between those who hold them instead of being copied.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+namespace kv {
+
+using KvBytes = std::vector<std::uint8_t>;
+
+/// Immutable bytes; null means that there are none, which is not the same as zero of them.
+using KvData = std::shared_ptr<KvBytes const>;
+
+inline KvData makeData(KvBytes bytes) { return std::make_shared<KvBytes const>(std::move(bytes)); }
+inline KvData makeData(std::string_view bytes) { return std::make_shared<KvBytes const>(bytes.begin(), bytes.end()); }
+
+}  // namespace kv

@@ -1,0 +1,14 @@
+// The background thread that serves the connections of the process: a queue that a thread of the library drives.
+#pragma once
+
+#include <memory>
+
+#include "Platform/KvExport.h"
+#include "Platform/KvMainQueue.h"
+
+namespace kv {
+
+/// The queue of the engine thread. The thread starts with the first call and lives as long as the process. Any thread.
+KV_EXPORT std::shared_ptr<KvMainQueue> engineThreadQueue();
+
+}  // namespace kv

@@ -1,0 +1,86 @@
+// The queue on which handlers, completions and delegate calls run, one at a time and in order.
+//
+// The queue has no thread. The application drives it from the thread that it calls its main thread: with `run` or
+// `runFor`, or from its own loop, which calls `poll` whenever `fd` is readable. Functions say when they may be called
+// from other threads; all others belong to the driving thread.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+
+#include "Platform/KvExport.h"
+
+namespace kv {
+
+/// A call that a queue makes later. Destroying or cancelling it before its time means that the call is never made.
+class KV_EXPORT KvQueueTimer {
+public:
+    KvQueueTimer() = default;
+    KvQueueTimer(KvQueueTimer&& other) noexcept;
+    KvQueueTimer& operator=(KvQueueTimer&& other) noexcept;
+    ~KvQueueTimer();
+    void cancel();
+    /// Whether the call is still to come.
+    bool isActive() const;
+
+private:
+    friend class KvMainQueue;
+    class Entry;
+    explicit KvQueueTimer(std::shared_ptr<Entry> entry);
+    std::shared_ptr<Entry> entry_;
+};
+
+class KV_EXPORT KvMainQueue final : public std::enable_shared_from_this<KvMainQueue> {
+public:
+    using Clock = std::chrono::steady_clock;
+    using Work = std::function<void()>;
+    enum class Time { real, manual };
+
+    /// The queue of the process, made on first use; clients use it unless they are given another one. Any thread.
+    static std::shared_ptr<KvMainQueue> main();
+    /// A queue of its own. With `Time::manual` its clock stands still until `advance` moves it. Any thread.
+    static std::shared_ptr<KvMainQueue> create(Time time = Time::real);
+    ~KvMainQueue();
+
+    /// Runs work as it comes, until `stop`.
+    void run();
+    /// Runs work as it comes, for this long or until `stop`, whichever is first. Real time, whatever the queue's clock.
+    void runFor(std::chrono::nanoseconds duration);
+    /// Runs the work that is ready, without waiting. Returns how many pieces of work were run.
+    std::size_t poll();
+    /// Makes the `run` or `runFor` in progress return after the work at hand. Without one in progress the next returns
+    /// at once. Any thread.
+    void stop();
+    /// A file descriptor that is readable when `poll` has something to do: for epoll, poll, GLib, Qt, libuv. It belongs
+    /// to the queue; wait for it to be readable and do nothing else with it. Linux only.
+    int fd() const;
+
+    /// Queues work behind what is queued already. Never runs it inside the call. Any thread.
+    void post(Work work);
+    /// Runs work at once when the caller is running on this queue, otherwise posts it. Any thread.
+    void dispatch(Work work);
+    /// Calls `work` once, `delay` from now on this queue's clock (at the next turn when it is zero or less).
+    [[nodiscard]] KvQueueTimer after(std::chrono::nanoseconds delay, Work work);
+
+    /// Whether the calling thread is running work of this queue at this moment. Any thread.
+    bool isCurrent() const;
+    /// Whether the calling thread may touch what belongs to this queue: it drove the queue last, or nobody did. Any thread.
+    bool isOwnThread() const;
+    /// The time on this queue's clock. Any thread.
+    Clock::time_point now() const;
+    /// Moves a manual clock and runs what became due, in the order in which it became due, along with other ready work.
+    void advance(std::chrono::nanoseconds duration);
+
+    class Impl;
+    /// For the library's own use: sockets of this queue are made on it (see Platform/KvQueueContext.h).
+    Impl& impl() { return *impl_; }
+
+private:
+    KvMainQueue(Time time);
+    std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace kv

@@ -1,0 +1,13 @@
+// Where a queue's sockets live. Asynchronous operations on them must be started on the queue itself, inside `post` or
+// `dispatch`: an application that waits for the queue's descriptor would not learn of them otherwise.
+#pragma once
+
+#include <boost/asio/io_context.hpp>
+
+#include "Platform/KvMainQueue.h"
+
+namespace kv {
+
+KV_EXPORT boost::asio::io_context& contextOf(KvMainQueue& queue);
+
+}  // namespace kv

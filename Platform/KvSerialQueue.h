@@ -1,0 +1,36 @@
+// A labelled queue that runs work in the background, one piece at a time and in order, on a small pool of threads that
+// all such queues share. Callable from any thread. Work that is queued when the process exits normally is still done,
+// as long as it takes no more than a few seconds.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "Platform/KvExport.h"
+
+namespace kv {
+
+class KV_EXPORT KvSerialQueue final {
+public:
+    explicit KvSerialQueue(std::string label);
+    ~KvSerialQueue();  // what is queued is still run
+    KvSerialQueue(KvSerialQueue const&) = delete;
+    KvSerialQueue& operator=(KvSerialQueue const&) = delete;
+
+    std::string const& label() const { return label_; }
+    void async(std::function<void()> work);
+    /// Queues work, `delay` from now at the earliest.
+    void asyncAfter(std::chrono::nanoseconds delay, std::function<void()> work);
+    /// Waits until everything that was queued before this call has been run. Not from the queue itself.
+    void drain();
+    bool isCurrent() const;
+
+private:
+    class Impl;
+    std::string label_;
+    std::shared_ptr<Impl> impl_;
+};
+
+}  // namespace kv

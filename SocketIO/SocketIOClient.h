@@ -1,0 +1,66 @@
+// One socket of a Socket.IO connection: events in, events out, acknowledgements. Everything here belongs to the main
+// queue of its manager, handlers and acknowledgements included; any of them may destroy the socket or its manager.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "Platform/KvExport.h"
+#include "SocketIO/SocketData.h"
+
+namespace kv {
+
+enum class SocketStatus { notConnected, connecting, connected, disconnected };
+
+class KV_EXPORT SocketIOClient final : public std::enable_shared_from_this<SocketIOClient> {
+public:
+    using Handler = std::function<void(SocketData const& data)>;
+
+    /// An acknowledgement that waits for its callback. Nothing is sent before `timingOutAfter`.
+    class KV_EXPORT Acknowledgement {
+    public:
+        /// Sends the event and calls `done` exactly once: with the items of the server's answer, or after `timeout` with
+        /// the single item "NO ACK", also when the socket was never connected, was lost, or is gone.
+        void timingOutAfter(std::chrono::duration<double> timeout, Handler done) &&;
+
+    private:
+        friend class SocketIOClient;
+        std::shared_ptr<SocketIOClient> socket_;
+        std::string event_;
+        SocketItems items_;
+    };
+
+    /// Adds a handler for an event of the server or of the client itself: "connect", "disconnect" (one item, the reason:
+    /// "Got Disconnect" when the server left, "Namespace leave" when this side did, "Ping timeout", a connect error's
+    /// message, or the transport's own text) and "error" (one item, a text). Handlers of a name run in the order added.
+    void on(std::string event, Handler handler);
+
+    /// Connects. The attempt ends in "connect" or "disconnect"; TCP, TLS and the WebSocket handshake have 30 seconds
+    /// together. Does nothing while connecting or connected.
+    void connect();
+    /// The same; calls `handler` once if the socket is not connected `timeout` from now. The attempt goes on all the same.
+    void connectWithTimeoutAfter(std::chrono::duration<double> timeout, std::function<void()> handler);
+    /// Leaves. "disconnect" with "Namespace leave" is delivered within the call, unless the socket was disconnected.
+    void disconnect();
+
+    /// The session id that the server gave to this socket, empty while not connected.
+    std::string const& sid() const;
+    SocketStatus status() const;
+
+    /// Sends an event. While the socket is not connected nothing is sent and "error" is delivered.
+    void emit(std::string_view event, SocketItems items);
+    Acknowledgement emitWithAck(std::string_view event, SocketItems items);
+
+    class Impl;
+    explicit SocketIOClient(std::unique_ptr<Impl> impl);
+    ~SocketIOClient();
+
+private:
+    friend class SocketManager;
+    std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace kv

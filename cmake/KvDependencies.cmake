@@ -1,0 +1,10 @@
+# What the library is built on; all of it comes from Debian's packages.
+set(THREADS_PREFER_PTHREAD_FLAG ON)
+find_package(Threads REQUIRED)
+find_package(OpenSSL 3.0 REQUIRED)
+find_package(ZLIB REQUIRED)
+find_package(CURL REQUIRED)
+find_package(Boost 1.81 REQUIRED COMPONENTS json)
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(RE2 REQUIRED IMPORTED_TARGET re2)
+pkg_check_modules(LIBSECRET REQUIRED IMPORTED_TARGET libsecret-1)

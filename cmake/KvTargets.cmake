@@ -1,0 +1,27 @@
+# One way to make each of the project's targets: warnings, sanitizers and include root are the same everywhere.
+find_program(KVPIM_CCACHE ccache)
+if(KVPIM_CCACHE AND PROJECT_IS_TOP_LEVEL AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${KVPIM_CCACHE})
+endif()
+
+function(kv_target name)
+  target_compile_features(${name} PUBLIC cxx_std_20)
+  set_target_properties(${name} PROPERTIES CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON
+                                           POSITION_INDEPENDENT_CODE ON)
+  target_compile_options(${name} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor
+                                         $<$<BOOL:${KVPIM_WARNINGS_AS_ERRORS}>:-Werror>)
+  if(KVPIM_SANITIZE)
+    target_compile_options(${name} PRIVATE -fsanitize=${KVPIM_SANITIZE} -fno-omit-frame-pointer -g)
+    target_link_options(${name} PUBLIC -fsanitize=${KVPIM_SANITIZE})
+  endif()
+endfunction()
+
+# A test program: linked to GoogleTest, found by CTest.
+function(kv_test name)
+  cmake_parse_arguments(TEST "" "" "SOURCES;LIBRARIES" ${ARGN})
+  add_executable(${name} ${TEST_SOURCES})
+  kv_target(${name})
+  target_link_libraries(${name} PRIVATE ${TEST_LIBRARIES} GTest::gtest GTest::gtest_main)
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
+  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120)
+endfunction()
