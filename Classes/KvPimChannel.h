@@ -1,0 +1,81 @@
+// A channel: a named group of users. Made by `KvPimKit::createChannelWithId`; belongs to the client's main thread.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Classes/Model/KvPimAttribute.h"
+#include "Classes/Model/KvPimCodes.h"
+#include "Classes/Model/KvPimMember.h"
+#include "Classes/Model/KvPimMessage.h"
+#include "Platform/KvExport.h"
+
+namespace kv {
+
+class KvPimChannel;
+class KvPimKitImpl;
+class SocketIOClient;
+struct KvPimStateManager;
+
+/// What a channel tells the application. Every member is optional.
+struct KvPimChannelDelegate {
+    std::function<void(KvPimChannel& channel, KvPimMember const& member)> memberJoined;
+    std::function<void(KvPimChannel& channel, KvPimMember const& member)> memberLeft;
+    /// Called after `memberLeft`, for the same event. `reason`: a `KvPimMemberLeftReason`.
+    std::function<void(KvPimChannel& channel, KvPimMember const& member, std::int64_t reason)> memberLeftWithReason;
+    std::function<void(KvPimChannel& channel, std::shared_ptr<KvPimMessage> message, KvPimMember const& member)>
+        messageReceived;
+    /// All attributes that the channel has now, after a change that asked for notification.
+    std::function<void(KvPimChannel& channel, std::vector<KvPimAttribute> const& attributes)> attributeUpdate;
+    /// The number of members; 0 for a channel that the server's notice does not mention.
+    std::function<void(KvPimChannel& channel, std::int32_t count)> memberCount;
+};
+
+class KV_EXPORT KvPimChannel final : public std::enable_shared_from_this<KvPimChannel> {
+public:
+    using Completion = std::function<void(std::int64_t errorCode)>;
+    using MembersCompletion =
+        std::function<void(std::optional<std::vector<KvPimMember>> const& members, std::int64_t errorCode)>;
+
+    std::string const& channelId() const { return channelId_; }
+    /// Between a successful join and a successful leave. A lost connection does not change it.
+    bool isInChannel() const { return isInChannel_; }
+
+    /// @param done 0; 1 refused; 3 channel id invalid, or refused with 3; 4 no answer within 6 seconds; 5, 6 as refused;
+    ///     102.
+    void joinWithCompletion(Completion done);
+    /// @param done 0; 1 refused or not answered; 3 refused with 6; 102.
+    void leaveWithCompletion(Completion done);
+    /// The members, in the server's order. @param done 0; 1 refused; 3 no answer within 6 seconds; 4 too many requests;
+    ///     5 not in the channel (when the server says so, a list may come along); 102.
+    void getMembersWithCompletion(MembersCompletion done);
+    /// Sends a message to the channel's members. The options have no effect in this version. @param done 0; 1 refused;
+    ///     2 no answer within 6 seconds; 3 too many requests; 4 text or data over 32,768 bytes, or refused with 4; 5 not
+    ///     in the channel; 102. A message that is too long is reported with 4 (once for its text, once for its data), is
+    ///     sent all the same, and `done` is called again for the answer.
+    void sendMessage(std::shared_ptr<KvPimMessage const> message, std::optional<KvPimSendMessageOptions> options,
+                     Completion done);
+
+private:
+    friend class KvPimKitImpl;
+    KvPimChannel() = default;
+
+    void onMemberJoined(KvPimMember const& member);
+    void onMemberLeft(KvPimMember const& member, std::int64_t resaon);
+    void onChannelMessageReceived(std::string const& channelId, std::shared_ptr<KvPimMessage> message,
+                                  KvPimMember const& member);
+    bool isLoggedIn() const;
+
+    bool isInChannel_ = false;
+    std::weak_ptr<KvPimChannelDelegate> delegate_;
+    std::string channelId_;
+    std::weak_ptr<KvPimStateManager const> stateManager_;
+    std::weak_ptr<SocketIOClient> socket_;
+    std::weak_ptr<KvPimKitImpl> stateDelegate_;
+};
+
+}  // namespace kv

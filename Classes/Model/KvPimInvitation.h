@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "Platform/KvExport.h"
+
+namespace kv {
+
+enum KvPimInvitationState : std::int64_t {
+    KvPimInvitationStateInitial = 0,   // not sent yet
+    KvPimInvitationStateFailed = 1,    // not acknowledged, or expired
+    KvPimInvitationStatePending = 2,   // sent and acknowledged, or arrived
+    KvPimInvitationStateCanceled = 3,  // by the inviter
+    KvPimInvitationStateAccepted = 4,  // by the invitee
+    KvPimInvitationStateRefused = 5,   // by the invitee
+};
+
+/// A call-style invitation of one user by another. Shared between the application, the invitation kit and the store of
+/// live invitations: its state changes under the application's eyes, on the main thread.
+class KV_EXPORT KvPimInvitation {
+public:
+    KvPimInvitation() = default;
+    /// Makes an invitation and registers it as the live one between these two users, in this direction; it replaces an
+    /// earlier one there, and later notices about the two are about this object.
+    static std::shared_ptr<KvPimInvitation> initWithInviter(std::string inviter, std::string invitee);
+
+    std::string inviter;
+    std::string invitee;
+    /// Free text of the inviter, at most 8,192 bytes of UTF-8.
+    std::string requestInfo;
+    /// Free text of the invitee, at most 8,192 bytes of UTF-8.
+    std::string responseInfo;
+    /// One of `KvPimInvitationState`; a server may send others.
+    std::int64_t state = KvPimInvitationStateInitial;
+};
+
+}  // namespace kv

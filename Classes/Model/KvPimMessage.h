@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "Platform/KvData.h"
+#include "Platform/KvExport.h"
+
+namespace kv {
+
+enum KvPimMessageType { KvPimMessageTypeText = 1, KvPimMessageTypeRaw = 2 };
+
+/// A text message, to a channel or to a peer. At most 32,768 bytes of UTF-8.
+class KV_EXPORT KvPimMessage {
+public:
+    KvPimMessage() = default;
+    explicit KvPimMessage(std::string text_) : text(std::move(text_)) {}
+    virtual ~KvPimMessage() = default;
+    KvPimMessage(KvPimMessage const&) = default;
+    KvPimMessage& operator=(KvPimMessage const&) = default;
+
+    virtual KvPimMessageType type() const { return KvPimMessageTypeText; }
+    /// The bytes of a raw message, null for any other.
+    virtual KvData data() const { return nullptr; }
+
+    /// The text; a raw message may do without.
+    std::optional<std::string> text;
+    /// When the server received the message, as the server counts; 0 in a message that was not received.
+    std::int64_t serverReceivedTs = 0;
+    /// Never set by this version: false in every message, those that were kept while the receiver was offline included.
+    bool isOfflineMessage = false;
+};
+
+/// Bytes, with an optional text that describes them. At most 32,768 bytes of data, and as many of text.
+class KV_EXPORT KvPimRawMessage final : public KvPimMessage {
+public:
+    KvPimRawMessage() = default;
+    explicit KvPimRawMessage(KvData rawData_) : rawData(std::move(rawData_)) {}
+
+    KvPimMessageType type() const override { return KvPimMessageTypeRaw; }
+    KvData data() const override { return rawData; }
+
+    KvData rawData;
+};
+
+/// How a message is sent.
+struct KvPimSendMessageOptions {
+    /// Ask the server to keep the message for a receiver who is offline.
+    bool enableOfflineMessaging = false;
+    /// Has no effect in this version.
+    bool enableHistoricalMessaging = false;
+};
+
+}  // namespace kv

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+
+#include "Platform/KvMainQueue.h"
+
+namespace kv {
+
+/// Where a client finds its surroundings. An empty field stands for the built-in value. The last four but `caFile` are
+/// process-wide: the first client created in the process decides them.
+struct KvPimEnvConfig {
+    /// Base URL of the API server: http or https, a host name or IPv4 address, an optional port, no path.
+    std::string apiServer;
+    /// URL to which event reports are uploaded.
+    std::string collectServer;
+    /// Directory of "kv_pim.log" and of the event reports, instead of the user's caches directory.
+    std::string cachesDirectory;
+    /// Directory in which the device id is kept as a private file, instead of the user's secret service.
+    std::string keyStoreDirectory;
+    /// PEM file of certificate authorities to trust beside the system's.
+    std::string caFile;
+};
+
+/// Where the socket work of a client is done.
+enum class KvPimEngine {
+    /// On one background thread of the library that serves all clients: a busy main thread misses no heartbeat.
+    thread,
+    /// On the main queue itself: no thread and no hand-over, for programs that keep their loop free.
+    mainQueue,
+};
+
+struct KvPimOptions {
+    KvPimEnvConfig envConfig;
+    /// The queue on which the client lives; null for `KvMainQueue::main()`.
+    std::shared_ptr<KvMainQueue> mainQueue;
+    KvPimEngine engine = KvPimEngine::thread;
+    /// What may wait to be sent, in bytes. A request beyond it is not sent and ends like one without an answer.
+    std::size_t maxQueuedBytes = 64u << 20;
+};
+
+}  // namespace kv

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Classes/Model/KvPimAttribute.h"
+
+namespace kv {
+
+/// The attributes of one peer. `attributes` is absent when the server could not give those of this peer.
+struct KV_EXPORT KvPimUserAttributes {
+    std::string userId;
+    std::optional<std::vector<KvPimAttributeWithState>> attributes;
+    bool operator==(KvPimUserAttributes const&) const = default;
+    /// {"userId":...,"attributes":[...]}
+    std::string description() const;
+};
+
+}  // namespace kv
