@@ -1,0 +1,22 @@
+// All commands by name. A command says what its payload must hold (`takes`), the result for a payload that does not
+// (`malformed`), and what it does (`run`, which returns the acknowledgement). Result numbers are each command's own.
+
+import * as channels from './channels.js';
+import * as peerMessages from './peer-messages.js';
+import { readPayload } from '../shapes.js';
+
+const commands = new Map(Object.entries({ ...channels, ...peerMessages }));
+
+const REFUSED = { result: 1 };
+
+export function isCommand(name) {
+  return commands.has(name);
+}
+
+/** Runs one request of a user; `name` and `payload` are whatever the client sent. */
+export function run(user, name, payload) {
+  const command = commands.get(name);
+  if (!command) return REFUSED;
+  const read = readPayload(command.takes, payload);
+  return read ? command.run(user, read) : { result: command.malformed };
+}

@@ -1,0 +1,57 @@
+// A socket's life: login, requests, goodbye.
+
+import * as commands from './commands/index.js';
+import { readLogin } from './login.js';
+import { RateLimit } from './rate-limit.js';
+import { LOGIN } from './scripts.js';
+import { dismiss } from './world.js';
+
+const TOO_MANY = 'Too Many Requests';
+
+export function serveConnection(socket, service) {
+  const { appId, userId, refused } = readLogin(socket.handshake.query, service.config);
+  const scripted = service.scripts.take(LOGIN, userId);
+  const reason = scripted ? scripted.outcome : refused;
+  if (reason === null) return; // a prepared silence: connected, and never answered
+  if (reason !== undefined) {
+    service.activity.publish('loginRefused', { appId, userId, reason });
+    dismiss(socket, reason);
+    return;
+  }
+
+  const world = service.world(appId);
+  const session = world.open(userId, socket);
+  const user = { appId, userId, world };
+  service.activity.publish('login', { appId, userId, connectionId: socket.id });
+  serveRequests(socket, user, service);
+  socket.on('disconnect', (reason) => {
+    world.close(session);
+    const { since } = session;
+    service.activity.publish('logout', { appId, userId, connectionId: socket.id, reason, since });
+  });
+}
+
+function serveRequests(socket, user, { activity, now, rateLimit, scripts }) {
+  const { appId, userId } = user;
+  const limit = rateLimit && new RateLimit(rateLimit, now);
+
+  socket.on('command', (...items) => {
+    const acknowledge = typeof items.at(-1) === 'function' ? items.pop() : () => {};
+    const [command, payload] = items;
+    const answer = (outcome, ...answerItems) => {
+      acknowledge(...answerItems);
+      activity.publish('command', { appId, userId, command, outcome });
+    };
+
+    const scripted = scripts.take(command, userId);
+    if (scripted) {
+      if (scripted.outcome) answer('scripted', ...scripted.outcome);
+      else activity.publish('command', { appId, userId, command, outcome: 'scripted' });
+    } else if (limit && !limit.admits()) {
+      answer(TOO_MANY, TOO_MANY);
+    } else {
+      const response = commands.run(user, command, payload);
+      answer(response.result, response);
+    }
+  });
+}

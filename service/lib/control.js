@@ -1,0 +1,116 @@
+// The control endpoints, for tests and demonstrations: they show the state, break connections, prepare answers and emit
+// events. Anybody who can reach the address can use them, so they are there on request only.
+
+import { isCommand } from './commands/index.js';
+import { RequestError } from './http.js';
+import { LOGIN } from './scripts.js';
+import { isObject } from './shapes.js';
+import { ATTRIBUTES, STATUS } from './store.js';
+import { dismiss } from './world.js';
+
+const isText = (value) => typeof value === 'string';
+const isCount = (value) => Number.isInteger(value) && value > 0;
+const optional = (isGood) => (value) => value === undefined || isGood(value);
+const nullOr = (isGood) => (value) => value === null || isGood(value);
+
+/** The endpoints: "METHOD /path" -> function of the body. */
+export function createControl(service) {
+  const counts = countCommands(service.activity);
+
+  const endpoints = {
+    'GET /control/state': {
+      fields: {},
+      run: () => ({ apps: describeApps(service), commands: Object.fromEntries(counts) }),
+    },
+    'POST /control/drop': {
+      fields: { app: optional(isText), userId: isText },
+      run: ({ app, userId }) => findSession(service, app, userId).socket.request.socket.destroy(),
+    },
+    'POST /control/disconnect': {
+      fields: { app: optional(isText), userId: isText, reason: optional(isText) },
+      run: ({ app, userId, reason }) => dismiss(findSession(service, app, userId).socket, reason),
+    },
+    'POST /control/answer': {
+      fields: { command: isCommand, userId: optional(isText), times: optional(isCount), answer: nullOr(Array.isArray) },
+      run: ({ command, userId, times = 1, answer }) => service.scripts.add(command, userId, times, answer),
+    },
+    'POST /control/login': {
+      fields: { userId: optional(isText), times: optional(isCount), reason: nullOr(isText) },
+      run: ({ userId, times = 1, reason }) => service.scripts.add(LOGIN, userId, times, reason),
+    },
+    'POST /control/emit': {
+      fields: { app: optional(isText), userId: isText, event: isText, items: Array.isArray },
+      run: ({ app, userId, event, items }) => findSession(service, app, userId).socket.emit(event, ...items),
+    },
+  };
+
+  return new Map(
+    Object.entries(endpoints).map(([route, { fields, run }]) => [
+      route,
+      (body) => {
+        checkBody(fields, body);
+        const shown = run(body);
+        return isObject(shown) ? shown : { ok: true };
+      },
+    ]),
+  );
+}
+
+function checkBody(fields, body) {
+  if (!isObject(body)) throw new RequestError(400, 'The body must be an object.');
+  const unknown = Object.keys(body).find((name) => !Object.hasOwn(fields, name));
+  if (unknown !== undefined) throw new RequestError(400, `There is no field ${JSON.stringify(unknown)}.`);
+  const bad = Object.keys(fields).find((name) => !fields[name](body[name]));
+  if (bad !== undefined) throw new RequestError(400, `The field "${bad}" is missing or not acceptable.`);
+}
+
+function findSession(service, appId, userId) {
+  for (const [name, world] of service.worlds) {
+    const session = world.session(userId);
+    if (session && (appId === undefined || appId === name)) return session;
+  }
+  throw new RequestError(404, 'This user is not connected.');
+}
+
+// Names that are no command are the clients' own and could be any number: they count as one.
+function countCommands(activity) {
+  const counts = new Map();
+  activity.on('command', ({ command }) => {
+    const name = isCommand(command) ? command : 'unknown';
+    counts.set(name, (counts.get(name) ?? 0) + 1);
+  });
+  return counts;
+}
+
+function describeApps({ worlds, now }) {
+  const entries = [...worlds].map(([appId, world]) => {
+    const { store } = world;
+    const users = store.knownUsers().map((userId) => [userId, describeUser(world, userId)]);
+    const channels = store.channels().map((channelId) => [channelId, describeChannel(store, channelId)]);
+    const invitations = store.pendingInvitations(now());
+    return [appId, { users: Object.fromEntries(users), channels: Object.fromEntries(channels), invitations }];
+  });
+  return Object.fromEntries(entries);
+}
+
+function describeUser(world, userId) {
+  const { store } = world;
+  const session = world.session(userId);
+  return {
+    connected: session !== undefined,
+    since: session?.since ?? null,
+    socketId: session?.socket.id ?? null,
+    channels: store.channelsOf(userId),
+    attributes: Object.fromEntries(store.userAttributes(userId)),
+    statusSubscriptions: store.subscriptionsOf(STATUS, userId),
+    attributeSubscriptions: store.subscriptionsOf(ATTRIBUTES, userId),
+    offlineMessages: store.keptMessageCount(userId),
+  };
+}
+
+function describeChannel(store, channelId) {
+  return {
+    members: store.membersOf(channelId),
+    attributes: Object.fromEntries(store.channelAttributes(channelId)),
+  };
+}

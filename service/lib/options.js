@@ -1,0 +1,67 @@
+// The command line.
+
+import { readFileSync } from 'node:fs';
+import { parseArgs } from 'node:util';
+import { readConfig } from './config.js';
+
+export const USAGE = `Usage: node service/main.js [options]
+  --host ADDRESS       the address to listen on (127.0.0.1)
+  --port N             the port to listen on; 0 takes any free one (8600)
+  --config FILE        who may log in, and limits: a JSON file
+  --rate-limit N       commands that one connection may send in a second (any number)
+  --control            offer the control endpoints, for tests and demonstrations
+  --exit-with-stdin    stop when standard input ends
+  --quiet              no log on standard error
+  --tls-cert FILE      certificate, in PEM, and
+  --tls-key FILE       its key: serve https
+  --help               show this text
+`;
+
+const OPTIONS = {
+  host: { type: 'string', default: '127.0.0.1' },
+  port: { type: 'string', default: '8600' },
+  config: { type: 'string' },
+  'rate-limit': { type: 'string' },
+  control: { type: 'boolean', default: false },
+  'exit-with-stdin': { type: 'boolean', default: false },
+  quiet: { type: 'boolean', default: false },
+  'tls-cert': { type: 'string' },
+  'tls-key': { type: 'string' },
+  help: { type: 'boolean', default: false },
+};
+
+/** Reads the arguments and the files that they name; throws an Error that says what is wrong with them. */
+export function readOptions(args) {
+  const { values } = parseArgs({ args, options: OPTIONS });
+  return {
+    help: values.help,
+    host: values.host,
+    port: wholeNumber('--port', values.port, 0, 65535),
+    config: values.config === undefined ? {} : contents(values.config, readConfig),
+    rateLimit: values['rate-limit'] && wholeNumber('--rate-limit', values['rate-limit'], 1, 1_000_000),
+    control: values.control,
+    exitWithStdin: values['exit-with-stdin'],
+    quiet: values.quiet,
+    tls: readTls(values['tls-cert'], values['tls-key']),
+  };
+}
+
+function wholeNumber(name, text, least, most) {
+  const number = /^\d{1,7}$/.test(text) ? Number(text) : NaN;
+  if (!(number >= least && number <= most)) throw new Error(`${name} wants a whole number from ${least} to ${most}`);
+  return number;
+}
+
+function readTls(cert, key) {
+  if (cert === undefined && key === undefined) return undefined;
+  if (cert === undefined || key === undefined) throw new Error('--tls-cert and --tls-key go together');
+  return { cert: contents(cert, readFileSync), key: contents(key, readFileSync) };
+}
+
+function contents(file, read) {
+  try {
+    return read(file);
+  } catch (error) {
+    throw new Error(`${file}: ${error.message}`);
+  }
+}

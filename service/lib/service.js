@@ -1,0 +1,77 @@
+// Puts the service together: one HTTP server that answers discovery and carries the WebSocket connections.
+
+import { createServer } from 'node:http';
+import { createServer as createTlsServer } from 'node:https';
+import { Server } from 'socket.io';
+
+import { Activity } from './activity.js';
+import { prepareConfig } from './config.js';
+import { serveConnection } from './connections.js';
+import { createControl } from './control.js';
+import { createRequestHandler } from './http.js';
+import { Scripts } from './scripts.js';
+import { MemoryStore } from './store.js';
+import { World } from './world.js';
+
+const SOCKET_OPTIONS = {
+  transports: ['websocket'],
+  perMessageDeflate: { threshold: 1024 },
+  maxHttpBufferSize: 16 * 1024 * 1024,
+  serveClient: false,
+};
+
+/**
+ * A service that is not listening yet.
+ * @param config     what a configuration file holds; all fields are optional
+ * @param rateLimit  requests that one connection may make in a second; absent: any number
+ * @param control    whether the control endpoints are there
+ * @param tls        { cert, key } in PEM; absent: plain HTTP
+ * @param now        the clock, in milliseconds since 1970
+ */
+export function createService({ config = {}, rateLimit, control = false, tls, now = Date.now } = {}) {
+  const httpServer = tls ? createTlsServer(tls) : createServer();
+  const io = new Server(SOCKET_OPTIONS);
+  const store = new MemoryStore();
+  const worlds = new Map();
+  const prepared = prepareConfig(config);
+
+  const service = {
+    config: prepared,
+    rateLimit,
+    now,
+    activity: new Activity(now),
+    scripts: new Scripts(),
+    worlds,
+
+    world(appId) {
+      let world = worlds.get(appId);
+      if (!world) {
+        world = new World(io, store.world(appId), { limits: prepared.limits, now });
+        worlds.set(appId, world);
+      }
+      return world;
+    },
+
+    /** Starts listening and resolves with the base URL; rejects when the address cannot be had. */
+    async start(host, port) {
+      await new Promise((resolve, reject) => {
+        httpServer.once('error', reject).listen(port, host, resolve);
+      });
+      const name = host.includes(':') ? `[${host}]` : host;
+      service.baseUrl = `${tls ? 'https' : 'http'}://${name}:${httpServer.address().port}`;
+      return service.baseUrl;
+    },
+
+    /** Closes the address and all connections. */
+    async stop() {
+      httpServer.closeAllConnections();
+      await io.close();
+    },
+  };
+
+  // Socket.io takes over the listeners that are there when it attaches, and leaves them what is not its own.
+  httpServer.on('request', createRequestHandler(service, control ? createControl(service) : undefined));
+  io.attach(httpServer);
+  io.on('connection', (socket) => serveConnection(socket, service));
+  return service;
+}
