@@ -1,0 +1,311 @@
+#include "Platform/KvMainQueue.h"
+
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <boost/asio/posix/stream_descriptor.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <cerrno>
+#include <deque>
+#include <mutex>
+#include <set>
+#include <system_error>
+#include <thread>
+
+#include "Platform/KvQueueContext.h"
+
+namespace kv {
+namespace asio = boost::asio;
+namespace {
+
+// A poll returns to its caller after so many pieces of work, so that work which queues work cannot hold it for ever.
+constexpr std::size_t kMostInOnePoll = 4096;
+
+// Asio keeps its epoll descriptor to itself, but an application's own loop must wait on it. An explicit instantiation
+// may name a private member, which is the one way to it that the language allows.
+int epollFdOf(asio::detail::epoll_reactor& reactor);
+template <auto Member>
+struct EpollFd {
+    friend int epollFdOf(asio::detail::epoll_reactor& reactor) { return reactor.*Member; }
+};
+template struct EpollFd<&asio::detail::epoll_reactor::epoll_fd_>;
+
+int makeEventFd() {
+    int const fd = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+    if (fd < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
+    return fd;
+}
+
+}  // namespace
+
+class KvQueueTimer::Entry {
+public:
+    std::weak_ptr<KvMainQueue> queue;
+    KvMainQueue::Clock::time_point due;
+    std::uint64_t sequence = 0;
+    KvMainQueue::Work work;
+    bool active = false;
+};
+
+class KvMainQueue::Impl {
+public:
+    using Entry = KvQueueTimer::Entry;
+    struct Sooner {
+        bool operator()(std::shared_ptr<Entry> const& a, std::shared_ptr<Entry> const& b) const {
+            return a->due != b->due ? a->due < b->due : a->sequence < b->sequence;
+        }
+    };
+
+    explicit Impl(Time mode) : manual(mode == Time::manual), start(Clock::now()), wakeUp(context, makeEventFd()), alarm(context) {
+        awaitWakeUp();
+    }
+
+    Clock::time_point now() const { return manual ? start + std::chrono::nanoseconds(moved.load()) : Clock::now(); }
+    bool isCurrent() const { return executor.running_in_this_thread(); }
+    void enter() { owner.store(std::this_thread::get_id(), std::memory_order_relaxed); }
+
+    // What wakes a run, and what makes the queue's descriptor readable when nobody runs it.
+    void signal() {
+        std::uint64_t const one = 1;
+        [[maybe_unused]] auto const written = ::write(wakeUp.native_handle(), &one, sizeof one);
+    }
+
+    void awaitWakeUp() {
+        wakeUp.async_wait(asio::posix::stream_descriptor::wait_read, [this](boost::system::error_code error) {
+            if (error) return;
+            std::uint64_t count = 0;
+            [[maybe_unused]] auto const read = ::read(wakeUp.native_handle(), &count, sizeof count);
+            awaitWakeUp();
+            drain();
+        });
+    }
+
+    void post(Work work) {
+        bool first = false;
+        {
+            std::lock_guard lock(mutex);
+            first = posted.empty();
+            posted.push_back(std::move(work));
+        }
+        if (!first) return;
+        if (isCurrent()) {
+            asio::post(context, [this] { drain(); });
+        } else {
+            signal();
+        }
+    }
+
+    void drain() {
+        // An application's callback may throw through here; what is behind it then waits for the next turn.
+        struct Rest {
+            Impl& impl;
+            ~Rest() {
+                if (!impl.batch.empty()) impl.signal();
+            }
+        } rest{*this};
+        if (batch.empty()) {
+            std::lock_guard lock(mutex);
+            batch.swap(posted);
+        }
+        while (!batch.empty()) {
+            Work const work = std::move(batch.front());
+            batch.pop_front();
+            ++executed;
+            work();
+        }
+    }
+
+    std::shared_ptr<Entry> add(std::weak_ptr<KvMainQueue> queue, std::chrono::nanoseconds delay, Work work) {
+        auto entry = std::make_shared<Entry>();
+        entry->queue = std::move(queue);
+        entry->due = now() + std::max(delay, std::chrono::nanoseconds::zero());
+        entry->sequence = nextSequence++;
+        entry->work = std::move(work);
+        entry->active = true;
+        timers.insert(entry);
+        if (!manual) {
+            arm();
+        } else if (entry->due <= now()) {
+            post([this] { runDue(); });
+        }
+        return entry;
+    }
+
+    void arm() {
+        if (manual || timers.empty()) return;
+        auto const due = (*timers.begin())->due;
+        // An alarm that rings too early costs one turn; setting it anew for each cancelled timer would cost more.
+        if (armed && alarm.expiry() <= due) return;
+        armed = true;
+        alarm.expires_at(due);
+        alarm.async_wait([this](boost::system::error_code error) {
+            if (error) return;
+            armed = false;
+            runDue();
+            arm();
+        });
+    }
+
+    void runDue() {
+        auto const limit = now();
+        auto const before = nextSequence;  // a timer that is made meanwhile waits for the next turn
+        while (!timers.empty()) {
+            auto const entry = *timers.begin();
+            if (entry->due > limit || entry->sequence >= before) break;
+            timers.erase(timers.begin());
+            entry->active = false;
+            Work const work = std::move(entry->work);
+            ++executed;
+            work();
+        }
+        if (manual && !timers.empty() && (*timers.begin())->due <= now()) post([this] { runDue(); });
+    }
+
+    bool const manual;
+    Clock::time_point const start;
+    std::atomic<std::int64_t> moved{0};  // of a manual clock, in nanoseconds
+    std::atomic<std::thread::id> owner{};
+    std::atomic<bool> stopping{false};
+
+    asio::io_context context{1};
+    asio::io_context::executor_type const executor = context.get_executor();
+    asio::posix::stream_descriptor wakeUp;
+
+    std::mutex mutex;
+    std::deque<Work> posted;  // guarded by mutex
+
+    // Touched by the driving thread only.
+    std::deque<Work> batch;
+    asio::steady_timer alarm;
+    bool armed = false;
+    bool running = false;
+    std::set<std::shared_ptr<Entry>, Sooner> timers;
+    std::uint64_t nextSequence = 0;
+    std::size_t executed = 0;
+};
+
+KvQueueTimer::KvQueueTimer(std::shared_ptr<Entry> entry) : entry_(std::move(entry)) {}
+KvQueueTimer::KvQueueTimer(KvQueueTimer&& other) noexcept = default;
+KvQueueTimer& KvQueueTimer::operator=(KvQueueTimer&& other) noexcept {
+    if (this != &other) {
+        cancel();
+        entry_ = std::move(other.entry_);
+    }
+    return *this;
+}
+KvQueueTimer::~KvQueueTimer() { cancel(); }
+
+void KvQueueTimer::cancel() {
+    auto const entry = std::exchange(entry_, nullptr);
+    if (!entry || !entry->active) return;
+    entry->active = false;
+    if (auto const queue = entry->queue.lock()) queue->impl().timers.erase(entry);
+    KvMainQueue::Work const released = std::move(entry->work);  // its captures go last: they may own this very timer
+}
+
+bool KvQueueTimer::isActive() const { return entry_ && entry_->active; }
+
+std::shared_ptr<KvMainQueue> KvMainQueue::main() {
+    static auto& queue = *new std::shared_ptr<KvMainQueue>(create());  // outlives every static client
+    return queue;
+}
+
+std::shared_ptr<KvMainQueue> KvMainQueue::create(Time time) {
+    return std::shared_ptr<KvMainQueue>(new KvMainQueue(time));
+}
+
+KvMainQueue::KvMainQueue(Time time) : impl_(std::make_unique<Impl>(time)) {}
+
+KvMainQueue::~KvMainQueue() {
+    auto timers = std::move(impl_->timers);
+    for (auto const& entry : timers) entry->active = false;
+}
+
+void KvMainQueue::run() {
+    impl_->enter();
+    impl_->running = true;
+    impl_->context.restart();
+    while (!impl_->stopping.exchange(false)) {
+        impl_->context.run();
+        impl_->context.restart();
+    }
+    impl_->running = false;
+}
+
+void KvMainQueue::runFor(std::chrono::nanoseconds duration) {
+    impl_->enter();
+    auto const end = Clock::now() + duration;
+    impl_->running = true;
+    impl_->context.restart();
+    while (!impl_->stopping.exchange(false) && Clock::now() < end) {
+        impl_->context.run_until(end);
+        impl_->context.restart();
+    }
+    impl_->running = false;
+}
+
+std::size_t KvMainQueue::poll() {
+    impl_->enter();
+    impl_->executed = 0;
+    impl_->context.restart();
+    if (impl_->manual) impl_->runDue();
+    for (std::size_t turn = 0; impl_->context.poll_one() > 0; ++turn) {
+        if (turn < kMostInOnePoll && impl_->executed < kMostInOnePoll) continue;
+        impl_->signal();
+        break;
+    }
+    return impl_->executed;
+}
+
+void KvMainQueue::stop() {
+    impl_->stopping = true;
+    post([this] {
+        if (impl_->running) impl_->context.stop();
+    });
+}
+
+int KvMainQueue::fd() const {
+    return epollFdOf(asio::use_service<asio::detail::epoll_reactor>(impl_->context));
+}
+
+void KvMainQueue::post(Work work) { impl_->post(std::move(work)); }
+
+void KvMainQueue::dispatch(Work work) {
+    if (isCurrent()) {
+        work();
+    } else {
+        post(std::move(work));
+    }
+}
+
+KvQueueTimer KvMainQueue::after(std::chrono::nanoseconds delay, Work work) {
+    return KvQueueTimer(impl_->add(weak_from_this(), delay, std::move(work)));
+}
+
+bool KvMainQueue::isCurrent() const { return impl_->isCurrent(); }
+
+bool KvMainQueue::isOwnThread() const {
+    auto const owner = impl_->owner.load(std::memory_order_relaxed);
+    return owner == std::thread::id() || owner == std::this_thread::get_id();
+}
+
+KvMainQueue::Clock::time_point KvMainQueue::now() const { return impl_->now(); }
+
+void KvMainQueue::advance(std::chrono::nanoseconds duration) {
+    poll();
+    auto const target = now() + duration;
+    while (!impl_->timers.empty() && (*impl_->timers.begin())->due <= target) {
+        auto const due = (*impl_->timers.begin())->due;
+        if (due > now()) impl_->moved = (due - impl_->start).count();
+        poll();
+    }
+    impl_->moved = (target - impl_->start).count();
+    poll();
+}
+
+asio::io_context& contextOf(KvMainQueue& queue) { return queue.impl().context; }
+
+}  // namespace kv

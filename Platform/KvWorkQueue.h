@@ -1,0 +1,114 @@
+// Work items that run one at a time, in order, on a main queue. An item is a coroutine: while it waits for something it
+// keeps its place in the queue, but no thread. Everything here belongs to the main queue.
+//
+//     queue.add([self]() -> KvWork {
+//         co_await KvDelay{*self->mainQueue, 2s};
+//         self->connect();
+//     });
+#pragma once
+
+#include <chrono>
+#include <coroutine>
+#include <deque>
+#include <exception>
+#include <functional>
+#include <memory>
+#include <utility>
+
+#include "Platform/KvExport.h"
+#include "Platform/KvMainQueue.h"
+
+namespace kv {
+
+/// A coroutine that a work queue runs. Starts when it is resumed for the first time; destroying it while it waits ends
+/// it there, and whatever it waits for finds nobody.
+class KvWork {
+public:
+    struct promise_type {
+        std::function<void()> finished;
+        KvWork get_return_object() { return KvWork(std::coroutine_handle<promise_type>::from_promise(*this)); }
+        std::suspend_always initial_suspend() noexcept { return {}; }
+        auto final_suspend() noexcept {
+            struct Finish : std::suspend_always {
+                void await_suspend(std::coroutine_handle<promise_type> handle) const noexcept { handle.promise().finished(); }
+            };
+            return Finish{};
+        }
+        void return_void() {}
+        void unhandled_exception() { std::terminate(); }  // items answer for their own failures
+    };
+
+    KvWork(KvWork&& other) noexcept : handle_(std::exchange(other.handle_, nullptr)) {}
+    KvWork& operator=(KvWork&& other) noexcept {
+        std::swap(handle_, other.handle_);
+        return *this;
+    }
+    ~KvWork() {
+        if (handle_) handle_.destroy();
+    }
+    void start(std::function<void()> finished) {
+        handle_.promise().finished = std::move(finished);
+        handle_.resume();
+    }
+
+private:
+    explicit KvWork(std::coroutine_handle<promise_type> handle) : handle_(handle) {}
+    std::coroutine_handle<promise_type> handle_;
+};
+
+class KV_EXPORT KvWorkQueue final {
+public:
+    using Item = std::function<KvWork()>;
+
+    explicit KvWorkQueue(std::shared_ptr<KvMainQueue> queue);
+    /// The item at work ends where it waits; those that wait for their turn are dropped.
+    ~KvWorkQueue();
+    KvWorkQueue(KvWorkQueue const&) = delete;
+    KvWorkQueue& operator=(KvWorkQueue const&) = delete;
+
+    /// Queues an item. It starts at a later turn of the main queue, never inside the call.
+    void add(Item item);
+
+private:
+    struct State;
+    std::shared_ptr<State> state_;
+};
+
+/// `co_await KvDelay{queue, duration}`: goes on that much later, on the queue's clock.
+struct KvDelay {
+    KvMainQueue& queue;
+    std::chrono::nanoseconds duration;
+    KvQueueTimer timer{};
+
+    bool await_ready() const noexcept { return false; }
+    void await_suspend(std::coroutine_handle<> waiting) {
+        timer = queue.after(duration, [waiting] { waiting.resume(); });
+    }
+    void await_resume() const noexcept {}
+};
+
+/// `co_await KvSignal::Wait{signal}`: goes on once `set` was called, by any thread, before or after. One waiter.
+class KV_EXPORT KvSignal final : public std::enable_shared_from_this<KvSignal> {
+public:
+    explicit KvSignal(std::shared_ptr<KvMainQueue> queue) : queue_(std::move(queue)) {}
+    void set();
+
+    struct KV_EXPORT Wait {
+        std::shared_ptr<KvSignal> signal;
+        explicit Wait(std::shared_ptr<KvSignal> awaited) : signal(std::move(awaited)) {}
+        Wait(Wait const&) = delete;
+        Wait& operator=(Wait const&) = delete;
+        ~Wait() { signal->waiting_ = nullptr; }
+        bool await_ready() const noexcept { return signal->isSet_; }
+        void await_suspend(std::coroutine_handle<> waiting) { signal->waiting_ = waiting; }
+        void await_resume() const noexcept {}
+    };
+
+private:
+    std::shared_ptr<KvMainQueue> const queue_;
+    // Touched only on queue_.
+    bool isSet_ = false;
+    std::coroutine_handle<> waiting_;
+};
+
+}  // namespace kv
