@@ -25,6 +25,7 @@ namespace kv {
 class KvWork {
 public:
     struct promise_type {
+        promise_type() {}  // no aggregate: it would be made from the coroutine's arguments
         std::function<void()> finished;
         KvWork get_return_object() { return KvWork(std::coroutine_handle<promise_type>::from_promise(*this)); }
         std::suspend_always initial_suspend() noexcept { return {}; }
