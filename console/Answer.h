@@ -1,0 +1,68 @@
+// The answer to one line of the input: written as often as the operation's completion is called.
+#pragma once
+
+#include "Platform/KvMainQueue.h"
+#include "console/Output.h"
+#include "console/Records.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string_view>
+
+#include <boost/json.hpp>
+
+namespace kv::console {
+
+/// What the operations begun still owe.
+struct OpenOperations {
+    std::size_t count = 0;
+    KvMainQueue::Clock::time_point lastBegun;
+};
+
+/// Copies answer the same line. An operation counts as open until it is answered after the call that began it, or until
+/// nobody is left who could answer: a completion called within the call may be called once more.
+class Answer {
+public:
+    Answer(std::shared_ptr<Output> output, std::shared_ptr<OpenOperations> open, boost::json::value id,
+           std::string_view operation);
+    /// The call that began the operation has returned.
+    void callReturned() const { line_->isInCall = false; }
+
+    /// Answers with a result, for operations without a completion.
+    void result(boost::json::value result) const;
+    /// Answers with a completion's code and what else it was given.
+    void code(std::int64_t code, boost::json::object const& others = {}) const;
+    /// Says that the line was right, but named something that is not there.
+    void refusal(std::string_view text) const;
+
+    /// A completion that receives nothing but the code.
+    std::function<void(std::int64_t)> completion() const;
+    /// A completion that receives a list before the code.
+    template <class List>
+    std::function<void(List const&, std::int64_t)> completion(std::string_view name) const {
+        return [answer = *this, name](List const& list, std::int64_t errorCode) {
+            answer.code(errorCode, {{name, toJson(list)}});
+        };
+    }
+
+private:
+    struct Line {
+        ~Line() { settle(); }
+        void settle();
+
+        std::shared_ptr<Output> output;
+        std::shared_ptr<OpenOperations> open;
+        boost::json::value id;
+        std::string_view operation;
+        bool isInCall = true;
+        bool isSettled = false;
+    };
+
+    void write(boost::json::object const& fields) const;
+
+    std::shared_ptr<Line> line_;
+};
+
+}  // namespace kv::console

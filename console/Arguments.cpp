@@ -1,0 +1,44 @@
+#include "console/Arguments.h"
+
+#include "console/Base64.h"
+
+namespace kv::console {
+
+using boost::json::value;
+
+std::optional<std::string> ArgumentType<std::string>::from(value const& value) {
+    auto const* const text = value.if_string();
+    return text ? std::optional(std::string(*text)) : std::nullopt;
+}
+
+std::optional<std::int64_t> ArgumentType<std::int64_t>::from(value const& value) {
+    auto const* const number = value.if_int64();
+    return number ? std::optional(*number) : std::nullopt;
+}
+
+std::optional<bool> ArgumentType<bool>::from(value const& value) {
+    auto const* const flag = value.if_bool();
+    return flag ? std::optional(*flag) : std::nullopt;
+}
+
+std::optional<Seconds> ArgumentType<Seconds>::from(value const& value) {
+    constexpr double kDay = 24 * 60 * 60;
+    if (!value.is_number()) return std::nullopt;
+    auto const count = value.to_number<double>();
+    return count >= 0 && count <= kDay ? std::optional(Seconds{count}) : std::nullopt;
+}
+
+std::optional<KvBytes> ArgumentType<KvBytes>::from(value const& value) {
+    auto const* const text = value.if_string();
+    return text ? fromBase64(*text) : std::nullopt;
+}
+
+std::optional<KvPimAttribute> ArgumentType<KvPimAttribute>::from(value const& value) {
+    auto const* const object = value.if_object();
+    auto const* const key = object ? object->if_contains("key") : nullptr;
+    auto const* const text = object ? object->if_contains("value") : nullptr;
+    if (key == nullptr || text == nullptr || !key->is_string() || !text->is_string()) return std::nullopt;
+    return KvPimAttribute{std::string(key->get_string()), std::string(text->get_string())};
+}
+
+}  // namespace kv::console

@@ -1,0 +1,113 @@
+// The arguments of one line of the input, by name and type.
+#pragma once
+
+#include "Classes/Model/KvPimAttribute.h"
+#include "Platform/KvData.h"
+
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <boost/json.hpp>
+
+namespace kv::console {
+
+/// A line that cannot be carried out as it stands.
+struct BadLine : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+/// How an argument of one type is read, and what it is called in an error text.
+template <class Type>
+struct ArgumentType;
+
+class Arguments {
+public:
+    explicit Arguments(boost::json::object const& line) : line_(line) {}
+
+    /// An argument that the operation needs. Throws BadLine when it is absent or of another type.
+    template <class Type>
+    Type get(std::string_view name) const {
+        if (auto found = find<Type>(name)) return *std::move(found);
+        throw BadLine(quoted(name) + " is missing");
+    }
+
+    /// An argument that the operation can do without: null is as good as absent. Throws BadLine on another type.
+    template <class Type>
+    std::optional<Type> find(std::string_view name) const {
+        auto const* const value = line_.if_contains(name);
+        if (value == nullptr || value->is_null()) return std::nullopt;
+        if (auto read = ArgumentType<Type>::from(*value)) return read;
+        throw BadLine(quoted(name) + " must be " + std::string(ArgumentType<Type>::description));
+    }
+
+    std::string text(std::string_view name) const { return get<std::string>(name); }
+    std::vector<std::string> texts(std::string_view name) const { return get<std::vector<std::string>>(name); }
+
+private:
+    static std::string quoted(std::string_view name) { return '"' + std::string(name) + '"'; }
+
+    boost::json::object const& line_;
+};
+
+template <>
+struct ArgumentType<std::string> {
+    static constexpr std::string_view description = "a text";
+    static std::optional<std::string> from(boost::json::value const& value);
+};
+
+template <>
+struct ArgumentType<std::int64_t> {
+    static constexpr std::string_view description = "a whole number";
+    static std::optional<std::int64_t> from(boost::json::value const& value);
+};
+
+template <>
+struct ArgumentType<bool> {
+    static constexpr std::string_view description = "true or false";
+    static std::optional<bool> from(boost::json::value const& value);
+};
+
+/// A length of time.
+struct Seconds {
+    double count;
+};
+
+template <>
+struct ArgumentType<Seconds> {
+    static constexpr std::string_view description = "a number of seconds, up to a day";
+    static std::optional<Seconds> from(boost::json::value const& value);
+};
+
+template <>
+struct ArgumentType<KvBytes> {
+    static constexpr std::string_view description = "a text in base64";
+    static std::optional<KvBytes> from(boost::json::value const& value);
+};
+
+template <>
+struct ArgumentType<KvPimAttribute> {
+    static std::optional<KvPimAttribute> from(boost::json::value const& value);
+};
+
+template <class Element>
+struct ArgumentType<std::vector<Element>> {
+    static constexpr std::string_view description =
+        std::is_same_v<Element, KvPimAttribute> ? "an array of {\"key\":text,\"value\":text}" : "an array of texts";
+    static std::optional<std::vector<Element>> from(boost::json::value const& value) {
+        auto const* const array = value.if_array();
+        if (array == nullptr) return std::nullopt;
+        std::vector<Element> elements;
+        elements.reserve(array->size());
+        for (auto const& item : *array) {
+            auto element = ArgumentType<Element>::from(item);
+            if (!element) return std::nullopt;
+            elements.push_back(*std::move(element));
+        }
+        return elements;
+    }
+};
+
+}  // namespace kv::console

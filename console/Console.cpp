@@ -1,0 +1,116 @@
+#include "console/Console.h"
+
+#include "console/Operations.h"
+#include "console/QueueLoop.h"
+
+#include <array>
+#include <csignal>
+
+#include <unistd.h>
+
+namespace kv::console {
+namespace {
+
+constexpr std::size_t kLongestLine = 16u << 20;
+// The slowest operation is a login: 36 seconds to find a server, 6 to connect.
+constexpr std::chrono::seconds kLongestOperation{45};
+
+class Console {
+public:
+    Console(Session& session, std::chrono::duration<double> linger)
+        : session_(session), linger_(std::chrono::duration_cast<std::chrono::nanoseconds>(linger)) {}
+
+    void run() {
+        session_.output->line({{"event", "ready"}});
+        while (!isOver()) {
+            std::array<pollfd, 2> others{{{.fd = STDOUT_FILENO, .events = 0, .revents = 0},
+                                          {.fd = isReading() ? STDIN_FILENO : -1, .events = POLLIN, .revents = 0}}};
+            turn(*session_.queue, others);
+            auto const& [output, input] = others;
+            if (output.revents != 0) return;  // nobody is there to read
+            if (input.revents != 0) input_.fill();
+            carryOutLines();
+        }
+    }
+
+private:
+    bool isReading() const { return !session_.sleep.isActive() && !input_.isEnded(); }
+
+    void carryOutLines() {
+        while (!session_.sleep.isActive() && !session_.isQuit) {
+            auto const line = input_.next();
+            if (!line) break;
+            carryOut(*line);
+        }
+        isInputDone_ = input_.isEnded() && !session_.sleep.isActive();
+    }
+
+    void carryOut(InputLines::Line const& line) {
+        try {
+            if (line.isTooLong) throw BadLine("the line is longer than 16 MiB");
+            boost::system::error_code error;
+            auto const request = boost::json::parse(line.text, error);
+            if (error) throw BadLine("not JSON: " + error.message());
+            if (!request.is_object()) throw BadLine("not a JSON object");
+            carryOut(request.get_object());
+        } catch (BadLine const& bad) {
+            session_.output->line({{"error", bad.what()}, {"line", line.number}});
+        }
+    }
+
+    void carryOut(boost::json::object const& request) {
+        Arguments const arguments(request);
+        auto const* const operation = findOperation(arguments.text("op"));
+        if (operation == nullptr) throw BadLine("\"op\" names no operation");
+        auto const* const id = request.if_contains("id");
+        Answer const answer(session_.output, session_.open, id ? *id : nullptr, operation->name);
+        try {
+            operation->run(session_, arguments, answer);
+        } catch (NotThere const& missing) {
+            answer.refusal(missing.what());
+        }
+        answer.callReturned();
+    }
+
+    bool isOver() {
+        if (session_.isQuit || session_.output->isClosed()) return true;
+        if (!isInputDone_) return false;
+        if (isLingering_) return !timer_.isActive();
+        auto const limit = session_.open->lastBegun + kLongestOperation - KvMainQueue::Clock::now();
+        if (session_.open->count == 0 || limit.count() <= 0) {
+            isLingering_ = true;
+            if (linger_.count() == 0) return true;
+            timer_ = session_.queue->after(linger_, [] {});
+        } else if (!timer_.isActive()) {
+            timer_ = session_.queue->after(limit, [] {});
+        }
+        return false;
+    }
+
+    Session& session_;
+    std::chrono::nanoseconds const linger_;
+    InputLines input_{STDIN_FILENO, kLongestLine};
+    bool isInputDone_ = false;
+    bool isLingering_ = false;
+    KvQueueTimer timer_;  // wakes the loop for the end of what it waits for
+};
+
+}  // namespace
+
+int runConsole(ConsoleOptions const& options) {
+    std::signal(SIGPIPE, SIG_IGN);
+    Session session;
+    session.delegate = makeClientDelegate(session.output, options.delegate);
+    session.client = KvPimKit::initWithAppId(options.common.appId, session.delegate,
+                                             {.envConfig = options.common.env, .mainQueue = session.queue});
+    if (!session.client) {
+        session.output->line({{"event", "createFailed"}});
+        return 1;
+    }
+    if (!options.logFile.empty()) session.client->setLogFile(options.logFile);
+    if (options.logFilters) session.client->setLogFilters(*options.logFilters);
+    Console(session, options.linger).run();
+    return 0;
+}
+
+}  // namespace kv::console

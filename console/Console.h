@@ -1,0 +1,27 @@
+// `kvpim console`: one client object driven by lines of JSON, for bots, scripts and tests.
+#pragma once
+
+#include "console/Events.h"
+#include "console/InputLines.h"
+#include "console/Options.h"
+#include "console/Session.h"
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace kv::console {
+
+struct ConsoleOptions {
+    CommonOptions common;
+    std::string logFile;
+    std::optional<std::int64_t> logFilters;
+    CallbackNames delegate;
+    std::chrono::duration<double> linger{0};
+};
+
+/// Reads standard input to its end; returns the exit status. Throws BadLine when `delegate` names no callback.
+int runConsole(ConsoleOptions const& options);
+
+}  // namespace kv::console

@@ -1,0 +1,18 @@
+// Standard output as lines of JSON, each flushed at once.
+#pragma once
+
+#include <boost/json.hpp>
+
+namespace kv::console {
+
+class Output {
+public:
+    void line(boost::json::object const& object);
+    /// Nobody reads any more.
+    bool isClosed() const { return closed_; }
+
+private:
+    bool closed_ = false;
+};
+
+}  // namespace kv::console

@@ -1,0 +1,48 @@
+#include "console/Records.h"
+
+#include "console/Base64.h"
+
+namespace kv::console {
+
+using boost::json::value;
+
+value toJson(std::string const& text) { return value(text); }
+
+value toJson(KvPimMember const& member) { return {{"userId", member.userId}, {"channelId", member.channelId}}; }
+
+value toJson(KvPimMessage const& message) {
+    KvData const data = message.data();
+    return {{"type", static_cast<int>(message.type())},
+            {"text", toJson(message.text)},
+            {"rawData", data ? value(toBase64(*data)) : value()},
+            {"serverReceivedTs", message.serverReceivedTs},
+            {"isOfflineMessage", message.isOfflineMessage}};
+}
+
+value toJson(KvPimAttribute const& attribute) { return {{"key", attribute.key}, {"value", attribute.value}}; }
+
+value toJson(KvPimAttributeWithState const& attribute) {
+    return {{"key", attribute.key}, {"value", attribute.value}, {"deleted", attribute.deleted}};
+}
+
+value toJson(KvPimUserAttributes const& user) {
+    return {{"userId", user.userId}, {"attributes", toJson(user.attributes)}};
+}
+
+value toJson(KvPimPeerOnlineStatus const& status) { return {{"peerId", status.peerId}, {"isOnline", status.isOnline}}; }
+
+value toJson(KvChannelMemberCount const& count) { return {{"channelId", count.channelId}, {"count", count.count}}; }
+
+value toJson(KvPimInvitation const& invitation) {
+    return {{"inviter", invitation.inviter},
+            {"invitee", invitation.invitee},
+            {"requestInfo", invitation.requestInfo},
+            {"responseInfo", invitation.responseInfo},
+            {"state", invitation.state}};
+}
+
+value toJson(KvPimStateManager const& state) {
+    return {{"login", state.login}, {"state", state.state}, {"userId", state.userId}, {"appId", state.appId}};
+}
+
+}  // namespace kv::console

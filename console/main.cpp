@@ -1,0 +1,87 @@
+// The command line of `kvpim`.
+#include "Classes/KvPimKit.h"
+#include "console/Arguments.h"
+#include "console/Console.h"
+#include "console/chat/Chat.h"
+
+#include <cstdio>
+#include <sstream>
+
+#include <CLI/CLI.hpp>
+
+namespace {
+
+using namespace kv::console;
+
+constexpr int kBadUsage = 2;
+constexpr double kLongestLinger = 24 * 60 * 60;
+
+std::vector<std::string> splitAtCommas(std::string const& text) {
+    std::vector<std::string> parts;
+    std::istringstream stream(text);
+    for (std::string part; std::getline(stream, part, ',');) parts.push_back(part);
+    return parts;
+}
+
+struct ConsoleCommand {
+    ConsoleOptions options;
+    double linger = 0;
+
+    explicit ConsoleCommand(CLI::App& app) {
+        auto& command = *app.add_subcommand("console", "Drive a client through lines of JSON: bots, scripts, tests");
+        addCommonOptions(command, options.common);
+        command.get_option("--app-id")->required();
+        command.add_option("--log-file", options.logFile, "The local log file, which must exist")->type_name("PATH");
+        command.add_option("--log-filters", options.logFilters, "What is logged: 0 nothing, 8 everything")
+            ->type_name("N");
+        command
+            .add_option_function<std::string>(
+                "--delegate", [this](std::string const& names) { options.delegate = splitAtCommas(names); },
+                "The client callbacks that are implemented (default: all)")
+            ->type_name("NAME,...");
+        command.add_option("--linger", linger, "Seconds to wait for events after the end of input (default: 0)")
+            ->check(CLI::Range(0.0, kLongestLinger))
+            ->type_name("SECONDS");
+    }
+
+    int run() {
+        options.linger = std::chrono::duration<double>(linger);
+        return runConsole(options);
+    }
+};
+
+struct ChatCommand {
+    ChatOptions options;
+
+    explicit ChatCommand(CLI::App& app) {
+        auto& command = *app.add_subcommand("chat", "Chat in the terminal");
+        command.add_option("USER", options.userId, "Your user id")->required();
+        addCommonOptions(command, options.common);
+        command.get_option("--app-id")->capture_default_str();
+        command.get_option("--api-server")->capture_default_str();
+        command.add_option("--token", options.token, "The token, 32 characters")
+            ->type_name("TOKEN")
+            ->capture_default_str();
+    }
+
+    int run() const { return runChat(options); }
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app("The command line client of Kv PIM", "kvpim");
+    app.require_subcommand(1);
+    app.set_version_flag("--version", std::string("kvpim ") + KVPIM_VERSION);
+    ConsoleCommand console(app);
+    ChatCommand chat(app);
+    try {
+        app.parse(argc, argv);
+        return app.got_subcommand("console") ? console.run() : chat.run();
+    } catch (CLI::ParseError const& error) {
+        return app.exit(error, std::cout, std::cerr) == 0 ? 0 : kBadUsage;
+    } catch (BadLine const& error) {
+        std::fprintf(stderr, "kvpim: %s\n", error.what());
+        return kBadUsage;
+    }
+}
