@@ -1,0 +1,87 @@
+#include "Classes/Internal/KvPimStateHelper.h"
+
+#include "Classes/Catagory/KvJson.h"
+#include "Classes/KvPimChannel.h"
+
+namespace kv {
+
+void KvPimLocalUserAttributes::setLocalUserAttributes(Map attributes) {
+    std::lock_guard guard(lock_);
+    attributes_ = std::move(attributes);
+}
+
+void KvPimLocalUserAttributes::addOrUpdateLocalUserAttributes(Map const& attributes) {
+    std::lock_guard guard(lock_);
+    for (auto const& [key, value] : attributes) attributes_[key] = value;
+}
+
+void KvPimLocalUserAttributes::deleteLocalUserAttributesByKeys(std::vector<std::string> const& keys) {
+    std::lock_guard guard(lock_);
+    for (auto const& key : keys) attributes_.erase(key);
+}
+
+void KvPimLocalUserAttributes::clearLocalUserAttributes() {
+    std::lock_guard guard(lock_);
+    attributes_.clear();
+}
+
+std::vector<KvPimAttribute> KvPimLocalUserAttributes::pimAttributes() const {
+    std::vector<KvPimAttribute> list;
+    for (auto const& [key, value] : attributes_) list.push_back({key, value});
+    return list;
+}
+
+KvPimOnlinePeersManager::Changes KvPimOnlinePeersManager::onPeersOnlineStatusChanged(boost::json::object const& status) {
+    Changes changes;
+    for (auto const& [peerId, value] : status) {
+        auto const number = asInteger(&value);
+        auto const [known, isNew] = onlineStatus_.try_emplace(peerId, number);
+        if (!isNew && std::exchange(known->second, number) == number) continue;
+        changes.emplace_back(peerId, number);
+    }
+    return changes;
+}
+
+void KvPimOnlinePeersManager::unsubscribeOnlineStatusOf(std::vector<std::string> const& peerIds) {
+    for (auto const& peerId : peerIds) onlineStatus_.erase(peerId);
+}
+
+void KvPimChannelManager::onJoinChannel(std::shared_ptr<KvPimChannel> channel) {
+    auto const& id = channel->channelId();
+    channelsMap_[id] = std::move(channel);
+}
+
+void KvPimChannelManager::onLeaveChannel(KvPimChannel const& channel) { channelsMap_.erase(channel.channelId()); }
+
+std::vector<std::shared_ptr<KvPimChannel>> KvPimChannelManager::channels() const {
+    std::vector<std::shared_ptr<KvPimChannel>> list;
+    for (auto const& [id, channel] : channelsMap_) list.push_back(channel);
+    return list;
+}
+
+void KvPimStateHelper::subscribeOnlineStatusOf(PeerIds const& peerIds) {
+    onlineStatusPeerIds_.insert(peerIds.begin(), peerIds.end());
+}
+
+void KvPimStateHelper::unsubscribeOnlineStatusOf(PeerIds const& peerIds) {
+    for (auto const& peerId : peerIds) onlineStatusPeerIds_.erase(peerId);
+}
+
+void KvPimStateHelper::subscribeAttributesOf(PeerIds const& peerIds) {
+    attributesPeerIds_.insert(peerIds.begin(), peerIds.end());
+}
+
+void KvPimStateHelper::unsubscribeAttributesOf(PeerIds const& peerIds) {
+    for (auto const& peerId : peerIds) attributesPeerIds_.erase(peerId);
+}
+
+void KvPimStateHelper::logout() {
+    onlineStatusPeerIds_.clear();
+    attributesPeerIds_.clear();
+    loginParams.logout();
+    localUserAttributes.logout();
+    onlinePeersManager.logout();
+    channelManager.logout();
+}
+
+}  // namespace kv

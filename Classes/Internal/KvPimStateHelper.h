@@ -1,0 +1,91 @@
+// What a client must remember of one login, so that it can be told to the server again after a reconnection, and
+// forgotten at logout. Belongs to the client's main thread.
+#pragma once
+
+#include <boost/json/object.hpp>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "Classes/Internal/KvPimLoginParams.h"
+#include "Classes/Model/KvPimAttribute.h"
+
+namespace kv {
+
+class KvPimChannel;
+
+/// The user's own attributes, as the server last confirmed them.
+class KvPimLocalUserAttributes {
+public:
+    using Map = std::map<std::string, std::string>;
+
+    void setLocalUserAttributes(Map attributes);
+    void addOrUpdateLocalUserAttributes(Map const& attributes);
+    void deleteLocalUserAttributesByKeys(std::vector<std::string> const& keys);
+    void clearLocalUserAttributes();
+    void logout() { clearLocalUserAttributes(); }
+    Map userAttributes() const { return attributes_; }
+    std::vector<KvPimAttribute> pimAttributes() const;
+
+private:
+    Map attributes_;
+    std::mutex lock_;  // guards the mutations of attributes_
+};
+
+/// The status that the server last pushed for each peer, which tells real changes from repetitions.
+class KvPimOnlinePeersManager {
+public:
+    using Changes = std::vector<std::pair<std::string, std::int64_t>>;
+
+    /// Records a pushed map of peer ids to status numbers. Returns the entries that are news, in the order received.
+    Changes onPeersOnlineStatusChanged(boost::json::object const& status);
+    void unsubscribeOnlineStatusOf(std::vector<std::string> const& peerIds);
+    void logout() { onlineStatus_.clear(); }
+
+private:
+    std::unordered_map<std::string, std::int64_t> onlineStatus_;
+};
+
+/// The channels whose last successful request was a join.
+class KvPimChannelManager {
+public:
+    void onJoinChannel(std::shared_ptr<KvPimChannel> channel);
+    void onLeaveChannel(KvPimChannel const& channel);
+    std::vector<std::shared_ptr<KvPimChannel>> channels() const;
+    void logout() { channelsMap_.clear(); }
+
+private:
+    std::map<std::string, std::shared_ptr<KvPimChannel>> channelsMap_;
+};
+
+class KvPimStateHelper {
+public:
+    using PeerIds = std::vector<std::string>;
+
+    void subscribeOnlineStatusOf(PeerIds const& peerIds);
+    void unsubscribeOnlineStatusOf(PeerIds const& peerIds);
+    void subscribeAttributesOf(PeerIds const& peerIds);
+    void unsubscribeAttributesOf(PeerIds const& peerIds);
+    PeerIds subscribedOnlineStatusPeerIds() const { return {onlineStatusPeerIds_.begin(), onlineStatusPeerIds_.end()}; }
+    PeerIds subscribedAttributesPeerIds() const { return {attributesPeerIds_.begin(), attributesPeerIds_.end()}; }
+    void logout();
+
+    KvPimLoginParams loginParams;
+    KvPimLocalUserAttributes localUserAttributes;
+    KvPimOnlinePeersManager onlinePeersManager;
+    KvPimChannelManager channelManager;
+
+private:
+    // No lock: only acknowledgements change the sets, and they all arrive on the main thread.
+    std::set<std::string> onlineStatusPeerIds_;
+    std::set<std::string> attributesPeerIds_;
+};
+
+}  // namespace kv

@@ -1,0 +1,37 @@
+// The textual forms of the value records, as log lines show them.
+#include <boost/json/array.hpp>
+#include <boost/json/object.hpp>
+#include <boost/json/serialize.hpp>
+
+#include "Classes/Model/KvPimPeerOnlineStatus.h"
+#include "Classes/Model/KvPimUserAttributes.h"
+
+namespace kv {
+namespace json = boost::json;
+namespace {
+
+json::object dictionaryOf(KvPimAttributeWithState const& attribute) {
+    return {{"key", attribute.key}, {"value", attribute.value}, {"deleted", attribute.deleted ? 1 : 0}};
+}
+
+}  // namespace
+
+std::string KvPimAttribute::description() const {
+    return json::serialize(json::object{{"key", key}, {"value", value}});
+}
+
+std::string KvPimAttributeWithState::description() const { return json::serialize(dictionaryOf(*this)); }
+
+std::string KvPimUserAttributes::description() const {
+    json::array list;
+    if (attributes) {
+        for (auto const& attribute : *attributes) list.push_back(dictionaryOf(attribute));
+    }
+    return json::serialize(json::object{{"userId", userId}, {"attributes", std::move(list)}});
+}
+
+std::string KvPimPeerOnlineStatus::description() const {
+    return "peerId: " + peerId + ", isOnline: " + (isOnline ? "1" : "0");
+}
+
+}  // namespace kv

@@ -1,0 +1,21 @@
+#include "Classes/Model/KvPimResult.h"
+
+#include "Classes/Catagory/KvJson.h"
+#include "SocketIO/SocketData.h"
+
+namespace kv {
+
+KvPimResult KvPimResult::resultWithArray(SocketData const& data) {
+    KvPimResult result;
+    auto const& items = data.items();
+    if (items.empty()) return result;
+    if (auto const* text = items.front().if_string()) result.errorString = *text;
+    if (auto const* response = items.back().if_object()) {
+        result.response = response;
+        result.code = asInteger32(valueOf(response, "result"));
+    }
+    result.isAckTimeout = result.errorString == "NO ACK";
+    return result;
+}
+
+}  // namespace kv

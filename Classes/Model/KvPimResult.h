@@ -1,0 +1,28 @@
+#pragma once
+
+#include <boost/json/fwd.hpp>
+#include <cstdint>
+#include <string_view>
+
+#include "Platform/KvExport.h"
+
+namespace kv {
+
+class SocketData;
+
+/// What an acknowledgement, or a notice of the same form, says. Refers to the data that it was read from, and lives no
+/// longer.
+struct KV_EXPORT KvPimResult {
+    /// Nobody answered in time.
+    bool isAckTimeout = false;
+    /// The server's result code; -1 when there was no result dictionary.
+    std::int32_t code = -1;
+    /// The first item when it is a text, else empty.
+    std::string_view errorString;
+    /// The last item when it is a dictionary, else null.
+    boost::json::object const* response = nullptr;
+
+    static KvPimResult resultWithArray(SocketData const& data);
+};
+
+}  // namespace kv
