@@ -19,6 +19,7 @@ namespace kv {
 class KvPimChannel;
 class KvPimKitImpl;
 class SocketIOClient;
+struct KvOperation;
 struct KvPimStateManager;
 
 /// What a channel tells the application. Every member is optional.
@@ -64,11 +65,14 @@ private:
     friend class KvPimKitImpl;
     KvPimChannel() = default;
 
+    template <class MakePayload, class Finish>
+    void request(KvOperation const& operation, bool isValid, MakePayload const& payload, Finish finish);
+    template <auto Member, class... Arguments>
+    bool tell(Arguments const&... arguments);
     void onMemberJoined(KvPimMember const& member);
     void onMemberLeft(KvPimMember const& member, std::int64_t resaon);
     void onChannelMessageReceived(std::string const& channelId, std::shared_ptr<KvPimMessage> message,
                                   KvPimMember const& member);
-    bool isLoggedIn() const;
 
     bool isInChannel_ = false;
     std::weak_ptr<KvPimChannelDelegate> delegate_;

@@ -1,0 +1,158 @@
+// The inside of a client. Its owner, `KvPimKit`, is what applications hold; when the application lets go of that, nothing
+// in here calls a delegate any more. Everything belongs to the main thread. Handlers hold this object weakly.
+#pragma once
+
+#include <boost/json/object.hpp>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "Classes/Internal/KvOwedCompletion.h"
+#include "Classes/Internal/KvPimDebugInfo.h"
+#include "Classes/Internal/KvPimRequest.h"
+#include "Classes/Internal/KvPimStateHelper.h"
+#include "Classes/KvPimKit.h"
+#include "Platform/KvWorkQueue.h"
+#include "SocketIO/SocketManager.h"
+
+namespace kv {
+
+class KvPimKitImpl final : public std::enable_shared_from_this<KvPimKitImpl> {
+public:
+    using Completion = KvPimKit::Completion;
+    using Strings = std::vector<std::string>;
+
+    KvPimKitImpl(std::string appId, std::weak_ptr<KvPimDelegate> delegate, KvPimOptions options);
+    ~KvPimKitImpl();
+
+    // ---- Session (KvPimSession.cpp)
+    void loginByToken(std::string token, std::int64_t timeStamp, std::string userId, Completion done);
+    void loginWithConfig(boost::json::object const& config, Completion done);
+    void logoutWithCompletion(Completion done);
+    void renewToken(std::string token, std::int64_t timeStamp, KvPimKit::RenewTokenCompletion done);
+
+    // ---- Disconnection, reconnection, restore (KvPimReconnection.cpp)
+    void rebuildSocketManagerWithConfig(boost::json::object const& config);
+    void reconnect();
+    void restoreStateAfterReconnection();
+
+    // ---- Channels (KvPimKitChannels.cpp)
+    std::shared_ptr<KvPimChannel> createChannelWithId(std::string const& channelId,
+                                                      std::weak_ptr<KvPimChannelDelegate> channelDelegate);
+    bool destroyChannelWithId(std::string const& channelId);
+    std::shared_ptr<KvPimInvitationKit> getPimInvitationKit();
+
+    /// Runs one operation: refuses it when not logged in or when its arguments are invalid, else sends what `payload`
+    /// makes. `finish(code, result)` is called exactly once; `result` is null for what was refused here.
+    template <class MakePayload, class Finish>
+    void request(KvOperation const& operation, bool isValid, MakePayload const& payload, Finish finish,
+                 std::string const& channelId = {});
+    /// The same on a given socket, which may be null: channel objects keep the one that they were given.
+    template <class MakePayload, class Finish>
+    void requestOn(std::shared_ptr<SocketIOClient> const& on, KvOperation const& operation, bool isValid,
+                   MakePayload const& payload, Finish finish, std::string const& channelId = {});
+
+    /// Calls a member of the delegate, if the client, the delegate and that member are all there. Says whether it did.
+    template <auto Member, class... Arguments>
+    bool tell(Arguments const&... arguments);
+
+    std::shared_ptr<KvMainQueue> const mainQueue;
+    std::shared_ptr<KvMainQueue> const engine;
+    KvPimOptions const options;
+    std::weak_ptr<KvPimKit> kit;
+
+    std::int32_t connectIndex = 0;  // into the table of reconnection delays
+    std::weak_ptr<KvPimDelegate> delegate;
+    std::shared_ptr<KvPimInvitationKit> invitationKit;
+    std::unique_ptr<SocketManager> manager;
+    std::weak_ptr<SocketIOClient> socket;
+    std::shared_ptr<KvPimStateManager> const stateManager;
+    std::string brivelServer;
+    Completion loginBlcok;  // of the login in progress
+    std::int64_t disconnectReason = 0;
+    std::int64_t loginError = 0;
+    std::unordered_map<std::string, std::shared_ptr<KvPimChannel>> channelDict;
+    std::string apiServer;
+    KvPimDebugInfo debugInfo;
+    KvPimStateHelper stateHelper;
+    KvWorkQueue queue;
+
+private:
+    // ---- Server events, in the order in which they are subscribed (KvPimServerEvents.cpp)
+    void registerCallback();
+    void onDisconnect(SocketData const& data);
+    void onDisconnectReason(SocketData const& data);
+    void loginSuccess(SocketData const& data);
+    void channelAttributesUpdated(SocketData const& data);
+    void peersOnlineStatusChanged(SocketData const& data);
+    void peersUserAttributesChanged(SocketData const& data);
+    void messageToPeerReceived(SocketData const& data);
+    void invitationNotify(SocketData const& data);
+    void channelMemberCountNotify(SocketData const& data);
+    void memberJoined(SocketData const& data);
+    void memberLeft(SocketData const& data);
+    void channelMessageReceived(SocketData const& data);
+
+    static KvWork login(std::weak_ptr<KvPimKitImpl> client, boost::json::object config,
+                        std::shared_ptr<KvOwedCompletion> owed);
+    static KvWork reconnectAfterDelay(std::weak_ptr<KvPimKitImpl> client);
+    void cleanResourcesAfterLogout();
+    void makeSocketManager(boost::json::object const& config);
+    void handOutSocket();
+    /// Tells the delegate of a state; the event report of it is made only when the delegate listens.
+    void tellAndReportState(std::int64_t state, std::int64_t reason);
+    std::shared_ptr<KvPimChannel> findChannel(std::optional<std::string> const& channelId) const;
+
+    using Channels = std::vector<std::shared_ptr<KvPimChannel>>;
+    void restoreJoinedChannels(Channels const& channels);
+    void restoreLocalUserAttributes(std::vector<KvPimAttribute> const& attributes);
+    void restoreSubscribedOnlineStatusOfPeers(Strings const& peerIds);
+    void restoreSubscribedAttributesOfPeers(Strings const& peerIds);
+    /// Posts `again`, to be called with this client if it still lives.
+    template <class Again>
+    void retryAtNextTurn(Again again);
+};
+
+template <class MakePayload, class Finish>
+void KvPimKitImpl::request(KvOperation const& operation, bool isValid, MakePayload const& payload, Finish finish,
+                           std::string const& channelId) {
+    requestOn(socket.lock(), operation, isValid, payload, std::move(finish), channelId);
+}
+
+template <class MakePayload, class Finish>
+void KvPimKitImpl::requestOn(std::shared_ptr<SocketIOClient> const& on, KvOperation const& operation, bool isValid,
+                             MakePayload const& payload, Finish finish, std::string const& channelId) {
+    // Keeps nothing of this client: it may be gone when the answer comes, or when a completion returns.
+    auto conclude = [&operation, channelId, finish = std::move(finish)](std::int64_t code, KvPimResult const* result) {
+        auto const& report = operation.report;
+        bool const first = report.order == KvReport::Order::beforeCompletion;
+        bool const isAnswer = result != nullptr;
+        bool const differs = report.codeOfInvalidArgument != 0 && !isAnswer && code == operation.invalidArgument;
+        auto const reported = differs ? report.codeOfInvalidArgument : code;
+        if (code != 0 && first) report.failure(reported, isAnswer, channelId);
+        finish(code, result);
+        if (code != 0 && !first) report.failure(reported, isAnswer, channelId);
+    };
+    if (!stateManager->login) return conclude(KvPimErrorNotLogin, nullptr);
+    if (!isValid) return conclude(operation.invalidArgument, nullptr);
+    SocketItems items = payload();
+    logRequest(operation, items);
+    emitCommand(*mainQueue, on, operation.command, std::move(items), operation.timeout,
+                [&operation, conclude = std::move(conclude)](KvPimResult const& result) {
+                    conclude(operation.codes.of(result), &result);
+                });
+}
+
+template <auto Member, class... Arguments>
+bool KvPimKitImpl::tell(Arguments const&... arguments) {
+    auto const client = kit.lock();
+    auto const listener = delegate.lock();
+    if (!client || !listener || !((*listener).*Member)) return false;
+    ((*listener).*Member)(*client, arguments...);
+    return true;
+}
+
+}  // namespace kv

@@ -1,0 +1,179 @@
+// Disconnection, reconnection, and the restoring of what the login had built up.
+#include <cstdio>
+
+#include "Classes/Catagory/KvDate.h"
+#include "Classes/Catagory/KvJson.h"
+#include "Classes/Internal/KvPimKitImpl.h"
+#include "Classes/KvPimChannel.h"
+#include "Classes/Utils/KvInvitationStore.h"
+#include "Classes/Utils/KvLog.h"
+#include "Classes/Utils/Logan/LoganManager.h"
+#include "SocketIO/SocketIOClient.h"
+
+namespace kv {
+namespace {
+
+constexpr std::array<std::chrono::seconds, 4> kConnectInterval{
+    std::chrono::seconds(1), std::chrono::seconds(2), std::chrono::seconds(4), std::chrono::seconds(6)};
+
+struct LoginFailure {
+    std::string_view text;
+    std::int64_t code;
+};
+constexpr LoginFailure kLoginFailures[] = {
+    {"loginFail: InvalidAppId", KvPimLoginErrorInvalidAppId},   {"loginFail: InvalidArgument", KvPimLoginErrorInvalidArgument},
+    {"loginFail: InvalidToken", KvPimLoginErrorInvalidToken},   {"loginFail: ExpiredToken", KvPimLoginErrorTokenExpired},
+    {"loginFail: AuthFail", KvPimLoginErrorNotAuthorized},      {"loginFail: AppForbidden", KvPimLoginErrorAppForbidden},
+};
+
+std::string reasonOf(SocketData const& data) { return asString(firstOf(data.items())).value_or(""); }
+
+}  // namespace
+
+void KvPimKitImpl::onDisconnectReason(SocketData const& data) {
+    KvLog::shared().warn("disconnectReason, params = %@", KvLogPayload{data});
+    auto const reason = reasonOf(data);
+    if (reason == "KickOff") {
+        disconnectReason = KvPimConnectionChangeReasonRemoteLogin;
+    } else if (reason == "ExpireSession") {
+        disconnectReason = KvPimConnectionChangeReasonExpiredSession;
+    } else {
+        auto const* const known = std::ranges::find(kLoginFailures, reason, &LoginFailure::text);
+        loginError = known != std::end(kLoginFailures) ? known->code : std::int64_t{KvPimLoginErrorUnknown};
+    }
+}
+
+void KvPimKitImpl::onDisconnect(SocketData const& data) {
+    KvLog::shared().info("disconnect, params = %@", KvLogPayload{data});
+    auto const reason = reasonOf(data);
+    auto& reporter = LoganManager::sharedInstance();
+    if (loginBlcok) {
+        reporter.setTsConnectServer(currentTimeStamp() - reporter.tsConnectServer());
+        reporter.loginResult(0, loginError);
+        auto const done = loginBlcok;
+        done(loginError);
+        loginBlcok = nullptr;
+        stateManager->state = KvPimConnectionStateDisconnected;
+        tellAndReportState(KvPimConnectionStateDisconnected, KvPimConnectionChangeReasonLoginFailure);
+        return;
+    }
+    if (reason == "Got Disconnect" && disconnectReason == KvPimConnectionChangeReasonRemoteLogin) {
+        stateManager->state = KvPimConnectionStateDisconnected;
+        tellAndReportState(KvPimConnectionStateDisconnected, KvPimConnectionChangeReasonRemoteLogin);
+        return;
+    }
+    if (reason == "Namespace leave") {
+        stateManager->state = KvPimConnectionStateDisconnected;
+        debugInfo.logout();
+        KvInvitationStore::shared().reset();
+        tellAndReportState(KvPimConnectionStateDisconnected, KvPimConnectionChangeReasonLogout);
+        return;
+    }
+    if (reason == "loginFail: ExpiredToken") tell<&KvPimDelegate::tokenDidExpire>();
+    if (stateManager->state != KvPimConnectionStateReconnecting) stateManager->state = KvPimConnectionStateDisconnected;
+    reconnect();
+}
+
+void KvPimKitImpl::reconnect() {
+    queue.add([weak = weak_from_this()] { return reconnectAfterDelay(weak); });
+}
+
+KvWork KvPimKitImpl::reconnectAfterDelay(std::weak_ptr<KvPimKitImpl> client) {
+    auto self = client.lock();
+    if (!self || !self->stateManager->login) co_return;
+    auto const mainQueue = self->mainQueue;
+    auto const delay = kConnectInterval[static_cast<std::size_t>(self->connectIndex)];
+    self.reset();  // the application may let go of the client meanwhile
+    co_await KvDelay{*mainQueue, delay};
+
+    self = client.lock();
+    if (!self) co_return;
+    if (self->stateManager->state != KvPimConnectionStateReconnecting) {
+        mainQueue->post([client] {
+            if (auto const told = client.lock()) {
+                told->tell<&KvPimDelegate::connectionStateChanged>(KvPimConnectionStateReconnecting,
+                                                                  KvPimConnectionChangeReasonInterrupted);
+            }
+        });
+    }
+    self->rebuildSocketManagerWithConfig(self->stateHelper.loginParams.generateSocketConfig());
+    self->socket.lock()->connect();
+    self->stateManager->state = KvPimConnectionStateReconnecting;
+    KvLog::shared().info("reconnect");
+    ++self->connectIndex;
+    std::printf("connectIndex:%d \n", self->connectIndex);
+    std::fflush(stdout);
+    if (self->connectIndex >= static_cast<std::int32_t>(kConnectInterval.size())) {
+        self->connectIndex = static_cast<std::int32_t>(kConnectInterval.size()) - 1;
+    }
+}
+
+void KvPimKitImpl::rebuildSocketManagerWithConfig(boost::json::object const& config) {
+    if (auto const connected = socket.lock()) connected->disconnect();
+    makeSocketManager(config);
+}
+
+void KvPimKitImpl::restoreStateAfterReconnection() {
+    restoreJoinedChannels(stateHelper.channelManager.channels());
+    restoreLocalUserAttributes(stateHelper.localUserAttributes.pimAttributes());
+    restoreSubscribedOnlineStatusOfPeers(stateHelper.subscribedOnlineStatusPeerIds());
+    restoreSubscribedAttributesOfPeers(stateHelper.subscribedAttributesPeerIds());
+}
+
+// A server that refuses at once is asked again as fast as it answers; each turn of the queue in between belongs to others.
+template <class Again>
+void KvPimKitImpl::retryAtNextTurn(Again again) {
+    mainQueue->post([weak = weak_from_this(), again = std::move(again)] {
+        if (auto const self = weak.lock()) again(*self);
+    });
+}
+
+void KvPimKitImpl::restoreJoinedChannels(Channels const& channels) {
+    if (!stateManager->login || channels.empty()) return;
+    struct Group {
+        std::size_t open;
+        Channels failed;
+    };
+    auto const group = std::make_shared<Group>(Group{channels.size(), {}});
+    for (auto const& channel : channels) {
+        channel->joinWithCompletion([weak = weak_from_this(), group, channel](std::int64_t code) {
+            if (code != 0) group->failed.push_back(channel);
+            if (--group->open > 0 || group->failed.empty()) return;
+            if (auto const self = weak.lock()) {
+                self->retryAtNextTurn([group](KvPimKitImpl& client) { client.restoreJoinedChannels(group->failed); });
+            }
+        });
+    }
+}
+
+void KvPimKitImpl::restoreLocalUserAttributes(std::vector<KvPimAttribute> const& attributes) {
+    auto const client = kit.lock();
+    if (!stateManager->login || attributes.empty() || !client) return;
+    client->setLocalUserAttributes(attributes, [weak = weak_from_this(), attributes](std::int64_t code) {
+        auto const self = weak.lock();
+        if (code == 0 || !self) return;
+        self->retryAtNextTurn([attributes](KvPimKitImpl& again) { again.restoreLocalUserAttributes(attributes); });
+    });
+}
+
+void KvPimKitImpl::restoreSubscribedOnlineStatusOfPeers(Strings const& peerIds) {
+    auto const client = kit.lock();
+    if (!stateManager->login || peerIds.empty() || !client) return;
+    client->subscribePeersOnlineStatus(peerIds, [weak = weak_from_this(), peerIds](std::int64_t code) {
+        auto const self = weak.lock();
+        if (code == 0 || !self) return;
+        self->retryAtNextTurn([peerIds](KvPimKitImpl& again) { again.restoreSubscribedOnlineStatusOfPeers(peerIds); });
+    });
+}
+
+void KvPimKitImpl::restoreSubscribedAttributesOfPeers(Strings const& peerIds) {
+    auto const client = kit.lock();
+    if (!stateManager->login || peerIds.empty() || !client) return;
+    client->subscribePeersUserAttribes(peerIds, [weak = weak_from_this(), peerIds](std::int64_t code) {
+        auto const self = weak.lock();
+        if (code == 0 || !self) return;
+        self->retryAtNextTurn([peerIds](KvPimKitImpl& again) { again.restoreSubscribedAttributesOfPeers(peerIds); });
+    });
+}
+
+}  // namespace kv

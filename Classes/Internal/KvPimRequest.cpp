@@ -1,0 +1,61 @@
+#include "Classes/Internal/KvPimRequest.h"
+
+#include <utility>
+
+#include "Classes/Utils/KvLog.h"
+#include "Classes/Utils/Logan/LoganManager.h"
+#include "SocketIO/SocketIOClient.h"
+
+namespace kv {
+
+std::int64_t KvCodes::of(KvPimResult const& result) const {
+    if (result.code == 0 && !refusalBeforeSuccess) return 0;
+    if (result.errorString == "NO ACK") return noAck;
+    if (result.errorString == "Too Many Requests") return tooManyRequests;
+    if (result.code == 0) return 0;
+    for (auto const& row : passed) {
+        if (row.result != 0 && row.result == result.code) return row.code;
+    }
+    return other;
+}
+
+void KvReport::failure(std::int64_t code, bool isAnswer, std::string const& channelId) const {
+    if (about == About::nothing) return;
+    std::string name(interface);
+    if (isAnswer) name += "_block_invoke";
+    auto& reporter = LoganManager::sharedInstance();
+    if (about == About::user) {
+        reporter.userAttributes(std::string(action), name, 0, code);
+    } else {
+        reporter.channelAttributes(channelId, std::string(action), name, 0, code);
+    }
+}
+
+SocketItems payloadOf(boost::json::object dictionary) {
+    SocketItems payload;
+    payload.values.emplace_back(std::move(dictionary));
+    return payload;
+}
+
+void logRequest(KvOperation const& operation, SocketItems const& payload) {
+    if (operation.logLine.empty()) return;
+    KvLog::shared().info(operation.logLine, KvLogPayload{payload.values.front(), payload.attachments});
+}
+
+void emitCommand(KvMainQueue& queue, std::shared_ptr<SocketIOClient> const& socket, std::string_view command,
+                 SocketItems payload, std::chrono::seconds timeout, KvAnswer answered) {
+    if (!socket) {
+        auto timer = std::make_shared<KvQueueTimer>();
+        *timer = queue.after(timeout, [timer, answered = std::move(answered)] {
+            boost::json::array const items{"NO ACK"};
+            answered(KvPimResult::resultWithArray(SocketData(items, {})));
+        });
+        return;
+    }
+    payload.values.insert(payload.values.begin(), boost::json::value(command));
+    socket->emitWithAck("command", std::move(payload)).timingOutAfter(timeout, [answered = std::move(answered)](SocketData const& data) {
+        answered(KvPimResult::resultWithArray(data));
+    });
+}
+
+}  // namespace kv

@@ -1,0 +1,89 @@
+// The one way in which the client asks the server for something: a command with an acknowledgement and a time-out, whose
+// outcome becomes the operation's own code. An operation is a row (KvOperation) and the few lines that make its payload
+// and read its answer.
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "Classes/Model/KvPimResult.h"
+#include "Platform/KvMainQueue.h"
+#include "SocketIO/SocketData.h"
+
+namespace kv {
+
+class SocketIOClient;
+
+/// What a completion receives for each outcome of one operation.
+struct KvCodes {
+    struct Passed {
+        std::int32_t result = 0;  // as the server answered; 0 for an unused row
+        std::int64_t code = 0;
+    };
+    std::int64_t noAck;
+    std::int64_t tooManyRequests;
+    std::int64_t other;
+    std::array<Passed, 4> passed{};
+    /// The texts of a refusal are looked at before the result, so that one beats even a result of 0.
+    bool refusalBeforeSuccess = false;
+
+    std::int64_t of(KvPimResult const& result) const;
+};
+
+/// How an operation's failures are reported as events. Successes never are.
+struct KvReport {
+    enum class About { nothing, user, channel };
+    enum class Order { afterCompletion, beforeCompletion };
+    About about = About::nothing;
+    std::string_view action{};
+    std::string_view interface{};
+    Order order = Order::afterCompletion;
+    std::int64_t codeOfInvalidArgument = 0;  // in the report, where it differs from what the completion hears
+
+    /// `channelId` matters to reports about channels only.
+    void failure(std::int64_t code, bool isAnswer, std::string const& channelId) const;
+};
+
+struct KvOperation {
+    std::string_view command;
+    KvCodes codes;
+    std::int64_t invalidArgument = 0;
+    /// Logged at info before the command leaves; "%@" stands for the payload. Empty for none.
+    std::string_view logLine{};
+    KvReport report{};
+    std::chrono::seconds timeout{6};
+};
+
+/// A row that could report success for a failure, or that has no command, is a mistake that must not compile.
+consteval bool isSound(KvOperation const& operation) {
+    return !operation.command.empty() && operation.codes.noAck != 0 && operation.codes.tooManyRequests != 0 &&
+           operation.codes.other != 0 && std::ranges::all_of(operation.codes.passed, [](KvCodes::Passed const& row) {
+               return (row.result == 0) == (row.code == 0);
+           });
+}
+
+using KvAnswer = std::function<void(KvPimResult const& result)>;
+
+/// Sends "command" with the command's name and a payload (the first of `payload.values`). `answered` is called exactly
+/// once, on the main queue, never inside the call; without a socket that happens at the time-out, like without an answer.
+void emitCommand(KvMainQueue& queue, std::shared_ptr<SocketIOClient> const& socket, std::string_view command,
+                 SocketItems payload, std::chrono::seconds timeout, KvAnswer answered);
+
+/// A payload without binary data.
+SocketItems payloadOf(boost::json::object dictionary);
+/// Logs the operation's line, if it has one, with the payload.
+void logRequest(KvOperation const& operation, SocketItems const& payload);
+
+/// Calls what the application gave, if it gave something.
+template <class Completion, class... Arguments>
+void complete(Completion const& done, Arguments const&... arguments) {
+    if (done) done(arguments...);
+}
+
+}  // namespace kv

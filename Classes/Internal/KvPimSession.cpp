@@ -1,0 +1,192 @@
+// Login, logout and token renewal.
+#include "Classes/Catagory/KvDate.h"
+#include "Classes/Catagory/KvJson.h"
+#include "Classes/Catagory/KvString.h"
+#include "Classes/Internal/KvPimKitImpl.h"
+#include "Classes/KvPimChannel.h"
+#include "Classes/KvPimInvitationKit.h"
+#include "Classes/Network/KvApiHelper.h"
+#include "Classes/Utils/KvLog.h"
+#include "Classes/Utils/Logan/LoganManager.h"
+#include "SocketIO/SocketIOClient.h"
+
+namespace kv {
+namespace json = boost::json;
+namespace {
+
+constexpr std::chrono::seconds kConnectTimeout{6};
+
+SocketConfig socketConfigFrom(json::object const& config, KvPimOptions const& options) {
+    SocketConfig socketConfig;
+    auto const* compress = valueOf(&config, "compress");
+    socketConfig.compress = compress != nullptr && compress->is_bool() && compress->get_bool();
+    if (auto const* parameters = objectOf(&config, "connectParams")) {
+        for (auto const& [key, value] : *parameters) {
+            socketConfig.connectParams.emplace_back(key, asString(&value).value_or(""));
+        }
+    }
+    socketConfig.caFile = options.envConfig.caFile;
+    socketConfig.maxQueuedBytes = options.maxQueuedBytes;
+    socketConfig.log = [](std::string_view line) { KvLog::shared().error("%@", line); };
+    return socketConfig;
+}
+
+}  // namespace
+
+void KvPimKitImpl::loginByToken(std::string token, std::int64_t timeStamp, std::string userId, Completion done) {
+    auto& reporter = LoganManager::sharedInstance();
+    reporter.setUId(userId);
+    reporter.startLogan(token, userId, timeStamp);
+    auto const refuse = [&](std::int64_t code) {
+        complete(done, code);
+        reporter.loginResult(0, code);
+    };
+    if (stateManager->login || stateManager->state == KvPimConnectionStateConnecting) {
+        return refuse(KvPimLoginErrorAlreadyLogin);
+    }
+    if (!isValidId(userId)) return refuse(KvPimLoginErrorInvalidArgument);
+
+    debugInfo.loginWithToken(token, userId, static_cast<double>(timeStamp));
+    stateHelper.loginParams.loginWithToken(token, stateManager->appId, userId, timeStamp);
+    auto config = stateHelper.loginParams.generateSocketConfig();
+    stateManager->state = KvPimConnectionStateConnecting;
+    stateManager->userId = std::move(userId);
+    KvLog::shared().info("socket config: %@", config);
+    auto owed = std::make_shared<KvOwedCompletion>(mainQueue, std::move(done), KvPimLoginErrorUnknown);
+    queue.add([weak = weak_from_this(), config = std::move(config), owed = std::move(owed)] { return login(weak, config, owed); });
+    tellAndReportState(KvPimConnectionStateConnecting, KvPimConnectionChangeReasonLogin);
+}
+
+KvWork KvPimKitImpl::login(std::weak_ptr<KvPimKitImpl> client, json::object config, std::shared_ptr<KvOwedCompletion> owed) {
+    struct Discovery {
+        std::optional<std::string> server;
+        std::int64_t elapsed = 0;
+    };
+    auto self = client.lock();
+    if (!self) co_return;
+    auto const found = std::make_shared<Discovery>();
+    auto const discovered = std::make_shared<KvSignal>(self->mainQueue);
+    auto const start = currentTimeStamp();
+    LoganManager::sharedInstance().setTsGetServers(start);
+    KvApiHelper::apiServer(self->apiServer, self->stateManager->appId, self->options.envConfig.caFile,
+                           [found, discovered, start](std::optional<std::string> server) {
+                               found->elapsed = currentTimeStamp() - start;
+                               found->server = std::move(server);
+                               discovered->set();
+                           });
+    self.reset();  // the application may let go of the client meanwhile
+    co_await KvSignal::Wait{discovered};
+
+    self = client.lock();
+    if (!self) co_return;
+    LoganManager::sharedInstance().setTsGetServers(found->elapsed);
+    self->brivelServer = found->server.value_or("");
+    self->debugInfo.getBrivelServer(self->brivelServer);
+    self->loginWithConfig(config, owed->take());
+}
+
+void KvPimKitImpl::loginWithConfig(json::object const& config, Completion done) {
+    auto& reporter = LoganManager::sharedInstance();
+    if (brivelServer.empty()) {
+        KvLog::shared().error("no brivelServer");
+        complete(done, KvPimLoginErrorTimeout);
+        reporter.loginResult(0, KvPimLoginErrorTimeout);
+        stateManager->state = KvPimConnectionStateDisconnected;
+        return;
+    }
+    KvLog::shared().info("brivelServer: %@", brivelServer);
+    makeSocketManager(config);
+    loginBlcok = done ? done : [](std::int64_t) {};  // a login is in progress even if nobody wants to hear of its end
+    loginError = KvPimLoginErrorUnknown;
+    connectIndex = 0;
+    reporter.setTsConnectServer(currentTimeStamp());
+    socket.lock()->connectWithTimeoutAfter(kConnectTimeout, [weak = weak_from_this(), done = std::move(done)] {
+        auto const self = weak.lock();
+        if (!self) return;
+        // The attempt goes on: what becomes of it decides the state, and answers the login once more.
+        complete(done, KvPimLoginErrorTimeout);
+        LoganManager::sharedInstance().loginResult(0, KvPimLoginErrorTimeout);
+        self->tell<&KvPimDelegate::connectionStateChanged>(KvPimConnectionStateDisconnected,
+                                                          KvPimConnectionChangeReasonLoginTimeout);
+    });
+}
+
+void KvPimKitImpl::makeSocketManager(json::object const& config) {
+    manager.reset();
+    manager = std::make_unique<SocketManager>(brivelServer, socketConfigFrom(config, options), mainQueue, engine);
+    socket = manager->defaultSocket();
+    manager->setReconnects(false);
+    registerCallback();
+    handOutSocket();
+}
+
+void KvPimKitImpl::handOutSocket() {
+    for (auto const& [id, channel] : channelDict) {
+        channel->socket_ = socket;
+        channel->stateManager_ = stateManager;
+    }
+    if (invitationKit) {
+        invitationKit->socket_ = socket.lock();
+        invitationKit->stateManager_ = stateManager;
+    }
+}
+
+void KvPimKitImpl::loginSuccess(SocketData const& data) {
+    auto& reporter = LoganManager::sharedInstance();
+    KvLog::shared().info("loginSuccess, params = %@", KvLogPayload{data});
+    stateManager->state = KvPimConnectionStateConnected;
+    if (auto const connected = socket.lock()) debugInfo.getConnectionId(connected->sid());
+    if (stateManager->login) restoreStateAfterReconnection();
+    tellAndReportState(KvPimConnectionStateConnected, KvPimConnectionChangeReasonLoginSuccess);
+    stateManager->login = true;
+    auto const done = std::exchange(loginBlcok, nullptr);
+    if (!done) return;
+    reporter.setTsConnectServer(currentTimeStamp() - reporter.tsConnectServer());
+    reporter.loginResult(1, KvPimLoginErrorOk);
+    done(KvPimLoginErrorOk);
+}
+
+void KvPimKitImpl::logoutWithCompletion(Completion done) {
+    auto& reporter = LoganManager::sharedInstance();
+    if (!stateManager->login) {
+        complete(done, KvPimErrorNotLogin);
+        reporter.logout(0, KvPimErrorNotLogin);
+        return;
+    }
+    auto const start = currentTimeStamp();
+    reporter.setTsLogout(start);
+    KvLog::shared().info("user logout");
+    // A client that is destroyed before its turn is as logged out as can be.
+    auto owed = std::make_shared<KvOwedCompletion>(mainQueue, std::move(done), 0);
+    queue.add([weak = weak_from_this(), owed = std::move(owed), start]() -> KvWork {
+        auto const self = weak.lock();
+        if (!self) co_return;
+        self->cleanResourcesAfterLogout();
+        complete(owed->take(), 0);
+        auto& logan = LoganManager::sharedInstance();
+        logan.setTsLogout(currentTimeStamp() - start);
+        logan.logout(1, 0);
+    });
+}
+
+void KvPimKitImpl::cleanResourcesAfterLogout() {
+    if (auto const connected = socket.lock()) connected->disconnect();
+    socket.reset();
+    manager.reset();
+    stateManager->login = false;
+    stateManager->userId.clear();
+    stateHelper.logout();
+    channelDict.clear();
+}
+
+void KvPimKitImpl::renewToken(std::string token, std::int64_t timeStamp, KvPimKit::RenewTokenCompletion done) {
+    if (!stateManager->login) return complete(done, token, KvPimErrorNotLogin);
+    if (!isValidToken(token)) return complete(done, token, std::int64_t{2});
+    stateHelper.loginParams.loginWithToken(token, stateManager->appId, stateManager->userId, timeStamp);
+    auto const config = stateHelper.loginParams.generateSocketConfig();
+    rebuildSocketManagerWithConfig(config);
+    KvLog::shared().info("renewtoken and set socket config: %@", config);
+    complete(done, token, std::int64_t{0});
+}
+
+}  // namespace kv

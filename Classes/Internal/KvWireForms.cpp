@@ -1,0 +1,81 @@
+#include "Classes/Internal/KvWireForms.h"
+
+#include <boost/json/array.hpp>
+
+#include "Classes/Catagory/KvJson.h"
+
+namespace kv {
+namespace json = boost::json;
+namespace {
+
+constexpr std::string_view kDeletedMarker = "!!&@#DELETED#@&!!";
+
+}  // namespace
+
+json::object attributeMapOf(std::vector<KvPimAttribute> const& attributes) {
+    json::object map;
+    map.reserve(attributes.size());
+    for (auto const& attribute : attributes) map.insert_or_assign(attribute.key, attribute.value);
+    return map;
+}
+
+KvPimLocalUserAttributes::Map storedAttributesOf(std::vector<KvPimAttribute> const& attributes) {
+    KvPimLocalUserAttributes::Map map;
+    for (auto const& attribute : attributes) map[attribute.key] = attribute.value;
+    return map;
+}
+
+json::array stringsOf(std::vector<std::string> const& texts) { return json::array(texts.begin(), texts.end()); }
+
+std::vector<KvPimAttribute> attributesFrom(json::object const* map) {
+    std::vector<KvPimAttribute> attributes;
+    if (map == nullptr) return attributes;
+    attributes.reserve(map->size());
+    for (auto const& [key, value] : *map) {
+        if (auto text = asString(&value)) attributes.push_back({key, std::move(*text)});
+    }
+    return attributes;
+}
+
+std::vector<KvPimAttributeWithState> attributesWithStateFrom(json::object const* map) {
+    std::vector<KvPimAttributeWithState> attributes;
+    for (auto& plain : attributesFrom(map)) {
+        bool const deleted = plain.value == kDeletedMarker;
+        if (deleted) plain.value.clear();
+        attributes.push_back({std::move(plain), deleted});
+    }
+    return attributes;
+}
+
+std::vector<std::string> stringsFrom(json::array const* list) {
+    std::vector<std::string> texts;
+    if (list == nullptr) return texts;
+    for (auto const& element : *list) {
+        if (auto text = asString(&element)) texts.push_back(std::move(*text));
+    }
+    return texts;
+}
+
+json::object dictionaryFrom(KvPimMember const& member) {
+    return {{"userId", member.userId}, {"channelId", member.channelId}};
+}
+
+json::object dictionaryFrom(KvPimInvitation const& invitation) {
+    return {{"inviter", invitation.inviter},
+            {"invitee", invitation.invitee},
+            {"requestInfo", invitation.requestInfo},
+            {"responseInfo", invitation.responseInfo},
+            {"state", invitation.state}};
+}
+
+std::shared_ptr<KvPimInvitation> invitationFrom(json::object const* dictionary) {
+    auto invitation = std::make_shared<KvPimInvitation>();
+    invitation->inviter = stringOf(dictionary, "inviter").value_or("");
+    invitation->invitee = stringOf(dictionary, "invitee").value_or("");
+    invitation->requestInfo = stringOf(dictionary, "requestInfo").value_or("");
+    invitation->responseInfo = stringOf(dictionary, "responseInfo").value_or("");
+    invitation->state = asInteger(valueOf(dictionary, "state"));
+    return invitation;
+}
+
+}  // namespace kv

@@ -1,0 +1,32 @@
+// The wire forms of the value records, both ways. What has the wrong type is left out.
+#pragma once
+
+#include <boost/json/object.hpp>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Classes/Internal/KvPimStateHelper.h"
+#include "Classes/Model/KvPimAttribute.h"
+#include "Classes/Model/KvPimInvitation.h"
+#include "Classes/Model/KvPimMember.h"
+
+namespace kv {
+
+/// Keys to values, the later of two with one key, in the order in which the keys came first.
+boost::json::object attributeMapOf(std::vector<KvPimAttribute> const& attributes);
+KvPimLocalUserAttributes::Map storedAttributesOf(std::vector<KvPimAttribute> const& attributes);
+boost::json::array stringsOf(std::vector<std::string> const& texts);
+
+// A null map gives an empty list.
+std::vector<KvPimAttribute> attributesFrom(boost::json::object const* map);
+/// The same, with the marker of a deleted attribute understood.
+std::vector<KvPimAttributeWithState> attributesWithStateFrom(boost::json::object const* map);
+/// The texts of a list; null gives none.
+std::vector<std::string> stringsFrom(boost::json::array const* list);
+
+boost::json::object dictionaryFrom(KvPimMember const& member);
+boost::json::object dictionaryFrom(KvPimInvitation const& invitation);
+std::shared_ptr<KvPimInvitation> invitationFrom(boost::json::object const* dictionary);
+
+}  // namespace kv

@@ -1,0 +1,117 @@
+#include "Classes/KvPimInvitationKit.h"
+
+#include <optional>
+
+#include "Classes/Internal/KvPimRequest.h"
+#include "Classes/Internal/KvWireForms.h"
+#include "Classes/KvPimKit.h"
+#include "Classes/Utils/KvInvitationStore.h"
+#include "Classes/Utils/KvLog.h"
+#include "SocketIO/SocketIOClient.h"
+
+namespace kv {
+namespace {
+
+constexpr std::size_t kMostInfoBytes = 8192;
+constexpr std::int64_t kTimedOut = 1, kInfoTooLong = 2, kNotOwnInvitation = 5;
+
+// The server's 3 and 4 are the only refusals; any other answer means that it took the invitation.
+constexpr KvCodes kCodes{
+    .noAck = kTimedOut, .tooManyRequests = 0, .other = 0, .passed = {{{3, 3}, {4, 4}}}, .refusalBeforeSuccess = true};
+
+}  // namespace
+
+struct KvPimInvitationKit::Operation {
+    char const* type;
+    std::string KvPimInvitation::*localUser;  // who alone may do this
+    bool starts;                              // makes the invitation pending, instead of ending it
+};
+
+void KvPimInvitationKit::sendInvitation(std::shared_ptr<KvPimInvitation> invitation, Completion done) {
+    run({"send", &KvPimInvitation::inviter, true}, std::move(invitation), std::move(done));
+}
+
+void KvPimInvitationKit::cancelInvitation(std::shared_ptr<KvPimInvitation> invitation, Completion done) {
+    run({"cancel", &KvPimInvitation::inviter, false}, std::move(invitation), std::move(done));
+}
+
+void KvPimInvitationKit::acceptInvitation(std::shared_ptr<KvPimInvitation> invitation, Completion done) {
+    run({"accept", &KvPimInvitation::invitee, false}, std::move(invitation), std::move(done));
+}
+
+void KvPimInvitationKit::refuseInvitation(std::shared_ptr<KvPimInvitation> invitation, Completion done) {
+    run({"refuse", &KvPimInvitation::invitee, false}, std::move(invitation), std::move(done));
+}
+
+void KvPimInvitationKit::run(Operation const& operation, std::shared_ptr<KvPimInvitation> invitation, Completion done) {
+    auto const session = stateManager_.lock();
+    if (!session || !session->login) return complete(done, KvPimErrorNotLogin);
+    if (!invitation || (*invitation).*operation.localUser != session->userId) return complete(done, kNotOwnInvitation);
+    if (invitation->requestInfo.size() > kMostInfoBytes || invitation->responseInfo.size() > kMostInfoBytes) {
+        return complete(done, kInfoTooLong);
+    }
+    auto payload = payloadOf({{"type", operation.type}, {"invitation", dictionaryFrom(*invitation)}});
+    // The kit is held until the answer: it is the target of the timer that an accepted invitation starts.
+    emitCommand(*mainQueue_, socket_, "invitationOp", std::move(payload), std::chrono::seconds(6),
+                [self = shared_from_this(), starts = operation.starts, invitation = std::move(invitation),
+                 done = std::move(done)](KvPimResult const& result) {
+                    auto const code = kCodes.of(result);
+                    auto& store = KvInvitationStore::shared();
+                    if (starts && code == kTimedOut) invitation->state = KvPimInvitationStateFailed;
+                    if (starts && code == 0) {
+                        invitation->state = KvPimInvitationStatePending;
+                        store.addTimerAndInvitation(invitation, self);
+                    } else if (code == 0) {
+                        store.removeTimerAndInvitation(*invitation);
+                    }
+                    complete(done, code);
+                });
+}
+
+void KvPimInvitationKit::parseInvitation(std::shared_ptr<KvPimInvitation> incoming) {
+    auto& store = KvInvitationStore::shared();
+    auto invitation = store.getInvitation(*incoming);
+    if (invitation) {
+        invitation->state = incoming->state;
+    } else {
+        invitation = incoming;
+    }
+    auto const listener = delegate_.lock();
+    // The store's work belongs to the delegate's: where the delegate does not listen, the invitation stays as it is.
+    auto const tell = [&](Callback KvPimInvitationDelegate::*member, std::shared_ptr<KvPimInvitation> const& told) {
+        if (!listener || !((*listener).*member)) return false;
+        ((*listener).*member)(*this, told);
+        return true;
+    };
+    auto const self = shared_from_this();
+    switch (incoming->state) {
+        case KvPimInvitationStateFailed: return fail(invitation, 0);
+        case KvPimInvitationStatePending:
+            if (tell(&KvPimInvitationDelegate::invitationArrived, invitation)) store.addTimerAndInvitation(invitation, self);
+            return;
+        case KvPimInvitationStateCanceled:
+            if (tell(&KvPimInvitationDelegate::invitationCanceled, invitation)) store.removeTimerAndInvitation(*invitation);
+            return;
+        case KvPimInvitationStateAccepted:
+            // Unlike all others this one hands over what the notice said, not the object that the application holds.
+            if (tell(&KvPimInvitationDelegate::invitationAccept, incoming)) store.removeTimerAndInvitation(*invitation);
+            return;
+        case KvPimInvitationStateRefused:
+            if (tell(&KvPimInvitationDelegate::invitationRefused, invitation)) store.removeTimerAndInvitation(*invitation);
+            return;
+        default: return;
+    }
+}
+
+void KvPimInvitationKit::fail(std::shared_ptr<KvPimInvitation> const& invitation, std::int64_t errorCode) {
+    if (stateManager_.expired()) return;  // the client is gone; a timer only kept the kit
+    auto const listener = delegate_.lock();
+    if (!listener) return;
+    if (!listener->invitationFailed) {
+        KvLog::shared().error("invitationFailed is not implemented: %@", dictionaryFrom(*invitation));
+        return;
+    }
+    listener->invitationFailed(*this, invitation, errorCode);
+}
+
+}  // namespace kv

@@ -1,0 +1,103 @@
+#include "Classes/KvPimKit.h"
+
+#include <cassert>
+
+#include "Classes/Internal/KvBundle.h"
+#include "Classes/Internal/KvPimKitImpl.h"
+#include "Classes/KvPimInvitationKit.h"
+#include "Classes/Network/KvApiManager.h"
+#include "Classes/Network/KvServerAddress.h"
+#include "Classes/Utils/KvLog.h"
+#include "Classes/Utils/Logan/LoganManager.h"
+#include "Platform/KvEngineThread.h"
+#include "SocketIO/SocketIOClient.h"
+
+namespace kv {
+
+char const KvPimVersionString[] = KVPIM_VERSION;
+
+KvPimKitImpl::KvPimKitImpl(std::string appId, std::weak_ptr<KvPimDelegate> listener, KvPimOptions given)
+    : mainQueue(given.mainQueue ? given.mainQueue : KvMainQueue::main()),
+      engine(given.engine == KvPimEngine::thread ? engineThreadQueue() : mainQueue),
+      options(std::move(given)),
+      delegate(std::move(listener)),
+      stateManager(std::make_shared<KvPimStateManager>()),
+      apiServer(options.envConfig.apiServer.empty() ? KvApiManager::apiServer() : options.envConfig.apiServer),
+      queue(mainQueue) {
+    stateManager->appId = std::move(appId);
+}
+
+KvPimKitImpl::~KvPimKitImpl() {
+    // A login that is still in progress ends here.
+    if (loginBlcok) mainQueue->post([done = std::move(loginBlcok), code = loginError] { done(code); });
+}
+
+std::shared_ptr<KvPimInvitationKit> KvPimKitImpl::getPimInvitationKit() {
+    if (!invitationKit) {
+        invitationKit = std::shared_ptr<KvPimInvitationKit>(new KvPimInvitationKit);
+        invitationKit->socket_ = socket.lock();
+        invitationKit->stateManager_ = stateManager;
+        invitationKit->mainQueue_ = mainQueue;
+    }
+    return invitationKit;
+}
+
+std::shared_ptr<KvPimKit> KvPimKit::initWithAppId(std::string appId, std::weak_ptr<KvPimDelegate> delegate,
+                                                  KvPimOptions options) {
+    LoganManager::configure(options.envConfig);
+    LoganManager::sharedInstance().setAppId(appId);
+    auto impl = std::make_shared<KvPimKitImpl>(std::move(appId), std::move(delegate), std::move(options));
+    if (!isValidApiServer(impl->apiServer)) return nullptr;
+    impl->debugInfo.getApiServer(impl->apiServer);
+    auto kit = std::shared_ptr<KvPimKit>(new KvPimKit(impl));
+    impl->kit = kit;
+    return kit;
+}
+
+KvPimKit::KvPimKit(std::shared_ptr<KvPimKitImpl> impl) : impl_(std::move(impl)) {}
+
+KvPimKit::~KvPimKit() = default;
+
+// Completions and delegates may drop the client while it is at work: each call keeps the inside alive until it returns.
+
+void KvPimKit::loginByToken(std::string token, std::int64_t timeStamp, std::string userId, Completion done) {
+    assert(impl_->mainQueue->isOwnThread() && "call the client from the thread that drives its main queue, or post to it");
+    auto const impl = impl_;
+    impl->loginByToken(std::move(token), timeStamp, std::move(userId), std::move(done));
+}
+
+void KvPimKit::loginWithConfig(boost::json::object const& config, Completion done) {
+    auto const impl = impl_;
+    impl->loginWithConfig(config, std::move(done));
+}
+
+void KvPimKit::logoutWithCompletion(Completion done) {
+    auto const impl = impl_;
+    impl->logoutWithCompletion(std::move(done));
+}
+
+void KvPimKit::renewToken(std::string token, std::int64_t timeStamp, RenewTokenCompletion done) {
+    auto const impl = impl_;
+    impl->renewToken(std::move(token), timeStamp, std::move(done));
+}
+
+std::shared_ptr<KvPimInvitationKit> KvPimKit::getPimInvitationKit() { return impl_->getPimInvitationKit(); }
+
+boost::json::object KvPimKit::getDebugInfo() const { return impl_->debugInfo.toJsonModel(); }
+
+std::string const& KvPimKit::getSDKVersion() { return sdkVersionString(); }
+
+std::int32_t KvPimKit::setParameters(std::string const&) { return 0; }
+
+void KvPimKit::setLogFile(std::string const& path) { KvLog::shared().setLogFilePath(path); }
+
+void KvPimKit::setLogFilters(std::int64_t filters) { KvLog::shared().setLogFilter(filters); }
+
+KvPimStateManager const& KvPimKit::stateManager() const { return *impl_->stateManager; }
+
+boost::json::object KvPimKit::generateSocketConfig(std::string const& token, std::string const& userId,
+                                                   std::string const& appId, std::int64_t timeStamp) const {
+    return socketConfigOf({{"token", token}, {"userId", userId}, {"timestamp", timeStamp}}, appId);
+}
+
+}  // namespace kv

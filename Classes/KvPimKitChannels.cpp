@@ -1,0 +1,176 @@
+// A client's channels: the objects, their attributes, their member counts.
+#include "Classes/Catagory/KvJson.h"
+#include "Classes/Catagory/KvString.h"
+#include "Classes/Internal/KvPimKitImpl.h"
+#include "Classes/Internal/KvWireForms.h"
+#include "Classes/KvPimChannel.h"
+#include "Classes/Utils/KvLog.h"
+#include "Classes/Utils/Logan/LoganManager.h"
+#include "SocketIO/SocketIOClient.h"
+
+namespace kv {
+namespace json = boost::json;
+namespace {
+
+// ---- Writes. A refusal's text beats even a result of 0 here.
+
+constexpr KvCodes kWriteCodes{
+    .noAck = 7, .tooManyRequests = 5, .other = 2, .passed = {{{4, 4}}}, .refusalBeforeSuccess = true};
+
+constexpr KvOperation write(std::string_view command, std::string_view logLine, std::string_view action,
+                            std::string_view interface) {
+    return {.command = command,
+            .codes = kWriteCodes,
+            .invalidArgument = 3,
+            .logLine = logLine,
+            .report = {KvReport::About::channel, action, interface}};
+}
+
+constexpr KvOperation kSet = write("setChannelAttributes", "set channel attributes: %@", KvLoganActionStringSet,
+                                   "-[KvPimKit setChannel:attributes:options:completion:]");
+constexpr KvOperation kAddOrUpdate =
+    write("addOrUpdateChannelAttributes", "add or update channel attributes: %@", KvLoganActionStringUpdate,
+          "-[KvPimKit addOrUpdateChannel:attributes:options:completion:]");
+constexpr KvOperation kDelete = write("deleteChannelAttributesByKeys", "delete channel attributes: %@",
+                                      KvLoganActionStringDelete,
+                                      "-[KvPimKit deleteChannelAttributes:byKeys:options:completion:]");
+constexpr KvOperation kClear = write("clearChannelAttributes", "clear channel attributes: %@", KvLoganActionStringDelete,
+                                     "-[KvPimKit clearChannelAttributes:options:completion:]");
+
+// ---- Reads
+
+constexpr KvOperation kGet{
+    .command = "getChannelAttributes",
+    .codes = {.noAck = 7, .tooManyRequests = 5, .other = 2},
+    .invalidArgument = 3,
+    .logLine = "get channel attributes: %@",
+    // An invalid id is reported as if the client were not logged in, whatever the completion hears.
+    .report = {.about = KvReport::About::channel,
+               .action = KvLoganActionStringGet,
+               .interface = "-[KvPimKit getChannelAttributes:completion:]",
+               .codeOfInvalidArgument = KvPimErrorNotLogin}};
+constexpr KvOperation kGetByKeys{
+    .command = "getChannelAttributesByKeys",
+    .codes = {.noAck = 7, .tooManyRequests = 5, .other = 2, .passed = {{{3, 3}}}},
+    .invalidArgument = 3,
+    .logLine = "get channel attributes: %@",
+    .report = {KvReport::About::channel, KvLoganActionStringGet, "-[KvPimKit getChannelAttributes:byKeys:completion:]"}};
+constexpr KvOperation kGetMemberCount{
+    .command = "getChannelMemberCount",
+    .codes = {.noAck = 4, .tooManyRequests = 3, .other = 1, .passed = {{{2, 2}, {5, 5}}}},
+    .invalidArgument = 2};
+constexpr std::size_t kMostCountedChannels = 32;
+constexpr std::int64_t kTooManyChannels = 5;
+
+static_assert(isSound(kSet) && isSound(kAddOrUpdate) && isSound(kDelete) && isSound(kClear) && isSound(kGet) &&
+              isSound(kGetByKeys) && isSound(kGetMemberCount));
+
+SocketItems writePayload(std::string const& channelId, KvPimChannelAttributeOptions options, char const* key = nullptr,
+                         json::value what = nullptr) {
+    json::object payload{{"channelId", channelId}};
+    if (key != nullptr) payload[key] = std::move(what);
+    payload["option"] = {{"notify", options.enableNotificationToChannelMembers}};
+    return payloadOf(std::move(payload));
+}
+
+auto finishing(KvPimKit::Completion done) {
+    return [done = std::move(done)](std::int64_t code, KvPimResult const*) { complete(done, code); };
+}
+
+auto readingAttributes(KvPimKit::AttributesCompletion done) {
+    return [done = std::move(done)](std::int64_t code, KvPimResult const* result) {
+        std::optional<std::vector<KvPimAttribute>> attributes;
+        if (code == 0) attributes = attributesFrom(objectOf(result->response, "attributes"));
+        complete(done, attributes, code);
+    };
+}
+
+}  // namespace
+
+std::shared_ptr<KvPimChannel> KvPimKitImpl::createChannelWithId(std::string const& channelId,
+                                                                std::weak_ptr<KvPimChannelDelegate> channelDelegate) {
+    KvLog::shared().info("create channel: %@", channelId);
+    if (!isValidId(channelId)) return nullptr;
+    auto& channel = channelDict[channelId];
+    if (!channel) {
+        channel = std::shared_ptr<KvPimChannel>(new KvPimChannel);
+        channel->stateDelegate_ = weak_from_this();
+    }
+    channel->channelId_ = channelId;
+    channel->socket_ = socket;
+    channel->stateManager_ = stateManager;
+    channel->delegate_ = std::move(channelDelegate);
+    return channel;
+}
+
+bool KvPimKitImpl::destroyChannelWithId(std::string const& channelId) {
+    KvLog::shared().info("destroy channel: %@", channelId);
+    auto const destroyed = channelDict.extract(channelId);  // an invalid id is never in there
+    return !destroyed.empty();
+}
+
+std::shared_ptr<KvPimChannel> KvPimKit::createChannelWithId(std::string const& channelId,
+                                                            std::weak_ptr<KvPimChannelDelegate> delegate) {
+    return impl_->createChannelWithId(channelId, std::move(delegate));
+}
+
+bool KvPimKit::destroyChannelWithId(std::string const& channelId) { return impl_->destroyChannelWithId(channelId); }
+
+void KvPimKit::setChannelAttributes(std::string const& channelId, std::vector<KvPimAttribute> const& attributes,
+                                    KvPimChannelAttributeOptions options, Completion done) {
+    impl_->request(kSet, !attributes.empty() && isValidId(channelId),
+                   [&] { return writePayload(channelId, options, "attributes", attributeMapOf(attributes)); },
+                   finishing(std::move(done)), channelId);
+}
+
+void KvPimKit::addOrUpdateChannelAttributes(std::string const& channelId, std::vector<KvPimAttribute> const& attributes,
+                                            KvPimChannelAttributeOptions options, Completion done) {
+    impl_->request(kAddOrUpdate, !attributes.empty() && isValidId(channelId),
+                   [&] { return writePayload(channelId, options, "attributes", attributeMapOf(attributes)); },
+                   finishing(std::move(done)), channelId);
+}
+
+void KvPimKit::deleteChannelAttributesByKeys(std::string const& channelId, std::vector<std::string> const& keys,
+                                             KvPimChannelAttributeOptions options, Completion done) {
+    impl_->request(kDelete, !keys.empty() && isValidId(channelId),
+                   [&] { return writePayload(channelId, options, "attributeKeys", stringsOf(keys)); },
+                   finishing(std::move(done)), channelId);
+}
+
+void KvPimKit::clearChannelAttributes(std::string const& channelId, KvPimChannelAttributeOptions options, Completion done) {
+    impl_->request(kClear, isValidId(channelId), [&] { return writePayload(channelId, options); },
+                   finishing(std::move(done)), channelId);
+}
+
+void KvPimKit::getChannelAttributes(std::string const& channelId, AttributesCompletion done) {
+    impl_->request(kGet, isValidId(channelId), [&] { return payloadOf({{"channelId", channelId}}); },
+                   readingAttributes(std::move(done)), channelId);
+}
+
+void KvPimKit::getChannelAttributesByKeys(std::string const& channelId, std::vector<std::string> const& keys,
+                                          AttributesCompletion done) {
+    impl_->request(kGetByKeys, !keys.empty() && isValidId(channelId), [&] {
+        return payloadOf({{"channelId", channelId}, {"attributeKeys", stringsOf(keys)}});
+    }, readingAttributes(std::move(done)), channelId);
+}
+
+void KvPimKit::getChannelMemberCount(std::vector<std::string> const& channelIds, CountsCompletion done) {
+    auto finish = [done = std::move(done)](std::int64_t code, KvPimResult const* result) {
+        std::optional<std::vector<KvChannelMemberCount>> counts;
+        if (code == 0) {
+            counts.emplace();
+            if (auto const* map = objectOf(result->response, "counts")) {
+                for (auto const& [channelId, count] : *map) counts->push_back({channelId, asInteger32(&count)});
+            }
+        }
+        complete(done, counts, code);
+    };
+    bool const isLoggedIn = impl_->stateManager->login;
+    if (isLoggedIn && channelIds.size() > kMostCountedChannels) return finish(kTooManyChannels, nullptr);
+    impl_->request(kGetMemberCount, !channelIds.empty() && std::ranges::all_of(channelIds, isValidId), [&] {
+        KvLog::shared().info("get channel member count: %@", channelIds);  // the ids alone, not the payload
+        return payloadOf({{"channelIds", stringsOf(channelIds)}});
+    }, std::move(finish));
+}
+
+}  // namespace kv

@@ -1,0 +1,174 @@
+// Peers: their attributes and online status, read once or subscribed to, and messages to them. Failures of this family
+// are reported before the completion hears of them.
+#include "Classes/Catagory/KvJson.h"
+#include "Classes/Catagory/KvString.h"
+#include "Classes/Internal/KvMessageContent.h"
+#include "Classes/Internal/KvPimKitImpl.h"
+#include "Classes/Internal/KvWireForms.h"
+#include "Classes/Utils/Logan/LoganManager.h"
+
+namespace kv {
+namespace json = boost::json;
+namespace {
+
+// Only the two subscribe operations let the server's 6 through.
+constexpr KvCodes kSubscribeCodes{.noAck = 4, .tooManyRequests = 5, .other = 1, .passed = {{{6, 6}}}};
+constexpr KvCodes kOtherCodes{.noAck = 4, .tooManyRequests = 5, .other = 1};
+
+constexpr KvOperation row(std::string_view command, KvCodes codes, std::string_view logLine, std::string_view action,
+                          std::string_view interface) {
+    return {.command = command,
+            .codes = codes,
+            .invalidArgument = 2,
+            .logLine = logLine,
+            .report = {KvReport::About::user, action, interface, KvReport::Order::beforeCompletion}};
+}
+
+constexpr KvOperation kSubscribeAttributes =
+    row("subscribePeersUserAttributes", kSubscribeCodes, "subscribePeersUserAttribes: %@", KvLoganActionStringSub,
+        "-[KvPimKit subscribePeersUserAttribes:completion:]");
+constexpr KvOperation kUnsubscribeAttributes =
+    row("unsubscribePeersUserAttributes", kOtherCodes, "unsubscribePeersUserAttribes: %@", KvLoganActionStringUnsub,
+        "-[KvPimKit unsubscribePeersUserAttribes:completion:]");
+constexpr KvOperation kGetAttributes = row("getPeersUserAttributes", kOtherCodes, "getPeersUserAttributes: %@",
+                                           KvLoganActionStringGet, "-[KvPimKit getPeersUserAttributes:completion:]");
+constexpr KvOperation kGetAttributesByKeys =
+    row("getPeersUserAttributesByKeys", kOtherCodes, "getPeersUserAttributesByKeys: %@", KvLoganActionStringGet,
+        "-[KvPimKit getPeersUserAttributes:byKeys:completion:]");
+constexpr KvOperation kSubscribeStatus =
+    row("subscribePeersOnlineStatus", kSubscribeCodes, "subscribe user onlineStatus: %@", KvLoganActionStringSub,
+        "-[KvPimKit subscribePeersOnlineStatus:completion:]");
+constexpr KvOperation kUnsubscribeStatus =
+    row("unsubscribePeersOnlineStatus", kOtherCodes, "subscribe user onlineStatus: %@", KvLoganActionStringUnsub,
+        "-[KvPimKit unsubscribePeersOnlineStatus:completion:]");
+constexpr KvOperation kQueryStatus = row("queryPeersOnlineStatus", kOtherCodes, "query user onlineStatus: %@",
+                                         KvLoganActionStringGet, "-[KvPimKit queryPeersOnlineStatus:completion:]");
+constexpr KvOperation kQueryBySubscription =
+    row("queryPeersBySubscriptionOption", kOtherCodes, "subscribe users: %@", KvLoganActionStringGet,
+        "-[KvPimKit queryPeersBySubscriptionOption:completion:]");
+
+constexpr KvOperation kSendMessage{
+    .command = "sendMessageToPeer",
+    .codes = {.noAck = 2, .tooManyRequests = 5, .other = 1, .passed = {{{3, 3}, {4, 4}, {6, 6}, {7, 7}}}},
+    .logLine = "send peer message: %@"};
+constexpr std::int64_t kTooLong = 7;
+
+static_assert(isSound(kSubscribeAttributes) && isSound(kUnsubscribeAttributes) && isSound(kGetAttributes) &&
+              isSound(kGetAttributesByKeys) && isSound(kSubscribeStatus) && isSound(kUnsubscribeStatus) &&
+              isSound(kQueryStatus) && isSound(kQueryBySubscription) && isSound(kSendMessage));
+
+bool areValidIds(std::vector<std::string> const& ids) { return !ids.empty() && std::ranges::all_of(ids, isValidId); }
+
+auto payloadOfIds(std::vector<std::string> const& ids) {
+    return [&ids] { return payloadOf({{"userIds", stringsOf(ids)}}); };
+}
+
+/// Records the change of subscriptions once the server has accepted it, then completes.
+template <class Record>
+auto recording(std::weak_ptr<KvPimKitImpl> client, KvPimKit::Completion done, Record record) {
+    return [client = std::move(client), done = std::move(done), record = std::move(record)](std::int64_t code,
+                                                                                          KvPimResult const*) {
+        auto const self = client.lock();
+        if (code == 0 && self) record(self->stateHelper);
+        complete(done, code);
+    };
+}
+
+/// Reads a batch of users' attributes. Without the client there is nobody to hand it to: the completion is dropped.
+auto readingPeers(std::weak_ptr<KvPimKitImpl> client, KvPimKit::PeersAttributesCompletion done) {
+    return [client = std::move(client), done = std::move(done)](std::int64_t code, KvPimResult const* result) {
+        if (client.expired()) return;
+        std::optional<std::vector<KvPimUserAttributes>> users;
+        if (code == 0) {
+            users.emplace();
+            if (auto const* peers = objectOf(result->response, "attributes")) {
+                for (auto const& [peerId, value] : *peers) {
+                    auto const* entry = value.if_object();
+                    auto& user = users->emplace_back(KvPimUserAttributes{peerId, std::nullopt});
+                    bool const isGiven = entry != nullptr && asInteger(valueOf(entry, "result")) == 0;
+                    if (isGiven) user.attributes = attributesWithStateFrom(objectOf(entry, "attributes"));
+                }
+            }
+        }
+        complete(done, users, code);
+    };
+}
+
+}  // namespace
+
+void KvPimKit::subscribePeersUserAttribes(std::vector<std::string> const& peerIds, Completion done) {
+    impl_->request(kSubscribeAttributes, areValidIds(peerIds), payloadOfIds(peerIds),
+                   recording(impl_, std::move(done), [peerIds](KvPimStateHelper& state) { state.subscribeAttributesOf(peerIds); }));
+}
+
+void KvPimKit::unsubscribePeersUserAttribes(std::vector<std::string> const& peerIds, Completion done) {
+    impl_->request(
+        kUnsubscribeAttributes, areValidIds(peerIds), payloadOfIds(peerIds),
+        recording(impl_, std::move(done), [peerIds](KvPimStateHelper& state) { state.unsubscribeAttributesOf(peerIds); }));
+}
+
+void KvPimKit::getPeersUserAttributes(std::vector<std::string> const& peerIds, PeersAttributesCompletion done) {
+    impl_->request(kGetAttributes, areValidIds(peerIds), payloadOfIds(peerIds), readingPeers(impl_, std::move(done)));
+}
+
+void KvPimKit::getPeersUserAttributesByKeys(std::vector<std::string> const& peerIds, std::vector<std::string> const& keys,
+                                            PeersAttributesCompletion done) {
+    impl_->request(kGetAttributesByKeys, areValidIds(peerIds) && !keys.empty(),
+                   [&] { return payloadOf({{"userIds", stringsOf(peerIds)}, {"attributeKeys", stringsOf(keys)}}); },
+                   readingPeers(impl_, std::move(done)));
+}
+
+void KvPimKit::subscribePeersOnlineStatus(std::vector<std::string> const& peerIds, Completion done) {
+    impl_->request(
+        kSubscribeStatus, areValidIds(peerIds), payloadOfIds(peerIds),
+        recording(impl_, std::move(done), [peerIds](KvPimStateHelper& state) { state.subscribeOnlineStatusOf(peerIds); }));
+}
+
+void KvPimKit::unsubscribePeersOnlineStatus(std::vector<std::string> const& peerIds, Completion done) {
+    impl_->request(kUnsubscribeStatus, areValidIds(peerIds), payloadOfIds(peerIds),
+                   recording(impl_, std::move(done), [peerIds](KvPimStateHelper& state) {
+                       state.unsubscribeOnlineStatusOf(peerIds);
+                       state.onlinePeersManager.unsubscribeOnlineStatusOf(peerIds);
+                   }));
+}
+
+void KvPimKit::queryPeersOnlineStatus(std::vector<std::string> const& peerIds, OnlineStatusCompletion done) {
+    impl_->request(kQueryStatus, areValidIds(peerIds), payloadOfIds(peerIds),
+                   [done = std::move(done)](std::int64_t code, KvPimResult const* result) {
+                       std::optional<std::vector<KvPimPeerOnlineStatus>> statuses;
+                       if (code == 0) {
+                           statuses.emplace();
+                           if (auto const* status = objectOf(result->response, "status")) {
+                               // An answer counts online as true, unlike the pushes.
+                               for (auto const& [id, value] : *status) statuses->push_back({id, asInteger(&value) != 0});
+                           }
+                       }
+                       complete(done, statuses, code);
+                   });
+}
+
+void KvPimKit::queryPeersBySubscriptionOption(std::int64_t option, PeersCompletion done) {
+    impl_->request(kQueryBySubscription, true, [option] { return payloadOf({{"option", option}}); },
+                   [done = std::move(done)](std::int64_t code, KvPimResult const* result) {
+                       std::optional<std::vector<std::string>> peerIds;
+                       if (code == 0) peerIds = stringsFrom(arrayOf(result->response, "userIds"));
+                       complete(done, peerIds, code);
+                   });
+}
+
+void KvPimKit::sendMessageToPeer(std::shared_ptr<KvPimMessage const> message, std::string const& peerId,
+                                 std::optional<KvPimSendMessageOptions> options, Completion done) {
+    auto const client = impl_;  // the completion that a long message gets at once may drop this object
+    auto const target = peerId;
+    if (client->stateManager->login) reportTooLong(message.get(), kTooLong, done);
+    client->request(kSendMessage, true, [&] {
+        SocketItems payload;
+        auto content = contentOf(message.get(), payload);
+        bool const offline = options && options->enableOfflineMessaging;
+        payload.values.push_back(
+            {{"targetUserId", target}, {"content", std::move(content)}, {"option", {{"offline", offline}}}});
+        return payload;
+    }, [done](std::int64_t code, KvPimResult const*) { complete(done, code); });
+}
+
+}  // namespace kv

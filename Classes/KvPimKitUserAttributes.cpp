@@ -1,0 +1,119 @@
+// The user's own attributes, and the attributes of one user read once.
+#include "Classes/Catagory/KvJson.h"
+#include "Classes/Catagory/KvString.h"
+#include "Classes/Internal/KvPimKitImpl.h"
+#include "Classes/Internal/KvWireForms.h"
+#include "Classes/Utils/Logan/LoganManager.h"
+
+namespace kv {
+namespace {
+
+// ---- The user's own. Only set and add-or-update let the server's 4 through.
+
+constexpr KvCodes kWriteCodes{.noAck = 7, .tooManyRequests = 5, .other = 2, .passed = {{{4, 4}}}};
+constexpr KvCodes kRemoveCodes{.noAck = 7, .tooManyRequests = 5, .other = 2};
+
+constexpr KvOperation kSet{
+    .command = "setLocalUserAttributes",
+    .codes = kWriteCodes,
+    .invalidArgument = 3,
+    .logLine = "set user attributes: %@",
+    .report = {KvReport::About::user, KvLoganActionStringSet, "-[KvPimKit setLocalUserAttributes:completion:]"}};
+constexpr KvOperation kAddOrUpdate{
+    .command = "addOrUpdateLocalUserAttributes",
+    .codes = kWriteCodes,
+    .invalidArgument = 3,
+    .logLine = "add user attributes: %@",
+    .report = {KvReport::About::user, KvLoganActionStringUpdate, "-[KvPimKit addOrUpdateLocalUserAttributes:completion:]"}};
+constexpr KvOperation kDelete{
+    .command = "deleteLocalUserAttributesByKeys",
+    .codes = kRemoveCodes,
+    .invalidArgument = 3,
+    .logLine = "delete user attributes: %@",
+    .report = {KvReport::About::user, KvLoganActionStringDelete, "-[KvPimKit deleteLocalUserAttributesByKeys:completion:]"}};
+constexpr KvOperation kClear{
+    .command = "clearLocalUserAttributes",
+    .codes = kRemoveCodes,
+    .logLine = "clear user attributes",
+    .report = {KvReport::About::user, KvLoganActionStringDelete, "-[KvPimKit clearLocalUserAttributesWithCompletion:]"},
+    .timeout = std::chrono::seconds(10)};
+
+// ---- Anybody's
+
+constexpr KvCodes kReadCodes{.noAck = 7, .tooManyRequests = 5, .other = 2, .passed = {{{6, 6}}}};
+
+constexpr KvOperation kGet{
+    .command = "getUserAttributes",
+    .codes = kReadCodes,
+    .invalidArgument = 3,
+    .logLine = "get user attributes: %@",
+    .report = {KvReport::About::user, KvLoganActionStringGet, "-[KvPimKit getUserAttributes:completion:]"}};
+constexpr KvOperation kGetByKeys{
+    .command = "getUserAttributesByKeys",
+    .codes = kReadCodes,
+    .invalidArgument = 3,
+    .logLine = "get user attributes: %@",
+    .report = {KvReport::About::user, KvLoganActionStringGet, "-[KvPimKit getUserAttributes:byKeys:completion:]"}};
+
+static_assert(isSound(kSet) && isSound(kAddOrUpdate) && isSound(kDelete) && isSound(kClear) && isSound(kGet) &&
+              isSound(kGetByKeys));
+
+/// Updates the store of the user's own attributes once the server has accepted the change, then completes.
+template <class Update>
+auto storing(std::weak_ptr<KvPimKitImpl> client, KvPimKit::Completion done, Update update) {
+    return [client = std::move(client), done = std::move(done), update = std::move(update)](std::int64_t code,
+                                                                                          KvPimResult const*) {
+        auto const self = client.lock();
+        if (code == 0 && self) update(self->stateHelper.localUserAttributes);
+        complete(done, code);
+    };
+}
+
+auto readingUser(std::string const& userId, KvPimKit::UserAttributesCompletion done) {
+    return [userId, done = std::move(done)](std::int64_t code, KvPimResult const* result) {
+        std::optional<std::vector<KvPimAttribute>> attributes;
+        if (code == 0) attributes = attributesFrom(objectOf(result->response, "attributes"));
+        complete(done, attributes, userId, code);
+    };
+}
+
+}  // namespace
+
+void KvPimKit::setLocalUserAttributes(std::vector<KvPimAttribute> const& attributes, Completion done) {
+    impl_->request(kSet, !attributes.empty(), [&] { return payloadOf({{"attributes", attributeMapOf(attributes)}}); },
+                   storing(impl_, std::move(done), [sent = storedAttributesOf(attributes)](KvPimLocalUserAttributes& store) {
+                       store.setLocalUserAttributes(sent);
+                   }));
+}
+
+void KvPimKit::addOrUpdateLocalUserAttributes(std::vector<KvPimAttribute> const& attributes, Completion done) {
+    impl_->request(kAddOrUpdate, !attributes.empty(), [&] { return payloadOf({{"attributes", attributeMapOf(attributes)}}); },
+                   storing(impl_, std::move(done), [sent = storedAttributesOf(attributes)](KvPimLocalUserAttributes& store) {
+                       store.addOrUpdateLocalUserAttributes(sent);
+                   }));
+}
+
+void KvPimKit::deleteLocalUserAttributesByKeys(std::vector<std::string> const& keys, Completion done) {
+    impl_->request(kDelete, !keys.empty(), [&] { return payloadOf({{"attributeKeys", stringsOf(keys)}}); },
+                   storing(impl_, std::move(done),
+                           [keys](KvPimLocalUserAttributes& store) { store.deleteLocalUserAttributesByKeys(keys); }));
+}
+
+void KvPimKit::clearLocalUserAttributesWithCompletion(Completion done) {
+    impl_->request(kClear, true, [] { return payloadOf({}); },
+                   storing(impl_, std::move(done), [](KvPimLocalUserAttributes& store) { store.clearLocalUserAttributes(); }));
+}
+
+void KvPimKit::getUserAttributes(std::string const& userId, UserAttributesCompletion done) {
+    impl_->request(kGet, isValidId(userId), [&] { return payloadOf({{"userId", userId}}); },
+                   readingUser(userId, std::move(done)));
+}
+
+void KvPimKit::getUserAttributesByKeys(std::string const& userId, std::vector<std::string> const& keys,
+                                       UserAttributesCompletion done) {
+    impl_->request(kGetByKeys, isValidId(userId) && !keys.empty(),
+                   [&] { return payloadOf({{"userId", userId}, {"attributeKeys", stringsOf(keys)}}); },
+                   readingUser(userId, std::move(done)));
+}
+
+}  // namespace kv
