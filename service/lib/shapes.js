@@ -76,3 +76,16 @@ export function readPayload(takes, payload) {
   }
   return read;
 }
+
+/** The entries of a map under some keys. */
+export function picked(map, wanted) {
+  return [...new Set(wanted)].filter((key) => map.has(key)).map((key) => [key, map.get(key)]);
+}
+
+/** Whether one owner may have these attributes. */
+export function isWithin({ attributesPerOwner, attributeBytesPerOwner }, map) {
+  if (map.size > attributesPerOwner) return false;
+  let bytes = 0;
+  for (const [key, value] of map) bytes += Buffer.byteLength(key) + Buffer.byteLength(value);
+  return bytes <= attributeBytesPerOwner;
+}

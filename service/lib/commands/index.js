@@ -1,11 +1,24 @@
 // All commands by name. A command says what its payload must hold (`takes`), the result for a payload that does not
 // (`malformed`), and what it does (`run`, which returns the acknowledgement). Result numbers are each command's own.
 
+import * as channelAttributes from './channel-attributes.js';
 import * as channels from './channels.js';
+import * as invitations from './invitations.js';
 import * as peerMessages from './peer-messages.js';
+import * as subscriptions from './subscriptions.js';
+import * as userAttributes from './user-attributes.js';
 import { readPayload } from '../shapes.js';
 
-const commands = new Map(Object.entries({ ...channels, ...peerMessages }));
+const commands = new Map(
+  Object.entries({
+    ...channels,
+    ...channelAttributes,
+    ...userAttributes,
+    ...subscriptions,
+    ...peerMessages,
+    ...invitations,
+  }),
+);
 
 const REFUSED = { result: 1 };
 
@@ -20,3 +33,5 @@ export function run(user, name, payload) {
   const read = readPayload(command.takes, payload);
   return read ? command.run(user, read) : { result: command.malformed };
 }
+
+export const COMMAND_NAMES = [...commands.keys()];

@@ -1,0 +1,93 @@
+// A bare client of the service, for the tests: the reference socket.io client with a log of what it was told.
+
+import { io } from 'socket.io-client';
+import { createService } from '../lib/service.js';
+
+export const TOKEN = '0123456789abcdef0123456789abcdef';
+const DEADLINE_MS = 3000;
+
+/** A service on a free port that ends with the test. */
+export async function startService(t, options = {}) {
+  const service = createService({ control: true, ...options });
+  await service.start('127.0.0.1', 0);
+  t.after(() => service.stop());
+  return service;
+}
+
+export class Client {
+  events = []; // [name, ...items] in the order received, "disconnect" included
+  #waiting = new Set();
+
+  constructor(t, service, userId, { app = 'brivel', appId = 'app', token = TOKEN, credentials } = {}) {
+    this.userId = userId;
+    const login = credentials ?? { token, userId, timestamp: 1, connectTimeStamp: 2 };
+    this.socket = io(service.baseUrl, {
+      transports: ['websocket'],
+      reconnection: false,
+      forceNew: true,
+      query: { app, roomId: appId, token: JSON.stringify(login) },
+    });
+    this.socket.onAny((...event) => this.#note(event));
+    this.socket.on('disconnect', (reason) => this.#note(['disconnect', reason]));
+    t.after(() => this.socket.disconnect());
+  }
+
+  static async login(t, service, userId, options) {
+    const client = new Client(t, service, userId, options);
+    await client.event('loginSuccess');
+    return client;
+  }
+
+  /** The items of the first event of this name that was not taken yet; waits for it. */
+  event(name) {
+    return this.#find((event) => event[0] === name, name);
+  }
+
+  /** All events of a name that have come so far and were not taken. */
+  had(name) {
+    return this.events.filter((event) => event[0] === name).map(([, ...items]) => items);
+  }
+
+  command(name, payload) {
+    return this.socket.timeout(DEADLINE_MS).emitWithAck('command', name, payload);
+  }
+
+  /** Everything the service sent before now has arrived: it answers in order. */
+  settled() {
+    return this.command('queryPeersBySubscriptionOption', { option: 0 });
+  }
+
+  #note(event) {
+    this.events.push(event);
+    for (const check of this.#waiting) check();
+  }
+
+  #find(matches, what) {
+    return new Promise((resolve, reject) => {
+      const timer = setTimeout(() => {
+        this.#waiting.delete(check);
+        reject(new Error(`${this.userId} never got ${what}; got ${JSON.stringify(this.events)}`));
+      }, DEADLINE_MS);
+      const check = () => {
+        const index = this.events.findIndex(matches);
+        if (index < 0) return;
+        const [[, ...items]] = this.events.splice(index, 1);
+        this.#waiting.delete(check);
+        clearTimeout(timer);
+        resolve(items);
+      };
+      this.#waiting.add(check);
+      check();
+    });
+  }
+}
+
+export async function control(service, path, body) {
+  const response = await fetch(`${service.baseUrl}/control/${path}`, {
+    method: body === undefined ? 'GET' : 'POST',
+    body: body === undefined ? undefined : JSON.stringify(body),
+  });
+  const answer = await response.json();
+  if (!response.ok) throw new Error(`${path}: ${answer.error}`);
+  return answer;
+}
