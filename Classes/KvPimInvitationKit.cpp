@@ -78,7 +78,7 @@ void KvPimInvitationKit::parseInvitation(std::shared_ptr<KvPimInvitation> incomi
     }
     auto const listener = delegate_.lock();
     // The store's work belongs to the delegate's: where the delegate does not listen, the invitation stays as it is.
-    auto const tell = [&](Callback KvPimInvitationDelegate::*member, std::shared_ptr<KvPimInvitation> const& told) {
+    auto const tell = [&](KvPimInvitationDelegate::Callback KvPimInvitationDelegate::*member, std::shared_ptr<KvPimInvitation> const& told) {
         if (!listener || !((*listener).*member)) return false;
         ((*listener).*member)(*this, told);
         return true;

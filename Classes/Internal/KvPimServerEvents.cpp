@@ -5,6 +5,7 @@
 #include "Classes/Internal/KvPimChannelTell.h"
 #include "Classes/KvPimInvitationKit.h"
 #include "Classes/Utils/KvLog.h"
+#include "Classes/Utils/Logan/LoganManager.h"
 #include "SocketIO/SocketIOClient.h"
 
 namespace kv {
