@@ -3,19 +3,20 @@
 // as long as it takes no more than a few seconds.
 #pragma once
 
+#include "Platform/KvClock.h"
+#include "Platform/KvExport.h"
+
 #include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
 
-#include "Platform/KvExport.h"
-
 namespace kv {
 
 class KV_EXPORT KvSerialQueue final {
 public:
-    explicit KvSerialQueue(std::string label);
-    ~KvSerialQueue();  // what is queued is still run
+    explicit KvSerialQueue(std::string label, std::shared_ptr<KvClock> clock = KvClock::real());
+    ~KvSerialQueue();  // what is queued is still run, but for what is delayed
     KvSerialQueue(KvSerialQueue const&) = delete;
     KvSerialQueue& operator=(KvSerialQueue const&) = delete;
 
@@ -30,6 +31,7 @@ public:
 private:
     class Impl;
     std::string label_;
+    std::shared_ptr<KvClock> clock_;
     std::shared_ptr<Impl> impl_;
 };
 

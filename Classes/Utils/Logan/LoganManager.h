@@ -1,0 +1,99 @@
+// Event reports: what happened in the library, as one line of JSON each, collected in files and uploaded.
+//
+// Callable from any thread. A report costs its caller the copying of its values; everything else, files and the device
+// id included, is done in the background, in the order of the calls.
+#pragma once
+
+#include "Classes/Model/KvPimOptions.h"
+#include "Platform/KvClock.h"
+#include "Platform/KvExport.h"
+#include "Platform/KvSerialQueue.h"
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+
+#include <boost/json/object.hpp>
+
+namespace kv {
+
+class WnDataCollectManager;
+
+inline constexpr std::string_view KvLoganActionStringGet = "get";
+inline constexpr std::string_view KvLoganActionStringSet = "set";
+inline constexpr std::string_view KvLoganActionStringUpdate = "update";
+inline constexpr std::string_view KvLoganActionStringDelete = "delete";
+inline constexpr std::string_view KvLoganActionStringSub = "sub";
+inline constexpr std::string_view KvLoganActionStringUnsub = "unsub";
+
+class KV_EXPORT LoganManager final {
+public:
+    /// Decides where the diagnostics of the process keep and send things: reports, log file, device id. The first call
+    /// counts, and only before the first use.
+    static void configure(KvPimEnvConfig const& config);
+    /// The reporter of the process, made on first use, with its upload timer running.
+    static LoganManager& sharedInstance();
+
+    /// Apart from tests only `sharedInstance` makes one.
+    LoganManager(KvPimEnvConfig const& config, std::shared_ptr<KvClock> clock);
+    ~LoganManager();
+    LoganManager(LoganManager const&) = delete;
+    LoganManager& operator=(LoganManager const&) = delete;
+
+    // ---- What the reports to come carry
+    void setAppId(std::string_view appId);
+    void setUId(std::string_view uId);
+    void setClientSessionId(std::string_view clientSessionId);
+    std::string clientSessionId() const;
+    std::string channelSessionId() const;
+
+    // ---- Durations in milliseconds; those of a channel's join and leave are set to their start, a time stamp
+    void setTsGetServers(std::int64_t milliseconds);
+    std::int64_t tsGetServers() const;
+    void setTsConnectServer(std::int64_t milliseconds);
+    std::int64_t tsConnectServer() const;
+    void setTsLogout(std::int64_t milliseconds);
+    std::int64_t tsLogout() const;
+    void setTsJoinChannel(std::int64_t start);
+    void setTsLeaveChannel(std::int64_t start);
+
+    // ---- Events. `result` is 1 for success and 0 for failure
+    void startLogan(std::string_view token, std::string_view uid, std::int64_t timestamp);
+    void loginResult(std::uint64_t result, std::int64_t errorCode);
+    void logout(std::uint64_t result, std::int64_t errorCode);
+    void joinChannel(std::uint64_t result, std::string_view channelId, std::int64_t errorCode);
+    void leaveChannel(std::uint64_t result, std::string_view channelId, std::int64_t errorCode);
+    /// `interface`: the method that did the work, in the form "-[KvPimKit setLocalUserAttributes:completion:]".
+    void userAttributes(std::string_view action, std::string_view interface, std::uint64_t result,
+                        std::int64_t errorCode);
+    void channelAttributes(std::string_view channelId, std::string_view action, std::string_view interface,
+                           std::uint64_t result, std::int64_t errorCode);
+    void connectState(std::int64_t state, std::int64_t reason);
+
+    /// Waits until every report made before this call is in a file, or is given up.
+    void drain();
+
+private:
+    boost::json::object getLogDict(std::string_view type, std::int64_t now) const;
+    void writeLogDict(boost::json::object event, std::int64_t now);
+
+    mutable std::mutex mutex_;
+    // Guarded by mutex_.
+    boost::json::object commonParameters_;
+    std::string clientSessionId_;
+    std::string channelSessionId_;
+    std::int64_t tsGetServers_ = 0;
+    std::int64_t tsConnectServer_ = 0;
+    std::int64_t tsLogout_ = 0;
+    std::int64_t tsJoinChannel_ = 0;
+    std::int64_t tsLeaveChannel_ = 0;
+    std::int64_t loginTimeStamp_ = 0;
+
+    std::shared_ptr<WnDataCollectManager> const collectManager_;
+    std::string deviceId_;  // as the process found it at its start; touched only on queue_
+    KvSerialQueue queue_{"com.kvpaas.logan.queue"};
+};
+
+}  // namespace kv
