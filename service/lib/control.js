@@ -40,7 +40,7 @@ export function createControl(service) {
     },
     'POST /control/emit': {
       fields: { app: optional(isText), userId: isText, event: isText, items: Array.isArray },
-      run: ({ app, userId, event, items }) => findSession(service, app, userId).socket.emit(event, ...items),
+      run: ({ app, userId, event, items }) => emit(findSession(service, app, userId).socket, event, items),
     },
   };
 
@@ -70,6 +70,14 @@ function findSession(service, appId, userId) {
     if (session && (appId === undefined || appId === name)) return session;
   }
   throw new RequestError(404, 'This user is not connected.');
+}
+
+function emit(socket, event, items) {
+  try {
+    socket.emit(event, ...items);
+  } catch (error) {
+    throw new RequestError(400, error.message); // socket.io keeps some names for itself
+  }
 }
 
 // Names that are no command are the clients' own and could be any number: they count as one.

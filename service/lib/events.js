@@ -39,7 +39,7 @@ export function statusChanged(world, userId) {
 
 /** Tells users whether these peers are online now. */
 export function statusOf(world, userIds, peerIds) {
-  const status = peerIds.map((peerId) => [peerId, world.store.isConnected(peerId) ? ONLINE : OFFLINE]);
+  const status = Array.from(peerIds, (peerId) => [peerId, world.store.isConnected(peerId) ? ONLINE : OFFLINE]);
   world.push(userIds, 'PeersOnlineStatusChanged', { status: Object.fromEntries(status) });
 }
 

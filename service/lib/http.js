@@ -50,11 +50,17 @@ function discover(service, host, query) {
 async function readBody(request) {
   const chunks = [];
   let size = 0;
-  for await (const chunk of request) {
-    size += chunk.length;
-    if (size > MOST_BODY_BYTES) throw new RequestError(413, `A body has at most ${MOST_BODY_BYTES} bytes.`);
-    chunks.push(chunk);
+  try {
+    // The rest of a body that is too long is not looked at, but its connection has to last until the answer is sent.
+    for await (const chunk of request.iterator({ destroyOnReturn: false })) {
+      size += chunk.length;
+      if (size > MOST_BODY_BYTES) break;
+      chunks.push(chunk);
+    }
+  } catch {
+    throw new RequestError(400, 'The body ended early.');
   }
+  if (size > MOST_BODY_BYTES) throw new RequestError(413, `A body has at most ${MOST_BODY_BYTES} bytes.`);
   if (size === 0) return {};
   try {
     return JSON.parse(Buffer.concat(chunks).toString(), reviveBytes);

@@ -25,5 +25,5 @@ export class MemberCounts {
 }
 
 export function countsOf(store, channelIds) {
-  return Object.fromEntries(channelIds.map((channelId) => [channelId, store.memberCount(channelId)]));
+  return Object.fromEntries(Array.from(channelIds, (channelId) => [channelId, store.memberCount(channelId)]));
 }

@@ -33,12 +33,13 @@ const OPTIONS = {
 /** Reads the arguments and the files that they name; throws an Error that says what is wrong with them. */
 export function readOptions(args) {
   const { values } = parseArgs({ args, options: OPTIONS });
+  const { 'rate-limit': rateLimit } = values;
   return {
     help: values.help,
     host: values.host,
     port: wholeNumber('--port', values.port, 0, 65535),
     config: values.config === undefined ? {} : contents(values.config, readConfig),
-    rateLimit: values['rate-limit'] && wholeNumber('--rate-limit', values['rate-limit'], 1, 1_000_000),
+    rateLimit: rateLimit === undefined ? undefined : wholeNumber('--rate-limit', rateLimit, 1, 1_000_000),
     control: values.control,
     exitWithStdin: values['exit-with-stdin'],
     quiet: values.quiet,

@@ -16,14 +16,14 @@ export const text = (value) => (typeof value === 'string' ? value : undefined);
 export const id = (value) => (typeof value === 'string' && ID.test(value) ? value : undefined);
 export const integer = (value) => (Number.isInteger(value) ? value : undefined);
 
-const listOf = (shape) => (value) =>
-  Array.isArray(value) && value.length > 0 && value.length <= MOST_LIST_ITEMS &&
-  value.every((item) => shape(item) !== undefined)
-    ? value
-    : undefined;
+/** A list that is not empty becomes a Set: naming an item twice changes nothing. */
+const setOf = (shape) => (value) => {
+  const isGood = Array.isArray(value) && value.length > 0 && value.length <= MOST_LIST_ITEMS;
+  return isGood && value.every((item) => shape(item) !== undefined) ? new Set(value) : undefined;
+};
 
-export const ids = listOf(id);
-export const keys = listOf(text);
+export const ids = setOf(id);
+export const keys = setOf(text);
 
 export const oneOf = (...choices) => (value) => (choices.includes(value) ? value : undefined);
 
@@ -75,17 +75,4 @@ export function readPayload(takes, payload) {
     read[field] = value;
   }
   return read;
-}
-
-/** The entries of a map under some keys. */
-export function picked(map, wanted) {
-  return [...new Set(wanted)].filter((key) => map.has(key)).map((key) => [key, map.get(key)]);
-}
-
-/** Whether one owner may have these attributes. */
-export function isWithin({ attributesPerOwner, attributeBytesPerOwner }, map) {
-  if (map.size > attributesPerOwner) return false;
-  let bytes = 0;
-  for (const [key, value] of map) bytes += Buffer.byteLength(key) + Buffer.byteLength(value);
-  return bytes <= attributeBytesPerOwner;
 }

@@ -155,6 +155,10 @@ class MemoryWorld {
     return [...(this.#connected.get(userId)?.subscriptions[kind] ?? [])];
   }
 
+  isSubscribed(kind, userId, peerId) {
+    return this.#connected.get(userId).subscriptions[kind].has(peerId);
+  }
+
   subscriptionCount(kind, userId) {
     return this.#connected.get(userId).subscriptions[kind].size;
   }

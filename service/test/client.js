@@ -16,10 +16,12 @@ export async function startService(t, options = {}) {
 
 export class Client {
   events = []; // [name, ...items] in the order received, "disconnect" included
+  #service;
   #waiting = new Set();
 
   constructor(t, service, userId, { app = 'brivel', appId = 'app', token = TOKEN, credentials } = {}) {
     this.userId = userId;
+    this.#service = service;
     const login = credentials ?? { token, userId, timestamp: 1, connectTimeStamp: 2 };
     this.socket = io(service.baseUrl, {
       transports: ['websocket'],
@@ -55,6 +57,15 @@ export class Client {
   /** Everything the service sent before now has arrived: it answers in order. */
   settled() {
     return this.command('queryPeersBySubscriptionOption', { option: 0 });
+  }
+
+  /** Disconnects, and waits until the service knows. */
+  async quit() {
+    const gone = new Promise((resolve) => {
+      this.#service.activity.on('logout', ({ userId }) => userId === this.userId && resolve());
+    });
+    this.socket.disconnect();
+    await gone;
   }
 
   #note(event) {

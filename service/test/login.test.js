@@ -29,9 +29,27 @@ test('a login is refused with its reason, then disconnected', async (t) => {
   await Client.login(t, service, 'alice');
 });
 
+test('apps are worlds apart, and names that JavaScript gives objects are plain ids', async (t) => {
+  const service = await startService(t);
+  const here = await Client.login(t, service, '__proto__', { appId: 'here' });
+  const there = await Client.login(t, service, '__proto__', { appId: 'there' });
+  for (const client of [here, there]) {
+    await client.command('join', { channelId: 'constructor' });
+    await client.command('setLocalUserAttributes', { attributes: JSON.parse('{"__proto__":"x"}') });
+  }
+  assert.deepEqual((await here.command('getChannelMembers', { channelId: 'constructor' })).members, ['__proto__']);
+  const { attributes } = await here.command('getUserAttributes', { userId: '__proto__' });
+  assert.deepEqual(Object.entries(attributes), [['__proto__', 'x']]);
+  assert.deepEqual([...here.had('disconnectReason'), ...here.had('MemberJoined')], []);
+});
+
 test('the older session of a user is told and ends; its end does not touch the newer one', async (t) => {
   const service = await startService(t);
+  const watcher = await Client.login(t, service, 'watcher');
+  await watcher.command('subscribePeersOnlineStatus', { userIds: ['alice'] });
+  await watcher.event('PeersOnlineStatusChanged');
   const older = await Client.login(t, service, 'alice');
+  assert.deepEqual(await watcher.event('PeersOnlineStatusChanged'), [{ status: { alice: 0 } }]);
   await older.command('join', { channelId: 'room' });
   const newer = await Client.login(t, service, 'alice');
   assert.deepEqual(await older.event('disconnectReason'), ['KickOff']);
@@ -39,13 +57,16 @@ test('the older session of a user is told and ends; its end does not touch the n
   assert.deepEqual(await newer.command('join', { channelId: 'room' }), { result: 0 });
   const { apps } = await control(service, 'state');
   assert.deepEqual(apps.app.channels.room.members, ['alice']);
+  await watcher.settled();
+  assert.deepEqual(watcher.had('PeersOnlineStatusChanged'), [], 'the user was online all the time');
 });
 
 test('discovery names this service, for an app', async (t) => {
   const service = await startService(t);
   const ask = async (query) => (await fetch(`${service.baseUrl}/config/api/v1/pim-server${query}`)).json();
   assert.deepEqual(await ask('?appId=any'), { code: 200, data: { brivelServers: [service.baseUrl] } });
-  assert.equal((await ask('')).code, 400);
+  assert.deepEqual(await ask('?appId=a b&c?d/%zz'), await ask('?appId=any'));
+  for (const query of ['', '?', '?appId=', '?app=any']) assert.equal((await ask(query)).code, 400, query);
 });
 
 test('more commands than the limit are refused with a lone text', async (t) => {
@@ -53,19 +74,4 @@ test('more commands than the limit are refused with a lone text', async (t) => {
   const alice = await Client.login(t, service, 'alice');
   const answers = await Promise.all([1, 2, 3].map((n) => alice.command('join', { channelId: `c${n}` })));
   assert.deepEqual(answers, [{ result: 0 }, { result: 0 }, 'Too Many Requests']);
-});
-
-test('answers, silences and refusals can be prepared', async (t) => {
-  const service = await startService(t);
-  await control(service, 'login', { userId: 'alice', reason: 'loginFail: AuthFail' });
-  const refused = new Client(t, service, 'alice');
-  assert.deepEqual(await refused.event('disconnectReason'), ['loginFail: AuthFail']);
-  const alice = await Client.login(t, service, 'alice');
-  await control(service, 'answer', { command: 'join', times: 1, answer: ['Too Many Requests'] });
-  assert.equal(await alice.command('join', { channelId: 'c' }), 'Too Many Requests');
-  assert.deepEqual(await alice.command('join', { channelId: 'c' }), { result: 0 });
-  await control(service, 'emit', { userId: 'alice', event: 'X', items: [{ b: { $base64: 'AQI=' } }] });
-  assert.deepEqual(await alice.event('X'), [{ b: Buffer.from([1, 2]) }]);
-  await control(service, 'drop', { userId: 'alice' });
-  assert.deepEqual(await alice.event('disconnect'), ['transport close']);
 });

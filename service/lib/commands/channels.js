@@ -57,7 +57,7 @@ export const getChannelMemberCount = {
   takes: { channelIds: ids },
   malformed: 2,
   run({ world }, { channelIds }) {
-    if (channelIds.length > MOST_COUNTED_CHANNELS) return { result: 5 };
+    if (channelIds.size > MOST_COUNTED_CHANNELS) return { result: 5 };
     return { result: 0, counts: countsOf(world.store, channelIds) };
   },
 };

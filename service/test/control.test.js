@@ -1,0 +1,121 @@
+import assert from 'node:assert/strict';
+import { test } from 'node:test';
+import { Client, control, startService } from './client.js';
+
+const NOT_YET = Symbol('not yet');
+
+test('the state shows users, channels and what was asked', async (t) => {
+  const service = await startService(t);
+  const alice = await Client.login(t, service, 'alice');
+  await alice.command('join', { channelId: 'r' });
+  await alice.command('setChannelAttributes', { channelId: 'r', attributes: { topic: 'tea' } });
+  await alice.command('setLocalUserAttributes', { attributes: { mood: 'good' } });
+  await alice.command('subscribePeersOnlineStatus', { userIds: ['bob'] });
+  await alice.command('subscribePeersUserAttributes', { userIds: ['carol'] });
+  const bob = await Client.login(t, service, 'bob');
+  await alice.command('invitationOp', { type: 'send', invitation: { inviter: 'alice', invitee: 'bob' } });
+  await bob.quit();
+  await alice.command('sendMessageToPeer', { targetUserId: 'bob', content: { text: 'x' }, option: { offline: true } });
+  await alice.command('no such', {});
+
+  const { apps, commands } = await control(service, 'state');
+  const nobody = { channels: [], attributes: {}, statusSubscriptions: [], attributeSubscriptions: [], offlineMessages: 0 };
+  const { since, ...shown } = apps.app.users.alice;
+  assert.ok(Math.abs(Date.now() - since) < 10_000);
+  assert.deepEqual(shown, {
+    ...nobody,
+    connected: true,
+    socketId: alice.socket.id,
+    channels: ['r'],
+    attributes: { mood: 'good' },
+    statusSubscriptions: ['bob'],
+    attributeSubscriptions: ['carol'],
+  });
+  assert.deepEqual(apps.app.users.bob, { ...nobody, connected: false, since: null, socketId: null, offlineMessages: 1 });
+  assert.deepEqual(apps.app.channels, { r: { members: ['alice'], attributes: { topic: 'tea' } } });
+  assert.deepEqual(apps.app.invitations.map(({ inviter, state }) => [inviter, state]), [['alice', 2]]);
+  assert.deepEqual([commands.join, commands.unknown, commands.leave], [1, 1, undefined]);
+});
+
+test('answers can be prepared, for one user and a number of times, silence included', async (t) => {
+  const service = await startService(t);
+  const alice = await Client.login(t, service, 'alice');
+  const bob = await Client.login(t, service, 'bob');
+  const join = (who) => who.command('join', { channelId: 'c' });
+  const answer = ['Too Many Requests', { result: 4, bytes: { $base64: 'AQI=' } }];
+  await control(service, 'answer', { command: 'join', userId: 'alice', times: 2, answer });
+  for (const round of [1, 2]) {
+    const items = await new Promise((resolve) => {
+      alice.socket.emit('command', 'join', { channelId: 'c' }, (...all) => resolve(all));
+    });
+    assert.deepEqual(items, ['Too Many Requests', { result: 4, bytes: Buffer.from([1, 2]) }], `${round}`);
+    assert.deepEqual(await join(bob), { result: 0 });
+  }
+  assert.deepEqual((await alice.command('getChannelMembers', { channelId: 'c' })).result, 5, 'it was not carried out');
+
+  await control(service, 'answer', { command: 'join', answer: null });
+  let unanswered = NOT_YET;
+  alice.socket.emit('command', 'join', { channelId: 'c' }, (...items) => (unanswered = items));
+  assert.deepEqual(await join(alice), { result: 0 });
+  assert.equal(unanswered, NOT_YET);
+});
+
+test('logins can be refused, or left without an answer', async (t) => {
+  const service = await startService(t);
+  await control(service, 'login', { userId: 'alice', reason: 'loginFail: AuthFail' });
+  await control(service, 'login', { reason: null });
+  const refused = new Client(t, service, 'alice');
+  assert.deepEqual(await refused.event('disconnectReason'), ['loginFail: AuthFail']);
+  assert.deepEqual(await refused.event('disconnect'), ['io server disconnect']);
+  const ignored = new Client(t, service, 'alice');
+  await new Promise((resolve) => ignored.socket.once('connect', resolve));
+  await Client.login(t, service, 'alice');
+  assert.deepEqual(ignored.events, []);
+  assert.ok(ignored.socket.connected);
+});
+
+test('connections are broken in each of the ways that clients tell apart', async (t) => {
+  const service = await startService(t);
+  const ways = [
+    ['drop', {}, 'transport close', []],
+    ['disconnect', {}, 'io server disconnect', []],
+    ['disconnect', { reason: 'ExpireSession' }, 'io server disconnect', [['ExpireSession']]],
+  ];
+  for (const [path, more, seen, reasons] of ways) {
+    const alice = await Client.login(t, service, 'alice');
+    await control(service, path, { app: 'app', userId: 'alice', ...more });
+    assert.deepEqual(await alice.event('disconnect'), [seen], path);
+    assert.deepEqual(alice.had('disconnectReason'), reasons);
+  }
+});
+
+test('any event can be emitted, bytes included', async (t) => {
+  const service = await startService(t);
+  const alice = await Client.login(t, service, 'alice');
+  await control(service, 'emit', { userId: 'alice', event: 'X', items: [{ b: { $base64: 'AQI=' } }, 7] });
+  assert.deepEqual(await alice.event('X'), [{ b: Buffer.from([1, 2]) }, 7]);
+});
+
+test('what cannot be done is told, and is not there at all unless asked for', async (t) => {
+  const service = await startService(t);
+  await Client.login(t, service, 'alice');
+  const post = async (path, body, { baseUrl } = service) =>
+    (await fetch(`${baseUrl}/control/${path}`, { method: 'POST', body })).status;
+  const rows = [
+    ['drop', '{"userId":"nobody"}', 404],
+    ['drop', '{"userId":"alice","app":"other"}', 404],
+    ['drop', '{}', 400],
+    ['drop', '[]', 400],
+    ['drop', 'not JSON', 400],
+    ['drop', '{"userId":"alice","when":"now"}', 400],
+    ['drop', `"${'x'.repeat(16 * 1024 * 1024)}"`, 413],
+    ['answer', '{"command":"joyn","answer":null}', 400],
+    ['answer', '{"command":"join"}', 400],
+    ['answer', '{"command":"join","answer":[],"times":0}', 400],
+    ['emit', '{"userId":"alice","event":"disconnect","items":[]}', 400],
+    ['toString', '{}', 404],
+  ];
+  for (const [path, body, status] of rows) assert.equal(await post(path, body), status, `${path} ${body.slice(0, 60)}`);
+  const closed = await startService(t, { control: false });
+  assert.equal(await post('drop', '{"userId":"alice"}', closed), 404);
+});

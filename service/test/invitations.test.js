@@ -1,0 +1,66 @@
+import assert from 'node:assert/strict';
+import { test } from 'node:test';
+import { Client, startService } from './client.js';
+
+const base = { inviter: 'alice', invitee: 'bob', requestInfo: 'tea?', responseInfo: '', state: 0 };
+const op = (who, type, more) => who.command('invitationOp', { type, invitation: { ...base, ...more } });
+
+async function aliceAndBob(t, options) {
+  const service = await startService(t, options);
+  return [service, await Client.login(t, service, 'alice'), await Client.login(t, service, 'bob')];
+}
+
+test('the other side hears what became of an invitation, once', async (t) => {
+  const [, alice, bob] = await aliceAndBob(t);
+  const rows = [
+    // who ends it, how, what he says, and what the other one is told
+    [bob, 'accept', { responseInfo: 'gladly', requestInfo: 'mine now' }, alice, { state: 4, responseInfo: 'gladly' }],
+    [bob, 'refuse', { responseInfo: 'busy' }, alice, { state: 5, responseInfo: 'busy' }],
+    [alice, 'cancel', { requestInfo: 'sorry' }, bob, { state: 3, requestInfo: 'sorry' }],
+  ];
+  for (const [who, type, says, other, told] of rows) {
+    assert.deepEqual(await op(alice, 'send'), { result: 0 });
+    assert.deepEqual(await bob.event('InvitationNotify'), [{ invitation: { ...base, state: 2 } }]);
+    assert.deepEqual(await op(who, type, says), { result: 0 });
+    assert.deepEqual(await other.event('InvitationNotify'), [{ invitation: { ...base, ...told } }], type);
+    assert.deepEqual(await op(who, type, says), { result: 0 }, `${type} of what is over`);
+  }
+  await Promise.all([alice.settled(), bob.settled()]);
+  assert.deepEqual([...alice.had('InvitationNotify'), ...bob.had('InvitationNotify')], []);
+});
+
+test('an invitation is refused to, and in the name of, the wrong user', async (t) => {
+  const [, alice, bob] = await aliceAndBob(t);
+  const rows = [
+    [bob, 'send', {}, 3],
+    [alice, 'accept', {}, 3],
+    [alice, 'send', { invitee: 'stranger' }, 3],
+    [alice, 'send', { requestInfo: 'x'.repeat(8193) }, 3],
+    [alice, 'send', { requestInfo: 7 }, 3],
+    [alice, 'postpone', {}, 3],
+    [alice, 'send', { requestInfo: null, responseInfo: undefined }, 0],
+  ];
+  for (const [who, type, more, result] of rows) {
+    assert.deepEqual(await op(who, type, more), { result }, `${who.userId} ${type} ${Object.keys(more)}`);
+  }
+  await bob.quit();
+  assert.deepEqual(await op(alice, 'send'), { result: 4 }, 'the invitee is offline');
+});
+
+test('an answer waits for an inviter who is away, but not beyond the minute', async (t) => {
+  let time = 1_000_000;
+  const [service, alice, bob] = await aliceAndBob(t, { now: () => time });
+  await op(alice, 'send');
+  await alice.quit();
+  assert.deepEqual(await op(bob, 'accept'), { result: 4 });
+  const back = await Client.login(t, service, 'alice');
+  time += 59_999;
+  assert.deepEqual(await op(bob, 'accept'), { result: 0 });
+  assert.equal((await back.event('InvitationNotify'))[0].invitation.state, 4);
+
+  await op(back, 'send');
+  time += 60_000;
+  assert.deepEqual(await op(bob, 'accept'), { result: 0 });
+  await back.settled();
+  assert.deepEqual(back.had('InvitationNotify'), [], 'it was over by then');
+});
