@@ -13,47 +13,46 @@ const isCount = (value) => Number.isInteger(value) && value > 0;
 const optional = (isGood) => (value) => value === undefined || isGood(value);
 const nullOr = (isGood) => (value) => value === null || isGood(value);
 
-/** The endpoints: "METHOD /path" -> function of the body. */
+/** The endpoints: "METHOD /path" -> function of the body, which returns the answer. */
 export function createControl(service) {
+  const endpoints = actionsOf(service).map(([path, { fields, run }]) => [
+    `POST /control/${path}`,
+    (body) => {
+      checkBody(fields, body);
+      run(body);
+      return { ok: true };
+    },
+  ]);
   const counts = countCommands(service.activity);
+  const describe = () => ({ apps: describeApps(service), commands: Object.fromEntries(counts) });
+  return new Map([['GET /control/state', describe], ...endpoints]);
+}
 
-  const endpoints = {
-    'GET /control/state': {
-      fields: {},
-      run: () => ({ apps: describeApps(service), commands: Object.fromEntries(counts) }),
-    },
-    'POST /control/drop': {
+function actionsOf(service) {
+  const socketOf = ({ app, userId }) => findSession(service, app, userId).socket;
+  const { scripts } = service;
+  return Object.entries({
+    drop: {
       fields: { app: optional(isText), userId: isText },
-      run: ({ app, userId }) => findSession(service, app, userId).socket.request.socket.destroy(),
+      run: (body) => socketOf(body).request.socket.destroy(),
     },
-    'POST /control/disconnect': {
+    disconnect: {
       fields: { app: optional(isText), userId: isText, reason: optional(isText) },
-      run: ({ app, userId, reason }) => dismiss(findSession(service, app, userId).socket, reason),
+      run: (body) => dismiss(socketOf(body), body.reason),
     },
-    'POST /control/answer': {
+    answer: {
       fields: { command: isCommand, userId: optional(isText), times: optional(isCount), answer: nullOr(Array.isArray) },
-      run: ({ command, userId, times = 1, answer }) => service.scripts.add(command, userId, times, answer),
+      run: ({ command, userId, times = 1, answer }) => scripts.add(command, userId, times, answer),
     },
-    'POST /control/login': {
+    login: {
       fields: { userId: optional(isText), times: optional(isCount), reason: nullOr(isText) },
-      run: ({ userId, times = 1, reason }) => service.scripts.add(LOGIN, userId, times, reason),
+      run: ({ userId, times = 1, reason }) => scripts.add(LOGIN, userId, times, reason),
     },
-    'POST /control/emit': {
+    emit: {
       fields: { app: optional(isText), userId: isText, event: isText, items: Array.isArray },
-      run: ({ app, userId, event, items }) => emit(findSession(service, app, userId).socket, event, items),
+      run: (body) => emit(socketOf(body), body.event, body.items),
     },
-  };
-
-  return new Map(
-    Object.entries(endpoints).map(([route, { fields, run }]) => [
-      route,
-      (body) => {
-        checkBody(fields, body);
-        const shown = run(body);
-        return isObject(shown) ? shown : { ok: true };
-      },
-    ]),
-  );
+  });
 }
 
 function checkBody(fields, body) {

@@ -83,7 +83,7 @@ test('connections are broken in each of the ways that clients tell apart', async
   ];
   for (const [path, more, seen, reasons] of ways) {
     const alice = await Client.login(t, service, 'alice');
-    await control(service, path, { app: 'app', userId: 'alice', ...more });
+    assert.deepEqual(await control(service, path, { app: 'app', userId: 'alice', ...more }), { ok: true });
     assert.deepEqual(await alice.event('disconnect'), [seen], path);
     assert.deepEqual(alice.had('disconnectReason'), reasons);
   }
