@@ -1,7 +1,7 @@
 // The library's own log: what the application's filter lets through goes to standard error and, as one line, to a file.
 //
 // Callable from any thread. A message is formatted on the caller's thread, and only if it is let through; the file is
-// written in the background, each line on storage before the next.
+// written in the background, and on storage as soon as the disk allows. Whatever goes wrong there is silent.
 #pragma once
 
 #include "Classes/Utils/KvLogText.h"
@@ -26,6 +26,7 @@ public:
 
     /// A log with its default file in `cachesDirectory`. Apart from tests only `shared` makes one.
     explicit KvLog(std::string const& cachesDirectory);
+    ~KvLog();
     KvLog(KvLog const&) = delete;
     KvLog& operator=(KvLog const&) = delete;
 
@@ -33,7 +34,6 @@ public:
     void setLogFilter(std::int64_t filter) { logFilter_.store(filter, std::memory_order_relaxed); }
     /// Lines written from now on go to this file, if it exists.
     void setLogFilePath(std::string path);
-    std::string logFilePath() const;
 
     // Each "%@" in `format` becomes the next argument's text; what is left without an argument stays as it is.
     template <class... Arguments>
@@ -77,7 +77,7 @@ private:
     void appendWaitingLines();
 
     std::atomic<std::int64_t> logFilter_{0};
-    mutable std::mutex mutex_;
+    std::mutex mutex_;
     // Guarded by mutex_.
     std::string logFilePath_;
     std::string waitingLines_;

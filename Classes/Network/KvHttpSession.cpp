@@ -1,0 +1,278 @@
+#include "Classes/Network/KvHttpSession.h"
+
+#include "Platform/KvFiles.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <string_view>
+#include <thread>
+#include <unordered_map>
+#include <utility>
+
+#include <curl/curl.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace kv {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr long kMostRedirects = 16;
+constexpr std::chrono::milliseconds kLongestSleep{60'000};
+constexpr std::chrono::seconds kLongestExit{1};
+
+// A line break would end the request line or a header and begin something else; a zero byte would end the URL.
+bool hasControlCharacter(std::string_view url) {
+    return std::ranges::any_of(url, [](unsigned char c) { return c < 0x20 || c == 0x7f; });
+}
+
+CURLM* makeMulti() {
+    curl_global_init(CURL_GLOBAL_DEFAULT);
+    return curl_multi_init();
+}
+
+}  // namespace
+
+// One request with its answer, on the session's thread from the moment that it is taken.
+class KvHttpSession::Transfer {
+public:
+    Transfer(KvHttpTask task, Completion completion) : task_(std::move(task)), completion_(std::move(completion)) {}
+    Transfer(Transfer const&) = delete;
+    Transfer& operator=(Transfer const&) = delete;
+    ~Transfer() {
+        curl_easy_cleanup(easy_);
+        curl_slist_free_all(headers_);
+    }
+
+    /// False, with the reason in the answer, when there is nothing to begin with.
+    bool prepare() {
+        if (hasControlCharacter(task_.url)) return refuse("control character in the URL");
+        if (!task_.uploadPath.empty() && !openFile()) return refuse("no file to upload");
+        easy_ = curl_easy_init();
+        if (easy_ == nullptr) return refuse("out of memory");
+        started_ = lastActivity_ = Clock::now();
+        setOptions();
+        return true;
+    }
+
+    Clock::time_point deadline() const {
+        auto const idleEnd = lastActivity_ + task_.requestTimeout;
+        return task_.resourceTimeout.count() == 0 ? idleEnd : std::min(idleEnd, started_ + task_.resourceTimeout);
+    }
+
+    /// The last call. `error` is empty when the exchange came to its end.
+    void conclude(std::string_view error) {
+        if (easy_ != nullptr) curl_easy_getinfo(easy_, CURLINFO_RESPONSE_CODE, &answer_.status);
+        if (!error.empty()) refuse(error);
+        completion_(std::move(answer_));
+    }
+
+    CURL* easy() const { return easy_; }
+
+private:
+    bool refuse(std::string_view error) {
+        answer_.error = error;
+        answer_.body.clear();
+        return false;
+    }
+
+    bool openFile() {
+        file_ = KvFileDescriptor(::open(task_.uploadPath.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+        struct stat status {};
+        if (!file_ || ::fstat(file_.get(), &status) != 0 || !S_ISREG(status.st_mode)) return false;
+        fileSize_ = status.st_size;
+        return true;
+    }
+
+    template <class Value>
+    void set(CURLoption option, Value value) {
+        curl_easy_setopt(easy_, option, value);
+    }
+
+    void setOptions() {
+        set(CURLOPT_URL, task_.url.c_str());
+        set(CURLOPT_PRIVATE, this);
+        set(CURLOPT_PROTOCOLS_STR, "http,https");
+        set(CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
+        set(CURLOPT_FOLLOWLOCATION, 1L);
+        set(CURLOPT_MAXREDIRS, kMostRedirects);
+        set(CURLOPT_NOSIGNAL, 1L);
+        set(CURLOPT_QUICK_EXIT, 1L);  // a host name that nobody resolves must not hold up the thread when given up
+        // The directory of the system's authorities, which curl knows by itself, stays in force beside this file.
+        if (!task_.caFile.empty()) set(CURLOPT_CAINFO, task_.caFile.c_str());
+        set(CURLOPT_HEADERFUNCTION, &onHeader);
+        set(CURLOPT_HEADERDATA, this);
+        set(CURLOPT_WRITEFUNCTION, &onBody);
+        set(CURLOPT_WRITEDATA, this);
+        if (file_) {
+            set(CURLOPT_POST, 1L);
+            set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(fileSize_));
+            set(CURLOPT_READFUNCTION, &onRead);
+            set(CURLOPT_READDATA, this);
+            set(CURLOPT_SEEKFUNCTION, &onSeek);
+            set(CURLOPT_SEEKDATA, this);
+            headers_ = curl_slist_append(headers_, "Expect:");
+        }
+        for (auto const& header : task_.headers) headers_ = curl_slist_append(headers_, header.c_str());
+        set(CURLOPT_HTTPHEADER, headers_);
+    }
+
+    static Transfer& touched(void* transfer) {
+        auto& self = *static_cast<Transfer*>(transfer);
+        self.lastActivity_ = Clock::now();
+        return self;
+    }
+
+    static std::size_t onHeader(char*, std::size_t, std::size_t size, void* transfer) {
+        touched(transfer);
+        return size;
+    }
+
+    static std::size_t onBody(char* bytes, std::size_t, std::size_t size, void* transfer) {
+        auto& self = touched(transfer);
+        if (self.answer_.body.size() + size > self.task_.largestBody) return 0;
+        self.answer_.body.append(bytes, size);
+        return size;
+    }
+
+    static std::size_t onRead(char* bytes, std::size_t, std::size_t size, void* transfer) {
+        auto& self = touched(transfer);
+        // A file that has grown meanwhile is sent as long as it was; one that has shrunk cannot be.
+        auto const wanted = std::min(static_cast<off_t>(size), self.fileSize_ - self.fileSent_);
+        ssize_t const count = ::read(self.file_.get(), bytes, static_cast<std::size_t>(wanted));
+        if (count < 0 || (count == 0 && wanted > 0)) return CURL_READFUNC_ABORT;
+        self.fileSent_ += count;
+        return static_cast<std::size_t>(count);
+    }
+
+    static int onSeek(void* transfer, curl_off_t offset, int origin) {
+        auto& self = touched(transfer);
+        if (origin != SEEK_SET || ::lseek(self.file_.get(), offset, SEEK_SET) != offset) return CURL_SEEKFUNC_FAIL;
+        self.fileSent_ = offset;
+        return CURL_SEEKFUNC_OK;
+    }
+
+    KvHttpTask const task_;
+    Completion const completion_;
+    KvHttpAnswer answer_;
+    KvFileDescriptor file_;
+    off_t fileSize_ = 0;
+    off_t fileSent_ = 0;
+    Clock::time_point started_;
+    Clock::time_point lastActivity_;
+    CURL* easy_ = nullptr;
+    curl_slist* headers_ = nullptr;
+};
+
+// What the session's thread does, and all that it needs for it.
+class KvHttpSession::Loop {
+public:
+    explicit Loop(KvHttpSession& session) : session_(session) {}
+
+    void run() {
+        while (!session_.stopping_) {
+            begin();
+            int running = 0;
+            curl_multi_perform(session_.multi_, &running);
+            concludeFinished();
+            concludeExpired();
+            curl_multi_poll(session_.multi_, nullptr, 0, static_cast<int>(untilNextDeadline().count()), nullptr);
+        }
+        session_.stopped_ = true;
+    }
+
+private:
+    void begin() {
+        std::vector<std::unique_ptr<Transfer>> started;
+        {
+            std::lock_guard lock(session_.mutex_);
+            started.swap(session_.started_);
+        }
+        for (auto& transfer : started) {
+            if (!transfer->prepare()) {
+                transfer->conclude({});
+                continue;
+            }
+            CURL* const easy = transfer->easy();
+            transfers_.emplace(easy, std::move(transfer));
+            curl_multi_add_handle(session_.multi_, easy);
+        }
+    }
+
+    void concludeFinished() {
+        int left = 0;
+        while (CURLMsg const* const message = curl_multi_info_read(session_.multi_, &left)) {
+            if (message->msg != CURLMSG_DONE) continue;
+            auto const result = message->data.result;
+            conclude(message->easy_handle, result == CURLE_OK ? "" : curl_easy_strerror(result));
+        }
+    }
+
+    void concludeExpired() {
+        auto const now = Clock::now();
+        std::vector<CURL*> expired;
+        for (auto const& [easy, transfer] : transfers_) {
+            if (transfer->deadline() <= now) expired.push_back(easy);
+        }
+        for (CURL* const easy : expired) conclude(easy, "timed out");
+    }
+
+    void conclude(CURL* easy, std::string_view error) {
+        auto const transfer = std::move(transfers_.extract(easy).mapped());
+        curl_multi_remove_handle(session_.multi_, easy);
+        transfer->conclude(error);
+    }
+
+    std::chrono::milliseconds untilNextDeadline() const {
+        auto next = Clock::now() + kLongestSleep;
+        for (auto const& [easy, transfer] : transfers_) next = std::min(next, transfer->deadline());
+        return std::max(std::chrono::ceil<std::chrono::milliseconds>(next - Clock::now()),
+                        std::chrono::milliseconds(0));
+    }
+
+    KvHttpSession& session_;
+    std::unordered_map<CURL*, std::unique_ptr<Transfer>> transfers_;
+};
+
+KvHttpSession& KvHttpSession::shared() {
+    static auto& session = *new KvHttpSession;  // never destroyed: its thread runs until the very end of the process
+    return session;
+}
+
+KvHttpSession::KvHttpSession() : multi_(makeMulti()) {
+    std::thread([this] {
+        sigset_t all;  // signals are the application's: its own threads take them
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, nullptr);
+        pthread_setname_np(pthread_self(), "kv.http");
+        Loop(*this).run();
+    }).detach();
+    // OpenSSL, which curl has set up by now, cleans up behind this and must find nobody using it.
+    static pid_t const process = ::getpid();
+    std::atexit([] {
+        if (::getpid() == process) shared().stopAtExit();
+    });
+}
+
+void KvHttpSession::stopAtExit() {
+    stopping_ = true;
+    curl_multi_wakeup(multi_);
+    auto const end = Clock::now() + kLongestExit;
+    while (!stopped_ && Clock::now() < end) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
+
+void KvHttpSession::start(KvHttpTask task, Completion completion) {
+    auto transfer = std::make_unique<Transfer>(std::move(task), std::move(completion));
+    {
+        std::lock_guard lock(mutex_);
+        started_.push_back(std::move(transfer));
+    }
+    curl_multi_wakeup(multi_);
+}
+
+}  // namespace kv

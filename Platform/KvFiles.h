@@ -1,0 +1,49 @@
+// What the standard library's files lack: descriptors, private directories, a rename that replaces nothing.
+#pragma once
+
+#include "Platform/KvExport.h"
+
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+#include <sys/types.h>
+
+namespace kv {
+
+/// Owns an open descriptor, or none.
+class KV_EXPORT KvFileDescriptor {
+public:
+    KvFileDescriptor() = default;
+    explicit KvFileDescriptor(int fd) : fd_(fd) {}
+    KvFileDescriptor(KvFileDescriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+    KvFileDescriptor& operator=(KvFileDescriptor&& other) noexcept {
+        std::swap(fd_, other.fd_);
+        return *this;
+    }
+    ~KvFileDescriptor();
+    int get() const { return fd_; }
+    explicit operator bool() const { return fd_ >= 0; }
+
+private:
+    int fd_ = -1;
+};
+
+/// Which file this is, whatever its name.
+struct KvFileId {
+    dev_t device = 0;
+    ino_t inode = 0;
+    bool operator==(KvFileId const&) const = default;
+};
+
+/// Writes all of it, or says false, with errno set.
+KV_EXPORT bool writeAll(int fd, std::string_view bytes);
+/// Makes a directory and whatever is missing above it, for this user alone. True when it is there afterwards.
+KV_EXPORT bool createDirectories(std::string const& path);
+/// Like rename, but fails when `to` exists.
+KV_EXPORT std::error_code renameWithoutReplacing(std::string const& from, std::string const& to);
+/// The error that errno stands for.
+KV_EXPORT std::error_code lastError();
+
+}  // namespace kv
