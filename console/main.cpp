@@ -38,6 +38,7 @@ struct ConsoleCommand {
             .add_option_function<std::string>(
                 "--delegate", [this](std::string const& names) { options.delegate = splitAtCommas(names); },
                 "The client callbacks that are implemented (default: all)")
+            ->expected(0, 1)
             ->type_name("NAME,...");
         command.add_option("--linger", linger, "Seconds to wait for events after the end of input (default: 0)")
             ->check(CLI::Range(0.0, kLongestLinger))
