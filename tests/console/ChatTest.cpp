@@ -1,0 +1,137 @@
+// The chat as a script uses it: lines in, lines out. What it draws in a terminal is not seen here.
+#include "console/Programs.h"
+#include "support/TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+
+namespace kv::test {
+namespace {
+
+class Chat : public testing::Test {
+protected:
+    /// A user of the same service, with whom the chat talks.
+    void startPeer() {
+        peer.send(loginLine("bob"));
+        peer.send(R"({"op":"getPimInvitationKit"})");
+        peer.send(R"({"op":"createChannelWithId","channelId":"garden"})");
+        ASSERT_TRUE(peer.prints(R"({*"op":"loginByToken","code":0})"));
+        peer.send(R"({"op":"joinWithCompletion","channelId":"garden"})");
+        ASSERT_TRUE(peer.prints(R"({*"op":"joinWithCompletion","code":0})"));
+    }
+
+    Service service;
+    Program peer{consoleCommand(service.url())};
+};
+
+TEST_F(Chat, CommandsReachTheOtherSideAndTheirAnswersAreShown) {
+    startPeer();
+    struct Step {
+        char const* line;
+        char const* shown;    // by the chat, or null
+        char const* printed;  // by the peer, or null
+    };
+    Step const steps[] = {
+        {"hello?", "! to whom?*", nullptr},
+        {"/who", "! you are in no room*", nullptr},
+        {"/join a/b", "! this is no valid room name", nullptr},
+        {"/join garden", "* you are in garden", "{\"event\":\"channel.memberJoined\",*\"alice\"*"},
+        {"  hello, garden", nullptr, R"({"event":"channel.messageReceived",*"text":"  hello, garden"*)"},
+        {"/who", "* here: bob, alice", nullptr},
+        {"/count", "* garden has 2 members", nullptr},
+        {"/msg bob just you", nullptr, R"({"event":"messageReceived","peerId":"alice",*"text":"just you"*)"},
+        {"/msg bob", "! /msg wants USER TEXT", nullptr},
+        {"/status bob", "* bob is online", nullptr},
+        {"/status nobody", "* nobody is offline", nullptr},
+        {"/watch bob", "* you watch bob", nullptr},
+        {"/set mood rather good", "* you: mood = rather good", nullptr},
+        {"/attrs", "* alice: mood = rather good", nullptr},
+        {"/attrs bob", "* bob has no attributes", nullptr},
+        {"/room-attrs", "* garden has no attributes", nullptr},
+        {"/accept", "! nobody has invited you", nullptr},
+        {"/invite bob a walk?", "* you invite bob", R"({"event":"invitationArrived",*"a walk?"*)"},
+        {"/cancel", "* canceled", R"({"event":"invitationCanceled",*)"},
+        {"/invite nobody", "! inviting nobody: this user is unknown", nullptr},
+        {"/dance", "! there is no /dance*", nullptr},
+        {"/help", "/file PATH*", nullptr},
+        {"/leave", "* you have left garden", R"({"event":"channel.memberLeft",*)"},
+        {"to the last one", nullptr, R"({"event":"messageReceived",*"text":"to the last one"*)"},
+    };
+    Program chat(chatCommand(service.url(), "alice"));
+    for (auto const& step : steps) {
+        chat.send(step.line);
+        if (step.shown != nullptr) {
+            EXPECT_TRUE(chat.prints(step.shown)) << step.line;
+        }
+        if (step.printed != nullptr) {
+            EXPECT_TRUE(peer.prints(step.printed)) << step.line;
+        }
+    }
+    chat.send("/quit");
+    EXPECT_EQ(chat.exitStatus(), 0);
+}
+
+TEST_F(Chat, WhatOthersWriteCannotReachTheTerminal) {
+    startPeer();
+    Program chat(chatCommand(service.url(), "alice"));
+    chat.send("/join garden");
+    ASSERT_TRUE(chat.prints("* you are in garden"));
+    peer.send(
+        R"({"op":"sendMessage","channelId":"garden","text":"\u001b]0;title\u0007\r\u009b2J\u202Eevil\n\u007f ü"})");
+    EXPECT_TRUE(chat.prints("bob (garden) ^[]0;title^G^M<U+009B>2J<U+202E>evil^J^? ü"));
+    peer.send(R"({"op":"sendMessageToPeer","peerId":"alice","text":"\u001b[31m","rawData":"AAEC"})");
+    EXPECT_TRUE(chat.prints("bob (to you) [3 bytes: ^[[31m]"));
+}
+
+TEST_F(Chat, FilesUpToTheLimitAreSent) {
+    startPeer();
+    TemporaryDirectory const directory;
+    makeFile(directory.path("fits"), std::string(32'768, '\0'));
+    makeFile(directory.path("too-long"), std::string(32'769, '\0'));
+    Program chat(chatCommand(service.url(), "alice"));
+    chat.send("/join garden");
+    chat.send("/file " + directory.path("too-long"));
+    EXPECT_TRUE(chat.prints("! a file may have 32,768 bytes; this one has 32769"));
+    chat.send("/file " + directory.path());
+    EXPECT_TRUE(chat.prints("! this is not a file*"));
+    chat.send("/file " + directory.path("fits"));
+    EXPECT_TRUE(peer.prints(R"({"event":"channel.messageReceived",*"type":2,"text":"fits","rawData":"AAAA*)"));
+}
+
+TEST_F(Chat, AScriptIsCarriedOutLineByLineAndLogsOut) {
+    startPeer();
+    Program chat(chatCommand(service.url(), "alice"));
+    chat.write("/join garden\none\ntwo");
+    chat.closeInput();
+    EXPECT_EQ(chat.exitStatus(), 0);
+    EXPECT_TRUE(peer.prints(R"({"event":"channel.messageReceived",*"text":"one"*)"));
+    EXPECT_TRUE(peer.prints(R"({"event":"channel.messageReceived",*"text":"two"*)"));
+    EXPECT_TRUE(chat.prints("* disconnected"));
+    EXPECT_TRUE(peer.prints(R"({"event":"channel.memberLeftWithReason",*"alice"*)"));
+}
+
+TEST_F(Chat, AnInterruptLogsOutToo) {
+    Program chat(chatCommand(service.url(), "alice"));
+    ASSERT_TRUE(chat.prints("* Hello, alice*"));
+    chat.interrupt();
+    EXPECT_EQ(chat.exitStatus(), 0);
+    EXPECT_TRUE(chat.prints("* disconnected"));
+}
+
+TEST_F(Chat, ALoginThatFailsIsToldInWords) {
+    Program refused(chatCommand(service.url(), "alice", {"--token", "short"}));
+    EXPECT_EQ(refused.exitStatus(), 1);
+    EXPECT_TRUE(refused.prints("! login: the token is invalid*"));
+
+    Program unreached(chatCommand(kNobody, "alice"));
+    EXPECT_EQ(unreached.exitStatus(), 1);
+    EXPECT_TRUE(unreached.prints("! login: no service was reached*"));
+
+    Program kickedOut(chatCommand(service.url(), "alice"));
+    ASSERT_TRUE(kickedOut.prints("* Hello, alice*"));
+    peer.send(loginLine("alice"));
+    EXPECT_EQ(kickedOut.exitStatus(), 1);
+    EXPECT_TRUE(kickedOut.prints("! you have logged in somewhere else*"));
+}
+
+}  // namespace
+}  // namespace kv::test

@@ -1,0 +1,200 @@
+// How the console behaves as a program: bad lines, the end of its input, its exit status, its options.
+#include "console/Programs.h"
+
+#include <chrono>
+
+#include <gtest/gtest.h>
+
+namespace kv::test {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using namespace std::chrono_literals;
+
+TEST(Console, ExitStatusTellsBadUsageFromFailedCreation) {
+    struct Case {
+        std::vector<std::string> command;
+        int status;
+        char const* printed;
+    };
+    std::vector<Case> const cases = {
+        {{KVPIM_CLIENT}, 2, nullptr},
+        {{KVPIM_CLIENT, "--unknown"}, 2, nullptr},
+        {{KVPIM_CLIENT, "console"}, 2, nullptr},
+        {consoleCommand(kNobody, {"--linger", "-1"}), 2, nullptr},
+        {consoleCommand(kNobody, {"--linger", "soon"}), 2, nullptr},
+        {consoleCommand(kNobody, {"--delegate", "messageReceived,memberJoined"}), 2, nullptr},
+        {consoleCommand("not an address"), 1, R"({"event":"createFailed"})"},
+        {consoleCommand(kNobody), 0, R"({"event":"ready"})"},
+        {{KVPIM_CLIENT, "--version"}, 0, "kvpim *"},
+        {{KVPIM_CLIENT, "console", "--help"}, 0, "*--linger*"},
+    };
+    for (auto const& one : cases) {
+        Program program(one.command);
+        program.closeInput();
+        EXPECT_EQ(program.exitStatus(), one.status) << testing::PrintToString(one.command);
+        if (one.printed != nullptr) {
+            EXPECT_TRUE(program.prints(one.printed));
+        } else {
+            EXPECT_TRUE(program.otherLines().empty()) << program.otherLines().front();
+        }
+    }
+}
+
+TEST(Console, BadLinesAreToldByNumberAndTheNextLineIsRead) {
+    std::pair<char const*, char const*> const cases[] = {
+        {R"()", "not JSON*"},
+        {R"(login)", "not JSON*"},
+        {R"({"op":"state")", "not JSON*"},
+        {"{\"op\":\"state\",\"id\":\"\xff\"}", "not JSON*"},
+        {R"(["op"])", "not a JSON object"},
+        {R"({"id":1})", R"(\"op\" is missing)"},
+        {R"({"op":1})", R"(\"op\" must be *)"},
+        {R"({"op":"stat"})", "*"},
+        {R"({"op":"destroyChannelWithId"})", R"(\"channelId\" is missing)"},
+        {R"({"op":"destroyChannelWithId","channelId":null})", R"(\"channelId\" is missing)"},
+        {R"({"op":"destroyChannelWithId","channelId":7})", R"(\"channelId\" must be *)"},
+        {R"({"op":"loginByToken","token":"t","timeStamp":1.5,"userId":"u"})", R"(\"timeStamp\" must be *)"},
+        {R"({"op":"loginByToken","token":"t","timeStamp":9223372036854775808,"userId":"u"})",
+         R"(\"timeStamp\" must be *)"},
+        {R"({"op":"setChannelAttributes","channelId":"c","attributes":{"k":"v"}})", R"(\"attributes\" must be *)"},
+        {R"({"op":"setChannelAttributes","channelId":"c","attributes":[{"key":"k"}]})", R"(\"attributes\" must be *)"},
+        {R"({"op":"clearChannelAttributes","channelId":"c","enableNotificationToChannelMembers":1})",
+         "* must be true or false"},
+        {R"({"op":"queryPeersOnlineStatus","peerIds":["a",1]})", R"(\"peerIds\" must be *)"},
+        {R"({"op":"sendMessageToPeer","peerId":"a","rawData":"AAA"})", R"(\"rawData\" must be *)"},
+        {R"({"op":"sendMessageToPeer","peerId":"a","rawData":"A A="})", R"(\"rawData\" must be *)"},
+        {R"({"op":"createChannelWithId","channelId":"c","delegate":["connectionStateChanged"]})", "*callback*"},
+        {R"({"op":"getPimInvitationKit","delegate":["memberJoined"]})", "*callback*"},
+        {R"({"op":"sleep","seconds":-1})", R"(\"seconds\" must be *)"},
+        {R"({"op":"sleep","seconds":1e300})", R"(\"seconds\" must be *)"},
+    };
+    Program console(consoleCommand(kNobody));
+    int number = 0;
+    for (auto const& [line, error] : cases) {
+        console.send(line);
+        auto const expected = R"({"error":")" + std::string(error) + R"(","line":)" + std::to_string(++number) + "}";
+        EXPECT_TRUE(console.prints(expected)) << line;
+    }
+    console.send(R"({"op":"setParameters","id":"after","parameters":""})");
+    EXPECT_TRUE(console.prints(R"({"id":"after","op":"setParameters","result":0})"));
+}
+
+TEST(Console, LinesComeInAnyPieces) {
+    Program console(consoleCommand(kNobody));
+    console.write(R"({"op":"setPara)");
+    ASSERT_TRUE(console.prints(R"({"event":"ready"})"));
+    console.write(
+        "meters\",\"id\":1,\"parameters\":\"\"}\r\n{\"op\":\"setParameters\",\"id\":2,\"parameters\":\"\"}\n{\"op\"");
+    EXPECT_TRUE(console.prints(R"({"id":1,"op":"setParameters","result":0})"));
+    EXPECT_TRUE(console.prints(R"({"id":2,"op":"setParameters","result":0})"));
+    console.write(R"(:"setParameters","id":3,"parameters":""})");  // the last line has no end
+    console.closeInput();
+    EXPECT_EQ(console.exitStatus(), 0);
+    EXPECT_TRUE(console.prints(R"({"id":3,"op":"setParameters","result":0})"));
+}
+
+TEST(Console, LinesMayBeLongButNotEndless) {
+    std::size_t const longest = 16u << 20;
+    std::string const frame = R"({"op":"setParameters","id":1,"parameters":""})";
+    std::string longestLine = frame;
+    longestLine.insert(longestLine.size() - 2, longest - frame.size(), 'x');
+    Program console(consoleCommand(kNobody));
+    console.send(longestLine);
+    EXPECT_TRUE(console.prints(R"({"id":1,"op":"setParameters","result":0})"));
+    console.send(longestLine + " ");
+    EXPECT_TRUE(console.prints(R"({"error":"*16 MiB*","line":2})"));
+    console.send("not JSON");
+    EXPECT_TRUE(console.prints(R"({"error":"*","line":3})"));
+}
+
+TEST(Console, EndOfInputWaitsForTheAnswersAndThenLingersForEvents) {
+    Service service;
+    Program bob(consoleCommand(service.url(), {"--linger", "0.5"}));
+    bob.send(loginLine("bob"));
+    ASSERT_TRUE(bob.prints(R"({*"op":"loginByToken","code":0})"));
+
+    // Too long a text is answered at once, and once more when the server has answered.
+    Program alice(consoleCommand(service.url()));
+    alice.send(loginLine("alice"));
+    ASSERT_TRUE(alice.prints(R"({*"op":"loginByToken","code":0})"));
+    std::string const text(32'769, 'x');
+    alice.send(R"({"op":"sendMessageToPeer","id":2,"peerId":"bob","text":")" + text + R"("})");
+    alice.send(R"({"op":"sendMessageToPeer","id":3,"peerId":"bob","text":"bye"})");
+    auto const ended = Clock::now();
+    bob.closeInput();
+    alice.closeInput();
+    EXPECT_EQ(alice.exitStatus(), 0);
+    EXPECT_TRUE(alice.prints(R"({"id":2,"op":"sendMessageToPeer","code":7})"));
+    EXPECT_TRUE(alice.prints(R"({"id":2,"op":"sendMessageToPeer","code":*})"));
+    EXPECT_TRUE(alice.prints(R"({"id":3,"op":"sendMessageToPeer","code":0})"));
+    EXPECT_EQ(bob.exitStatus(), 0);
+    EXPECT_GE(Clock::now() - ended, 500ms);
+    EXPECT_TRUE(bob.prints(R"({"event":"messageReceived","peerId":"alice",*"text":"bye",*)"));
+}
+
+TEST(Console, LinesBehindASleepAreReadAfterIt) {
+    Program console(consoleCommand(kNobody));
+    auto const begin = Clock::now();
+    console.send(R"({"op":"sleep","id":1,"seconds":0.3})");
+    console.send(R"({"op":"setParameters","id":2,"parameters":""})");
+    console.closeInput();
+    EXPECT_EQ(console.exitStatus(), 0);
+    EXPECT_GE(Clock::now() - begin, 300ms);
+    std::deque<std::string> const expected = {R"({"event":"ready"})", R"({"id":1,"op":"sleep","result":true})",
+                                              R"({"id":2,"op":"setParameters","result":0})"};
+    EXPECT_EQ(console.otherLines(), expected);
+}
+
+TEST(Console, QuitEndsItWithoutWaitingForAnswers) {
+    Service service;
+    Program console(consoleCommand(service.url()));
+    console.send(loginLine("alice"));
+    console.send(R"({"op":"quit"})");
+    console.send("this line is not read");
+    EXPECT_EQ(console.exitStatus(), 0);
+    EXPECT_FALSE(console.otherLines().empty());
+    for (auto const& line : console.otherLines()) EXPECT_FALSE(line.starts_with(R"({"error")")) << line;
+}
+
+TEST(Console, EndsQuietlyWhenNobodyReadsAnyMore) {
+    Program console(consoleCommand(kNobody, {"--linger", "60"}));
+    ASSERT_TRUE(console.prints(R"({"event":"ready"})"));
+    console.closeOutput();
+    EXPECT_EQ(console.exitStatus(), 0);
+}
+
+TEST(Console, OnlyTheCallbacksThatAreAskedForAreThere) {
+    Service service;
+    Program alice(consoleCommand(service.url(), {"--delegate", "messageReceived"}));
+    Program bob(consoleCommand(service.url(), {"--delegate="}));
+    alice.send(loginLine("alice"));
+    alice.send(R"({"op":"createChannelWithId","channelId":"c","delegate":["memberLeftWithReason"]})");
+    ASSERT_TRUE(alice.prints(R"({*"op":"loginByToken","code":0})"));
+    alice.send(R"({"op":"joinWithCompletion","channelId":"c"})");
+    ASSERT_TRUE(alice.prints(R"({*"op":"joinWithCompletion","code":0})"));
+
+    bob.send(loginLine("bob"));
+    bob.send(R"({"op":"createChannelWithId","channelId":"c","delegate":[]})");
+    ASSERT_TRUE(bob.prints(R"({*"op":"loginByToken","code":0})"));
+    bob.send(R"({"op":"joinWithCompletion","channelId":"c"})");
+    ASSERT_TRUE(bob.prints(R"({*"op":"joinWithCompletion","code":0})"));
+    bob.send(R"({"op":"sendMessage","channelId":"c","text":"unheard"})");
+    bob.send(R"({"op":"leaveWithCompletion","channelId":"c"})");
+    bob.send(R"({"op":"sendMessageToPeer","peerId":"alice","text":"heard"})");
+    bob.closeInput();
+    EXPECT_EQ(bob.exitStatus(), 0);
+
+    EXPECT_TRUE(alice.prints(R"({"event":"messageReceived",*"heard"*)"));
+    alice.closeInput();
+    EXPECT_EQ(alice.exitStatus(), 0);
+    EXPECT_TRUE(alice.prints(R"({"event":"channel.memberLeftWithReason",*"reason":1})"));
+    for (auto* const program : {&alice, &bob}) {
+        for (auto const& line : program->otherLines()) {
+            EXPECT_TRUE(!line.starts_with(R"({"event")") || line == R"({"event":"ready"})") << line;
+        }
+    }
+}
+
+}  // namespace
+}  // namespace kv::test
