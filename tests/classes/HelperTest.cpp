@@ -1,0 +1,87 @@
+// The helpers whose exact results end up on the wire and in logs, and the configuration of a login.
+#include "Classes/Catagory/KvJson.h"
+#include "Classes/Catagory/KvString.h"
+#include "Classes/Internal/KvPimLoginParams.h"
+#include "Classes/Internal/KvPimStateHelper.h"
+
+#include <cmath>
+#include <limits>
+
+#include <boost/json/parse.hpp>
+#include <boost/json/serialize.hpp>
+#include <gtest/gtest.h>
+
+namespace kv::test {
+namespace {
+
+namespace json = boost::json;
+
+TEST(HelperTest, IntegersAreReadFromWhateverTheServerSent) {
+    using Limits = std::numeric_limits<std::int64_t>;
+    struct Case {
+        char const* text;
+        std::int64_t want;
+    };
+    for (auto const& c :
+         {Case{"7", 7}, Case{"-7", -7}, Case{"7.9", 7}, Case{"-7.9", -7}, Case{"1e300", Limits::max()},
+          Case{"-1e300", Limits::min()}, Case{"18446744073709551615", Limits::max()}, Case{"true", 1}, Case{"null", 0},
+          Case{"[]", 0}, Case{"\"200\"", 200}, Case{"\" -12x\"", -12}, Case{"\"x\"", 0},
+          Case{"\"99999999999999999999\"", Limits::max()}, Case{"\"-99999999999999999999\"", Limits::min()},
+          Case{"\"-9223372036854775808\"", Limits::min()}, Case{"9223372036854775807", Limits::max()}}) {
+        auto const value = json::parse(c.text);
+        EXPECT_EQ(asInteger(&value), c.want) << c.text;
+    }
+    json::value const big(5000000000);
+    EXPECT_EQ(asInteger32(&big), std::numeric_limits<std::int32_t>::max());
+    EXPECT_EQ(asInteger(nullptr), 0);
+}
+
+TEST(HelperTest, JsonTextIsForListsAndDictionaries) {
+    EXPECT_EQ(jsonString("text"), "");
+    EXPECT_EQ(jsonString(7), "");
+    EXPECT_EQ(jsonString(json::object{{"a", json::array{1, "b"}}}), R"({"a":[1,"b"]})");
+    EXPECT_EQ(jsonString(json::array{std::nan("")}), std::nullopt);
+}
+
+TEST(HelperTest, PatternsCoverTheWholeText) {
+    EXPECT_TRUE(match(std::string(32, 'x'), R"(\S{32,32})"));
+    EXPECT_FALSE(match(std::string(33, 'x'), R"(\S{32,32})"));
+    EXPECT_FALSE(match("x", "("));
+    EXPECT_EQ(md5Value(""), "d41d8cd98f00b204e9800998ecf8427e");
+    EXPECT_EQ(md5Value("abc"), "900150983cd24fb0d6963f7d28e17f72");
+}
+
+TEST(HelperTest, ALoginsConfigurationCarriesItsCredentialsAsText) {
+    KvPimLoginParams parameters;
+    EXPECT_TRUE(parameters.generateSocketConfig().empty());
+    parameters.loginWithToken("t\"oken", "app", "user", 5);
+    auto const config = parameters.generateSocketConfig();
+    EXPECT_EQ(config.at("compress"), true);
+    EXPECT_EQ(config.at("forceWebsockets"), true);
+    auto const& parameter = config.at("connectParams").as_object();
+    EXPECT_EQ(parameter.at("app"), "brivel");
+    EXPECT_EQ(parameter.at("roomId"), "app");
+    auto const credentials = json::parse(parameter.at("token").as_string()).as_object();
+    EXPECT_EQ(credentials.at("token"), "t\"oken");
+    EXPECT_EQ(credentials.at("timestamp"), 5);
+    EXPECT_GT(credentials.at("connectTimeStamp").as_int64(), 1600000000000);
+    EXPECT_EQ(credentials.size(), 4u);
+    parameters.logout();
+    EXPECT_TRUE(parameters.generateSocketConfig().empty());
+}
+
+TEST(HelperTest, LogoutEmptiesWhatTheLoginBuiltUp) {
+    KvPimStateHelper state;
+    state.subscribeAttributesOf({"a", "a", "b"});
+    EXPECT_EQ(state.subscribedAttributesPeerIds(), (std::vector<std::string>{"a", "b"}));
+    state.localUserAttributes.setLocalUserAttributes({{"x", "1"}, {"y", "2"}});
+    state.localUserAttributes.setLocalUserAttributes({{"y", "3"}});
+    state.localUserAttributes.addOrUpdateLocalUserAttributes({{"z", "4"}});
+    EXPECT_EQ(state.localUserAttributes.userAttributes(), (KvPimLocalUserAttributes::Map{{"y", "3"}, {"z", "4"}}));
+    state.logout();
+    EXPECT_TRUE(state.subscribedAttributesPeerIds().empty());
+    EXPECT_TRUE(state.localUserAttributes.pimAttributes().empty());
+}
+
+}  // namespace
+}  // namespace kv::test

@@ -1,0 +1,178 @@
+// Invitations between two clients, and the objects, timers and store behind them.
+#include "Classes/Utils/KvInvitationStore.h"
+#include "Person.h"
+
+#include <boost/json/array.hpp>
+#include <boost/json/object.hpp>
+
+namespace kv::test {
+namespace {
+
+namespace json = boost::json;
+using namespace std::chrono_literals;
+using Invitation = std::shared_ptr<KvPimInvitation>;
+
+struct Party {
+    Party(Service const& service, std::string userId, std::shared_ptr<KvMainQueue> queue)
+        : person(service.url(), std::move(userId), std::move(queue)),
+          listener(std::make_shared<KvPimInvitationDelegate>()) {
+        auto const note = [this](char const* what) {
+            return [this, what](KvPimInvitationKit&, Invitation invitation) { heard.emplace_back(what, invitation); };
+        };
+        listener->invitationArrived = note("arrived");
+        listener->invitationCanceled = note("canceled");
+        listener->invitationAccept = note("accepted");
+        listener->invitationRefused = note("refused");
+        listener->invitationFailed = [this](KvPimInvitationKit&, Invitation invitation, std::int64_t code) {
+            heard.emplace_back("failed " + std::to_string(code), invitation);
+        };
+        kit = person.kit->getPimInvitationKit();
+        kit->setDelegate(listener);
+    }
+
+    Person person;
+    std::shared_ptr<KvPimInvitationDelegate> listener;
+    std::shared_ptr<KvPimInvitationKit> kit;
+    std::vector<std::pair<std::string, Invitation>> heard;
+};
+
+class InvitationTest : public testing::Test {
+protected:
+    InvitationTest() {
+        KvInvitationStore::shared().reset();
+        EXPECT_TRUE(alice.person.login());
+        EXPECT_TRUE(bob.person.login());
+    }
+
+    Invitation send(std::string const& info = "tea?") {
+        auto invitation = KvPimInvitation::initWithInviter("alice", "bob");
+        invitation->requestInfo = info;
+        EXPECT_EQ(alice.person.codeOf([&](auto done) { alice.kit->sendInvitation(invitation, done); }), 0);
+        return invitation;
+    }
+    bool hears(Party const& party, std::string const& what) {
+        return runUntil(*queue, [&] { return !party.heard.empty() && party.heard.back().first == what; });
+    }
+
+    Service service;
+    std::shared_ptr<KvMainQueue> queue = KvMainQueue::create(KvMainQueue::Time::manual);
+    Party alice{service, "alice", queue};
+    Party bob{service, "bob", queue};
+};
+
+TEST_F(InvitationTest, AcceptedRefusedAndCanceled) {
+    struct Case {
+        char const* told;
+        std::int64_t state;
+        bool byBob;
+        void (KvPimInvitationKit::*answer)(Invitation, KvPimInvitationKit::Completion);
+    };
+    for (auto const& c : {Case{"accepted", 4, true, &KvPimInvitationKit::acceptInvitation},
+                          Case{"refused", 5, true, &KvPimInvitationKit::refuseInvitation},
+                          Case{"canceled", 3, false, &KvPimInvitationKit::cancelInvitation}}) {
+        auto const mine = send();
+        EXPECT_EQ(mine->state, KvPimInvitationStatePending);
+        ASSERT_TRUE(hears(bob, "arrived"));
+        auto const arrived = bob.heard.back().second;
+        EXPECT_EQ(arrived->requestInfo, "tea?");
+        Party& answering = c.byBob ? bob : alice;
+        Party& told = c.byBob ? alice : bob;
+        EXPECT_EQ(answering.person.codeOf([&](auto done) { (*answering.kit.*c.answer)(arrived, done); }), 0) << c.told;
+        ASSERT_TRUE(hears(told, c.told));
+        EXPECT_EQ(told.heard.back().second->state, c.state);
+        auto const heardBefore = alice.heard.size() + bob.heard.size();
+        queue->advance(61s);
+        EXPECT_EQ(alice.heard.size() + bob.heard.size(), heardBefore) << c.told << " invitations do not expire";
+        EXPECT_EQ(KvInvitationStore::shared().getInvitation(*mine), nullptr);
+    }
+}
+
+TEST_F(InvitationTest, AcceptHandsOverTheNoticeAndAllOthersTheStoredObject) {
+    auto const mine = KvPimInvitation::initWithInviter("alice", "bob");
+    auto const notice = [&](std::int64_t state) {
+        alice.heard.clear();
+        KvInvitationStore::shared().addInvitation(mine);
+        service.emit("alice", "InvitationNotify",
+                     {{"invitation", {{"inviter", "alice"}, {"invitee", "bob"}, {"state", state}}}});
+        EXPECT_TRUE(runUntil(*queue, [&] { return !alice.heard.empty(); })) << state;
+        EXPECT_EQ(mine->state, state);
+        return alice.heard.back().second;
+    };
+    for (std::int64_t const state : {1, 2, 3, 5}) EXPECT_EQ(notice(state), mine) << state;
+    EXPECT_NE(notice(4), mine);
+}
+
+TEST_F(InvitationTest, NobodyAnswersForSixtySeconds) {
+    auto const mine = send();
+    ASSERT_TRUE(hears(bob, "arrived"));
+    queue->advance(59s);
+    EXPECT_TRUE(alice.heard.empty());
+    queue->advance(1s);
+    // Both sides share one store here, and the later of the two timers under one key is the one that counts.
+    EXPECT_EQ(alice.heard.size() + bob.heard.size(), 2u);
+    EXPECT_EQ(mine->state, KvPimInvitationStateFailed);
+    EXPECT_EQ(KvInvitationStore::shared().getInvitation(*mine), mine);
+}
+
+TEST_F(InvitationTest, AnUnansweredSendFailsWithoutATimer) {
+    service.answer("invitationOp", nullptr);
+    auto const invitation = KvPimInvitation::initWithInviter("alice", "bob");
+    std::int64_t code = -1;
+    alice.kit->sendInvitation(invitation, [&](std::int64_t result) { code = result; });
+    queue->advance(6s);
+    EXPECT_EQ(code, 1);
+    EXPECT_EQ(invitation->state, KvPimInvitationStateFailed);
+    queue->advance(61s);
+    EXPECT_TRUE(alice.heard.empty());
+}
+
+TEST_F(InvitationTest, WhereTheDelegateIsMissingTheStoreKeepsTheInvitation) {
+    auto const stored = KvPimInvitation::initWithInviter("alice", "bob");
+    alice.listener->invitationRefused = nullptr;
+    alice.listener->invitationArrived = nullptr;
+    alice.listener->invitationFailed = nullptr;
+    for (std::int64_t const state : {2, 5, 1}) {
+        service.emit("alice", "InvitationNotify",
+                     {{"invitation", {{"inviter", "alice"}, {"invitee", "bob"}, {"state", state}}}});
+        EXPECT_TRUE(runUntil(*queue, [&] { return stored->state == state; }));
+        EXPECT_EQ(KvInvitationStore::shared().getInvitation(*stored), stored);
+    }
+    queue->advance(61s);
+    EXPECT_EQ(stored->state, 1);
+    EXPECT_TRUE(alice.heard.empty());
+}
+
+TEST_F(InvitationTest, LogoutStopsEveryTimerSilently) {
+    send();
+    ASSERT_TRUE(hears(bob, "arrived"));
+    bob.heard.clear();
+    EXPECT_EQ(alice.person.codeOf([&](auto done) { alice.person.kit->logoutWithCompletion(done); }), 0);
+    queue->advance(61s);
+    EXPECT_TRUE(alice.heard.empty());
+    EXPECT_TRUE(bob.heard.empty());
+}
+
+TEST_F(InvitationTest, ATimerOutlivesItsClientQuietly) {
+    send();
+    std::weak_ptr<KvPimInvitationKit> const kit = alice.kit;
+    alice.kit.reset();
+    alice.person.kit.reset();
+    queue->advance(61s);
+    EXPECT_TRUE(alice.heard.empty());
+    bob.kit.reset();
+    EXPECT_TRUE(kit.expired());
+}
+
+TEST_F(InvitationTest, ANoticeBeforeTheKitIsDropped) {
+    Person carol(service.url(), "carol", queue);
+    ASSERT_TRUE(carol.login());
+    service.emit("carol", "InvitationNotify", {{"invitation", {{"inviter", "x"}, {"invitee", "carol"}, {"state", 2}}}});
+    EXPECT_EQ(carol.codeOf([&](auto done) { carol.kit->subscribePeersOnlineStatus({"x"}, done); }), 0);
+    KvPimInvitation probe;
+    probe.inviter = "x";
+    probe.invitee = "carol";
+    EXPECT_EQ(KvInvitationStore::shared().getInvitation(probe), nullptr);
+}
+
+}  // namespace
+}  // namespace kv::test

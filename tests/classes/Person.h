@@ -1,0 +1,100 @@
+// A client of the library under test: a kit whose delegate writes everything down, on a queue that the test drives.
+#pragma once
+
+#include "Classes/KvPimChannel.h"
+#include "Classes/KvPimInvitationKit.h"
+#include "Classes/KvPimKit.h"
+#include "support/Service.h"
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <unistd.h>
+
+namespace kv::test {
+
+inline constexpr char kToken[] = "0123456789abcdef0123456789abcdef";
+
+/// Runs the queue until the condition holds; false when it does not within some seconds of real time.
+inline bool runUntil(KvMainQueue& queue, std::function<bool()> const& holds) {
+    auto const end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!holds()) {
+        if (std::chrono::steady_clock::now() > end) return false;
+        pollfd waiting{queue.fd(), POLLIN, 0};
+        ::poll(&waiting, 1, 5);
+        queue.poll();
+    }
+    return true;
+}
+
+using States = std::vector<std::pair<std::int64_t, std::int64_t>>;
+
+struct Person {
+    Person(std::string url, std::string userId_, std::shared_ptr<KvMainQueue> queue_,
+           KvPimEngine engine = KvPimEngine::thread)
+        : userId(std::move(userId_)), queue(std::move(queue_)), delegate(std::make_shared<KvPimDelegate>()) {
+        delegate->connectionStateChanged = [this](KvPimKit&, std::int64_t state, std::int64_t reason) {
+            states.emplace_back(state, reason);
+        };
+        delegate->messageReceived = [this](KvPimKit&, std::shared_ptr<KvPimMessage> message,
+                                           std::string const& peerId) {
+            messages.emplace_back(peerId, std::move(message));
+        };
+        delegate->peersOnlineStatusChanged = [this](KvPimKit&, std::vector<KvPimPeerOnlineStatus> const& changed) {
+            statuses.insert(statuses.end(), changed.begin(), changed.end());
+        };
+        delegate->peersUserAttributesChanged = [this](KvPimKit&, std::vector<KvPimUserAttributes> const& changed) {
+            attributes.insert(attributes.end(), changed.begin(), changed.end());
+        };
+        delegate->tokenDidExpire = [this](KvPimKit&) { ++expired; };
+        KvPimOptions options;
+        options.envConfig.apiServer = std::move(url);
+        auto const directory = std::filesystem::temp_directory_path() / ("kvpim-test-" + std::to_string(::getpid()));
+        options.envConfig.cachesDirectory = directory / "caches";
+        options.envConfig.keyStoreDirectory = directory / "keys";
+        options.envConfig.collectServer = "http://127.0.0.1:9/";  // nothing of a test is ever uploaded
+        options.mainQueue = queue;
+        options.engine = engine;
+        kit = KvPimKit::initWithAppId("app", delegate, options);
+    }
+
+    /// Logs in and waits; true when that worked.
+    bool login() {
+        std::int64_t code = -1;
+        kit->loginByToken(kToken, 1, userId, [&](std::int64_t result) { code = result; });
+        return runUntil(*queue, [&] { return code >= 0; }) && code == 0;
+    }
+
+    /// Starts an operation whose completion is the given function's argument, and waits for its code.
+    std::int64_t codeOf(std::function<void(KvPimKit::Completion)> const& start) {
+        std::int64_t code = -1;
+        start([&](std::int64_t result) { code = result; });
+        EXPECT_TRUE(runUntil(*queue, [&] { return code >= 0; }));
+        return code;
+    }
+
+    std::shared_ptr<KvPimChannel> join(std::string const& channelId,
+                                       std::shared_ptr<KvPimChannelDelegate> listener = nullptr) {
+        auto channel = kit->createChannelWithId(channelId, listener);
+        EXPECT_EQ(codeOf([&](auto done) { channel->joinWithCompletion(done); }), 0);
+        return channel;
+    }
+
+    std::string userId;
+    std::shared_ptr<KvMainQueue> queue;
+    std::shared_ptr<KvPimDelegate> delegate;
+    std::shared_ptr<KvPimKit> kit;
+    States states;
+    std::vector<std::pair<std::string, std::shared_ptr<KvPimMessage>>> messages;
+    std::vector<KvPimPeerOnlineStatus> statuses;
+    std::vector<KvPimUserAttributes> attributes;
+    int expired = 0;
+};
+
+}  // namespace kv::test

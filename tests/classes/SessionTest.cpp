@@ -1,0 +1,271 @@
+// Login, logout, renewal; what each end of a connection leads to; what is restored.
+#include "Person.h"
+
+#include <thread>
+
+#include <boost/json/array.hpp>
+#include <boost/json/object.hpp>
+
+namespace kv::test {
+namespace {
+
+namespace json = boost::json;
+using namespace std::chrono_literals;
+
+class SessionTest : public testing::TestWithParam<KvPimEngine> {
+protected:
+    bool waitFor(std::function<bool()> const& holds) { return runUntil(*queue, holds); }
+    bool isConnected() const { return alice.kit->stateManager().state == KvPimConnectionStateConnected; }
+    json::value userAtServer() { return service.state().at("apps").at("app").at("users").at("alice"); }
+
+    Service service;
+    std::shared_ptr<KvMainQueue> queue = KvMainQueue::create(KvMainQueue::Time::manual);
+    Person alice{service.url(), "alice", queue, GetParam()};
+};
+
+INSTANTIATE_TEST_SUITE_P(Engines, SessionTest, testing::Values(KvPimEngine::thread, KvPimEngine::mainQueue),
+                         [](auto const& info) { return info.param == KvPimEngine::thread ? "Thread" : "MainQueue"; });
+
+TEST_P(SessionTest, LoginAndLogoutTellEachStateOnce) {
+    auto& kit = *alice.kit;
+    EXPECT_EQ(alice.codeOf([&](auto done) { kit.logoutWithCompletion(done); }), 102);
+    ASSERT_TRUE(alice.login());
+    EXPECT_EQ(alice.states, (States{{2, 1}, {3, 2}}));
+    EXPECT_EQ(alice.codeOf([&](auto done) { kit.loginByToken(kToken, 1, "alice", done); }), 8);
+    alice.join("room");
+    EXPECT_EQ(alice.codeOf([&](auto done) { kit.logoutWithCompletion(done); }), 0);
+    EXPECT_EQ(alice.states, (States{{2, 1}, {3, 2}, {1, 6}}));
+    EXPECT_FALSE(kit.stateManager().login);
+    EXPECT_EQ(kit.getDebugInfo().size(), 2u);  // the version, and a socket with nothing but the API server
+    EXPECT_TRUE(waitFor([&] { return !userAtServer().at("connected").as_bool(); }));
+    ASSERT_TRUE(alice.login());
+    EXPECT_TRUE(userAtServer().at("channels").as_array().empty());
+}
+
+TEST_P(SessionTest, ARefusedLoginHasItsReasonsCode) {
+    struct Case {
+        char const* reason;
+        std::int64_t code;
+    };
+    for (auto const& c :
+         {Case{"loginFail: InvalidAppId", 4}, Case{"loginFail: InvalidArgument", 3}, Case{"loginFail: InvalidToken", 5},
+          Case{"loginFail: ExpiredToken", 6}, Case{"loginFail: AuthFail", 7}, Case{"loginFail: AppForbidden", 2},
+          Case{"loginFail: Whatever", 1}}) {
+        service.control("login", {{"reason", c.reason}});
+        alice.states.clear();
+        EXPECT_EQ(alice.codeOf([&](auto done) { alice.kit->loginByToken(kToken, 1, "alice", done); }), c.code)
+            << c.reason;
+        EXPECT_EQ(alice.states, (States{{2, 1}, {1, 3}})) << c.reason;
+    }
+    EXPECT_EQ(alice.codeOf([&](auto done) { alice.kit->loginByToken(kToken, 1, "a/b", done); }), 3);
+    EXPECT_EQ(alice.kit->stateManager().state, 1);
+    EXPECT_TRUE(alice.login());
+}
+
+TEST_P(SessionTest, ALoginThatTheServerNeverAnswersEndsWithItsConnection) {
+    service.control("login", {{"reason", nullptr}});
+    std::vector<std::int64_t> codes;
+    alice.kit->loginByToken(kToken, 1, "alice", [&](std::int64_t code) { codes.push_back(code); });
+    EXPECT_EQ(alice.codeOf([&](auto done) { alice.kit->loginByToken(kToken, 1, "alice", done); }), 8);
+    for (int turn = 0; turn < 20; ++turn) queue->advance(10ms);
+    EXPECT_TRUE(codes.empty());
+    service.kill();
+    EXPECT_TRUE(waitFor([&] { return !codes.empty(); }));
+    EXPECT_EQ(codes, std::vector<std::int64_t>{1});
+    EXPECT_EQ(alice.states, (States{{2, 1}, {1, 3}}));
+}
+
+TEST_P(SessionTest, AFrozenServerTimesTheLoginOutAndAnswersItAgainWhenItThaws) {
+    ASSERT_TRUE(alice.login());
+    EXPECT_EQ(alice.codeOf([&](auto done) { alice.kit->logoutWithCompletion(done); }), 0);
+    alice.states.clear();
+    std::vector<std::int64_t> codes;
+    // Discovery is still answered; the service stands still from the moment in which the socket is made.
+    bool isFrozen = false;
+    alice.kit->loginByToken(kToken, 1, "alice", [&](std::int64_t code) { codes.push_back(code); });
+    EXPECT_TRUE(waitFor([&] {
+        isFrozen = isFrozen || alice.kit->getDebugInfo().at("brivelSocket").as_object().contains("brivelServer");
+        return isFrozen;
+    }));
+    service.freeze();
+    for (int turn = 0; turn < 70 && codes.empty(); ++turn) queue->advance(100ms);
+    service.thaw();
+    EXPECT_TRUE(waitFor([&] { return !codes.empty() && codes.back() == 0; }));
+    if (codes.size() == 2) {  // the freeze came before the answer
+        EXPECT_EQ(codes.front(), 9);
+        EXPECT_EQ(alice.states, (States{{2, 1}, {1, 4}, {3, 2}}));
+    }
+    EXPECT_TRUE(alice.kit->stateManager().login);
+}
+
+TEST_P(SessionTest, WithoutAServerTheLoginEndsWithoutAWordToTheDelegate) {
+    service.kill();
+    EXPECT_EQ(alice.codeOf([&](auto done) { alice.kit->loginByToken(kToken, 1, "alice", done); }), 9);
+    EXPECT_EQ(alice.kit->stateManager().state, 1);
+    EXPECT_EQ(alice.states, (States{{2, 1}}));
+}
+
+TEST_P(SessionTest, AnUnusableApiServerMakesNoClient) {
+    for (char const* address : {"http://host.example/", "ftp://host.example", "http://256.1.1.1", "host.example"}) {
+        KvPimOptions options;
+        options.envConfig.apiServer = address;
+        EXPECT_EQ(KvPimKit::initWithAppId("app", {}, options), nullptr) << address;
+    }
+}
+
+TEST_P(SessionTest, AttemptsWaitOneTwoFourSixSeconds) {
+    ASSERT_TRUE(alice.login());
+    service.kill();
+    EXPECT_TRUE(waitFor([&] { return alice.kit->stateManager().state == KvPimConnectionStateDisconnected; }));
+    alice.states.clear();
+    int attempt = 0;
+    for (auto const delay : {1s, 2s, 4s, 6s, 6s}) {
+        queue->advance(delay - 1ms);
+        if (attempt == 0) {
+            EXPECT_EQ(alice.kit->stateManager().state, KvPimConnectionStateDisconnected);
+        }
+        testing::internal::CaptureStdout();
+        queue->advance(1ms);
+        std::string const index = std::to_string(std::min(++attempt, 4));
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), "connectIndex:" + index + " \n");
+        EXPECT_EQ(alice.kit->stateManager().state, KvPimConnectionStateReconnecting);
+        std::this_thread::sleep_for(50ms);  // the refused attempt comes back in real time
+        for (int turn = 0; turn < 20; ++turn) queue->poll();
+    }
+    EXPECT_EQ(alice.states, (States{{4, 5}}));
+    Service again(service.port());
+    EXPECT_TRUE(waitFor([&] {
+        queue->advance(6s);
+        return isConnected();
+    }));
+    EXPECT_EQ(alice.states, (States{{4, 5}, {3, 2}}));
+    // A later loss goes on at six seconds.
+    again.control("drop", {{"userId", "alice"}});
+    EXPECT_TRUE(waitFor([&] { return alice.kit->stateManager().state == KvPimConnectionStateDisconnected; }));
+    queue->advance(5999ms);
+    EXPECT_EQ(alice.kit->stateManager().state, KvPimConnectionStateDisconnected);
+    queue->advance(1ms);
+    EXPECT_TRUE(waitFor([&] { return isConnected(); }));
+}
+
+TEST_P(SessionTest, ARemoteLoginEndsTheSessionUntilLogout) {
+    ASSERT_TRUE(alice.login());
+    Person elsewhere(service.url(), "alice", queue, GetParam());
+    ASSERT_TRUE(elsewhere.login());
+    EXPECT_TRUE(waitFor([&] { return alice.states.back() == States::value_type{1, 8}; }));
+    queue->advance(10s);
+    EXPECT_TRUE(alice.kit->stateManager().login);
+    EXPECT_EQ(alice.codeOf([&](auto done) { alice.kit->loginByToken(kToken, 1, "alice", done); }), 8);
+    EXPECT_EQ(alice.codeOf([&](auto done) { alice.kit->logoutWithCompletion(done); }), 0);
+    EXPECT_EQ(alice.states, (States{{2, 1}, {3, 2}, {1, 8}}));
+    EXPECT_TRUE(alice.login());
+}
+
+TEST_P(SessionTest, OtherGoodbyesLeadToReconnection) {
+    ASSERT_TRUE(alice.login());
+    for (char const* reason : {"ExpireSession", "whatever"}) {
+        alice.states.clear();
+        service.control("disconnect", {{"userId", "alice"}, {"reason", reason}});
+        EXPECT_TRUE(waitFor([&] {
+            queue->advance(100ms);
+            return alice.states.size() == 2;
+        }));
+        EXPECT_EQ(alice.states, (States{{4, 5}, {3, 2}})) << reason;
+    }
+}
+
+TEST_P(SessionTest, ALostConnectionComesBackWithAllThatTheLoginBuiltUp) {
+    ASSERT_TRUE(alice.login());
+    auto& kit = *alice.kit;
+    alice.join("one");
+    auto const left = alice.join("left");
+    EXPECT_EQ(alice.codeOf([&](auto done) { left->leaveWithCompletion(done); }), 0);
+    EXPECT_EQ(alice.codeOf([&](auto done) {
+        kit.setLocalUserAttributes({{"a", "1"}, {"b", "2"}, {"b", "3"}}, done);
+    }),
+              0);
+    EXPECT_EQ(alice.codeOf([&](auto done) { kit.deleteLocalUserAttributesByKeys({"a"}, done); }), 0);
+    EXPECT_EQ(alice.codeOf([&](auto done) { kit.subscribePeersOnlineStatus({"bob", "carol"}, done); }), 0);
+    EXPECT_EQ(alice.codeOf([&](auto done) { kit.unsubscribePeersOnlineStatus({"carol"}, done); }), 0);
+    EXPECT_EQ(alice.codeOf([&](auto done) { kit.subscribePeersUserAttribes({"dora"}, done); }), 0);
+    auto const before = userAtServer();
+    auto const isRestored = [&](Service& server) {
+        queue->advance(500ms);
+        auto const state = server.state();
+        auto const* apps = state.at("apps").as_object().if_contains("app");
+        if (apps == nullptr || !apps->at("users").as_object().contains("alice")) return false;
+        auto const& now = apps->at("users").at("alice");
+        for (char const* field : {"channels", "attributes", "statusSubscriptions", "attributeSubscriptions"}) {
+            if (now.at(field) != before.at(field)) return false;
+        }
+        return true;
+    };
+    auto const oldSocket = before.at("socketId");
+    service.control("drop", {{"userId", "alice"}});
+    // A refusal of each step is tried again until it is taken.
+    for (char const* command :
+         {"join", "setLocalUserAttributes", "subscribePeersOnlineStatus", "subscribePeersUserAttributes"}) {
+        service.control("answer", {{"command", command}, {"times", 3}, {"answer", json::array{"Too Many Requests"}}});
+    }
+    EXPECT_TRUE(waitFor([&] { return isRestored(service) && userAtServer().at("socketId") != oldSocket; }));
+
+    int const port = service.port();
+    service.kill();
+    queue->poll();
+    Service again(port);
+    EXPECT_TRUE(waitFor([&] { return isRestored(again); }));
+    EXPECT_TRUE(isConnected());
+}
+
+TEST_P(SessionTest, RefusedRestoringStopsWithTheLogout) {
+    ASSERT_TRUE(alice.login());
+    alice.join("one");
+    service.control("answer", {{"command", "join"}, {"times", 1000000}, {"answer", json::array{"Too Many Requests"}}});
+    service.control("drop", {{"userId", "alice"}});
+    auto const joins = [&] { return service.state().at("commands").at("join").as_int64(); };
+    EXPECT_TRUE(waitFor([&] {
+        queue->advance(500ms);
+        return joins() > 20;
+    }));
+    EXPECT_EQ(alice.codeOf([&](auto done) { alice.kit->logoutWithCompletion(done); }), 0);
+    EXPECT_TRUE(waitFor([&] { return !userAtServer().at("connected").as_bool(); }));
+    auto const last = joins();
+    for (int turn = 0; turn < 50; ++turn) queue->advance(100ms);
+    EXPECT_EQ(joins(), last);
+}
+
+TEST_P(SessionTest, ALogoutDuringTheWaitForAnAttemptEndsTheCycle) {
+    ASSERT_TRUE(alice.login());
+    service.control("drop", {{"userId", "alice"}});
+    EXPECT_TRUE(waitFor([&] { return alice.kit->stateManager().state == KvPimConnectionStateDisconnected; }));
+    queue->advance(500ms);
+    std::int64_t code = -1;
+    alice.kit->logoutWithCompletion([&](std::int64_t result) { code = result; });
+    queue->poll();
+    EXPECT_EQ(code, -1);  // behind the attempt
+    queue->advance(500ms);
+    EXPECT_TRUE(waitFor([&] { return code == 0; }));
+    EXPECT_EQ(alice.states.back(), (States::value_type{1, 6}));
+    queue->advance(30s);
+    EXPECT_EQ(alice.kit->stateManager().state, KvPimConnectionStateDisconnected);
+}
+
+TEST_P(SessionTest, RenewalReplacesTheTokenOfConnectionsToCome) {
+    auto renewed = [&](std::string const& token) {
+        std::pair<std::string, std::int64_t> result;
+        alice.kit->renewToken(token, 2, [&](std::string const& given, std::int64_t code) { result = {given, code}; });
+        return result;
+    };
+    std::string const fresh = "f" + std::string(kToken).substr(1);
+    EXPECT_EQ(renewed(fresh), std::pair(fresh, std::int64_t{102}));
+    ASSERT_TRUE(alice.login());
+    for (std::string const& bad : {fresh + "x", fresh.substr(1), " " + fresh.substr(1)}) {
+        EXPECT_EQ(renewed(bad), std::pair(bad, std::int64_t{2})) << bad;
+    }
+    EXPECT_EQ(renewed(fresh), std::pair(fresh, std::int64_t{0}));
+    EXPECT_EQ(alice.states.back(), (States::value_type{1, 6}));
+    EXPECT_TRUE(alice.kit->stateManager().login);
+}
+
+}  // namespace
+}  // namespace kv::test

@@ -1,0 +1,105 @@
+#include "support/Service.h"
+
+#include <boost/json/parse.hpp>
+#include <boost/json/serialize.hpp>
+#include <curl/curl.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace kv::test {
+namespace json = boost::json;
+namespace {
+
+std::string readLine(int fd, int timeoutMs) {
+    std::string line;
+    for (;;) {
+        pollfd waiting{fd, POLLIN, 0};
+        char c = 0;
+        if (::poll(&waiting, 1, timeoutMs) <= 0 || ::read(fd, &c, 1) != 1) return {};
+        if (c == '\n') return line;
+        line += c;
+    }
+}
+
+std::string request(std::string const& url, std::string const* body) {
+    std::string answer;
+    CURL* const curl = curl_easy_init();
+    curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
+    curl_easy_setopt(curl, CURLOPT_TIMEOUT, 10L);
+    curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(curl, CURLOPT_FAILONERROR, 1L);
+    if (body != nullptr) curl_easy_setopt(curl, CURLOPT_POSTFIELDS, body->c_str());
+    curl_easy_setopt(curl, CURLOPT_WRITEDATA, &answer);
+    curl_easy_setopt(
+        curl, CURLOPT_WRITEFUNCTION, +[](char* data, std::size_t size, std::size_t count, void* to) {
+            static_cast<std::string*>(to)->append(data, size * count);
+            return size * count;
+        });
+    EXPECT_EQ(curl_easy_perform(curl), CURLE_OK) << url << ' ' << (body != nullptr ? *body : "");
+    curl_easy_cleanup(curl);
+    return answer;
+}
+
+}  // namespace
+
+Service::Service(int port) {
+    int in[2], out[2];
+    if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0) return;
+    std::string const number = std::to_string(port);
+    char const* const arguments[] = {"node",      KV_SERVICE_MAIN,     "--port",  number.c_str(),
+                                     "--control", "--exit-with-stdin", "--quiet", nullptr};
+    pid_ = ::fork();
+    if (pid_ == 0) {
+        ::dup2(in[0], STDIN_FILENO);
+        ::dup2(out[1], STDOUT_FILENO);
+        ::execvp(arguments[0], const_cast<char* const*>(arguments));
+        ::_exit(127);
+    }
+    ::close(in[0]);
+    ::close(out[1]);
+    input_ = in[1];
+    auto const line = readLine(out[0], 20000);
+    ::close(out[0]);
+    auto const at = line.find("http");
+    EXPECT_NE(at, std::string::npos) << "the service did not start: \"" << line
+                                     << "\"; is service/node_modules installed?";
+    if (at != std::string::npos) url_ = line.substr(at);
+}
+
+Service::~Service() {
+    if (input_ >= 0) ::close(input_);
+    kill();
+}
+
+int Service::port() const { return std::stoi(url_.substr(url_.rfind(':') + 1)); }
+
+void Service::kill() {
+    if (pid_ <= 0) return;
+    ::kill(pid_, SIGKILL);
+    ::waitpid(pid_, nullptr, 0);
+    pid_ = -1;
+}
+
+void Service::freeze() { ::kill(pid_, SIGSTOP); }
+void Service::thaw() { ::kill(pid_, SIGCONT); }
+
+json::value Service::state() const { return json::parse(request(url_ + "/control/state", nullptr)); }
+
+void Service::control(std::string const& path, json::value const& body) const {
+    auto const text = json::serialize(body);
+    request(url_ + "/control/" + path, &text);
+}
+
+void Service::answer(std::string const& command, json::value const& items) const {
+    control("answer", {{"command", command}, {"answer", items}});
+}
+
+void Service::emit(std::string const& userId, std::string const& event, json::value const& item) const {
+    control("emit", {{"userId", userId}, {"event", event}, {"items", json::array{item}}});
+}
+
+}  // namespace kv::test

@@ -1,0 +1,39 @@
+// The local service as a process of its own, with its control endpoints; for tests against the reference socket.io
+// server.
+#pragma once
+
+#include <string>
+
+#include <boost/json/value.hpp>
+#include <sys/types.h>
+
+namespace kv::test {
+
+class Service {
+public:
+    /// Starts it; on `port`, or a free one. The test fails, and `url` is empty, when it does not get ready.
+    explicit Service(int port = 0);
+    ~Service();
+
+    std::string const& url() const { return url_; }
+    int port() const;
+    /// Ends it at once, as a crash would.
+    void kill();
+    /// Stops and continues the process, which then neither answers nor closes.
+    void freeze();
+    void thaw();
+
+    boost::json::value state() const;
+    void control(std::string const& path, boost::json::value const& body) const;
+    /// The answer that the next command of this name gets: a list of items, or null for silence.
+    void answer(std::string const& command, boost::json::value const& items) const;
+    /// Emits an event to a user.
+    void emit(std::string const& userId, std::string const& event, boost::json::value const& item) const;
+
+private:
+    pid_t pid_ = -1;
+    int input_ = -1;  // the process ends when this closes, so it never outlives the test
+    std::string url_;
+};
+
+}  // namespace kv::test
