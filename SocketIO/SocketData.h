@@ -1,12 +1,13 @@
 // What travels in a Socket.IO packet: JSON values and the binary attachments that placeholders in them stand for.
 #pragma once
 
-#include <boost/json/array.hpp>
-#include <boost/json/value.hpp>
-#include <vector>
-
 #include "Platform/KvData.h"
 #include "Platform/KvExport.h"
+
+#include <vector>
+
+#include <boost/json/array.hpp>
+#include <boost/json/value.hpp>
 
 namespace kv {
 

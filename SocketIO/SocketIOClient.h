@@ -1,15 +1,16 @@
 // One socket of a Socket.IO connection: events in, events out, acknowledgements. Everything here belongs to the main
-// queue of its manager, handlers and acknowledgements included; any of them may destroy the socket or its manager.
+// queue of its manager, handlers and acknowledgements included; any of them may destroy the socket or its manager. A
+// handler must not throw.
 #pragma once
+
+#include "Platform/KvExport.h"
+#include "SocketIO/SocketData.h"
 
 #include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
-
-#include "Platform/KvExport.h"
-#include "SocketIO/SocketData.h"
 
 namespace kv {
 
@@ -22,8 +23,8 @@ public:
     /// An acknowledgement that waits for its callback. Nothing is sent before `timingOutAfter`.
     class KV_EXPORT Acknowledgement {
     public:
-        /// Sends the event and calls `done` exactly once: with the items of the server's answer, or after `timeout` with
-        /// the single item "NO ACK", also when the socket was never connected, was lost, or is gone.
+        /// Sends the event and calls `done` exactly once: with the items of the server's answer, or after `timeout`
+        /// with the single item "NO ACK", also when the socket was never connected, was lost, or is gone.
         void timingOutAfter(std::chrono::duration<double> timeout, Handler done) &&;
 
     private:
@@ -33,15 +34,17 @@ public:
         SocketItems items_;
     };
 
-    /// Adds a handler for an event of the server or of the client itself: "connect", "disconnect" (one item, the reason:
-    /// "Got Disconnect" when the server left, "Namespace leave" when this side did, "Ping timeout", a connect error's
-    /// message, or the transport's own text) and "error" (one item, a text). Handlers of a name run in the order added.
+    /// Adds a handler for an event of the server or of the client itself: "connect", "disconnect" (one item, the
+    /// reason: "Got Disconnect" when the server left, "Namespace leave" when this side did, "Ping timeout", a connect
+    /// error's message, or the transport's own text) and "error" (one item, a text). Handlers of a name run in the
+    /// order added.
     void on(std::string event, Handler handler);
 
     /// Connects. The attempt ends in "connect" or "disconnect"; TCP, TLS and the WebSocket handshake have 30 seconds
     /// together. Does nothing while connecting or connected.
     void connect();
-    /// The same; calls `handler` once if the socket is not connected `timeout` from now. The attempt goes on all the same.
+    /// The same; calls `handler` once if the socket is still connecting `timeout` from now. The attempt goes on all the
+    /// same. A "disconnect" before then is the end of the attempt, and of its time-out.
     void connectWithTimeoutAfter(std::chrono::duration<double> timeout, std::function<void()> handler);
     /// Leaves. "disconnect" with "Namespace leave" is delivered within the call, unless the socket was disconnected.
     void disconnect();

@@ -1,9 +1,12 @@
 // A connection to one Socket.IO server over WebSocket, and its default socket.
 //
 // All calls belong to the main queue given at construction; handlers run on it. The engine queue does the socket work:
-// the same queue, or another one that some thread drives. Nothing connects before the socket's `connect`. Destroying the
-// manager closes the connection without a word to the handlers; acknowledgements still end as they are told to.
+// the same queue, or another one that some thread drives. Nothing connects before the socket's `connect`. Destroying
+// the manager closes the connection without a word to the handlers; acknowledgements still end as they are told to.
 #pragma once
+
+#include "Platform/KvExport.h"
+#include "Platform/KvMainQueue.h"
 
 #include <cstddef>
 #include <functional>
@@ -12,9 +15,6 @@
 #include <string_view>
 #include <utility>
 #include <vector>
-
-#include "Platform/KvExport.h"
-#include "Platform/KvMainQueue.h"
 
 namespace kv {
 
@@ -44,7 +44,8 @@ public:
     SocketManager(SocketManager const&) = delete;
     SocketManager& operator=(SocketManager const&) = delete;
 
-    /// The socket of the namespace "/". The manager owns it; who keeps it longer holds a socket that stays disconnected.
+    /// The socket of the namespace "/". The manager owns it; who keeps it longer holds a socket that stays
+    /// disconnected.
     std::shared_ptr<SocketIOClient> const& defaultSocket() const { return socket_; }
     /// The manager never reconnects by itself: false is the only mode, kept because callers name it.
     void setReconnects(bool reconnects);

@@ -1,0 +1,192 @@
+#include "SocketIO/SocketIOClient.h"
+
+#include "SocketIO/SocketIOClientImpl.h"
+
+#include <algorithm>
+#include <cassert>
+#include <utility>
+
+namespace kv {
+namespace json = boost::json;
+
+// Joins a socket to one connection, until either drops it.
+class SocketIOClient::Impl::Link final : public sio::ConnectionListener {
+public:
+    explicit Link(Impl& owner) : owner_(&owner) {}
+
+    void onPacket(sio::ReceivedPacket const& packet) override {
+        auto const keep = owner_->socket->shared_from_this();  // a handler may drop the socket
+        SocketData const data(packet.items, packet.attachments);
+        switch (packet.kind) {
+            case sio::ReceivedPacket::Kind::connected:
+                return owner_->onConnected(*this, packet.name);
+            case sio::ReceivedPacket::Kind::event:
+                return owner_->deliver(this, packet.name, data);
+            case sio::ReceivedPacket::Kind::ack:
+                return owner_->acks->answer(packet.id, data);
+        }
+    }
+
+    void onClosed(std::string const& reason) override {
+        auto& owner = *owner_;
+        auto const keep = owner.socket->shared_from_this();
+        owner.leave();
+        owner.deliverText("disconnect", reason);
+    }
+
+    bool isListening() const override { return owner_ != nullptr; }
+
+    void drop() {
+        owner_ = nullptr;
+        if (connection) sio::Connection::leave(std::exchange(connection, nullptr));
+    }
+
+    std::shared_ptr<sio::Connection> connection;
+
+private:
+    Impl* owner_;
+};
+
+SocketIOClient::Impl::Impl(std::string serverUrl, SocketConfig socketConfig, std::shared_ptr<KvMainQueue> main,
+                           std::shared_ptr<KvMainQueue> worker)
+    : url(std::move(serverUrl)),
+      config(std::move(socketConfig)),
+      mainQueue(std::move(main)),
+      engine(std::move(worker)),
+      acks(std::make_shared<sio::AckTable>(mainQueue)) {}
+
+SocketIOClient::Impl::~Impl() { leave(); }
+
+void SocketIOClient::Impl::assertMainThread() const {
+    assert(mainQueue->isOwnThread() && "a socket belongs to the thread that drives its main queue");
+}
+
+void SocketIOClient::Impl::connect() {
+    if (status == SocketStatus::connecting || status == SocketStatus::connected || isAbandoned) return;
+    status = SocketStatus::connecting;
+    link_ = std::make_shared<Link>(*this);
+    link_->connection = std::make_shared<sio::Connection>(url, config, mainQueue, engine);
+    link_->connection->start(link_);
+}
+
+void SocketIOClient::Impl::leave() {
+    timeouts_.clear();
+    if (status != SocketStatus::notConnected) status = SocketStatus::disconnected;
+    sid.clear();
+    if (auto const link = std::exchange(link_, nullptr)) link->drop();
+}
+
+void SocketIOClient::Impl::disconnect() {
+    if (!link_) return;
+    leave();
+    deliverText("disconnect", "Namespace leave");
+}
+
+void SocketIOClient::Impl::abandon() {
+    isAbandoned = true;
+    leave();
+}
+
+void SocketIOClient::Impl::callIfStillConnecting(std::chrono::duration<double> timeout, std::function<void()> handler) {
+    if (status != SocketStatus::connecting || !handler) return;
+    std::erase_if(timeouts_, [](KvQueueTimer const& timer) { return !timer.isActive(); });
+    timeouts_.push_back(mainQueue->after(sio::boundedTimeout(timeout), std::move(handler)));
+}
+
+void SocketIOClient::Impl::onConnected(Link const& link, std::string_view sessionId) {
+    status = SocketStatus::connected;
+    sid = sessionId;
+    timeouts_.clear();
+    deliver(&link, "connect", SocketData({}, {}));
+}
+
+void SocketIOClient::Impl::send(std::string_view event, SocketItems const& items, std::optional<std::uint64_t> ackId,
+                                std::chrono::steady_clock::time_point expires) {
+    if (status != SocketStatus::connected) {
+        mainQueue->post([weak = socket->weak_from_this()] {
+            if (auto const self = weak.lock()) self->impl_->deliverText("error", "Tried emitting when not connected");
+        });
+        return;
+    }
+    thread_local std::string text;
+    constexpr std::size_t kMostKept = 64u << 10;
+    if (text.capacity() > kMostKept) text = {};
+    text.clear();
+    sio::writeEvent(text, event, items, ackId);
+    if (!link_->connection->put(text, items.attachments, expires) && config.log) {
+        config.log("Too much waits to be sent: dropped the event " + std::string(event));
+    }
+}
+
+void SocketIOClient::Impl::deliver(Link const* link, std::string_view event, SocketData const& data) {
+    auto const found = handlers.find(event);
+    if (found == handlers.end()) return;
+    auto const all = found->second;
+    for (auto const& handler : *all) {
+        if (link && !link->isListening()) return;  // a handler before has left
+        handler(data);
+    }
+}
+
+void SocketIOClient::Impl::deliverText(std::string_view event, std::string_view text) {
+    auto const keep = socket->weak_from_this().lock();
+    json::array const items{json::string_view(text.data(), text.size())};
+    deliver(nullptr, event, SocketData(items, {}));
+}
+
+SocketIOClient::SocketIOClient(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) { impl_->socket = this; }
+
+SocketIOClient::~SocketIOClient() = default;
+
+void SocketIOClient::on(std::string event, Handler handler) {
+    impl_->assertMainThread();
+    if (!handler) return;
+    auto& handlers = impl_->handlers[std::move(event)];
+    auto list = handlers ? *handlers : std::vector<Handler>();
+    list.push_back(std::move(handler));
+    handlers = std::make_shared<std::vector<Handler> const>(std::move(list));
+}
+
+void SocketIOClient::connect() {
+    impl_->assertMainThread();
+    impl_->connect();
+}
+
+void SocketIOClient::connectWithTimeoutAfter(std::chrono::duration<double> timeout, std::function<void()> handler) {
+    impl_->assertMainThread();
+    impl_->connect();
+    impl_->callIfStillConnecting(timeout, std::move(handler));
+}
+
+void SocketIOClient::disconnect() {
+    impl_->assertMainThread();
+    impl_->disconnect();
+}
+
+std::string const& SocketIOClient::sid() const { return impl_->sid; }
+
+SocketStatus SocketIOClient::status() const { return impl_->status; }
+
+void SocketIOClient::emit(std::string_view event, SocketItems items) {
+    impl_->assertMainThread();
+    impl_->send(event, items, {}, std::chrono::steady_clock::time_point::max());
+}
+
+SocketIOClient::Acknowledgement SocketIOClient::emitWithAck(std::string_view event, SocketItems items) {
+    Acknowledgement acknowledgement;
+    acknowledgement.socket_ = shared_from_this();
+    acknowledgement.event_ = event;
+    acknowledgement.items_ = std::move(items);
+    return acknowledgement;
+}
+
+void SocketIOClient::Acknowledgement::timingOutAfter(std::chrono::duration<double> timeout, Handler done) && {
+    auto const socket = std::exchange(socket_, nullptr);
+    if (!socket) return;
+    auto& impl = *socket->impl_;
+    impl.assertMainThread();
+    auto const pending = impl.acks->add(timeout, std::move(done));
+    impl.send(event_, items_, pending.id, pending.deadline);
+}
+
+}  // namespace kv

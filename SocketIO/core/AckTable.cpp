@@ -1,0 +1,75 @@
+#include "SocketIO/core/AckTable.h"
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+
+namespace kv::sio {
+namespace {
+
+// Beyond this a time-out means "never"; it keeps the sum with the clock far from overflow.
+constexpr double kMostSeconds = 1e9;
+constexpr std::size_t kFewDeadlines = 64;
+
+void endWithoutAnswer(AckTable::Handler const& done) {
+    boost::json::array const items{"NO ACK"};
+    done(SocketData(items, {}));
+}
+
+}  // namespace
+
+std::chrono::nanoseconds boundedTimeout(std::chrono::duration<double> timeout) {
+    auto const seconds = std::isnan(timeout.count()) ? 0.0 : std::clamp(timeout.count(), 0.0, kMostSeconds);
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::duration<double>(seconds));
+}
+
+AckTable::Pending AckTable::add(std::chrono::duration<double> timeout, Handler done) {
+    auto const queue = queue_.lock();
+    auto const deadline = queue->now() + boundedTimeout(timeout);
+    auto const id = nextId_++;
+    handlers_.emplace(id, std::move(done));
+    forgetAnswered();
+    deadlines_.emplace_back(deadline, id);
+    std::push_heap(deadlines_.begin(), deadlines_.end(), std::greater<>());
+    if (!timer_.isActive() || deadline < timerDue_) arm();
+    return {id, deadline};
+}
+
+void AckTable::answer(std::uint64_t id, SocketData const& data) {
+    auto const entry = handlers_.extract(id);
+    if (!entry.empty() && entry.mapped()) entry.mapped()(data);
+}
+
+void AckTable::forgetAnswered() {
+    if (deadlines_.size() < kFewDeadlines || deadlines_.size() < 2 * handlers_.size()) return;
+    std::erase_if(deadlines_, [this](Entry const& entry) { return !handlers_.contains(entry.second); });
+    std::make_heap(deadlines_.begin(), deadlines_.end(), std::greater<>());
+}
+
+void AckTable::arm() {
+    auto const queue = queue_.lock();
+    if (!queue || deadlines_.empty()) return;
+    timerDue_ = deadlines_.front().first;
+    timer_ = queue->after(timerDue_ - queue->now(), [self = shared_from_this()] { self->onTimer(); });
+}
+
+void AckTable::onTimer() {
+    auto const queue = queue_.lock();
+    auto const now = queue->now();
+    auto const madeLater = nextId_;  // by the handlers below: their turn is the next one
+    while (!deadlines_.empty() && deadlines_.front().first <= now && deadlines_.front().second < madeLater) {
+        auto const id = deadlines_.front().second;
+        std::pop_heap(deadlines_.begin(), deadlines_.end(), std::greater<>());
+        deadlines_.pop_back();
+        auto const entry = handlers_.extract(id);
+        if (!entry.empty() && entry.mapped()) endWithoutAnswer(entry.mapped());
+    }
+    forgetAnswered();
+    if (handlers_.empty()) {
+        deadlines_.clear();
+    } else {
+        arm();
+    }
+}
+
+}  // namespace kv::sio

@@ -1,0 +1,55 @@
+// The acknowledgements that are awaited, of all connections that one socket makes. Belongs to the main queue.
+//
+// It outlives its socket: its timer keeps it as long as something is pending, so that each acknowledgement ends exactly
+// once, with the server's items or with "NO ACK" at its time-out.
+#pragma once
+
+#include "Platform/KvMainQueue.h"
+#include "SocketIO/SocketIOClient.h"
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+namespace kv::sio {
+
+/// A time-out that the clock can be moved by: not negative, not beyond some thirty years.
+std::chrono::nanoseconds boundedTimeout(std::chrono::duration<double> timeout);
+
+class AckTable : public std::enable_shared_from_this<AckTable> {
+public:
+    using Handler = SocketIOClient::Handler;
+    using Time = KvMainQueue::Clock::time_point;
+    struct Pending {
+        std::uint64_t id;
+        Time deadline;
+    };
+
+    explicit AckTable(std::weak_ptr<KvMainQueue> queue) : queue_(std::move(queue)) {}
+
+    /// Ids are never used twice, so an answer to a lost connection cannot be taken for another one's.
+    Pending add(std::chrono::duration<double> timeout, Handler done);
+    /// An answer without a pending acknowledgement comes too late and is dropped.
+    void answer(std::uint64_t id, SocketData const& data);
+    std::size_t size() const { return handlers_.size(); }
+
+private:
+    using Entry = std::pair<Time, std::uint64_t>;
+
+    void onTimer();
+    void arm();
+    void forgetAnswered();
+
+    // Weak: the queue's timer holds the table.
+    std::weak_ptr<KvMainQueue> const queue_;
+    std::uint64_t nextId_ = 0;
+    std::unordered_map<std::uint64_t, Handler> handlers_;
+    std::vector<Entry> deadlines_;  // a heap, the earliest first; those of answered ones are cleared out in bulk
+    KvQueueTimer timer_;
+    Time timerDue_{};
+};
+
+}  // namespace kv::sio

@@ -1,0 +1,69 @@
+// The protocol of one connection, without I/O and without a clock: messages and the time go in; packets for the
+// application, texts to send and the reason to close come out.
+#pragma once
+
+#include "Platform/KvData.h"
+#include "SocketIO/core/Packet.h"
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace kv::sio {
+
+/// Whoever carries the messages of a ProtocolCore.
+class ProtocolHost {
+public:
+    virtual ~ProtocolHost() = default;
+    /// Where the next packet is parsed into.
+    virtual std::shared_ptr<PacketMemory> const& packetMemory() = 0;
+    virtual void onPacket(ReceivedPacket packet) = 0;
+    virtual void sendText(std::string_view text) = 0;
+};
+
+class ProtocolCore {
+public:
+    using Time = std::chrono::steady_clock::time_point;
+
+    explicit ProtocolCore(ProtocolHost& host) : host_(host) {}
+
+    // Each returns whether the connection goes on; if not, `reason` says why.
+    [[nodiscard]] bool onText(std::string_view text, Time now);
+    [[nodiscard]] bool onBinary(KvBytes bytes);
+    [[nodiscard]] bool onTime(Time now);
+
+    std::string const& reason() const { return reason_; }
+    /// When the server's next ping is overdue; nothing before the server opened the session.
+    std::optional<Time> deadline() const { return deadline_; }
+    bool isOpen() const { return state_ != State::awaitingOpen; }
+    bool isConnected() const { return state_ == State::connected; }
+
+private:
+    enum class State { awaitingOpen, awaitingNamespace, connected };
+
+    bool fail(std::string reason);
+    bool onOpen(std::string_view text, Time now);
+    bool onMessage(std::string_view text);
+    bool onConnect(PacketHeader const& header);
+    bool onConnectError(PacketHeader const& header);
+    bool onItems(PacketHeader const& header);
+    bool deliver(ReceivedPacket packet);
+
+    struct Unfinished {
+        ReceivedPacket packet;
+        std::size_t missing;
+        std::size_t bytes = 0;
+    };
+
+    ProtocolHost& host_;
+    State state_ = State::awaitingOpen;
+    std::optional<Time> deadline_;
+    std::chrono::milliseconds patience_{0};
+    std::unique_ptr<Unfinished> unfinished_;
+    std::string reason_;
+};
+
+}  // namespace kv::sio

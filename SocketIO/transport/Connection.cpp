@@ -1,0 +1,272 @@
+#include "SocketIO/transport/Connection.h"
+
+#include <utility>
+
+namespace kv::sio {
+namespace asio = boost::asio;
+using asio::socket_base;
+using std::chrono::seconds;
+namespace {
+
+constexpr seconds kHandshakeTime{30};
+constexpr seconds kFarewellTime{3};
+constexpr seconds kBehindTime{1};
+constexpr std::size_t kMostReadInOneTurn = 512u << 10;  // then timers and other connections get their turn
+constexpr char const* kClosedByServer = "The server closed the connection";
+
+}  // namespace
+
+Connection::Connection(std::string url, SocketConfig const& config, std::shared_ptr<KvMainQueue> const& mainQueue,
+                       std::shared_ptr<KvMainQueue> const& engine)
+    : url_(std::move(url)), config_(config), mainQueue_(mainQueue), engine_(engine), outbox_(config.maxQueuedBytes) {}
+
+void Connection::start(std::weak_ptr<ConnectionListener> listener) {
+    auto const engine = engine_.lock();
+    delivery_ = std::make_shared<Delivery>(mainQueue_.lock(), engine, std::move(listener), [weak = weak_from_this()] {
+        if (auto const self = weak.lock()) self->readTurn();
+    });
+    engine->post([self = shared_from_this()] { self->dial(); });
+}
+
+bool Connection::put(std::string_view text, std::vector<KvData> const& attachments, Outbox::Time expires) {
+    auto const put = outbox_.put(text, attachments, expires);
+    if (put == Outbox::Put::queuedFirst) engine_.lock()->post([self = shared_from_this()] { self->flush(); });
+    return put != Outbox::Put::full;
+}
+
+void Connection::leave(std::shared_ptr<Connection> connection) {
+    auto const engine = connection->engine_.lock();
+    engine->post([self = std::move(connection)] { self->sayFarewell(); });
+}
+
+void Connection::dial() {
+    if (phase_ != Phase::dialing) return;
+    auto const engine = engine_.lock();
+    auto url = Url::parse(url_);
+    if (!url) return end("Not an address of a server: " + url_);
+    bound_ = engine->now() + kHandshakeTime;
+    Dialer::Plan plan{*std::move(url), requestTarget(config_.connectParams), config_.caFile, config_.compress};
+    dialer_ =
+        std::make_shared<Dialer>(engine, std::move(plan), bound_, [weak = weak_from_this()](Dialer::Dialed dialed) {
+            if (auto const self = weak.lock()) self->onDialed(std::move(dialed));
+        });
+    dialer_->start();
+    watch();
+}
+
+void Connection::onDialed(Dialer::Dialed dialed) {
+    dialer_.reset();
+    if (!dialed.stream) return end(std::move(dialed.error));
+    stream_ = std::move(dialed.stream);
+    phase_ = Phase::open;
+    if (dialed.agreement.isEnabled) {
+        auto const keeps = dialed.agreement.serverKeepsContext ? Inflater::Context::kept : Inflater::Context::dropped;
+        reader_.setInflater(Inflater(keeps));
+        sender_.writer().setDeflates(true);
+    }
+    unread_ = std::move(dialed.early);
+    readTurn();
+}
+
+// One timer for whatever comes first: the end of the handshakes, an overdue ping, the end of the farewell.
+void Connection::watch() {
+    auto const due = phase_ == Phase::open && core_.isOpen() ? *core_.deadline() : bound_;
+    wakeAfter(due - engine_.lock()->now());
+}
+
+void Connection::wakeAfter(KvMainQueue::Clock::duration delay) {
+    timer_ = engine_.lock()->after(delay, [weak = weak_from_this()] {
+        if (auto const self = weak.lock()) self->onTime();
+    });
+}
+
+void Connection::onTime() {
+    if (phase_ == Phase::closed) return;
+    if (phase_ == Phase::leaving) return shutDown();
+    auto const now = engine_.lock()->now();
+    if (!core_.isOpen()) return fail((dialer_ ? dialer_->stage() : "Opening the session at " + url_) + ": timed out");
+    // A thread that was busy for long finds the time over and the server's pings unread.
+    if (now >= *core_.deadline()) readTurn();
+    if (phase_ != Phase::open) return;
+    if (isReading_ || delivery_->isBehind()) return wakeAfter(kBehindTime);  // pings wait behind what waits
+    if (!core_.onTime(now)) return fail(core_.reason());
+    watch();
+}
+
+void Connection::awaitReadable(socket_base::wait_type ready) {
+    if (std::exchange(isAwaitingRead_, true)) return;
+    stream_->socket().async_wait(ready, [self = shared_from_this()](boost::system::error_code error) {
+        self->isAwaitingRead_ = false;
+        if (error != asio::error::operation_aborted) self->readTurn();
+    });
+}
+
+void Connection::awaitWritable() {
+    isAwaitingWrite_ = true;
+    stream_->socket().async_wait(socket_base::wait_write, [self = shared_from_this()](boost::system::error_code error) {
+        self->isAwaitingWrite_ = false;
+        if (error != asio::error::operation_aborted) self->flush();
+    });
+}
+
+void Connection::readTurn() {
+    if (phase_ == Phase::dialing || phase_ == Phase::closed || std::exchange(isReading_, true)) return;
+    auto const self = shared_from_this();
+    turnTime_ = engine_.lock()->now();
+    {
+        TurnMemory memory;
+        turn_ = &memory;
+        bool const isDrained = readAll(memory.readBuffer());
+        turn_ = nullptr;
+        isReading_ = false;
+        if (phase_ == Phase::closed) return;
+        if (!isDrained) engine_.lock()->post([self] { self->readTurn(); });
+    }
+    delivery_->flush();
+    flush();
+}
+
+// Reads what there is. False when there is more, but others shall have their turn first.
+bool Connection::readAll(std::span<std::uint8_t> buffer) {
+    if (!unread_.empty()) {
+        auto const before = std::exchange(unread_, KvBytes());
+        consume(before);
+    }
+    for (std::size_t total = 0; total < kMostReadInOneTurn;) {
+        if (!mayRead()) return true;
+        auto result = stream_->read(buffer.data(), buffer.size());
+        switch (result.status) {
+            case IoStatus::wantRead:
+                awaitReadable(socket_base::wait_read);
+                return true;
+            case IoStatus::wantWrite:
+                awaitReadable(socket_base::wait_write);
+                return true;
+            case IoStatus::closed:
+                end(kClosedByServer);
+                return true;
+            case IoStatus::failed:
+                end(std::move(result.error));
+                return true;
+            case IoStatus::done:
+                break;
+        }
+        consume(buffer.first(result.bytes));
+        total += result.bytes;
+        // A read that left room has taken all there was; TLS may still hold bytes back.
+        if (phase_ != Phase::closed && !stream_->isSecure() && result.bytes < buffer.size()) {
+            awaitReadable(socket_base::wait_read);
+            return true;
+        }
+    }
+    return false;
+}
+
+bool Connection::mayRead() const {
+    return phase_ == Phase::leaving || (phase_ == Phase::open && !delivery_->isBehind());
+}
+
+void Connection::consume(std::span<std::uint8_t const> bytes) {
+    while (mayRead()) {
+        switch (reader_.next(bytes)) {
+            case FrameReader::Step::needMore:
+                return;
+            case FrameReader::Step::failed:
+                return fail(reader_.error(), reader_.closeCode());
+            case FrameReader::Step::message:
+                onMessage();
+        }
+    }
+    if (phase_ != Phase::closed) unread_.assign(bytes.begin(), bytes.end());
+}
+
+void Connection::onMessage() {
+    switch (reader_.opcode()) {
+        case WsOpcode::ping:
+            return sender_.writer().putAhead(WsOpcode::pong, reader_.text());
+        case WsOpcode::pong:
+            return;
+        case WsOpcode::close:
+            return onCloseFrame();
+        default:
+            if (phase_ == Phase::open) onData();
+    }
+}
+
+void Connection::onData() {
+    bool const wasOpen = core_.isOpen();
+    bool const isText = reader_.opcode() == WsOpcode::text;
+    auto const size = reader_.payload().size();
+    bool const goesOn = isText ? core_.onText(reader_.text(), turnTime_) : core_.onBinary(reader_.takePayload());
+    if (phase_ != Phase::open) return;
+    if (!goesOn) return fail(core_.reason(), WsCloseCode::normal);
+    if (!wasOpen && core_.isOpen()) watch();
+    delivery_->count(size);
+}
+
+void Connection::onCloseFrame() {
+    auto close = readClose(reader_.text());
+    if (phase_ == Phase::leaving) return shutDown();
+    if (!close.isValid) return fail(std::move(close.text));
+    sender_.sendClose(*stream_, WsCloseCode::normal);
+    end(std::move(close.text));
+}
+
+void Connection::sayFarewell() {
+    if (phase_ == Phase::closed || phase_ == Phase::leaving) return;
+    if (phase_ == Phase::dialing) return shutDown();
+    phase_ = Phase::leaving;
+    // Behind what was sent before, but not held back by the bound on what waits.
+    sender_.writer().closeWhenEmpty(core_.isOpen() ? "41" : "");
+    bound_ = engine_.lock()->now() + kFarewellTime;
+    watch();
+    readTurn();
+    flush();
+}
+
+void Connection::fail(std::string reason, WsCloseCode code) {
+    if (phase_ == Phase::open) sender_.sendClose(*stream_, code);
+    end(std::move(reason));
+}
+
+// Ends the connection and tells of it behind everything that came before.
+void Connection::end(std::string reason) {
+    bool const isTold = phase_ != Phase::leaving && phase_ != Phase::closed;
+    auto const self = shared_from_this();
+    shutDown();
+    if (isTold) delivery_->close(std::move(reason));
+}
+
+void Connection::shutDown() {
+    phase_ = Phase::closed;
+    timer_.cancel();
+    if (auto const dialer = std::exchange(dialer_, nullptr)) dialer->cancel();
+    if (stream_) stream_->close();
+    sender_.clear();
+}
+
+void Connection::flush() {
+    if (phase_ == Phase::dialing || phase_ == Phase::closed || isAwaitingWrite_) return;
+    auto const mainQueue = mainQueue_.lock();
+    if (!mainQueue) return;
+    switch (sender_.send(*stream_, mainQueue->now())) {
+        case Sender::Step::idle:
+        case Sender::Step::wantRead:  // the next turn of reading sends again
+        case Sender::Step::broken:    // what the server said before it went is read first, and reading finds the end
+            return;
+        case Sender::Step::more:
+            return engine_.lock()->post([self = shared_from_this()] { self->flush(); });
+        case Sender::Step::wantWrite:
+            return awaitWritable();
+    }
+}
+
+std::shared_ptr<PacketMemory> const& Connection::packetMemory() {
+    return delivery_->isDirect() ? turn_->packetMemory() : delivery_->packetMemory();
+}
+
+void Connection::onPacket(ReceivedPacket packet) { delivery_->add(std::move(packet)); }
+
+void Connection::sendText(std::string_view text) { sender_.writer().putAhead(WsOpcode::text, text); }
+
+}  // namespace kv::sio

@@ -1,0 +1,90 @@
+// One connection, from the look-up of its host to its end. Works on the engine queue; `start`, `put` and `leave` come
+// from the main queue, and what happens is told there.
+#pragma once
+
+#include "Platform/KvMainQueue.h"
+#include "SocketIO/SocketManager.h"
+#include "SocketIO/core/ProtocolCore.h"
+#include "SocketIO/core/WebSocketCodec.h"
+#include "SocketIO/transport/Delivery.h"
+#include "SocketIO/transport/Dialer.h"
+#include "SocketIO/transport/Outbox.h"
+#include "SocketIO/transport/Sender.h"
+#include "SocketIO/transport/Stream.h"
+#include "SocketIO/transport/TurnMemory.h"
+
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kv::sio {
+
+class Connection final : public std::enable_shared_from_this<Connection>, ProtocolHost {
+public:
+    Connection(std::string url, SocketConfig const& config, std::shared_ptr<KvMainQueue> const& mainQueue,
+               std::shared_ptr<KvMainQueue> const& engine);
+
+    // Main queue.
+    void start(std::weak_ptr<ConnectionListener> listener);
+    /// False when too much waits already.
+    [[nodiscard]] bool put(std::string_view text, std::vector<KvData> const& attachments, Outbox::Time expires);
+    /// Takes leave of the server in the background; the listener hears nothing of it.
+    static void leave(std::shared_ptr<Connection> connection);
+
+private:
+    enum class Phase { dialing, open, leaving, closed };
+
+    // Engine queue, in the order of a connection's life.
+    void dial();
+    void onDialed(Dialer::Dialed dialed);
+    void watch();
+    void wakeAfter(KvMainQueue::Clock::duration delay);
+    void onTime();
+    void awaitReadable(boost::asio::socket_base::wait_type ready);
+    void awaitWritable();
+    void readTurn();
+    bool readAll(std::span<std::uint8_t> buffer);
+    bool mayRead() const;
+    void consume(std::span<std::uint8_t const> bytes);
+    void onMessage();
+    void onData();
+    void onCloseFrame();
+    void sayFarewell();
+    void fail(std::string reason, WsCloseCode code = WsCloseCode::protocolError);
+    void end(std::string reason);
+    void shutDown();
+    void flush();
+
+    // ProtocolHost
+    std::shared_ptr<PacketMemory> const& packetMemory() override;
+    void onPacket(ReceivedPacket packet) override;
+    void sendText(std::string_view text) override;
+
+    std::string const url_;
+    SocketConfig const config_;
+    // Weak: work that waits on a queue holds the connection.
+    std::weak_ptr<KvMainQueue> const mainQueue_;
+    std::weak_ptr<KvMainQueue> const engine_;
+    Outbox outbox_;
+    std::shared_ptr<Delivery> delivery_;  // made by `start`
+
+    // Touched on the engine queue only.
+    Phase phase_ = Phase::dialing;
+    std::shared_ptr<Dialer> dialer_;
+    std::unique_ptr<Stream> stream_;
+    FrameReader reader_;
+    ProtocolCore core_{*this};
+    Sender sender_{outbox_};
+    KvBytes unread_;  // was read, but the main queue was too far behind to take it
+    bool isReading_ = false;
+    bool isAwaitingRead_ = false;
+    bool isAwaitingWrite_ = false;
+    KvMainQueue::Clock::time_point turnTime_;  // when the turn of reading began
+    KvMainQueue::Clock::time_point bound_;  // of the handshakes, then of the farewell
+    KvQueueTimer timer_;
+    TurnMemory* turn_ = nullptr;
+};
+
+}  // namespace kv::sio

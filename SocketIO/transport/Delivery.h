@@ -1,0 +1,63 @@
+// Carries what a connection received from the engine queue to the main queue: in one call when both are the same, in
+// batches otherwise.
+#pragma once
+
+#include "Platform/KvMainQueue.h"
+#include "SocketIO/core/Packet.h"
+
+#include <atomic>
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace kv::sio {
+
+/// Hears of a connection, on the main queue. A connection holds it weakly.
+class ConnectionListener {
+public:
+    virtual ~ConnectionListener() = default;
+    virtual void onPacket(ReceivedPacket const& packet) = 0;
+    /// Nothing follows.
+    virtual void onClosed(std::string const& reason) = 0;
+    /// Whether it still wants to hear anything; it may have changed its mind inside `onPacket`.
+    virtual bool isListening() const = 0;
+};
+
+/// Work on the main queue holds it, so it must own nothing that belongs to the engine queue.
+class Delivery final : public std::enable_shared_from_this<Delivery> {
+public:
+    /// `resume` is called on the engine queue when the main queue is not behind any more.
+    Delivery(std::shared_ptr<KvMainQueue> const& mainQueue, std::shared_ptr<KvMainQueue> const& engine,
+             std::weak_ptr<ConnectionListener> listener, std::function<void()> resume);
+    ~Delivery();
+
+    // Engine queue.
+    bool isDirect() const { return isDirect_; }
+    /// Where the next packet is parsed into, unless delivery is direct.
+    std::shared_ptr<PacketMemory> const& packetMemory();
+    void add(ReceivedPacket packet);
+    /// Tells how much arrived since the last call; it bounds the batches.
+    void count(std::size_t bytes);
+    /// Hands over what was added.
+    void flush();
+    /// Hands over what was added and then the end of the connection.
+    void close(std::string reason);
+    /// Whether the main queue has so much to do that nothing more should be read: the server then feels it.
+    bool isBehind() const;
+
+private:
+    struct Batch;
+    Batch& batch();
+    void onHandled(std::size_t bytes);
+
+    bool const isDirect_;
+    std::weak_ptr<KvMainQueue> const mainQueue_;
+    std::weak_ptr<KvMainQueue> const engine_;
+    std::weak_ptr<ConnectionListener> const listener_;
+    std::function<void()> const resume_;
+    std::atomic<std::size_t> underWay_{0};  // bytes in batches that the main queue has not handled yet
+    std::unique_ptr<Batch> batch_;          // engine queue
+};
+
+}  // namespace kv::sio

@@ -1,0 +1,140 @@
+#include "SocketIO/transport/Dialer.h"
+
+#include "Platform/KvQueueContext.h"
+
+#include <array>
+#include <string_view>
+#include <utility>
+
+namespace kv::sio {
+namespace asio = boost::asio;
+using asio::socket_base;
+
+Dialer::Dialer(std::shared_ptr<KvMainQueue> const& queue, Plan plan, KvMainQueue::Clock::time_point end,
+               std::function<void(Dialed)> done)
+    : queue_(queue), plan_(std::move(plan)), end_(end), done_(std::move(done)) {}
+
+void Dialer::start() {
+    stage_ = "Looking up " + plan_.url.host;
+    lookUp(plan_.url.host, plan_.url.port, queue_.lock(),
+           [weak = weak_from_this()](Endpoints endpoints, std::string error) {
+               auto const self = weak.lock();
+               if (!self || !self->done_) return;
+               if (endpoints.empty()) return self->fail(std::move(error));
+               self->endpoints_ = std::move(endpoints);
+               self->stage_ = "Connecting to " + self->plan_.url.text();
+               self->connectNext();
+           });
+}
+
+void Dialer::cancel() {
+    done_ = nullptr;
+    attempt_.cancel();
+    if (stream_) stream_->close();
+}
+
+void Dialer::connectNext() {
+    auto const queue = queue_.lock();
+    auto const& endpoint = endpoints_[nextEndpoint_++];
+    if (stream_) stream_->close();
+    stream_ = std::make_unique<Stream>(contextOf(*queue));
+    auto const left = endpoints_.size() - nextEndpoint_;
+    auto const onResult = [self = shared_from_this(), attempt = nextEndpoint_](boost::system::error_code error) {
+        if (!self->done_ || attempt != self->nextEndpoint_) return;
+        self->attempt_.cancel();
+        if (!error) return self->onConnected();
+        if (self->nextEndpoint_ < self->endpoints_.size()) return self->connectNext();
+        self->fail("Cannot connect to " + self->plan_.url.text() + ": " + error.message());
+    };
+    if (left > 0) {  // an address that swallows everything must not use up the time of the others
+        auto const share = (end_ - queue->now()) / static_cast<long>(left + 1);
+        attempt_ = queue->after(share, [weak = weak_from_this()] {
+            if (auto const self = weak.lock(); self && self->done_) self->connectNext();
+        });
+    }
+    boost::system::error_code error;
+    stream_->socket().open(endpoint.protocol(), error);
+    if (error) return queue->post([onResult, error] { onResult(error); });
+    stream_->socket().async_connect(endpoint, onResult);
+}
+
+void Dialer::onConnected() {
+    boost::system::error_code ignored;
+    stream_->socket().non_blocking(true, ignored);
+    stream_->socket().set_option(asio::ip::tcp::no_delay(true), ignored);
+    if (!plan_.url.isSecure) return sendRequest();
+    stage_ = "TLS handshake with " + plan_.url.text();
+    if (auto error = stream_->startTls(plan_.url.host, plan_.caFile); !error.empty()) return fail(std::move(error));
+    shakeHands();
+}
+
+void Dialer::shakeHands() {
+    auto const result = stream_->handshake();
+    if (result.status == IoStatus::done) return sendRequest();
+    goOnLater(result, &Dialer::shakeHands);
+}
+
+void Dialer::sendRequest() {
+    stage_ = "WebSocket handshake with " + plan_.url.text();
+    upgrade_ = std::make_unique<Upgrade>(plan_.url.authority(), plan_.target, plan_.offersDeflate);
+    write();
+}
+
+void Dialer::write() {
+    auto const& request = upgrade_->request();
+    while (written_ < request.size()) {
+        auto const* next = reinterpret_cast<std::uint8_t const*>(request.data()) + written_;
+        auto const result = stream_->write(next, request.size() - written_);
+        if (result.status != IoStatus::done) return goOnLater(result, &Dialer::write);
+        written_ += result.bytes;
+    }
+    readAnswer();
+}
+
+void Dialer::readAnswer() {
+    std::array<std::uint8_t, 4096> piece;
+    for (;;) {
+        auto const result = stream_->read(piece.data(), piece.size());
+        if (result.status != IoStatus::done) return goOnLater(result, &Dialer::readAnswer);
+        answer_.insert(answer_.end(), piece.begin(), piece.begin() + static_cast<std::ptrdiff_t>(result.bytes));
+        std::string_view const text(reinterpret_cast<char const*>(answer_.data()), answer_.size());
+        if (!Upgrade::mayBeHttp(text)) return fail("The server does not speak HTTP");
+        auto const end = text.find("\r\n\r\n");
+        if (end == std::string_view::npos) {
+            if (answer_.size() > kMostResponseBytes)
+                return fail("The server's answer to the WebSocket handshake is too long");
+            continue;
+        }
+        Dialed dialed;
+        dialed.error = upgrade_->check(text.substr(0, end + 2), dialed.agreement);
+        if (!dialed.error.empty()) return fail(std::move(dialed.error));
+        dialed.early.assign(answer_.begin() + static_cast<std::ptrdiff_t>(end + 4), answer_.end());
+        dialed.stream = std::move(stream_);
+        return finish(std::move(dialed));
+    }
+}
+
+void Dialer::finish(Dialed dialed) {
+    auto const done = std::exchange(done_, nullptr);
+    attempt_.cancel();
+    if (stream_) stream_->close();
+    done(std::move(dialed));
+}
+
+void Dialer::fail(std::string error) {
+    Dialed dialed;
+    dialed.error = std::move(error);
+    finish(std::move(dialed));
+}
+
+// Takes the step again when the socket is ready for it, or gives up.
+void Dialer::goOnLater(IoResult const& result, void (Dialer::*step)()) {
+    if (result.status == IoStatus::closed) return fail("The server closed the connection: " + stage_);
+    if (result.status == IoStatus::failed) return fail(result.error);
+    auto const ready = result.status == IoStatus::wantRead ? socket_base::wait_read : socket_base::wait_write;
+    stream_->socket().async_wait(ready, [self = shared_from_this(), step](boost::system::error_code) {
+        if (self->done_) (self.get()->*step)();
+    });
+}
+
+}  // namespace kv::sio

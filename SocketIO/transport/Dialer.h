@@ -1,0 +1,68 @@
+// Makes a connection: name, TCP, TLS, WebSocket handshake. Lives on the engine queue. Whoever dials bounds the time.
+#pragma once
+
+#include "Platform/KvData.h"
+#include "Platform/KvMainQueue.h"
+#include "SocketIO/transport/NameLookup.h"
+#include "SocketIO/transport/Stream.h"
+#include "SocketIO/transport/Upgrade.h"
+#include "SocketIO/transport/Url.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace kv::sio {
+
+class Dialer final : public std::enable_shared_from_this<Dialer> {
+public:
+    struct Plan {
+        Url url;
+        std::string target;
+        std::string caFile;
+        bool offersDeflate = false;
+    };
+    struct Dialed {
+        std::unique_ptr<Stream> stream;  // null when it failed, and the error says why
+        KvBytes early;                   // what the server sent behind its answer
+        DeflateAgreement agreement;
+        std::string error;
+    };
+
+    /// `end`: when whoever dials loses patience; an address may take its share of the time when there are others to
+    /// try.
+    Dialer(std::shared_ptr<KvMainQueue> const& queue, Plan plan, KvMainQueue::Clock::time_point end,
+           std::function<void(Dialed)> done);
+
+    void start();
+    /// Ends it without a word.
+    void cancel();
+    /// What it is doing, for the text of a time-out.
+    std::string const& stage() const { return stage_; }
+
+private:
+    void connectNext();
+    void onConnected();
+    void shakeHands();
+    void sendRequest();
+    void write();
+    void readAnswer();
+    void finish(Dialed dialed);
+    void fail(std::string error);
+    void goOnLater(IoResult const& result, void (Dialer::*step)());
+
+    std::weak_ptr<KvMainQueue> const queue_;
+    Plan const plan_;
+    KvMainQueue::Clock::time_point const end_;
+    std::function<void(Dialed)> done_;  // empty once it is over
+    std::string stage_;
+    Endpoints endpoints_;
+    std::size_t nextEndpoint_ = 0;
+    std::unique_ptr<Stream> stream_;
+    KvQueueTimer attempt_;
+    std::unique_ptr<Upgrade> upgrade_;
+    std::size_t written_ = 0;
+    KvBytes answer_;
+};
+
+}  // namespace kv::sio

@@ -1,0 +1,74 @@
+#include "SocketIO/transport/NameLookup.h"
+
+#include <atomic>
+#include <cstring>
+#include <system_error>
+#include <thread>
+
+#include <boost/asio/ip/address.hpp>
+#include <netdb.h>
+#include <pthread.h>
+#include <signal.h>
+
+namespace kv::sio {
+namespace asio = boost::asio;
+namespace {
+
+constexpr int kMostLookUps = 64;  // at a time; more would only pile up behind a dead name server
+std::atomic<int> lookUps{0};
+
+std::string askResolver(std::string const& host, std::uint16_t port, Endpoints& endpoints) {
+    addrinfo hints{};
+    hints.ai_socktype = SOCK_STREAM;
+    addrinfo* found = nullptr;
+    int const problem = ::getaddrinfo(host.c_str(), nullptr, &hints, &found);
+    if (problem != 0) return "Cannot find " + host + ": " + ::gai_strerror(problem);
+    for (addrinfo const* entry = found; entry != nullptr; entry = entry->ai_next) {
+        if (entry->ai_family != AF_INET && entry->ai_family != AF_INET6) continue;
+        asio::ip::tcp::endpoint endpoint;
+        endpoint.resize(entry->ai_addrlen);
+        std::memcpy(endpoint.data(), entry->ai_addr, entry->ai_addrlen);
+        endpoint.port(port);
+        endpoints.push_back(endpoint);
+    }
+    ::freeaddrinfo(found);
+    return endpoints.empty() ? "Cannot find " + host + ": it has no address" : std::string();
+}
+
+void blockSignals() {
+    sigset_t all;  // signals are the application's: its own threads take them
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, nullptr);
+}
+
+}  // namespace
+
+void lookUp(std::string host, std::uint16_t port, std::shared_ptr<KvMainQueue> const& queue,
+            std::function<void(Endpoints endpoints, std::string error)> done) {
+    auto const answer = [weak = std::weak_ptr(queue), done = std::move(done)](Endpoints endpoints, std::string error) {
+        auto const target = weak.lock();
+        if (!target) return;
+        target->post([endpoints = std::move(endpoints), error = std::move(error), done] { done(endpoints, error); });
+    };
+    boost::system::error_code noLiteral;
+    auto const address = asio::ip::make_address(host, noLiteral);
+    if (!noLiteral) return answer({{address, port}}, {});
+    if (lookUps.fetch_add(1) >= kMostLookUps) {
+        --lookUps;
+        return answer({}, "Cannot find " + host + ": too many look-ups at a time");
+    }
+    try {
+        std::thread([host = std::move(host), port, answer] {
+            blockSignals();
+            Endpoints endpoints;
+            auto error = askResolver(host, port, endpoints);
+            --lookUps;
+            answer(std::move(endpoints), std::move(error));
+        }).detach();
+    } catch (std::system_error const& failure) {
+        --lookUps;
+        answer({}, std::string("Cannot look up names: ") + failure.what());
+    }
+}
+
+}  // namespace kv::sio

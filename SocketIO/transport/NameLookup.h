@@ -1,0 +1,24 @@
+// From a host to its addresses, without holding up anyone.
+#pragma once
+
+#include "Platform/KvMainQueue.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <boost/asio/ip/tcp.hpp>
+
+namespace kv::sio {
+
+using Endpoints = std::vector<boost::asio::ip::tcp::endpoint>;
+
+/// Finds the addresses of a host and calls `done` on the queue at a later turn, with the addresses in the order in
+/// which they are to be tried, or none and an error text. A name is looked up on a thread of its own: a look-up can
+/// take minutes. `done` may be destroyed on that thread and must own nothing that belongs to the queue.
+void lookUp(std::string host, std::uint16_t port, std::shared_ptr<KvMainQueue> const& queue,
+            std::function<void(Endpoints endpoints, std::string error)> done);
+
+}  // namespace kv::sio

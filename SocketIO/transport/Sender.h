@@ -1,0 +1,37 @@
+// Sends what waits on one connection, as much at a time as the socket takes. Lives on the engine queue.
+#pragma once
+
+#include "Platform/KvData.h"
+#include "SocketIO/core/WebSocketCodec.h"
+#include "SocketIO/transport/Outbox.h"
+#include "SocketIO/transport/Stream.h"
+#include "SocketIO/transport/Writer.h"
+
+#include <span>
+#include <string_view>
+
+namespace kv::sio {
+
+class Sender {
+public:
+    enum class Step { idle, wantRead, wantWrite, more, broken };
+
+    explicit Sender(Outbox& outbox) : writer_(outbox) {}
+
+    Writer& writer() { return writer_; }
+    /// Sends until nothing waits any more (`idle`), the socket must become ready first, others shall have their turn
+    /// (`more`), or the socket is broken: reading tells how. `now` is the main queue's.
+    Step send(Stream& stream, Outbox::Time now);
+    /// A last close frame, if it can go out at once.
+    void sendClose(Stream& stream, WsCloseCode code);
+    void clear() { unsent_ = KvBytes(); }
+
+private:
+    Step write(Stream& stream, std::span<std::uint8_t const> bytes);
+
+    Writer writer_;
+    KvBytes unsent_;  // framed, but the socket took no more
+    bool isBroken_ = false;
+};
+
+}  // namespace kv::sio

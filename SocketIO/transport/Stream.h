@@ -1,0 +1,47 @@
+// A connected TCP socket, with or without TLS, read and written without waiting. Belongs to the engine queue.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include <boost/asio/ip/tcp.hpp>
+#include <openssl/ssl.h>
+
+namespace kv::sio {
+
+enum class IoStatus { done, wantRead, wantWrite, closed, failed };
+
+struct IoResult {
+    IoStatus status = IoStatus::done;
+    std::size_t bytes = 0;
+    std::string error{};  // of `failed`
+};
+
+class Stream {
+public:
+    explicit Stream(boost::asio::io_context& context) : socket_(context) {}
+
+    boost::asio::ip::tcp::socket& socket() { return socket_; }
+    /// Puts TLS on the connected socket: the server's chain must end in a trusted authority, and its certificate must
+    /// be for this host. Returns an error text, empty for none.
+    std::string startTls(std::string const& host, std::string const& caFile);
+    /// One step of the TLS handshake.
+    IoResult handshake();
+    IoResult read(std::uint8_t* data, std::size_t size);
+    IoResult write(std::uint8_t const* data, std::size_t size);
+    bool isSecure() const { return ssl_ != nullptr; }
+    void close();
+
+private:
+    struct FreeSsl {
+        void operator()(SSL* ssl) const { SSL_free(ssl); }
+    };
+    IoResult sslResult(int returned);
+
+    boost::asio::ip::tcp::socket socket_;
+    std::unique_ptr<SSL, FreeSsl> ssl_;
+};
+
+}  // namespace kv::sio

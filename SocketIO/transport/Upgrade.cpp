@@ -1,0 +1,120 @@
+#include "SocketIO/transport/Upgrade.h"
+
+#include <algorithm>
+#include <optional>
+#include <utility>
+
+#include <openssl/evp.h>
+#include <openssl/rand.h>
+
+namespace kv::sio {
+namespace {
+
+constexpr std::size_t kMostStatusText = 80;
+
+std::string base64(unsigned char const* data, std::size_t size) {
+    std::string text(4 * ((size + 2) / 3), '\0');
+    EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()), data, static_cast<int>(size));
+    return text;
+}
+
+std::string acceptFor(std::string const& key) {
+    std::string const text = key + "258EAFA5-E914-47DA-95CA-C5AB0DC85B11";
+    unsigned char digest[EVP_MAX_MD_SIZE];
+    unsigned int size = 0;
+    EVP_Digest(text.data(), text.size(), digest, &size, EVP_sha1(), nullptr);
+    return base64(digest, size);
+}
+
+bool equalsIgnoringCase(std::string_view a, std::string_view b) {
+    auto const lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
+    return std::ranges::equal(a, b, {}, lower, lower);
+}
+
+std::string_view trimmed(std::string_view text) {
+    auto const start = text.find_first_not_of(" \t");
+    if (start == std::string_view::npos) return {};
+    return text.substr(start, text.find_last_not_of(" \t") - start + 1);
+}
+
+template <class Visit>
+void forEachPart(std::string_view text, char separator, Visit visit) {
+    while (!text.empty()) {
+        auto const end = std::min(text.find(separator), text.size());
+        visit(trimmed(text.substr(0, end)));
+        text.remove_prefix(std::min(end + 1, text.size()));
+    }
+}
+
+std::optional<std::string> headerOf(std::string_view head, std::string_view name) {
+    std::optional<std::string> found;
+    forEachPart(head, '\n', [&](std::string_view line) {
+        if (line.ends_with('\r')) line.remove_suffix(1);
+        auto const colon = line.find(':');
+        if (colon == std::string_view::npos || !equalsIgnoringCase(line.substr(0, colon), name)) return;
+        auto const value = trimmed(line.substr(colon + 1));
+        found = found ? *found + ", " + std::string(value) : std::string(value);
+    });
+    return found;
+}
+
+bool listContains(std::optional<std::string> const& list, std::string_view wanted) {
+    bool contains = false;
+    if (list)
+        forEachPart(*list, ',',
+                    [&](std::string_view part) { contains = contains || equalsIgnoringCase(part, wanted); });
+    return contains;
+}
+
+}  // namespace
+
+Upgrade::Upgrade(std::string_view authority, std::string_view target, bool offersDeflate)
+    : offersDeflate_(offersDeflate) {
+    unsigned char random[16];
+    RAND_bytes(random, sizeof random);
+    std::string const key = base64(random, sizeof random);
+    expectedAccept_ = acceptFor(key);
+    request_.append("GET ").append(target).append(" HTTP/1.1\r\nHost: ").append(authority);
+    request_ +=
+        "\r\nUpgrade: websocket\r\nConnection: Upgrade\r\nSec-WebSocket-Version: 13\r\nSec-WebSocket-Key: " + key +
+        "\r\n";
+    if (offersDeflate) {
+        request_ +=
+            "Sec-WebSocket-Extensions: permessage-deflate; client_no_context_takeover; server_no_context_takeover\r\n";
+    }
+    request_ += "\r\n";
+}
+
+bool Upgrade::mayBeHttp(std::string_view start) {
+    constexpr std::string_view kStart = "HTTP/";
+    auto const size = std::min(start.size(), kStart.size());
+    return start.substr(0, size) == kStart.substr(0, size);
+}
+
+std::string Upgrade::check(std::string_view head, DeflateAgreement& agreement) const {
+    if (!head.starts_with("HTTP/1.1 ")) return "The server does not speak HTTP";
+    auto const status = trimmed(head.substr(9, head.find_first_of("\r\n") - 9));
+    if (!status.starts_with("101"))
+        return "The server answered with HTTP status " + std::string(status.substr(0, kMostStatusText));
+    if (!listContains(headerOf(head, "Upgrade"), "websocket") ||
+        !listContains(headerOf(head, "Connection"), "upgrade")) {
+        return "The server did not switch to WebSocket";
+    }
+    if (headerOf(head, "Sec-WebSocket-Accept") != expectedAccept_) return "Bad Sec-WebSocket-Accept from the server";
+    auto const extensions = headerOf(head, "Sec-WebSocket-Extensions");
+    if (!extensions) return {};
+    agreement = {true, true};
+    bool isFirst = true, isGood = offersDeflate_;
+    forEachPart(*extensions, ';', [&](std::string_view part) {
+        if (std::exchange(isFirst, false)) {
+            isGood = isGood && part == "permessage-deflate";
+        } else if (part == "server_no_context_takeover") {
+            agreement.serverKeepsContext = false;
+        } else if (part != "client_no_context_takeover" && !part.starts_with("server_max_window_bits=")) {
+            isGood = false;
+        }
+    });
+    return isGood ? std::string() : "The server answered with an extension that was not offered";
+}
+
+}  // namespace kv::sio

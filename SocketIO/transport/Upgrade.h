@@ -1,0 +1,35 @@
+// The HTTP exchange that turns a connection into a WebSocket.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace kv::sio {
+
+inline constexpr std::size_t kMostResponseBytes = 16384;
+
+/// What was agreed about permessage-deflate.
+struct DeflateAgreement {
+    bool isEnabled = false;
+    bool serverKeepsContext = true;
+};
+
+class Upgrade {
+public:
+    /// `authority`: host and port; `offersDeflate`: whether permessage-deflate is offered.
+    Upgrade(std::string_view authority, std::string_view target, bool offersDeflate);
+
+    /// Whether bytes that begin like this can be an answer at all.
+    static bool mayBeHttp(std::string_view start);
+
+    std::string const& request() const { return request_; }
+    /// Judges the head of the response (up to and with the empty line). Returns an error text, empty when it is right.
+    std::string check(std::string_view head, DeflateAgreement& agreement) const;
+
+private:
+    std::string request_;
+    std::string expectedAccept_;
+    bool offersDeflate_;
+};
+
+}  // namespace kv::sio
