@@ -8,7 +8,11 @@ service_stdin=
 run_job() {
     local status
     set -m
-    "$@" </dev/null &
+    {
+        # The service ends with the last writer of its standard input, which is to be this script.
+        [[ -z $service_pid ]] || exec {service_stdin}>&-
+        "$@"
+    } </dev/null &
     job=$!
     set +m
     wait "$job"
