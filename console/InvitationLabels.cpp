@@ -1,7 +1,6 @@
 #include "console/InvitationLabels.h"
 
 #include <algorithm>
-#include <ranges>
 
 namespace kv::console {
 
@@ -17,13 +16,13 @@ std::shared_ptr<KvPimInvitation> InvitationLabels::find(std::string_view label) 
 }
 
 InvitationLabels::Match InvitationLabels::match(std::shared_ptr<KvPimInvitation> const& invitation) const {
-    auto const latestFirst = labels_ | std::views::reverse;
-    auto const same = std::ranges::find(latestFirst, invitation, [](auto const& entry) { return entry.second; });
-    if (same != latestFirst.end()) return {same->first, true};
-    auto const alike = std::ranges::find_if(latestFirst, [&](auto const& entry) {
+    auto const same =
+        std::find_if(labels_.rbegin(), labels_.rend(), [&](auto const& entry) { return entry.second == invitation; });
+    if (same != labels_.rend()) return {same->first, true};
+    auto const alike = std::find_if(labels_.rbegin(), labels_.rend(), [&](auto const& entry) {
         return entry.second->inviter == invitation->inviter && entry.second->invitee == invitation->invitee;
     });
-    return alike == latestFirst.end() ? Match{} : Match{alike->first, false};
+    return alike == labels_.rend() ? Match{} : Match{alike->first, false};
 }
 
 }  // namespace kv::console
