@@ -1,7 +1,7 @@
 // The programs under test, each as a child process, and the local service that they talk to.
 #pragma once
 
-#include "console/ChildProcess.h"
+#include "support/ChildProcess.h"
 
 #include <csignal>
 #include <deque>

@@ -1,4 +1,4 @@
-#include "console/ChildProcess.h"
+#include "support/ChildProcess.h"
 
 #include <cerrno>
 #include <csignal>
