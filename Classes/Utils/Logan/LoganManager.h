@@ -47,15 +47,12 @@ public:
     void setUId(std::string_view uId);
     void setClientSessionId(std::string_view clientSessionId);
     std::string clientSessionId() const;
-    std::string channelSessionId() const;
 
     // ---- Durations in milliseconds; those of a channel's join and leave are set to their start, a time stamp
     void setTsGetServers(std::int64_t milliseconds);
-    std::int64_t tsGetServers() const;
     void setTsConnectServer(std::int64_t milliseconds);
     std::int64_t tsConnectServer() const;
     void setTsLogout(std::int64_t milliseconds);
-    std::int64_t tsLogout() const;
     void setTsJoinChannel(std::int64_t start);
     void setTsLeaveChannel(std::int64_t start);
 
@@ -76,8 +73,8 @@ public:
     void drain();
 
 private:
-    boost::json::object getLogDict(std::string_view type, std::int64_t now) const;
-    void writeLogDict(boost::json::object event, std::int64_t now);
+    // With mutex_ held, so that reports keep the order of the calls.
+    void report(std::string_view type, boost::json::object details);
 
     mutable std::mutex mutex_;
     // Guarded by mutex_.

@@ -1,0 +1,241 @@
+#include "Classes/Utils/Logan/LoganManager.h"
+
+#include "Classes/Catagory/KvDate.h"
+#include "Classes/Internal/KvBundle.h"
+#include "Classes/Utils/KvLog.h"
+#include "Classes/Utils/Logan/collector/Util/WnUUIDHelper.h"
+#include "Classes/Utils/Logan/collector/WnDataCollectManager.h"
+#include "Platform/KvConsole.h"
+#include "Platform/KvDirectories.h"
+#include "Platform/KvKeyStore.h"
+#include "SocketIO/core/Utf8.h"
+
+#include <mutex>
+#include <utility>
+
+#include <boost/json/serialize.hpp>
+#include <boost/json/value.hpp>
+
+namespace kv {
+namespace json = boost::json;
+namespace {
+
+constexpr std::chrono::seconds kUploadInterval{60};
+
+std::string cachesDirectoryOf(KvPimEnvConfig const& config) {
+    return config.cachesDirectory.empty() ? cachesDirectory() : config.cachesDirectory;
+}
+
+std::string loganDirectoryOf(KvPimEnvConfig const& config) { return cachesDirectoryOf(config) + "/logan"; }
+
+std::string collectServerOf(KvPimEnvConfig const& config) {
+    return config.collectServer.empty() ? KVPIM_COLLECT_SERVER : config.collectServer;
+}
+
+KvPimEnvConfig& processConfig() {
+    static auto& config = *new KvPimEnvConfig;
+    return config;
+}
+
+// Both ends of a duration may come from an application, so it may be any number.
+std::int64_t difference(std::int64_t end, std::int64_t start) {
+    return static_cast<std::int64_t>(static_cast<std::uint64_t>(end) - static_cast<std::uint64_t>(start));
+}
+
+void makeValidUtf8(json::value& value) {
+    if (auto* text = value.if_string()) {
+        if (sio::isValidUtf8(*text)) return;
+        std::string repaired(*text);
+        sio::replaceInvalidUtf8(repaired);
+        *text = repaired;
+    } else if (auto* object = value.if_object()) {
+        for (auto& entry : *object) makeValidUtf8(entry.value());
+    }
+}
+
+// No blank survives, not even within a value: that is what makes a record one line for its reader.
+std::string convertToJsonData(json::object const& dictionary) {
+    std::string text = json::serialize(dictionary);
+    std::erase_if(text, [](char c) { return c == ' ' || c == '\n'; });
+    return text;
+}
+
+json::object topPara(std::int64_t now) {
+    return {{"logType", 1},     {"deviceId", WnUUIDHelper::uuidForDevice()},
+            {"os", "ios"},      {"timestamp", now},
+            {"encrypt", false}, {"content", ""}};
+}
+
+}  // namespace
+
+void LoganManager::configure(KvPimEnvConfig const& config) {
+    static std::once_flag once;
+    std::call_once(once, [&config] {
+        processConfig() = config;
+        KvLog::configure(cachesDirectoryOf(config));
+        KvKeyStore::configure(config.keyStoreDirectory);
+    });
+}
+
+LoganManager& LoganManager::sharedInstance() {
+    configure({});
+    static auto& manager = *new LoganManager(processConfig(), KvClock::real());
+    return manager;
+}
+
+LoganManager::LoganManager(KvPimEnvConfig const& config, std::shared_ptr<KvClock> clock)
+    : commonParameters_{{"uid", ""},
+                        {"appId", ""},
+                        {"os", "ios"},
+                        {"platform", "native"},
+                        {"sdkVer", sdkVersionString()},
+                        {"deviceId", ""},
+                        {"clientSessionId", ""}},
+      collectManager_(WnDataCollectManager::initWithURL(collectServerOf(config), loganDirectoryOf(config), true,
+                                                        config.caFile, std::move(clock))) {
+    collectManager_->startUploadTimerWithInterval(kUploadInterval);
+    queue_.async([this, directory = loganDirectoryOf(config)] {
+        deviceId_ = WnUUIDHelper::uuidForDevice();
+        printConsole("loganDir:" + directory);
+    });
+}
+
+LoganManager::~LoganManager() { queue_.drain(); }
+
+void LoganManager::setAppId(std::string_view appId) {
+    std::lock_guard lock(mutex_);
+    commonParameters_["appId"] = appId;
+}
+
+void LoganManager::setUId(std::string_view uId) {
+    std::lock_guard lock(mutex_);
+    commonParameters_["uid"] = uId;
+}
+
+void LoganManager::setClientSessionId(std::string_view clientSessionId) {
+    std::lock_guard lock(mutex_);
+    clientSessionId_ = clientSessionId;
+    commonParameters_["clientSessionId"] = clientSessionId;
+}
+
+std::string LoganManager::clientSessionId() const {
+    std::lock_guard lock(mutex_);
+    return clientSessionId_;
+}
+
+void LoganManager::setTsGetServers(std::int64_t milliseconds) {
+    std::lock_guard lock(mutex_);
+    tsGetServers_ = milliseconds;
+}
+
+void LoganManager::setTsConnectServer(std::int64_t milliseconds) {
+    std::lock_guard lock(mutex_);
+    tsConnectServer_ = milliseconds;
+}
+
+std::int64_t LoganManager::tsConnectServer() const {
+    std::lock_guard lock(mutex_);
+    return tsConnectServer_;
+}
+
+void LoganManager::setTsLogout(std::int64_t milliseconds) {
+    std::lock_guard lock(mutex_);
+    tsLogout_ = milliseconds;
+}
+
+void LoganManager::setTsJoinChannel(std::int64_t start) {
+    std::lock_guard lock(mutex_);
+    tsJoinChannel_ = start;
+}
+
+void LoganManager::setTsLeaveChannel(std::int64_t start) {
+    std::lock_guard lock(mutex_);
+    tsLeaveChannel_ = start;
+}
+
+void LoganManager::startLogan(std::string_view token, std::string_view uid, std::int64_t timestamp) {
+    std::lock_guard lock(mutex_);
+    // The common parameters keep the one that the setter put there; records of a session go together by their user.
+    clientSessionId_ = WnUUIDHelper::uuidString();
+    report("StartLogin", {{"loginParams", {{"token", token}, {"uid", uid}, {"timestamp", timestamp}}}});
+    loginTimeStamp_ = timestamp;
+}
+
+void LoganManager::loginResult(std::uint64_t result, std::int64_t errorCode) {
+    std::lock_guard lock(mutex_);
+    report("LoginResult", {{"result", result},
+                           {"errorCode", errorCode},
+                           {"totalElapsed", difference(currentTimeStamp(), loginTimeStamp_)},
+                           {"elapsedInfo", {{"getServers", tsGetServers_}, {"connectServer", tsConnectServer_}}}});
+}
+
+void LoganManager::logout(std::uint64_t result, std::int64_t errorCode) {
+    std::lock_guard lock(mutex_);
+    report("Logout", {{"result", result}, {"errorCode", errorCode}, {"elapsed", tsLogout_}});
+}
+
+void LoganManager::joinChannel(std::uint64_t result, std::string_view channelId, std::int64_t errorCode) {
+    std::lock_guard lock(mutex_);
+    channelSessionId_ = WnUUIDHelper::uuidString();
+    tsJoinChannel_ = difference(currentTimeStamp(), tsJoinChannel_);
+    report("JoinChannel", {{"channelId", channelId},
+                           {"channelSessionId", channelSessionId_},
+                           {"result", result},
+                           {"errorCode", errorCode},
+                           {"elapsed", tsJoinChannel_}});
+}
+
+void LoganManager::leaveChannel(std::uint64_t result, std::string_view channelId, std::int64_t errorCode) {
+    std::lock_guard lock(mutex_);
+    tsLeaveChannel_ = difference(currentTimeStamp(), tsLeaveChannel_);
+    report("LeaveChannel", {{"channelId", channelId},
+                            {"channelSessionId", channelSessionId_},
+                            {"result", result},
+                            {"errorCode", errorCode},
+                            {"elapsed", tsLeaveChannel_}});
+}
+
+void LoganManager::userAttributes(std::string_view action, std::string_view interface, std::uint64_t result,
+                                  std::int64_t errorCode) {
+    std::lock_guard lock(mutex_);
+    report("UserAttributes",
+           {{"result", result}, {"errorCode", errorCode}, {"action", action}, {"interface", interface}});
+}
+
+void LoganManager::channelAttributes(std::string_view channelId, std::string_view action, std::string_view interface,
+                                     std::uint64_t result, std::int64_t errorCode) {
+    std::lock_guard lock(mutex_);
+    report("ChannelAttributes", {{"channelId", channelId},
+                                 {"action", action},
+                                 {"interface", interface},
+                                 {"result", result},
+                                 {"errorCode", errorCode}});
+}
+
+void LoganManager::connectState(std::int64_t state, std::int64_t reason) {
+    std::lock_guard lock(mutex_);
+    report("ConnectState", {{"state", state}, {"reason", reason}});
+}
+
+void LoganManager::drain() {
+    queue_.drain();
+    collectManager_->drain();
+}
+
+void LoganManager::report(std::string_view type, json::object details) {
+    auto const now = currentTimeStamp();
+    queue_.async(
+        [this, now, type = std::string(type), common = commonParameters_, details = std::move(details)]() mutable {
+            json::object event = std::move(common);
+            event["deviceId"] = deviceId_;
+            event["timestamp"] = now;
+            event["type"] = type;
+            for (auto& entry : details) event[entry.key()] = std::move(entry.value());
+            for (auto& entry : event) makeValidUtf8(entry.value());
+            auto envelope = topPara(now);
+            envelope["content"] = convertToJsonData(event);
+            collectManager_->writeLog(convertToJsonData(envelope));
+        });
+}
+
+}  // namespace kv

@@ -1,0 +1,236 @@
+#include "Classes/Utils/Logan/collector/FileManager/WnLoganFileManager.h"
+
+#include "Classes/Utils/Logan/collector/FileManager/HolDataCollectManager.h"
+#include "Platform/KvConsole.h"
+
+#include <algorithm>
+#include <array>
+#include <ctime>
+#include <filesystem>
+#include <thread>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace kv {
+namespace {
+
+constexpr char kCurrentName[] = "logan";
+constexpr char kIgnoredName[] = ".DS_Store";
+constexpr char kNameFormat[] = "%Y_%m_%d_%H_%M_%S";
+constexpr std::int64_t kFullCount = 100;
+constexpr int kOpenFlags = O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+
+constexpr int kLockAttempts = 100;
+constexpr std::chrono::milliseconds kLockPause{5};
+
+// Other processes lock the file for moments only. One that was stopped in such a moment must not stop this one too.
+void lockFile(int fd) {
+    for (int attempt = 0; attempt < kLockAttempts && ::flock(fd, LOCK_EX | LOCK_NB) != 0; ++attempt) {
+        std::this_thread::sleep_for(kLockPause);
+    }
+}
+
+std::optional<struct stat> statusOf(std::string const& path) {
+    struct stat status {};
+    return ::lstat(path.c_str(), &status) == 0 ? std::optional(status) : std::nullopt;
+}
+
+std::optional<struct stat> statusOf(KvFileDescriptor const& file) {
+    struct stat status {};
+    return ::fstat(file.get(), &status) == 0 ? std::optional(status) : std::nullopt;
+}
+
+KvFileId idOf(struct stat const& status) { return {status.st_dev, status.st_ino}; }
+
+// Another process may be about to write its first record to it: hence the lock, and the second look behind it.
+std::error_code removeIfEmpty(std::string const& path) {
+    KvFileDescriptor const file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (file) lockFile(file.get());
+    auto const status = statusOf(path);
+    std::error_code error;
+    if (!status || status->st_size == 0) std::filesystem::remove(path, error);
+    return error;
+}
+
+}  // namespace
+
+WnLoganFileManager::WnLoganFileManager(std::string loganDirPath, bool backup, std::shared_ptr<KvClock> clock)
+    : backup_(backup),
+      loganDirPath_(std::move(loganDirPath)),
+      loganBackupDirPath_(loganDirPath_ + "_bak"),
+      loganFileToWrite_(loganDirPath_ + "/" + kCurrentName),
+      clock_(std::move(clock)) {}
+
+WnLoganFileManager::~WnLoganFileManager() {
+    drain();
+    if (handle_) ::fsync(handle_.get());
+}
+
+void WnLoganFileManager::writeLog(std::string record) {
+    queue_.async([this, record = std::move(record)] {
+        std::lock_guard lock(filelock_);
+        openOnce();
+        append(record);
+        if (handle_) ::flock(handle_.get(), LOCK_UN);
+    });
+}
+
+std::optional<std::string> WnLoganFileManager::getWaitUploadFilePath() {
+    std::lock_guard lock(filelock_);
+    openOnce();
+    for (auto const& name : allLogPaths()) {
+        // The second question is about the bare name, a path below the working directory: kept as it has always been.
+        std::error_code ignored;
+        if (name == kIgnoredName || std::filesystem::is_directory(name, ignored) || name == kCurrentName) continue;
+        auto const path = loganDirPath_ + "/" + name;
+        if (wasUploaded(path)) {
+            dispose(path);
+            continue;
+        }
+        auto const status = statusOf(path);
+        if (!status) printConsole("error:" + lastError().message());
+        if (!status || status->st_size != 0) return path;
+        if (auto const error = removeIfEmpty(path)) printConsole(error.message());
+    }
+    if (!lockCurrentFile()) return std::nullopt;
+    auto const current = statusOf(handle_);
+    bool const isEmpty = !current || current->st_size == 0;
+    auto path = isEmpty ? std::nullopt : std::optional(saveCurrentWritingLoganFileToWaitUpload());
+    if (handle_) ::flock(handle_.get(), LOCK_UN);
+    // A name that is still taken by an uploaded file is not offered, whatever else would stand for.
+    return path && wasUploaded(*path) ? std::nullopt : path;
+}
+
+void WnLoganFileManager::fileWasUploaded(std::string const& path) {
+    std::lock_guard lock(filelock_);
+    if (auto const status = statusOf(path)) uploaded_[path] = idOf(*status);
+    dispose(path);
+}
+
+void WnLoganFileManager::openOnce() {
+    if (std::exchange(isOpen_, true)) return;
+    createDirectories(loganDirPath_);
+    createDirectories(loganBackupDirPath_);
+    removeEmptyFiles();
+    resetFileHandle();
+}
+
+void WnLoganFileManager::append(std::string_view record) {
+    if (!lockCurrentFile()) return;
+    if (++writeCount_ >= kFullCount) {
+        saveCurrentWritingLoganFileToWaitUpload();
+        writeCount_ = 0;
+        if (!lockCurrentFile()) return;
+    }
+    auto const before = statusOf(handle_);
+    bool const isWhole = writeAll(handle_.get(), std::string(record) + "\n");
+    // On a full disk a part of the line may have found room; left there it would spoil the next record too.
+    if (!isWhole && before) [[maybe_unused]]
+        auto const restored = ::ftruncate(handle_.get(), before->st_size);
+}
+
+std::string WnLoganFileManager::saveCurrentWritingLoganFileToWaitUpload() {
+    auto path = loganDirPath_ + "/" + nextLogName();
+    // Fails when a file was closed in this second already: then this one stays and keeps growing.
+    renameWithoutReplacing(loganFileToWrite_, path);
+    resetFileHandle();
+    return path;
+}
+
+// Makes the current file, whichever that is by now, the one that the handle stands for, and keeps other processes from
+// renaming it until it is unlocked or closed.
+bool WnLoganFileManager::lockCurrentFile() {
+    constexpr int kAttempts = 3;
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        if (!holdsCurrentFile()) resetFileHandle();
+        if (!handle_) return false;
+        lockFile(handle_.get());
+        if (holdsCurrentFile()) break;
+    }
+    return true;
+}
+
+bool WnLoganFileManager::holdsCurrentFile() const {
+    auto const named = statusOf(loganFileToWrite_);
+    auto const held = statusOf(handle_);
+    return named && held && idOf(*named) == idOf(*held);
+}
+
+void WnLoganFileManager::resetFileHandle() {
+    if (handle_) ::fsync(handle_.get());
+    writeCount_ = 0;
+    constexpr int kAttempts = 2;
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        handle_ = KvFileDescriptor(::open(loganFileToWrite_.c_str(), kOpenFlags, 0600));
+        auto const status = statusOf(handle_);
+        if (status && S_ISREG(status->st_mode)) return;
+        handle_ = KvFileDescriptor();
+        // The directory may have been deleted meanwhile, or something that is no file put in the place of the file.
+        createDirectories(loganDirPath_);
+        createDirectories(loganBackupDirPath_);
+        auto const obstacle = statusOf(loganFileToWrite_);
+        if (obstacle && !S_ISREG(obstacle->st_mode)) {
+            renameWithoutReplacing(loganFileToWrite_, loganBackupDirPath_ + "/" + nextLogName());
+        }
+    }
+}
+
+std::string WnLoganFileManager::nextLogName() const {
+    std::time_t const now = std::chrono::system_clock::to_time_t(clock_->wallTime());
+    std::tm local{};
+    ::localtime_r(&now, &local);
+    std::array<char, 64> name{};
+    return {name.data(), std::strftime(name.data(), name.size(), kNameFormat, &local)};
+}
+
+// Names, the oldest first; what was made at the same moment goes by name.
+std::vector<std::string> WnLoganFileManager::allLogPaths() const {
+    std::error_code error;
+    std::vector<std::pair<std::optional<KvClock::WallTime>, std::string>> dated;
+    for (std::filesystem::directory_iterator entry(loganDirPath_, error), end; !error && entry != end;
+         entry.increment(error)) {
+        dated.emplace_back(fileCreationDate(entry->path()), entry->path().filename());
+    }
+    if (error) return {};
+    std::ranges::sort(dated);
+    std::vector<std::string> names;
+    names.reserve(dated.size());
+    for (auto& [date, name] : dated) names.push_back(std::move(name));
+    return names;
+}
+
+void WnLoganFileManager::removeEmptyFiles() {
+    for (auto const& name : allLogPaths()) removeIfEmpty(loganDirPath_ + "/" + name);
+}
+
+bool WnLoganFileManager::wasUploaded(std::string const& path) {
+    auto const uploaded = uploaded_.find(path);
+    if (uploaded == uploaded_.end()) return false;
+    auto const status = statusOf(path);
+    if (status && idOf(*status) == uploaded->second) return true;
+    uploaded_.erase(uploaded);  // gone; if there is a file of that name, then it is another one
+    return false;
+}
+
+void WnLoganFileManager::dispose(std::string const& path) {
+    std::error_code error;
+    if (backup_) {
+        error = moveToBackupWithFilePath(path);
+    } else {
+        std::filesystem::remove(path, error);
+    }
+    if (!error) uploaded_.erase(path);
+}
+
+std::error_code WnLoganFileManager::moveToBackupWithFilePath(std::string const& path) {
+    createDirectories(loganBackupDirPath_);
+    auto const error = renameWithoutReplacing(path, loganBackupDirPath_ + path.substr(path.rfind('/')));
+    if (error) printConsole(error.message());
+    return error;
+}
+
+}  // namespace kv

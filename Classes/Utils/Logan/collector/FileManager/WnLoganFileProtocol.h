@@ -1,0 +1,22 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace kv {
+
+/// What keeps records until they are uploaded.
+class WnLoganFileProtocol {
+public:
+    virtual ~WnLoganFileProtocol() = default;
+    /// Any thread; returns at once.
+    virtual void writeLog(std::string record) = 0;
+    /// The next file to upload, if there is one. May wait for the disk, like the two below.
+    virtual std::optional<std::string> getWaitUploadFilePath() = 0;
+    /// Disposes of a file that was uploaded. It is not offered again, even if it could not be disposed of.
+    virtual void fileWasUploaded(std::string const& path) = 0;
+    /// Waits until the records given before are in a file, or are given up.
+    virtual void drain() = 0;
+};
+
+}  // namespace kv

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+namespace kv {
+
+/// What sends one file.
+class WnLoganUploadProtocol {
+public:
+    virtual ~WnLoganUploadProtocol() = default;
+    /// `result(success)` is called on a background queue, unless an upload is in flight: then nothing happens at all.
+    virtual void uploadFile(std::string path, std::function<void(bool success)> result) = 0;
+    virtual bool isUploading() const = 0;
+};
+
+}  // namespace kv

@@ -1,0 +1,51 @@
+#include "Classes/Utils/Logan/collector/Upload/WnLoganUploader.h"
+
+#include "Classes/Network/KvHttpSession.h"
+#include "Platform/KvConsole.h"
+
+#include <utility>
+
+namespace kv {
+namespace {
+
+constexpr std::chrono::seconds kTimeout{30};
+constexpr long kUploaded = 204;
+
+}  // namespace
+
+WnLoganUploader::WnLoganUploader(std::string urlString, std::string caFile)
+    : urlString_(std::move(urlString)), caFile_(std::move(caFile)) {}
+
+void WnLoganUploader::uploadFile(std::string path, std::function<void(bool)> result) {
+    if (isUploading_) return;
+    queue_.async([weak = weak_from_this(), path = std::move(path), result = std::move(result)]() mutable {
+        auto const self = weak.lock();
+        if (self && !self->isUploading_) self->start(std::move(path), std::move(result));
+    });
+}
+
+void WnLoganUploader::start(std::string path, std::function<void(bool)> result) {
+    isUploading_ = true;
+    KvHttpTask task;
+    task.url = urlString_;
+    task.headers = {"Content-type: application/octet-stream"};
+    task.uploadPath = std::move(path);
+    task.caFile = caFile_;
+    task.requestTimeout = kTimeout;
+    KvHttpSession::shared().start(std::move(task),
+                                  [weak = weak_from_this(), result = std::move(result)](KvHttpAnswer const& answer) {
+                                      auto const self = weak.lock();
+                                      if (!self) return;
+                                      self->queue_.async([weak, status = answer.status, result] {
+                                          if (auto const alive = weak.lock()) alive->onAnswer(status, result);
+                                      });
+                                  });
+}
+
+void WnLoganUploader::onAnswer(long status, std::function<void(bool)> const& result) {
+    isUploading_ = false;
+    result(status == kUploaded);
+    if (status != kUploaded) printConsole("上传失败" + std::to_string(status));
+}
+
+}  // namespace kv
