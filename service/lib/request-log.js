@@ -13,7 +13,7 @@ export function logActivity(activity, write) {
 }
 
 /** A client's text as one short word of a log line: no client writes lines of its own, or to the terminal. */
-export function printable(value) {
+function printable(value) {
   if (typeof value !== 'string') return `(${typeof value})`;
   const start = value.slice(0, MOST_CHARACTERS);
   if (start === value && /^[\w.:@-]+$/.test(value)) return value;
