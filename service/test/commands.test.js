@@ -116,6 +116,22 @@ test('online status: 0 is online in a push, true in an answer', async (t) => {
   assert.deepEqual(alice.had('PeersOnlineStatusChanged'), []);
 });
 
+test('what lasts as long as a connection is not there in the next one', async (t) => {
+  const [service, alice, bob] = await people(t, 'alice', 'bob');
+  await bob.command('join', { channelId: 'r' });
+  await bob.command('setLocalUserAttributes', { attributes: { a: '1' } });
+  await bob.command('subscribePeersUserAttributes', { userIds: ['alice'] });
+  await bob.command('subscribePeersOnlineStatus', { userIds: ['carol'] });
+  await bob.quit();
+  const again = await Client.login(t, service, 'bob');
+  await alice.command('setLocalUserAttributes', { attributes: { b: '2' } });
+  await Client.login(t, service, 'carol');
+  assert.deepEqual(await again.settled(), { result: 0, userIds: [] });
+  assert.deepEqual(again.events, []);
+  assert.deepEqual(await again.command('getUserAttributes', { userId: 'bob' }), { result: 0, attributes: {} });
+  assert.deepEqual(await again.command('getChannelMembers', { channelId: 'r' }), { result: 5 });
+});
+
 test('results other than 0 say what is wrong', async (t) => {
   const limits = {
     channelsPerUser: 2,

@@ -8,6 +8,8 @@ test('the state shows users, channels and what was asked', async (t) => {
   const service = await startService(t);
   const alice = await Client.login(t, service, 'alice');
   await alice.command('join', { channelId: 'r' });
+  await alice.command('join', { channelId: 'left again' });
+  await alice.command('leave', { channelId: 'left again' });
   await alice.command('setChannelAttributes', { channelId: 'r', attributes: { topic: 'tea' } });
   await alice.command('setLocalUserAttributes', { attributes: { mood: 'good' } });
   await alice.command('subscribePeersOnlineStatus', { userIds: ['bob'] });
@@ -34,7 +36,7 @@ test('the state shows users, channels and what was asked', async (t) => {
   assert.deepEqual(apps.app.users.bob, { ...nobody, connected: false, since: null, socketId: null, offlineMessages: 1 });
   assert.deepEqual(apps.app.channels, { r: { members: ['alice'], attributes: { topic: 'tea' } } });
   assert.deepEqual(apps.app.invitations.map(({ inviter, state }) => [inviter, state]), [['alice', 2]]);
-  assert.deepEqual([commands.join, commands.unknown, commands.leave], [1, 1, undefined]);
+  assert.deepEqual([commands.join, commands.unknown, commands.getChannelMembers], [2, 1, undefined]);
 });
 
 test('answers can be prepared, for one user and a number of times, silence included', async (t) => {
