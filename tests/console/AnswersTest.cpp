@@ -1,5 +1,6 @@
 // One session of two users that asks for every operation, with each answer and each event in its exact shape.
 #include "console/Programs.h"
+#include "support/Service.h"
 
 #include <map>
 

@@ -1,5 +1,6 @@
 // The chat as a script uses it: lines in, lines out. What it draws in a terminal is not seen here.
 #include "console/Programs.h"
+#include "support/Service.h"
 #include "support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>

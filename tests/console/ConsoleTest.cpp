@@ -1,5 +1,6 @@
 // How the console behaves as a program: bad lines, the end of its input, its exit status, its options.
 #include "console/Programs.h"
+#include "support/Service.h"
 
 #include <chrono>
 

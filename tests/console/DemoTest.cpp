@@ -1,5 +1,6 @@
 // The demonstration shows what really arrived, or says what did not.
 #include "console/Programs.h"
+#include "support/Service.h"
 
 #include <gtest/gtest.h>
 

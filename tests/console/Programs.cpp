@@ -44,12 +44,6 @@ std::vector<std::string> privateDirectories() {
 
 }  // namespace
 
-Service::Service() : process_({KVPIM_NODE, KVPIM_SERVICE, "--port", "0", "--control", "--exit-with-stdin", "--quiet"}) {
-    auto const line = process_.readLine(Clock::now() + kLongestWait);
-    if (!line) throw std::runtime_error("the service does not start; is `npm ci` done in service/?");
-    url_ = line->substr(line->rfind(' ') + 1);
-}
-
 Program::Program(std::vector<std::string> command) : process_(command) {}
 
 void Program::send(std::string_view line) { write(std::string(line) + '\n'); }

@@ -1,4 +1,4 @@
-// The programs under test, each as a child process, and the local service that they talk to.
+// The programs under test, each as a child process.
 #pragma once
 
 #include "support/ChildProcess.h"
@@ -12,17 +12,6 @@
 #include <gtest/gtest.h>
 
 namespace kv::test {
-
-/// The local service, on a free port of its own.
-class Service {
-public:
-    Service();
-    std::string const& url() const { return url_; }
-
-private:
-    ChildProcess process_;
-    std::string url_;
-};
 
 /// A program that is asked for the lines that it prints.
 class Program {
