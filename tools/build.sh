@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Builds by the presets of CMakePresets.json.
 
 build_folder() { if [[ $1 == dev ]]; then echo build; else echo "build-$1"; fi; }

@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Installs what a command needs: Debian packages, Node.js, the service's npm packages. Nothing is done twice.
 
 oldest_node=18
@@ -38,10 +39,9 @@ missing_packages() {
     done
     installed=$(dpkg-query -W -f '${db:Status-Status} ${Package}\n' "${packages[@]}" 2>/dev/null | sed -n 's/^installed //p')
     printf '%s\n' "${packages[@]}" | grep -vxF "${installed:-none}"
-    if [[ " $* " == *" npm "* ]]; then
-        node_is_recent || echo nodejs
-        [[ -n $(type -P npm) ]] || echo npm
-    fi
+    # These may also have come from elsewhere than Debian.
+    if [[ " $* " == *" node "* ]] && ! node_is_recent; then echo nodejs; fi
+    if [[ " $* " == *" npm "* && -z $(type -P npm) ]]; then echo npm; fi
 }
 
 node_is_recent() {

@@ -1,5 +1,7 @@
+# shellcheck shell=bash
 # Runs programs so that none outlives the script, however it ends.
 
+launcher=() # what jobs are started through: a command that takes a command
 job=
 service_pid=
 service_stdin=
@@ -11,7 +13,7 @@ run_job() {
     {
         # The service ends with the last writer of its standard input, which is to be this script.
         [[ -z $service_pid ]] || exec {service_stdin}>&-
-        "$@"
+        "${launcher[@]}" "$@"
     } </dev/null &
     job=$!
     set +m
