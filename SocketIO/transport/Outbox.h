@@ -39,7 +39,7 @@ public:
     /// `queuedFirst` when the engine must be woken.
     Put put(std::string_view text, std::vector<KvData> const& attachments, Time expires) {
         Message message{text.size(), attachments.size(), text.size(), expires};
-        for (auto const& attachment : attachments) message.bytes += attachment->size();
+        for (auto const& attachment : attachments) message.bytes += attachment ? attachment->size() : 0;
         std::lock_guard lock(mutex_);
         if (message.bytes > mostBytes_ - std::min(bytes_, mostBytes_)) return Put::full;
         bytes_ += message.bytes;

@@ -24,6 +24,7 @@ std::string openSslText() {
     ERR_clear_error();
     if (ERR_GET_REASON(code) == SSL_R_WRONG_VERSION_NUMBER)
         return "TLS: the server does not speak TLS (wrong version number)";
+    if (ERR_SYSTEM_ERROR(code)) return "TLS: " + std::generic_category().message(ERR_GET_REASON(code));
     char const* const reason = ERR_reason_error_string(code);
     return reason == nullptr ? "TLS: protocol failure" : std::string("TLS: ") + reason;
 }
@@ -69,6 +70,8 @@ SSL_CTX* contextFor(std::string const& caFile, std::string& error) {
     if (auto const found = contexts.find(caFile); found != contexts.end()) return found->second;
     SSL_CTX* context = SSL_CTX_new(TLS_client_method());
     SSL_CTX_set_min_proto_version(context, TLS1_2_VERSION);
+    // Not every server says goodbye in TLS. What was cut short shows in the frames.
+    SSL_CTX_set_options(context, SSL_OP_IGNORE_UNEXPECTED_EOF);
     SSL_CTX_set_verify(context, SSL_VERIFY_PEER, nullptr);
     SSL_CTX_set_mode(context,
                      SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER | SSL_MODE_RELEASE_BUFFERS);

@@ -46,7 +46,7 @@ bool Writer::startNext(SendBuffer& out, Outbox::Time now) {
     if (attachmentsLeft_ > 0) {
         --attachmentsLeft_;
         attachment_ = std::move(content_.attachments[nextAttachment_++]);
-        startFrame(out, WsOpcode::binary, *attachment_);
+        startFrame(out, WsOpcode::binary, attachment_ ? std::span(*attachment_) : std::span<std::uint8_t const>());
         return true;
     }
     if (!nextMessage(now)) {
