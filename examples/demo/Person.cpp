@@ -25,7 +25,7 @@ std::string stateInWords(std::int64_t state, std::int64_t reason) {
 }
 
 std::string leavingInWords(std::int64_t reason) {
-    return reason == kv::KvPimMemberLeftReasonDisconnect ? " was cut off from " : " leaves ";
+    return reason == kv::KvPimMemberLeftReasonDisconnect ? " was disconnected from " : " leaves ";
 }
 
 }  // namespace

@@ -177,6 +177,7 @@ private:
         stage_.scene("Presence: carol leaves, is written to, and comes back");
         alice_.does("subscribes to carol's status",
                     [&](Person::Done done) { alice_.client().subscribePeersOnlineStatus({"carol"}, done); });
+        alice_.hears("carol is online");
         carol_.does("leaves the channel", [&](Person::Done done) { carol_.channel().leaveWithCompletion(done); });
         alice_.hears("carol leaves garden");
         bob_.hears("carol leaves garden");
@@ -191,7 +192,7 @@ private:
     void reconnect(std::string const& apiServer) {
         stage_.scene("Bob's connection is cut, and comes back by itself");
         cutConnection(apiServer, bob_.name());
-        alice_.hears("bob was cut off from garden");
+        alice_.hears("bob was disconnected from garden");
         bob_.hears("connection lost, connecting again");
         bob_.hears("connected");
         alice_.hears("bob joins garden");
