@@ -343,6 +343,7 @@ void ScriptedServer::serve(std::shared_ptr<ScriptedPeer::Channel> channel) {
     ScriptedPeer peer;
     peer.channel_ = std::move(channel);
     try {
+        peer.send(options_.greeting);
         peer.readRequest();
         if (peer.request_.starts_with("GET /config/")) {
             auto const body = json::serialize(

@@ -117,6 +117,8 @@ public:
         std::string address = "127.0.0.1";
         /// PEM files; with them the server speaks TLS.
         std::string certificateFile, keyFile;
+        /// Sent before anything is read.
+        std::string greeting;
     };
 
     explicit ScriptedServer(Script script);

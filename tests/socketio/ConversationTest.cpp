@@ -1,0 +1,215 @@
+// What travels between a socket and a server that follows a script.
+#include "Sockets.h"
+
+#include <algorithm>
+#include <atomic>
+
+#include <boost/json/parse.hpp>
+
+namespace kv::test {
+namespace {
+
+class Conversation : public EveryEngine {};
+INSTANTIATE_TEST_SUITE_P(Engines, Conversation, testing::Values(Engine::mainQueue, Engine::thread), engineName);
+
+SocketItems itemsOf(json::array values) {
+    SocketItems items;
+    items.values = std::move(values);
+    return items;
+}
+
+TEST_P(Conversation, ConnectsAndDeliversInOrderWhateverTheCut) {
+    ScriptedServer server([](ScriptedPeer& peer) {
+        auto const all = peer.upgradeAnswer() + ScriptedPeer::textFrame(ScriptedPeer::openPacket({})) +
+                         ScriptedPeer::textFrame("40{\"sid\":\"S\"}") +
+                         ScriptedPeer::textFrame("42[\"loginSuccess\",{}]") +
+                         ScriptedPeer::textFrame("451-[\"event\",{\"_placeholder\":true,\"num\":0}]") +
+                         ScriptedPeer::textFrame("2") +  // a ping between a packet and its attachment is lawful
+                         ScriptedPeer::binaryFrame(std::string(300, 'x'));
+        std::size_t const cuts[] = {all.size(), 1, 2, 7, 100};
+        peer.sendInPieces(all, cuts[peer.number()]);
+        peer.readToEnd();
+    });
+    for (int i = 0; i < 5; ++i) {
+        Client client(GetParam(), server.url());
+        ASSERT_TRUE(client.connect());
+        EXPECT_EQ(client.socket().sid(), "S");
+        EXPECT_EQ(client.socket().status(), SocketStatus::connected);
+        ASSERT_TRUE(client.waitForEvent("event"));
+        EXPECT_EQ(client.lines, (std::vector<std::string>{"connect", "loginSuccess [{}]",
+                                                          "event [{\"_placeholder\":true,\"num\":0}]"}));
+    }
+}
+
+TEST_P(Conversation, SendsTheQueryPercentEncoded) {
+    std::string request;
+    ScriptedServer server([&](ScriptedPeer& peer) {
+        request = peer.request();
+        peer.login();
+        peer.readToEnd();
+    });
+    SocketConfig config;
+    config.connectParams = {{"app", "brivel"}, {"token", "{\"a b\":\"ü&=\"}"}};
+    Client client(GetParam(), server.url(), config);
+    ASSERT_TRUE(client.connect());
+    auto const target =
+        "GET /socket.io/?EIO=4&transport=websocket&app=brivel&token=%7B%22a%20b%22%3A%22%C3%BC%26%3D%22%7D "
+        "HTTP/1.1\r\n";
+    EXPECT_TRUE(request.starts_with(target)) << request;
+    EXPECT_EQ(request.find("Sec-WebSocket-Extensions"), std::string::npos);
+}
+
+TEST_P(Conversation, AnswersAndAttachmentsGoBothWays) {
+    ScriptedServer server([](ScriptedPeer& peer) {
+        peer.login();
+        for (;;) {
+            auto const event = peer.readEvent();
+            json::array answer(event.items.begin() + 1, event.items.end());
+            peer.acknowledge(event, answer, event.attachments);
+        }
+    });
+    Client client(GetParam(), server.url());
+    ASSERT_TRUE(client.connect());
+    std::vector<KvBytes> const blobs = {{}, {0, 255, 1}, KvBytes(70000, 7), KvBytes(3u << 20, 9)};
+    for (auto const& blob : blobs) {
+        SocketItems items;
+        items.values = {
+            "command", {{"bytes", items.binary(makeData(blob))}, {"none", items.binary(nullptr)}}, "bad \xFF utf8"};
+        int answers = 0;
+        client.socket().emitWithAck("echo", std::move(items)).timingOutAfter(10s, [&](SocketData const& data) {
+            ++answers;
+            ASSERT_EQ(data.items().size(), 3u) << json::serialize(data.items());
+            auto const& object = data.items()[1].as_object();
+            ASSERT_TRUE(data.binary(object.at("bytes")));
+            EXPECT_TRUE(*data.binary(object.at("bytes")) == blob);
+            EXPECT_TRUE(object.at("none").is_null());
+            EXPECT_EQ(data.items()[2].as_string(), "bad \xEF\xBF\xBD utf8");
+        });
+        EXPECT_EQ(answers, 0) << "inside the call";
+        EXPECT_TRUE(runUntil(*client.queue, [&] { return answers > 0; }));
+        EXPECT_EQ(answers, 1);
+    }
+}
+
+TEST_P(Conversation, ThousandsOfRequestsKeepTheirOrder) {
+    constexpr int kCount = 5000;
+    ScriptedServer server([](ScriptedPeer& peer) {
+        peer.login();
+        for (;;) {
+            auto const event = peer.readEvent();
+            peer.acknowledge(event, {event.items.at(1)});
+        }
+    });
+    Client client(GetParam(), server.url());
+    ASSERT_TRUE(client.connect());
+    std::vector<std::int64_t> answers;
+    for (int i = 0; i < kCount; ++i) {
+        client.socket().emitWithAck("count", itemsOf({i})).timingOutAfter(30s, [&](SocketData const& data) {
+            answers.push_back(data.items().at(0).as_int64());
+        });
+    }
+    ASSERT_TRUE(runUntil(*client.queue, [&] { return answers.size() == kCount; }));
+    for (int i = 0; i < kCount; ++i) ASSERT_EQ(answers[static_cast<std::size_t>(i)], i);
+}
+
+TEST_P(Conversation, AFloodOfPushesArrivesWhole) {
+    constexpr int kCount = 20000;
+    ScriptedServer server([](ScriptedPeer& peer) {
+        peer.login();
+        std::string bytes;
+        for (int i = 0; i < kCount; ++i) {
+            bytes +=
+                ScriptedPeer::textFrame("451-[\"push\"," + std::to_string(i) + ",{\"_placeholder\":true,\"num\":0}]");
+            bytes += ScriptedPeer::binaryFrame(std::string(static_cast<std::size_t>(i % 700), 'b'));
+        }
+        peer.send(bytes);
+        peer.readToEnd();
+    });
+    Client client(GetParam(), server.url());
+    int next = 0;
+    client.socket().on("push", [&](SocketData const& data) {
+        EXPECT_EQ(data.items().at(0).as_int64(), next);
+        auto const bytes = data.binary(data.items().at(1));
+        ASSERT_TRUE(bytes);
+        EXPECT_EQ(bytes->size(), static_cast<std::size_t>(next % 700));
+        ++next;
+    });
+    ASSERT_TRUE(client.connect());
+    EXPECT_TRUE(runUntil(*client.queue, [&] { return next == kCount; })) << next;
+}
+
+TEST_P(Conversation, CompressesWhatIsWorthIt) {
+    std::vector<bool> compressed;
+    ScriptedServer server([&](ScriptedPeer& peer) {
+        EXPECT_NE(peer.request().find("permessage-deflate; client_no_context_takeover"), std::string::npos);
+        peer.connect({}, "Sec-WebSocket-Extensions: permessage-deflate; client_no_context_takeover\r\n");
+        // "42["event"]" deflated, from another implementation.
+        peer.send(ScriptedPeer::frame(0xC1, std::string("\x32\x31\x8a\x56\x4a\x2d\x4b\xcd\x2b\x51\x8a\x05\x00", 13)));
+        for (int i = 0; i < 2; ++i) compressed.push_back(peer.readMessage().isCompressed);
+        peer.hangUp();
+    });
+    SocketConfig config;
+    config.compress = true;
+    Client client(GetParam(), server.url(), config);
+    ASSERT_TRUE(client.connect());
+    EXPECT_TRUE(client.waitFor("event"));
+    client.socket().emit("small", itemsOf({std::string(900, 'a')}));
+    client.socket().emit("large", itemsOf({std::string(1100, 'a')}));
+    EXPECT_TRUE(client.waitForEvent("disconnect"));
+    EXPECT_EQ(compressed, (std::vector<bool>{false, true}));
+}
+
+TEST_P(Conversation, WhatDoesNotFitIsDroppedAndLogged) {
+    ScriptedServer server([](ScriptedPeer& peer) {
+        peer.login();
+        peer.sleep(20s);  // reads nothing
+    });
+    std::vector<std::string> log;
+    SocketConfig config;
+    config.maxQueuedBytes = 8u << 20;
+    config.log = [&](std::string_view line) { log.emplace_back(line); };
+    Client client(GetParam(), server.url(), config);
+    ASSERT_TRUE(client.connect());
+    int timedOut = 0;
+    for (int i = 0; i < 64; ++i) {
+        SocketItems items;
+        items.values = {items.binary(makeData(KvBytes(1u << 20)))};
+        client.socket().emitWithAck("blob", std::move(items)).timingOutAfter(0.2s, [&](SocketData const& data) {
+            timedOut += data.items().at(0) == "NO ACK";
+        });
+    }
+    EXPECT_GT(log.size(), 0u);
+    EXPECT_TRUE(runUntil(*client.queue, [&] { return timedOut == 64; }));
+    EXPECT_EQ(client.lineOf("disconnect"), "");
+}
+
+TEST(EngineOnMainQueue, ARequestWhoseTimeIsOverIsNotSentLater) {
+    std::atomic<bool> mayRead{false}, isOver{false};
+    std::vector<std::string> seen;
+    ScriptedServer server([&](ScriptedPeer& peer) {
+        peer.login();
+        while (!mayRead) peer.sleep(1ms);
+        do seen.emplace_back(peer.readEvent().items.at(0).as_string());
+        while (seen.back() != "last");
+        isOver = true;
+    });
+    auto const queue = KvMainQueue::create(KvMainQueue::Time::manual);
+    Client client(Engine::mainQueue, server.url(), {}, queue);
+    ASSERT_TRUE(client.connect());
+    for (int i = 0; i < 32; ++i) {
+        SocketItems items;
+        items.values = {items.binary(makeData(KvBytes(1u << 20)))};
+        client.socket().emit("blob", std::move(items));
+    }
+    queue->poll();  // the socket takes what it can
+    client.socket().emitWithAck("late", {}).timingOutAfter(6s, nullptr);
+    client.socket().emit("last", {});
+    queue->advance(6s);
+    mayRead = true;
+    ASSERT_TRUE(runUntil(*queue, [&] { return isOver.load(); }));
+    EXPECT_EQ(seen.size(), 33u);
+    EXPECT_EQ(std::count(seen.begin(), seen.end(), "late"), 0);
+}
+
+}  // namespace
+}  // namespace kv::test

@@ -1,0 +1,262 @@
+// How connections end: each once, with the reason that is told, whatever happens around it.
+#include "Sockets.h"
+
+#include <atomic>
+#include <system_error>
+
+#include <boost/json/parse.hpp>
+
+namespace kv::test {
+namespace {
+
+class Ends : public EveryEngine {};
+INSTANTIATE_TEST_SUITE_P(Engines, Ends, testing::Values(Engine::mainQueue, Engine::thread), engineName);
+
+struct Ending {
+    char const* what;
+    ScriptedServer::Script script;
+    char const* reason;  // a part of it
+};
+
+ScriptedServer::Script afterLogin(std::string bytes) {
+    return [bytes = std::move(bytes)](ScriptedPeer& peer) {
+        peer.login();
+        peer.send(bytes);
+        peer.readToEnd();
+    };
+}
+
+ScriptedServer::Script answering(std::string bytes) {
+    return [bytes = std::move(bytes)](ScriptedPeer& peer) {
+        peer.send(bytes);
+        peer.readToEnd();
+    };
+}
+
+TEST_P(Ends, EveryEndIsToldOnceWithItsReason) {
+    auto const text = ScriptedPeer::textFrame;
+    auto const binary = ScriptedPeer::binaryFrame;
+    std::vector<Ending> const endings = {
+        {"namespace left by the server", afterLogin(text("41")), "Got Disconnect"},
+        {"session closed", afterLogin(text("1")), "closed the session"},
+        {"close frame",
+         [](ScriptedPeer& peer) {
+             peer.login();
+             peer.close(1001, "bye");
+             peer.readToEnd();
+         },
+         "1001 bye"},
+        {"end of the connection",
+         [](ScriptedPeer& peer) {
+             peer.login();
+             peer.hangUp();
+         },
+         "closed the connection"},
+        {"reset",
+         [](ScriptedPeer& peer) {
+             peer.login();
+             peer.sleep(20ms);
+             peer.reset();
+         },
+         "reset"},
+        {"connect error",
+         [](ScriptedPeer& peer) {
+             peer.acceptWebSocket();
+             peer.sendText(ScriptedPeer::openPacket({}));
+             peer.readText();
+             peer.sendText("44{\"message\":\"not for you\"}");
+             peer.readToEnd();
+         },
+         "not for you"},
+        {"no HTTP", answering("SSH-2.0-OpenSSH\r\n"), "HTTP"},
+        {"refused", answering("HTTP/1.1 403 Forbidden\r\nContent-Length: 0\r\n\r\n"), "403 Forbidden"},
+        {"wrong key",
+         answering("HTTP/1.1 101 X\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
+                   "Sec-WebSocket-Accept: AAAA\r\n\r\n"),
+         "Sec-WebSocket-Accept"},
+        {"endless head", answering("HTTP/1.1 101 X\r\n" + std::string(100000, 'h')), "too long"},
+        {"end within the handshake",
+         [](ScriptedPeer& peer) {
+             peer.send("HTTP/1.1 101");
+             peer.hangUp();
+         },
+         "closed the connection"},
+        {"extension that was not offered",
+         [](ScriptedPeer& peer) {
+             peer.acceptWebSocket("Sec-WebSocket-Extensions: permessage-deflate\r\n");
+             peer.readToEnd();
+         },
+         "not offered"},
+        {"unknown packet", afterLogin(text("9")), "unexpected packet"},
+        {"unknown Socket.IO packet", afterLogin(text("48[]")), "unknown packet"},
+        {"bad JSON", afterLogin(text("42[\"event\",")), "bad JSON"},
+        {"deep nesting", afterLogin(text("42[\"event\"," + std::string(5000, '[') + std::string(5000, ']') + "]")),
+         "too deeply"},
+        {"event without a name", afterLogin(text("42[1]")), "without a name"},
+        {"attachment missing",
+         afterLogin(text("451-[\"event\",{\"_placeholder\":true,\"num\":0}]") + text("42[\"event\"]")),
+         "instead of an attachment"},
+        {"attachment too many", afterLogin(binary("x")), "of no packet"},
+        {"too many attachments", afterLogin(text("451001-[\"event\"]")), "1000 attachments"},
+        {"masked frame", afterLogin(std::string("\x81\x81\x01\x02\x03\x04\x33", 7)), "masked"},
+        {"frame over the limit", afterLogin(std::string("\x82\x7F\x00\x00\x00\x00\x01\x00\x00\x01", 10)), "16 MiB"},
+        {"text that is not UTF-8", afterLogin(text("42[\"\xFF\"]")), "UTF-8"},
+        {"fragmented ping", afterLogin(std::string("\x09\x00", 2)), "control frame"},
+        {"session opened twice", afterLogin(text(ScriptedPeer::openPacket({}))), "opened twice"},
+    };
+    for (auto const& ending : endings) {
+        SCOPED_TRACE(ending.what);
+        ScriptedServer server(ending.script);
+        Client client(GetParam(), server.url());
+        client.socket().connect();
+        EXPECT_TRUE(client.lines.empty()) << "inside connect";
+        EXPECT_NE(client.disconnectReason().find(ending.reason), std::string::npos) << client.disconnectReason();
+        EXPECT_EQ(client.socket().status(), SocketStatus::disconnected);
+        EXPECT_EQ(client.socket().sid(), "");
+        auto const told = client.lines.size();
+        client.socket().disconnect();
+        client.queue->runFor(2ms);
+        EXPECT_EQ(client.lines.size(), told) << client.lines.back();
+    }
+}
+
+TEST_P(Ends, AddressesThatLeadNowhere) {
+    struct Case {
+        char const* url;
+        char const* reason;
+    };
+    for (auto const& c : std::vector<Case>{{"http://127.0.0.1:1", "refused"},
+                                           {"ftp://127.0.0.1", "Not an address"},
+                                           {"http://", "Not an address"},
+                                           {"http://127.0.0.1:99999", "Not an address"},
+                                           {"http://no.such.host.invalid", "Cannot find"}}) {
+        Client client(GetParam(), c.url);
+        client.socket().connect();
+        EXPECT_EQ(client.socket().status(), SocketStatus::connecting);
+        EXPECT_NE(client.disconnectReason().find(c.reason), std::string::npos)
+            << c.url << ": " << client.disconnectReason();
+    }
+}
+
+TEST_P(Ends, ReachesServersByNameAndOverIpv6) {
+    auto const script = [](ScriptedPeer& peer) {
+        peer.login();
+        peer.readToEnd();
+    };
+    ScriptedServer server(script);
+    Client byName(GetParam(), server.url("localhost"));  // ::1 may come first, and refuses
+    EXPECT_TRUE(byName.connect());
+    ScriptedServer::Options options6;
+    options6.address = "::1";
+    std::unique_ptr<ScriptedServer> server6;
+    try {
+        server6 = std::make_unique<ScriptedServer>(script, options6);
+    } catch (std::system_error const&) {
+        GTEST_SKIP() << "this machine has no ::1";
+    }
+    Client over6(GetParam(), server6->url("[::1]"));
+    EXPECT_TRUE(over6.connect());
+}
+
+TEST_P(Ends, DisconnectLeavesWithinTheCallAndSaysGoodbye) {
+    std::vector<ScriptedPeer::Message> goodbye;
+    std::atomic<bool> isOver{false};
+    {
+        ScriptedServer server([&](ScriptedPeer& peer) {
+            peer.login();
+            auto messages = peer.readToEnd();
+            if (peer.number() != 0) return;
+            goodbye = std::move(messages);
+            isOver = true;
+        });
+        Client client(GetParam(), server.url());
+        ASSERT_TRUE(client.connect());
+        client.socket().emit("last", {});
+        client.socket().disconnect();
+        EXPECT_EQ(client.lines.back(), "disconnect [\"Namespace leave\"]");
+        auto const told = client.lines.size();
+        ASSERT_TRUE(runUntil(*client.queue, [&] { return isOver.load(); }));
+        EXPECT_EQ(client.lines.size(), told);
+        client.socket().connect();
+        EXPECT_TRUE(runUntil(*client.queue, [&] { return client.socket().status() == SocketStatus::connected; }));
+    }
+    ASSERT_GE(goodbye.size(), 3u);
+    EXPECT_EQ(goodbye[0].payload, "42[\"last\"]");
+    EXPECT_EQ(goodbye[1].payload, "41");
+    EXPECT_EQ(goodbye[2].opcode, 8);
+}
+
+TEST(EngineOnMainQueue, TimesAreThoseOfTheQueue) {
+    auto const queue = KvMainQueue::create(KvMainQueue::Time::manual);
+    struct Case {
+        char const* what;
+        ScriptedServer::Script script;
+        bool connects;
+        std::chrono::milliseconds patience;
+        char const* reason;
+    };
+    std::vector<Case> const cases = {
+        {"no ping",
+         [](ScriptedPeer& peer) {
+             peer.connect({1000ms, 500ms});
+             peer.readToEnd();
+         },
+         true, 1500ms, "Ping timeout"},
+        {"no answer to the handshake", [](ScriptedPeer& peer) { peer.readToEnd(); }, false, 30s, "WebSocket handshake"},
+        {"no session",
+         [](ScriptedPeer& peer) {
+             peer.acceptWebSocket();
+             peer.readToEnd();
+         },
+         false, 30s, "timed out"},
+    };
+    for (auto const& c : cases) {
+        SCOPED_TRACE(c.what);
+        ScriptedServer server(c.script);
+        Client client(Engine::mainQueue, server.url(), {}, queue);
+        int timeouts = 0;
+        client.socket().connectWithTimeoutAfter(6s, [&] { ++timeouts; });
+        if (c.connects) {
+            ASSERT_TRUE(client.waitForEvent("connect"));
+        } else {
+            ASSERT_TRUE(runUntil(*queue, [&] { return server.connections() == 1; }));
+            queue->runFor(50ms);
+        }
+        queue->advance(c.patience - 1ms);
+        EXPECT_EQ(client.lineOf("disconnect"), "");
+        EXPECT_EQ(timeouts, c.connects ? 0 : 1);
+        queue->advance(2ms);
+        EXPECT_NE(client.disconnectReason().find(c.reason), std::string::npos) << client.disconnectReason();
+        EXPECT_EQ(timeouts, c.connects ? 0 : 1);
+    }
+}
+
+TEST(EngineOnMainQueue, AcknowledgementsEndOnceWhateverBecomesOfTheSocket) {
+    auto const queue = KvMainQueue::create(KvMainQueue::Time::manual);
+    ScriptedServer server([](ScriptedPeer& peer) {
+        peer.login();
+        auto const event = peer.readEvent();
+        peer.acknowledge(event, {"in time"});
+        peer.acknowledge(event, {"doubled"});
+        peer.readToEnd();
+    });
+    std::vector<std::string> answers;
+    auto const record = [&](SocketData const& data) { answers.emplace_back(data.items().at(0).as_string()); };
+    {
+        Client client(Engine::mainQueue, server.url(), {}, queue);
+        client.socket().emitWithAck("never connected", {}).timingOutAfter(6s, record);
+        client.socket().emitWithAck("at once", {}).timingOutAfter(-1s, record);
+        EXPECT_TRUE(answers.empty()) << "inside the call";
+        ASSERT_TRUE(client.connect());
+        EXPECT_EQ(answers, (std::vector<std::string>{"NO ACK"}));
+        EXPECT_EQ(client.lineOf("error"), "error [\"Tried emitting when not connected\"]");
+        client.socket().emitWithAck("answered", {}).timingOutAfter(6s, record);
+        ASSERT_TRUE(runUntil(*queue, [&] { return answers.size() == 2; }));
+        client.socket().emitWithAck("lost", {}).timingOutAfter(7s, record);
+    }
+    queue->advance(20s);
+    EXPECT_EQ(answers, (std::vector<std::string>{"NO ACK", "in time", "NO ACK", "NO ACK"}));
+}
+
+}  // namespace
+}  // namespace kv::test
