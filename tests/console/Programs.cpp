@@ -2,7 +2,6 @@
 
 #include "support/TemporaryDirectory.h"
 
-#include <algorithm>
 #include <optional>
 
 namespace kv::test {
@@ -52,19 +51,19 @@ void Program::write(std::string_view bytes) { EXPECT_TRUE(process_.write(bytes))
 
 testing::AssertionResult Program::prints(std::string_view pattern) {
     auto const deadline = Clock::now() + kLongestWait;
-    auto found = std::ranges::find_if(lines_, [&](auto const& line) { return isLike(line, pattern); });
-    while (found == lines_.end()) {
-        auto line = process_.readLine(deadline);
-        if (!line) {
-            auto failure = testing::AssertionFailure() << "nothing like " << pattern << " among";
-            for (auto const& other : lines_) failure << "\n  " << other.substr(0, 1000);
-            return failure;
+    for (std::size_t i = 0;; ++i) {
+        if (i == lines_.size()) {
+            auto line = process_.readLine(deadline);
+            if (!line) break;
+            lines_.push_back(*std::move(line));
         }
-        lines_.push_back(*std::move(line));
-        if (isLike(lines_.back(), pattern)) found = std::prev(lines_.end());
+        if (!isLike(lines_[i], pattern)) continue;
+        lines_.erase(lines_.begin() + static_cast<std::ptrdiff_t>(i));
+        return testing::AssertionSuccess();
     }
-    lines_.erase(found);
-    return testing::AssertionSuccess();
+    auto failure = testing::AssertionFailure() << "nothing like " << pattern << " among";
+    for (auto const& other : lines_) failure << "\n  " << other.substr(0, 1000);
+    return failure;
 }
 
 int Program::exitStatus() {

@@ -81,6 +81,7 @@ std::optional<std::string> ChildProcess::readLine(Deadline deadline) {
             buffer_.erase(0, end + 1);
             return line;
         }
+        if (output_ < 0) return std::nullopt;
         auto const left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
         if (left < 0ms) return std::nullopt;
         pollfd waiting{.fd = output_, .events = POLLIN, .revents = 0};
