@@ -25,7 +25,8 @@ export function createControl(service) {
   ]);
   const counts = countCommands(service.activity);
   const describe = () => ({ apps: describeApps(service), commands: Object.fromEntries(counts) });
-  return new Map([['GET /control/state', describe], ...endpoints]);
+  const reports = () => ({ reports: service.collector.reports });
+  return new Map([['GET /control/state', describe], ['GET /control/reports', reports], ...endpoints]);
 }
 
 function actionsOf(service) {
@@ -47,6 +48,10 @@ function actionsOf(service) {
     login: {
       fields: { userId: optional(isText), times: optional(isCount), reason: nullOr(isText) },
       run: ({ userId, times = 1, reason }) => scripts.add(LOGIN, userId, times, reason),
+    },
+    collect: {
+      fields: { status: nullOr(isCount), times: optional(isCount) },
+      run: ({ status, times = 1 }) => service.collector.script(status, times),
     },
     emit: {
       fields: { app: optional(isText), userId: isText, event: isText, items: Array.isArray },

@@ -1,18 +1,26 @@
-// The HTTP side: server discovery and, when they are there, the control endpoints.
+// The HTTP side: server discovery, the collector of event reports, the page and, when they are there, the control
+// endpoints.
+
+import { COLLECT } from './collector.js';
 
 const DISCOVERY = '/config/api/v1/pim-server';
 const HOST = /^([a-z0-9.-]+|\[[0-9a-f:.]+\])(:\d{1,5})?$/i;
 
 const MOST_BODY_BYTES = 16 * 1024 * 1024;
 
-/** `control` handles paths of its own ("METHOD /path" -> function of the parsed body); it may be absent. */
-export function createRequestHandler(service, control) {
+/**
+ * `page` takes the requests that are its own and says so; `control` handles paths of its own ("METHOD /path" -> function
+ * of the parsed body), and may be absent.
+ */
+export function createRequestHandler(service, page, control) {
   return async (request, response) => {
     const [path, query] = splitUrl(request.url);
     if (request.method === 'GET' && path === DISCOVERY) {
       const { status, body } = discover(service, request.headers.host, query);
       return reply(response, status, body);
     }
+    if (request.method === 'POST' && path === COLLECT) return collect(service.collector, request, response);
+    if (await page(request, response, path)) return undefined;
     const endpoint = control?.get(`${request.method} ${path}`);
     if (!endpoint) return reply(response, 404, { error: 'There is nothing here.' });
     try {
@@ -45,6 +53,17 @@ function discover(service, host, query) {
   const ownUrl = new URL(service.baseUrl);
   const server = HOST.test(host ?? '') ? `${ownUrl.protocol}//${host}` : service.baseUrl;
   return { status: 200, body: { code: 200, data: { brivelServers: [server] } } };
+}
+
+async function collect(collector, request, response) {
+  try {
+    const outcome = await collector.receive(request);
+    if (outcome === null) return; // a prepared silence
+    if (outcome.status === 204) response.writeHead(204).end();
+    else reply(response, outcome.status, { error: outcome.message });
+  } catch {
+    response.destroy(); // the upload ended early
+  }
 }
 
 async function readBody(request) {

@@ -5,10 +5,13 @@ import { createServer as createTlsServer } from 'node:https';
 import { Server } from 'socket.io';
 
 import { Activity } from './activity.js';
+import { Collector } from './collector.js';
 import { prepareConfig } from './config.js';
 import { serveConnection } from './connections.js';
 import { createControl } from './control.js';
 import { createRequestHandler } from './http.js';
+import { Overview } from './overview.js';
+import { createPage } from './page.js';
 import { Scripts } from './scripts.js';
 import { MemoryStore } from './store.js';
 import { World } from './world.js';
@@ -42,6 +45,7 @@ export function createService({ config = {}, rateLimit, control = false, tls, no
     now,
     activity: new Activity(now),
     scripts: new Scripts(),
+    collector: new Collector(),
     worlds,
 
     world(appId) {
@@ -71,7 +75,8 @@ export function createService({ config = {}, rateLimit, control = false, tls, no
   };
 
   // Socket.io takes over the listeners that are there when it attaches, and leaves them what is not its own.
-  httpServer.on('request', createRequestHandler(service, control ? createControl(service) : undefined));
+  const page = createPage({ overview: new Overview(service), collector: service.collector });
+  httpServer.on('request', createRequestHandler(service, page, control ? createControl(service) : undefined));
   io.attach(httpServer);
   io.on('connection', (socket) => serveConnection(socket, service));
   return service;

@@ -248,7 +248,7 @@ TEST_F(OperationTest, EachOutcomeHasTheOperationsOwnCode) {
     auto const channel = alice.join("c");
     for (auto const& operation : operations()) {
         auto const answered = [&](json::value const& items) {
-            alice.join("c");  // a leave that worked would refuse what comes after it
+            if (!channel->isInChannel()) alice.join("c");  // a leave that worked would refuse what comes after it
             service.answer(operation.command, items);
             return alice.codeOf([&](Done done) { operation.start(alice, *channel, done); });
         };
@@ -274,15 +274,19 @@ TEST_F(OperationTest, SilenceEndsAtTheTimeOutAndNotBefore) {
     ASSERT_TRUE(alice.login());
     auto const channel = alice.join("c");
     for (auto const& operation : operations()) {
+        auto const sent = [&] {
+            auto const* count = service.state().at("commands").as_object().if_contains(operation.command);
+            return count == nullptr ? 0 : count->as_int64();
+        };
+        auto const before = sent();
         service.answer(operation.command, nullptr);
         std::int64_t code = -1;
         operation.start(alice, *channel, [&](std::int64_t result) { code = result; });
+        EXPECT_TRUE(runUntil(*queue, [&] { return sent() == before + 1; })) << operation.name;
         queue->advance(std::chrono::seconds(operation.timeout) - std::chrono::milliseconds(1));
         EXPECT_EQ(code, -1) << operation.name;
         queue->advance(std::chrono::milliseconds(1));
         EXPECT_EQ(code, operation.noAck) << operation.name;
-        EXPECT_TRUE(
-            runUntil(*queue, [&] { return service.state().at("commands").as_object().contains(operation.command); }));
     }
 }
 
