@@ -153,7 +153,9 @@ protected:
 };
 
 INSTANTIATE_TEST_SUITE_P(Engines, LifetimeTest, testing::Values(KvPimEngine::thread, KvPimEngine::mainQueue),
-                         [](auto const& info) { return info.param == KvPimEngine::thread ? "Thread" : "MainQueue"; });
+                         [](auto const& instance) {
+                             return instance.param == KvPimEngine::thread ? "Thread" : "MainQueue";
+                         });
 
 TEST_P(LifetimeTest, TheClientMayBeDestroyedInEachCallback) {
     for (auto const& [name, cause] : triggers()) {

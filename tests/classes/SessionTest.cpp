@@ -24,7 +24,9 @@ protected:
 };
 
 INSTANTIATE_TEST_SUITE_P(Engines, SessionTest, testing::Values(KvPimEngine::thread, KvPimEngine::mainQueue),
-                         [](auto const& info) { return info.param == KvPimEngine::thread ? "Thread" : "MainQueue"; });
+                         [](auto const& instance) {
+                             return instance.param == KvPimEngine::thread ? "Thread" : "MainQueue";
+                         });
 
 TEST_P(SessionTest, LoginAndLogoutTellEachStateOnce) {
     auto& kit = *alice.kit;

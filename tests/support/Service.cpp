@@ -25,8 +25,7 @@ std::string readLine(int fd, int timeoutMs) {
     }
 }
 
-std::string request(std::string const& url, std::string const* body) {
-    std::string answer;
+bool tryRequest(std::string const& url, std::string const* body, std::string& answer) {
     static CURL* const curl = curl_easy_init();  // keeps its connections from one request to the next
     curl_easy_reset(curl);
     curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
@@ -40,7 +39,12 @@ std::string request(std::string const& url, std::string const* body) {
             static_cast<std::string*>(to)->append(data, size * count);
             return size * count;
         });
-    EXPECT_EQ(curl_easy_perform(curl), CURLE_OK) << url << ' ' << (body != nullptr ? *body : "");
+    return curl_easy_perform(curl) == CURLE_OK;
+}
+
+std::string request(std::string const& url, std::string const* body) {
+    std::string answer;
+    EXPECT_TRUE(tryRequest(url, body, answer)) << url << ' ' << (body != nullptr ? *body : "");
     return answer;
 }
 
@@ -92,6 +96,12 @@ json::value Service::state() const { return json::parse(request(url_ + "/control
 void Service::control(std::string const& path, json::value const& body) const {
     auto const text = json::serialize(body);
     request(url_ + "/control/" + path, &text);
+}
+
+bool Service::drop(std::string const& userId) const {
+    auto const body = json::serialize(json::value{{"userId", userId}});
+    std::string answer;
+    return tryRequest(url_ + "/control/drop", &body, answer);
 }
 
 void Service::answer(std::string const& command, json::value const& items) const {

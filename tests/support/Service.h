@@ -25,6 +25,8 @@ public:
 
     boost::json::value state() const;
     void control(std::string const& path, boost::json::value const& body) const;
+    /// Cuts a user's connection, without a word. False when there was none.
+    bool drop(std::string const& userId) const;
     /// The answer that the next command of this name gets: a list of items, or null for silence.
     void answer(std::string const& command, boost::json::value const& items) const;
     /// Emits an event to a user.

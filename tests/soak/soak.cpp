@@ -1,0 +1,214 @@
+// Fifty clients that chat, change attributes, subscribe, invite and are cut off at random; in the end everybody must be
+// connected, the service must hold what the clients believe, no message may have come twice, and memory must be flat.
+//     kv_soak [SECONDS] [CLIENTS] [SEED]
+#include "classes/Person.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <map>
+#include <random>
+#include <set>
+
+#include <boost/json/array.hpp>
+#include <boost/json/object.hpp>
+#include <sys/resource.h>
+
+namespace kv::test {
+namespace {
+
+namespace json = boost::json;
+using namespace std::chrono_literals;
+
+long residentKiB() {
+    std::ifstream status("/proc/self/status");
+    for (std::string word; status >> word;) {
+        long kib = 0;
+        if (word == "VmRSS:" && status >> kib) return kib;
+    }
+    return 0;
+}
+
+struct Counts {
+    long operations = 0, failures = 0, messages = 0, repeated = 0, cuts = 0, invitations = 0;
+} counts;
+
+class Soldier {
+public:
+    Soldier(Service const& service, int number, int all, std::shared_ptr<KvMainQueue> queue)
+        : person_(service.url(), "user" + std::to_string(number), std::move(queue)),
+          all_(all),
+          random_(static_cast<unsigned>(number)) {
+        person_.delegate->messageReceived = [this](KvPimKit&, std::shared_ptr<KvPimMessage> message,
+                                                   std::string const& peer) {
+            note(peer + "/" + message->text.value_or("-"));
+        };
+        person_.delegate->connectionStateChanged = {};
+        listener_->messageReceived = [this](KvPimChannel& channel, std::shared_ptr<KvPimMessage> message,
+                                            KvPimMember const& from) {
+            note(lastInChannels_[channel.channelId() + " " + from.userId], *message);
+        };
+        invitations_->invitationArrived = [this](KvPimInvitationKit& kit, std::shared_ptr<KvPimInvitation> invitation) {
+            ++counts.invitations;
+            kit.acceptInvitation(invitation, {});
+        };
+        invitations_->invitationFailed = [](KvPimInvitationKit&, auto, std::int64_t) {};
+        kit().getPimInvitationKit()->setDelegate(invitations_);
+    }
+
+    bool login() { return person_.login(); }
+    bool isConnected() const { return person_.kit->stateManager().state == KvPimConnectionStateConnected; }
+    bool isIdle() const { return !isBusy_; }
+    std::string const& userId() const { return person_.userId; }
+
+    // One operation at a time, so that what the client believes is never ahead of what it was told.
+    void act() {
+        if (isBusy_) return;
+        isBusy_ = true;
+        ++counts.operations;
+        std::string const peer = "user" + std::to_string(pick(all_));
+        std::string const name = "room" + std::to_string(pick(10));
+        auto const text = std::to_string(++sent_);
+        std::string const key = "k" + std::to_string(pick(5));
+        switch (pick(8)) {
+            case 0:
+                return channel(name)->joinWithCompletion(then([this, name] { rooms_.insert(name); }));
+            case 1:
+                return channel(name)->leaveWithCompletion(then([this, name] { rooms_.erase(name); }));
+            case 2:
+                if (rooms_.empty()) break;
+                return channel(*rooms_.begin())->sendMessage(std::make_shared<KvPimMessage>(text), {}, then());
+            case 3:
+                return kit().sendMessageToPeer(std::make_shared<KvPimMessage>(text), peer,
+                                               KvPimSendMessageOptions{true, false}, then());
+            case 4:
+                return kit().addOrUpdateLocalUserAttributes({{key, text}},
+                                                            then([this, key, text] { attributes_[key] = text; }));
+            case 5:
+                return kit().subscribePeersOnlineStatus({peer}, then([this, peer] { status_.insert(peer); }));
+            case 6:
+                return kit().unsubscribePeersOnlineStatus({peer}, then([this, peer] { status_.erase(peer); }));
+            case 7:
+                return kit().getPimInvitationKit()->sendInvitation(KvPimInvitation::initWithInviter(userId(), peer),
+                                                                   then());
+        }
+        isBusy_ = false;
+    }
+
+    /// What differs between this client's belief and the service's state; empty for nothing.
+    std::string difference(json::object const& users) const {
+        auto const* user = users.if_contains(userId());
+        if (user == nullptr) return userId() + " is unknown";
+        auto const strings = [&](char const* field) {
+            std::set<std::string> all;
+            for (auto const& entry : user->at(field).as_array()) all.insert(std::string(entry.as_string()));
+            return all;
+        };
+        std::map<std::string, std::string> held;
+        for (auto const& [key, value] : user->at("attributes").as_object()) held[key] = std::string(value.as_string());
+        if (!user->at("connected").as_bool()) return userId() + " is not connected";
+        if (strings("channels") != rooms_) return userId() + " has other channels";
+        if (strings("statusSubscriptions") != status_) return userId() + " has other subscriptions";
+        if (held != attributes_) return userId() + " has other attributes";
+        return {};
+    }
+
+private:
+    KvPimKit& kit() { return *person_.kit; }
+    int pick(int end) { return static_cast<int>(random_() % static_cast<unsigned>(end)); }
+    std::shared_ptr<KvPimChannel> channel(std::string const& name) {
+        auto& held = channels_[name];
+        if (!held) held = kit().createChannelWithId(name, listener_);
+        return held;
+    }
+    KvPimKit::Completion then(std::function<void()> succeeded = {}) {
+        return [this, succeeded = std::move(succeeded)](std::int64_t code) {
+            if (code == 0 && succeeded) succeeded();
+            counts.failures += code != 0;
+            isBusy_ = false;
+        };
+    }
+    // Each sender counts his messages, and they come in his order; one that is not new has come twice.
+    static void note(long& last, KvPimMessage const& message) {
+        long const number = std::atol(message.text.value_or("0").c_str());
+        ++counts.messages;
+        counts.repeated += number <= last;
+        last = std::max(last, number);
+    }
+
+    Person person_;
+    int const all_;
+    std::minstd_rand random_;
+    long sent_ = 0;
+    bool isBusy_ = false;
+    std::shared_ptr<KvPimChannelDelegate> listener_ = std::make_shared<KvPimChannelDelegate>();
+    std::shared_ptr<KvPimInvitationDelegate> invitations_ = std::make_shared<KvPimInvitationDelegate>();
+    std::map<std::string, std::shared_ptr<KvPimChannel>> channels_;
+    // What the service has confirmed.
+    std::set<std::string> rooms_, status_;
+    std::map<std::string, std::string> attributes_;
+    std::map<std::string, long> lastFromPeers_, lastInChannels_;
+};
+
+int soak(int seconds, int clients, unsigned seed) {
+    Service service;
+    if (service.url().empty()) return 1;
+    auto const queue = KvMainQueue::create();
+    std::vector<std::unique_ptr<Soldier>> soldiers;
+    for (int number = 0; number < clients; ++number) {
+        soldiers.push_back(std::make_unique<Soldier>(service, number, clients, queue));
+        if (!soldiers.back()->login()) return std::fputs("a client cannot log in\n", stderr), 1;
+    }
+    std::minstd_rand random(seed);
+    auto const start = std::chrono::steady_clock::now();
+    auto const elapsed = [&] { return std::chrono::steady_clock::now() - start; };
+    auto nextCut = 1s, nextLine = 10s;
+    long early = 0;
+    while (elapsed() < std::chrono::seconds(seconds)) {
+        for (auto const& soldier : soldiers) {
+            if (soldier->isConnected() && random() % 4 == 0) soldier->act();
+        }
+        queue->runFor(10ms);
+        if (elapsed() > nextCut) {
+            nextCut += 1s;
+            auto const& unlucky = *soldiers[random() % soldiers.size()];
+            if (service.drop(unlucky.userId())) ++counts.cuts;
+        }
+        if (early == 0 && elapsed() > std::chrono::seconds(seconds) / 4) early = residentKiB();
+        if (elapsed() > nextLine) {
+            nextLine += 10s;
+            std::printf("%4lld s  %ld operations, %ld messages, %ld cuts, %ld KiB\n",
+                        static_cast<long long>(std::chrono::duration_cast<std::chrono::seconds>(elapsed()).count()),
+                        counts.operations, counts.messages, counts.cuts, residentKiB());
+            std::fflush(stdout);
+        }
+    }
+    std::string different;
+    bool const isSame = runUntil(*queue, [&] {
+        for (auto const& soldier : soldiers) {
+            if (!soldier->isConnected() || !soldier->isIdle()) return false;
+        }
+        auto const state = service.state();
+        auto const& users = state.at("apps").at("app").at("users").as_object();
+        for (auto const& soldier : soldiers) {
+            different = soldier->difference(users);
+            if (!different.empty()) return false;
+        }
+        return true;
+    });
+    std::printf("%ld operations (%ld failed or cut off), %ld messages, %ld of them twice, %ld invitations, %ld cuts\n",
+                counts.operations, counts.failures, counts.messages, counts.repeated, counts.invitations, counts.cuts);
+    std::printf("memory: %ld KiB after a quarter, %ld KiB in the end\n", early, residentKiB());
+    if (!isSame)
+        std::printf("not as believed: %s\n",
+                    different.empty() ? "somebody is not connected or not answered" : different.c_str());
+    return isSame && counts.repeated == 0 ? 0 : 1;
+}
+
+}  // namespace
+}  // namespace kv::test
+
+int main(int argc, char** argv) {
+    auto const number = [&](int index, int otherwise) { return argc > index ? std::atoi(argv[index]) : otherwise; };
+    return kv::test::soak(number(1, 120), number(2, 50), static_cast<unsigned>(number(3, 1)));
+}
