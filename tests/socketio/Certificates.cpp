@@ -44,8 +44,8 @@ void write(std::string const& file, auto const& writer) {
 
 }  // namespace
 
-CertificateAuthority::CertificateAuthority() : key_(makeKey()) {
-    certificate_ = makeCertificate(key_.get(), nullptr, "Test authority", 1);
+CertificateAuthority::CertificateAuthority(char const* name) : key_(makeKey()) {
+    certificate_ = makeCertificate(key_.get(), nullptr, name, 1);
     X509_sign(certificate_.get(), key_.get(), EVP_sha256());
     caFile_ = directory_.path("authority.pem");
     write(caFile_, [this](FILE* out) { PEM_write_X509(out, certificate_.get()); });

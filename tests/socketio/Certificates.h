@@ -17,7 +17,7 @@ public:
         std::string certificateFile, keyFile;
     };
 
-    CertificateAuthority();
+    explicit CertificateAuthority(char const* name = "Test authority");
 
     std::string const& caFile() const { return caFile_; }
     /// `names` as OpenSSL writes them: "DNS:localhost,IP:127.0.0.1". Valid until `days` from now.

@@ -26,7 +26,7 @@ ScriptedServer::Options tlsOptions(CertificateAuthority::Certificate const& cert
 }
 
 TEST_P(Tls, TrustsWhoIsToBeTrusted) {
-    CertificateAuthority const authority, stranger;
+    CertificateAuthority const authority, stranger("Another authority");
     struct Case {
         char const* what;
         CertificateAuthority const& issuer;
@@ -96,7 +96,9 @@ TEST_P(Tls, TellsTlsFromPlain) {
     Client plainToTls(GetParam(), "http://127.0.0.1:" + std::to_string(secure.port()));
     plainToTls.socket().connect();
     auto const reason = plainToTls.disconnectReason();
-    EXPECT_TRUE(reason.find("HTTP") != std::string::npos || reason.find("closed the connection") != std::string::npos)
+    // Some servers send an alert, others end the connection.
+    EXPECT_TRUE(reason.find("HTTP") != std::string::npos || reason.find("connection") != std::string::npos ||
+                reason == "Connection reset by peer")
         << reason;
 }
 
