@@ -21,12 +21,11 @@ constexpr KvOperation kJoin{
     .codes = {.noAck = 4, .tooManyRequests = 1, .other = 1, .passed = {{{3, 3}, {5, 5}, {6, 6}}}},
     .invalidArgument = 3};
 // Coarser than the join's on purpose: a leave that nobody answered is just a failed one.
-constexpr KvOperation kLeave{
-    .command = "leave", .codes = {.noAck = 1, .tooManyRequests = 1, .other = 1, .passed = {{{6, 3}}}}};
-constexpr KvOperation kGetMembers{
-    .command = "getChannelMembers",
-    .codes = {.noAck = 3, .tooManyRequests = 4, .other = 1, .passed = {{{5, 5}}}},
-    .invalidArgument = kNotInChannel};
+constexpr KvOperation kLeave{.command = "leave",
+                             .codes = {.noAck = 1, .tooManyRequests = 1, .other = 1, .passed = {{{6, 3}}}}};
+constexpr KvOperation kGetMembers{.command = "getChannelMembers",
+                                  .codes = {.noAck = 3, .tooManyRequests = 4, .other = 1, .passed = {{{5, 5}}}},
+                                  .invalidArgument = kNotInChannel};
 constexpr KvOperation kSendMessage{
     .command = "sendChannelMessage",
     .codes = {.noAck = 2, .tooManyRequests = 3, .other = 1, .passed = {{{4, 4}, {5, 5}}}},
@@ -48,44 +47,57 @@ void KvPimChannel::joinWithCompletion(Completion done) {
     auto const report = [id = channelId_](std::int64_t code) {
         LoganManager::sharedInstance().joinChannel(code == 0 ? 1 : 0, id, code);
     };
-    request(kJoin, isValidId(channelId_), [&] { return payloadOf({{"channelId", channelId_}}); },
-            [weak = weak_from_this(), report, done = std::move(done)](std::int64_t code, KvPimResult const*) {
-                auto const self = weak.lock();
-                if (code == 0 && self) self->isInChannel_ = true;
-                complete(done, code);
-                report(code);
-                auto const client = self ? self->stateDelegate_.lock() : nullptr;
-                if (code == 0 && client) client->stateHelper.channelManager.onJoinChannel(self);
-            });
+    request(
+        kJoin, isValidId(channelId_),
+        [&] {
+            return payloadOf({{"channelId", channelId_}});
+        },
+        [weak = weak_from_this(), report, done = std::move(done)](std::int64_t code, KvPimResult const*) {
+            auto const self = weak.lock();
+            if (code == 0 && self) self->isInChannel_ = true;
+            complete(done, code);
+            report(code);
+            auto const client = self ? self->stateDelegate_.lock() : nullptr;
+            if (code == 0 && client) client->stateHelper.channelManager.onJoinChannel(self);
+        });
 }
 
 void KvPimChannel::leaveWithCompletion(Completion done) {
     LoganManager::sharedInstance().setTsLeaveChannel(currentTimeStamp());
-    request(kLeave, true, [&] { return payloadOf({{"channelId", channelId_}}); },
-            [weak = weak_from_this(), id = channelId_, done = std::move(done)](std::int64_t code, KvPimResult const*) {
-                auto const self = weak.lock();
-                if (code == 0 && self) {
-                    self->isInChannel_ = false;
-                    if (auto const client = self->stateDelegate_.lock()) client->stateHelper.channelManager.onLeaveChannel(*self);
-                }
-                complete(done, code);
-                LoganManager::sharedInstance().leaveChannel(code == 0 ? 1 : 0, id, code);
-            });
+    request(
+        kLeave, true,
+        [&] {
+            return payloadOf({{"channelId", channelId_}});
+        },
+        [weak = weak_from_this(), id = channelId_, done = std::move(done)](std::int64_t code, KvPimResult const*) {
+            auto const self = weak.lock();
+            if (code == 0 && self) {
+                self->isInChannel_ = false;
+                if (auto const client = self->stateDelegate_.lock())
+                    client->stateHelper.channelManager.onLeaveChannel(*self);
+            }
+            complete(done, code);
+            LoganManager::sharedInstance().leaveChannel(code == 0 ? 1 : 0, id, code);
+        });
 }
 
 void KvPimChannel::getMembersWithCompletion(MembersCompletion done) {
-    request(kGetMembers, isInChannel_, [&] { return payloadOf({{"channelId", channelId_}}); },
-            [id = channelId_, done = std::move(done)](std::int64_t code, KvPimResult const* result) {
-                std::optional<std::vector<KvPimMember>> members;
-                // The server's own "not in the channel" may bring the list all the same.
-                if (result != nullptr && (code == 0 || code == kNotInChannel)) {
-                    members.emplace();
-                    for (auto& userId : stringsFrom(arrayOf(result->response, "members"))) {
-                        members->push_back({std::move(userId), id});
-                    }
+    request(
+        kGetMembers, isInChannel_,
+        [&] {
+            return payloadOf({{"channelId", channelId_}});
+        },
+        [id = channelId_, done = std::move(done)](std::int64_t code, KvPimResult const* result) {
+            std::optional<std::vector<KvPimMember>> members;
+            // The server's own "not in the channel" may bring the list all the same.
+            if (result != nullptr && (code == 0 || code == kNotInChannel)) {
+                members.emplace();
+                for (auto& userId : stringsFrom(arrayOf(result->response, "members"))) {
+                    members->push_back({std::move(userId), id});
                 }
-                complete(done, members, code);
-            });
+            }
+            complete(done, members, code);
+        });
 }
 
 void KvPimChannel::sendMessage(std::shared_ptr<KvPimMessage const> message, std::optional<KvPimSendMessageOptions>,
@@ -94,13 +106,16 @@ void KvPimChannel::sendMessage(std::shared_ptr<KvPimMessage const> message, std:
     auto const self = shared_from_this();  // the completion that a long message gets at once may drop the channel
     auto const session = stateManager_.lock();
     if (session && session->login && isInChannel_) reportTooLong(message.get(), kTooLong, done);
-    request(kSendMessage, isInChannel_, [&] {
-        SocketItems payload;
-        auto content = contentOf(message.get(), payload);
-        payload.values.push_back(
-            {{"channelId", channelId_}, {"content", std::move(content)}, {"option", boost::json::object()}});
-        return payload;
-    }, finish);
+    request(
+        kSendMessage, isInChannel_,
+        [&] {
+            SocketItems payload;
+            auto content = contentOf(message.get(), payload);
+            payload.values.push_back(
+                {{"channelId", channelId_}, {"content", std::move(content)}, {"option", boost::json::object()}});
+            return payload;
+        },
+        finish);
 }
 
 void KvPimChannel::onMemberJoined(KvPimMember const& member) {

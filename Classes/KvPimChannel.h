@@ -1,18 +1,18 @@
 // A channel: a named group of users. Made by `KvPimKit::createChannelWithId`; belongs to the client's main thread.
 #pragma once
 
+#include "Classes/Model/KvPimAttribute.h"
+#include "Classes/Model/KvPimCodes.h"
+#include "Classes/Model/KvPimMember.h"
+#include "Classes/Model/KvPimMessage.h"
+#include "Platform/KvExport.h"
+
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
-
-#include "Classes/Model/KvPimAttribute.h"
-#include "Classes/Model/KvPimCodes.h"
-#include "Classes/Model/KvPimMember.h"
-#include "Classes/Model/KvPimMessage.h"
-#include "Platform/KvExport.h"
 
 namespace kv {
 
@@ -46,7 +46,8 @@ public:
     /// Between a successful join and a successful leave. A lost connection does not change it.
     bool isInChannel() const { return isInChannel_; }
 
-    /// @param done 0; 1 refused; 3 channel id invalid, or refused with 3; 4 no answer within 6 seconds; 5, 6 as refused;
+    /// @param done 0; 1 refused; 3 channel id invalid, or refused with 3; 4 no answer within 6 seconds; 5, 6 as
+    /// refused;
     ///     102.
     void joinWithCompletion(Completion done);
     /// @param done 0; 1 refused or not answered; 3 refused with 6; 102.
@@ -55,9 +56,9 @@ public:
     ///     5 not in the channel (when the server says so, a list may come along); 102.
     void getMembersWithCompletion(MembersCompletion done);
     /// Sends a message to the channel's members. The options have no effect in this version. @param done 0; 1 refused;
-    ///     2 no answer within 6 seconds; 3 too many requests; 4 text or data over 32,768 bytes, or refused with 4; 5 not
-    ///     in the channel; 102. A message that is too long is reported with 4 (once for its text, once for its data), is
-    ///     sent all the same, and `done` is called again for the answer.
+    ///     2 no answer within 6 seconds; 3 too many requests; 4 text or data over 32,768 bytes, or refused with 4; 5
+    ///     not in the channel; 102. A message that is too long is reported with 4 (once for its text, once for its
+    ///     data), is sent all the same, and `done` is called again for the answer.
     void sendMessage(std::shared_ptr<KvPimMessage const> message, std::optional<KvPimSendMessageOptions> options,
                      Completion done);
 

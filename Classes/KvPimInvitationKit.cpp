@@ -1,13 +1,13 @@
 #include "Classes/KvPimInvitationKit.h"
 
-#include <optional>
-
 #include "Classes/Internal/KvPimRequest.h"
 #include "Classes/Internal/KvWireForms.h"
 #include "Classes/KvPimKit.h"
 #include "Classes/Utils/KvInvitationStore.h"
 #include "Classes/Utils/KvLog.h"
 #include "SocketIO/SocketIOClient.h"
+
+#include <optional>
 
 namespace kv {
 namespace {
@@ -78,28 +78,34 @@ void KvPimInvitationKit::parseInvitation(std::shared_ptr<KvPimInvitation> incomi
     }
     auto const listener = delegate_.lock();
     // The store's work belongs to the delegate's: where the delegate does not listen, the invitation stays as it is.
-    auto const tell = [&](KvPimInvitationDelegate::Callback KvPimInvitationDelegate::*member, std::shared_ptr<KvPimInvitation> const& told) {
+    auto const tell = [&](KvPimInvitationDelegate::Callback KvPimInvitationDelegate::*member,
+                          std::shared_ptr<KvPimInvitation> const& told) {
         if (!listener || !((*listener).*member)) return false;
         ((*listener).*member)(*this, told);
         return true;
     };
     auto const self = shared_from_this();
     switch (incoming->state) {
-        case KvPimInvitationStateFailed: return fail(invitation, 0);
+        case KvPimInvitationStateFailed:
+            return fail(invitation, 0);
         case KvPimInvitationStatePending:
-            if (tell(&KvPimInvitationDelegate::invitationArrived, invitation)) store.addTimerAndInvitation(invitation, self);
+            if (tell(&KvPimInvitationDelegate::invitationArrived, invitation))
+                store.addTimerAndInvitation(invitation, self);
             return;
         case KvPimInvitationStateCanceled:
-            if (tell(&KvPimInvitationDelegate::invitationCanceled, invitation)) store.removeTimerAndInvitation(*invitation);
+            if (tell(&KvPimInvitationDelegate::invitationCanceled, invitation))
+                store.removeTimerAndInvitation(*invitation);
             return;
         case KvPimInvitationStateAccepted:
             // Unlike all others this one hands over what the notice said, not the object that the application holds.
             if (tell(&KvPimInvitationDelegate::invitationAccept, incoming)) store.removeTimerAndInvitation(*invitation);
             return;
         case KvPimInvitationStateRefused:
-            if (tell(&KvPimInvitationDelegate::invitationRefused, invitation)) store.removeTimerAndInvitation(*invitation);
+            if (tell(&KvPimInvitationDelegate::invitationRefused, invitation))
+                store.removeTimerAndInvitation(*invitation);
             return;
-        default: return;
+        default:
+            return;
     }
 }
 

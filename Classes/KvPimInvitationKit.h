@@ -2,13 +2,13 @@
 // belongs to the client's main thread.
 #pragma once
 
+#include "Classes/Model/KvPimInvitation.h"
+#include "Platform/KvExport.h"
+
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
-
-#include "Classes/Model/KvPimInvitation.h"
-#include "Platform/KvExport.h"
 
 namespace kv {
 

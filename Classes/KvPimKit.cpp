@@ -1,7 +1,5 @@
 #include "Classes/KvPimKit.h"
 
-#include <cassert>
-
 #include "Classes/Internal/KvBundle.h"
 #include "Classes/Internal/KvPimKitImpl.h"
 #include "Classes/KvPimInvitationKit.h"
@@ -11,6 +9,8 @@
 #include "Classes/Utils/Logan/LoganManager.h"
 #include "Platform/KvEngineThread.h"
 #include "SocketIO/SocketIOClient.h"
+
+#include <cassert>
 
 namespace kv {
 
@@ -61,7 +61,8 @@ KvPimKit::~KvPimKit() = default;
 // Completions and delegates may drop the client while it is at work: each call keeps the inside alive until it returns.
 
 void KvPimKit::loginByToken(std::string token, std::int64_t timeStamp, std::string userId, Completion done) {
-    assert(impl_->mainQueue->isOwnThread() && "call the client from the thread that drives its main queue, or post to it");
+    assert(impl_->mainQueue->isOwnThread() &&
+           "call the client from the thread that drives its main queue, or post to it");
     auto const impl = impl_;
     impl->loginByToken(std::move(token), timeStamp, std::move(userId), std::move(done));
 }

@@ -31,11 +31,12 @@ constexpr KvOperation kSet = write("setChannelAttributes", "set channel attribut
 constexpr KvOperation kAddOrUpdate =
     write("addOrUpdateChannelAttributes", "add or update channel attributes: %@", KvLoganActionStringUpdate,
           "-[KvPimKit addOrUpdateChannel:attributes:options:completion:]");
-constexpr KvOperation kDelete = write("deleteChannelAttributesByKeys", "delete channel attributes: %@",
-                                      KvLoganActionStringDelete,
-                                      "-[KvPimKit deleteChannelAttributes:byKeys:options:completion:]");
-constexpr KvOperation kClear = write("clearChannelAttributes", "clear channel attributes: %@", KvLoganActionStringDelete,
-                                     "-[KvPimKit clearChannelAttributes:options:completion:]");
+constexpr KvOperation kDelete =
+    write("deleteChannelAttributesByKeys", "delete channel attributes: %@", KvLoganActionStringDelete,
+          "-[KvPimKit deleteChannelAttributes:byKeys:options:completion:]");
+constexpr KvOperation kClear =
+    write("clearChannelAttributes", "clear channel attributes: %@", KvLoganActionStringDelete,
+          "-[KvPimKit clearChannelAttributes:options:completion:]");
 
 // ---- Reads
 
@@ -49,12 +50,12 @@ constexpr KvOperation kGet{
                .action = KvLoganActionStringGet,
                .interface = "-[KvPimKit getChannelAttributes:completion:]",
                .codeOfInvalidArgument = KvPimErrorNotLogin}};
-constexpr KvOperation kGetByKeys{
-    .command = "getChannelAttributesByKeys",
-    .codes = {.noAck = 7, .tooManyRequests = 5, .other = 2, .passed = {{{3, 3}}}},
-    .invalidArgument = 3,
-    .logLine = "get channel attributes: %@",
-    .report = {KvReport::About::channel, KvLoganActionStringGet, "-[KvPimKit getChannelAttributes:byKeys:completion:]"}};
+constexpr KvOperation kGetByKeys{.command = "getChannelAttributesByKeys",
+                                 .codes = {.noAck = 7, .tooManyRequests = 5, .other = 2, .passed = {{{3, 3}}}},
+                                 .invalidArgument = 3,
+                                 .logLine = "get channel attributes: %@",
+                                 .report = {KvReport::About::channel, KvLoganActionStringGet,
+                                            "-[KvPimKit getChannelAttributes:byKeys:completion:]"}};
 constexpr KvOperation kGetMemberCount{
     .command = "getChannelMemberCount",
     .codes = {.noAck = 4, .tooManyRequests = 3, .other = 1, .passed = {{{2, 2}, {5, 5}}}},
@@ -118,40 +119,52 @@ bool KvPimKit::destroyChannelWithId(std::string const& channelId) { return impl_
 
 void KvPimKit::setChannelAttributes(std::string const& channelId, std::vector<KvPimAttribute> const& attributes,
                                     KvPimChannelAttributeOptions options, Completion done) {
-    impl_->request(kSet, !attributes.empty() && isValidId(channelId),
-                   [&] { return writePayload(channelId, options, "attributes", attributeMapOf(attributes)); },
-                   finishing(std::move(done)), channelId);
+    impl_->request(
+        kSet, !attributes.empty() && isValidId(channelId),
+        [&] { return writePayload(channelId, options, "attributes", attributeMapOf(attributes)); },
+        finishing(std::move(done)), channelId);
 }
 
 void KvPimKit::addOrUpdateChannelAttributes(std::string const& channelId, std::vector<KvPimAttribute> const& attributes,
                                             KvPimChannelAttributeOptions options, Completion done) {
-    impl_->request(kAddOrUpdate, !attributes.empty() && isValidId(channelId),
-                   [&] { return writePayload(channelId, options, "attributes", attributeMapOf(attributes)); },
-                   finishing(std::move(done)), channelId);
+    impl_->request(
+        kAddOrUpdate, !attributes.empty() && isValidId(channelId),
+        [&] { return writePayload(channelId, options, "attributes", attributeMapOf(attributes)); },
+        finishing(std::move(done)), channelId);
 }
 
 void KvPimKit::deleteChannelAttributesByKeys(std::string const& channelId, std::vector<std::string> const& keys,
                                              KvPimChannelAttributeOptions options, Completion done) {
-    impl_->request(kDelete, !keys.empty() && isValidId(channelId),
-                   [&] { return writePayload(channelId, options, "attributeKeys", stringsOf(keys)); },
-                   finishing(std::move(done)), channelId);
+    impl_->request(
+        kDelete, !keys.empty() && isValidId(channelId),
+        [&] { return writePayload(channelId, options, "attributeKeys", stringsOf(keys)); }, finishing(std::move(done)),
+        channelId);
 }
 
-void KvPimKit::clearChannelAttributes(std::string const& channelId, KvPimChannelAttributeOptions options, Completion done) {
-    impl_->request(kClear, isValidId(channelId), [&] { return writePayload(channelId, options); },
-                   finishing(std::move(done)), channelId);
+void KvPimKit::clearChannelAttributes(std::string const& channelId, KvPimChannelAttributeOptions options,
+                                      Completion done) {
+    impl_->request(
+        kClear, isValidId(channelId), [&] { return writePayload(channelId, options); }, finishing(std::move(done)),
+        channelId);
 }
 
 void KvPimKit::getChannelAttributes(std::string const& channelId, AttributesCompletion done) {
-    impl_->request(kGet, isValidId(channelId), [&] { return payloadOf({{"channelId", channelId}}); },
-                   readingAttributes(std::move(done)), channelId);
+    impl_->request(
+        kGet, isValidId(channelId),
+        [&] {
+            return payloadOf({{"channelId", channelId}});
+        },
+        readingAttributes(std::move(done)), channelId);
 }
 
 void KvPimKit::getChannelAttributesByKeys(std::string const& channelId, std::vector<std::string> const& keys,
                                           AttributesCompletion done) {
-    impl_->request(kGetByKeys, !keys.empty() && isValidId(channelId), [&] {
-        return payloadOf({{"channelId", channelId}, {"attributeKeys", stringsOf(keys)}});
-    }, readingAttributes(std::move(done)), channelId);
+    impl_->request(
+        kGetByKeys, !keys.empty() && isValidId(channelId),
+        [&] {
+            return payloadOf({{"channelId", channelId}, {"attributeKeys", stringsOf(keys)}});
+        },
+        readingAttributes(std::move(done)), channelId);
 }
 
 void KvPimKit::getChannelMemberCount(std::vector<std::string> const& channelIds, CountsCompletion done) {
@@ -167,10 +180,13 @@ void KvPimKit::getChannelMemberCount(std::vector<std::string> const& channelIds,
     };
     bool const isLoggedIn = impl_->stateManager->login;
     if (isLoggedIn && channelIds.size() > kMostCountedChannels) return finish(kTooManyChannels, nullptr);
-    impl_->request(kGetMemberCount, !channelIds.empty() && std::ranges::all_of(channelIds, isValidId), [&] {
-        KvLog::shared().info("get channel member count: %@", channelIds);  // the ids alone, not the payload
-        return payloadOf({{"channelIds", stringsOf(channelIds)}});
-    }, std::move(finish));
+    impl_->request(
+        kGetMemberCount, !channelIds.empty() && std::ranges::all_of(channelIds, isValidId),
+        [&] {
+            KvLog::shared().info("get channel member count: %@", channelIds);  // the ids alone, not the payload
+            return payloadOf({{"channelIds", stringsOf(channelIds)}});
+        },
+        std::move(finish));
 }
 
 }  // namespace kv

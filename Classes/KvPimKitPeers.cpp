@@ -67,7 +67,7 @@ auto payloadOfIds(std::vector<std::string> const& ids) {
 template <class Record>
 auto recording(std::weak_ptr<KvPimKitImpl> client, KvPimKit::Completion done, Record record) {
     return [client = std::move(client), done = std::move(done), record = std::move(record)](std::int64_t code,
-                                                                                          KvPimResult const*) {
+                                                                                            KvPimResult const*) {
         auto const self = client.lock();
         if (code == 0 && self) record(self->stateHelper);
         complete(done, code);
@@ -98,30 +98,34 @@ auto readingPeers(std::weak_ptr<KvPimKitImpl> client, KvPimKit::PeersAttributesC
 
 void KvPimKit::subscribePeersUserAttribes(std::vector<std::string> const& peerIds, Completion done) {
     impl_->request(kSubscribeAttributes, areValidIds(peerIds), payloadOfIds(peerIds),
-                   recording(impl_, std::move(done), [peerIds](KvPimStateHelper& state) { state.subscribeAttributesOf(peerIds); }));
+                   recording(impl_, std::move(done),
+                             [peerIds](KvPimStateHelper& state) { state.subscribeAttributesOf(peerIds); }));
 }
 
 void KvPimKit::unsubscribePeersUserAttribes(std::vector<std::string> const& peerIds, Completion done) {
-    impl_->request(
-        kUnsubscribeAttributes, areValidIds(peerIds), payloadOfIds(peerIds),
-        recording(impl_, std::move(done), [peerIds](KvPimStateHelper& state) { state.unsubscribeAttributesOf(peerIds); }));
+    impl_->request(kUnsubscribeAttributes, areValidIds(peerIds), payloadOfIds(peerIds),
+                   recording(impl_, std::move(done),
+                             [peerIds](KvPimStateHelper& state) { state.unsubscribeAttributesOf(peerIds); }));
 }
 
 void KvPimKit::getPeersUserAttributes(std::vector<std::string> const& peerIds, PeersAttributesCompletion done) {
     impl_->request(kGetAttributes, areValidIds(peerIds), payloadOfIds(peerIds), readingPeers(impl_, std::move(done)));
 }
 
-void KvPimKit::getPeersUserAttributesByKeys(std::vector<std::string> const& peerIds, std::vector<std::string> const& keys,
-                                            PeersAttributesCompletion done) {
-    impl_->request(kGetAttributesByKeys, areValidIds(peerIds) && !keys.empty(),
-                   [&] { return payloadOf({{"userIds", stringsOf(peerIds)}, {"attributeKeys", stringsOf(keys)}}); },
-                   readingPeers(impl_, std::move(done)));
+void KvPimKit::getPeersUserAttributesByKeys(std::vector<std::string> const& peerIds,
+                                            std::vector<std::string> const& keys, PeersAttributesCompletion done) {
+    impl_->request(
+        kGetAttributesByKeys, areValidIds(peerIds) && !keys.empty(),
+        [&] {
+            return payloadOf({{"userIds", stringsOf(peerIds)}, {"attributeKeys", stringsOf(keys)}});
+        },
+        readingPeers(impl_, std::move(done)));
 }
 
 void KvPimKit::subscribePeersOnlineStatus(std::vector<std::string> const& peerIds, Completion done) {
-    impl_->request(
-        kSubscribeStatus, areValidIds(peerIds), payloadOfIds(peerIds),
-        recording(impl_, std::move(done), [peerIds](KvPimStateHelper& state) { state.subscribeOnlineStatusOf(peerIds); }));
+    impl_->request(kSubscribeStatus, areValidIds(peerIds), payloadOfIds(peerIds),
+                   recording(impl_, std::move(done),
+                             [peerIds](KvPimStateHelper& state) { state.subscribeOnlineStatusOf(peerIds); }));
 }
 
 void KvPimKit::unsubscribePeersOnlineStatus(std::vector<std::string> const& peerIds, Completion done) {
@@ -140,7 +144,8 @@ void KvPimKit::queryPeersOnlineStatus(std::vector<std::string> const& peerIds, O
                            statuses.emplace();
                            if (auto const* status = objectOf(result->response, "status")) {
                                // An answer counts online as true, unlike the pushes.
-                               for (auto const& [id, value] : *status) statuses->push_back({id, asInteger(&value) != 0});
+                               for (auto const& [id, value] : *status)
+                                   statuses->push_back({id, asInteger(&value) != 0});
                            }
                        }
                        complete(done, statuses, code);
@@ -148,12 +153,16 @@ void KvPimKit::queryPeersOnlineStatus(std::vector<std::string> const& peerIds, O
 }
 
 void KvPimKit::queryPeersBySubscriptionOption(std::int64_t option, PeersCompletion done) {
-    impl_->request(kQueryBySubscription, true, [option] { return payloadOf({{"option", option}}); },
-                   [done = std::move(done)](std::int64_t code, KvPimResult const* result) {
-                       std::optional<std::vector<std::string>> peerIds;
-                       if (code == 0) peerIds = stringsFrom(arrayOf(result->response, "userIds"));
-                       complete(done, peerIds, code);
-                   });
+    impl_->request(
+        kQueryBySubscription, true,
+        [option] {
+            return payloadOf({{"option", option}});
+        },
+        [done = std::move(done)](std::int64_t code, KvPimResult const* result) {
+            std::optional<std::vector<std::string>> peerIds;
+            if (code == 0) peerIds = stringsFrom(arrayOf(result->response, "userIds"));
+            complete(done, peerIds, code);
+        });
 }
 
 void KvPimKit::sendMessageToPeer(std::shared_ptr<KvPimMessage const> message, std::string const& peerId,
@@ -161,14 +170,17 @@ void KvPimKit::sendMessageToPeer(std::shared_ptr<KvPimMessage const> message, st
     auto const client = impl_;  // the completion that a long message gets at once may drop this object
     auto const target = peerId;
     if (client->stateManager->login) reportTooLong(message.get(), kTooLong, done);
-    client->request(kSendMessage, true, [&] {
-        SocketItems payload;
-        auto content = contentOf(message.get(), payload);
-        bool const offline = options && options->enableOfflineMessaging;
-        payload.values.push_back(
-            {{"targetUserId", target}, {"content", std::move(content)}, {"option", {{"offline", offline}}}});
-        return payload;
-    }, [done](std::int64_t code, KvPimResult const*) { complete(done, code); });
+    client->request(
+        kSendMessage, true,
+        [&] {
+            SocketItems payload;
+            auto content = contentOf(message.get(), payload);
+            bool const offline = options && options->enableOfflineMessaging;
+            payload.values.push_back(
+                {{"targetUserId", target}, {"content", std::move(content)}, {"option", {{"offline", offline}}}});
+            return payload;
+        },
+        [done](std::int64_t code, KvPimResult const*) { complete(done, code); });
 }
 
 }  // namespace kv

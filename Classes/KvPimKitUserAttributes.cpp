@@ -19,18 +19,18 @@ constexpr KvOperation kSet{
     .invalidArgument = 3,
     .logLine = "set user attributes: %@",
     .report = {KvReport::About::user, KvLoganActionStringSet, "-[KvPimKit setLocalUserAttributes:completion:]"}};
-constexpr KvOperation kAddOrUpdate{
-    .command = "addOrUpdateLocalUserAttributes",
-    .codes = kWriteCodes,
-    .invalidArgument = 3,
-    .logLine = "add user attributes: %@",
-    .report = {KvReport::About::user, KvLoganActionStringUpdate, "-[KvPimKit addOrUpdateLocalUserAttributes:completion:]"}};
-constexpr KvOperation kDelete{
-    .command = "deleteLocalUserAttributesByKeys",
-    .codes = kRemoveCodes,
-    .invalidArgument = 3,
-    .logLine = "delete user attributes: %@",
-    .report = {KvReport::About::user, KvLoganActionStringDelete, "-[KvPimKit deleteLocalUserAttributesByKeys:completion:]"}};
+constexpr KvOperation kAddOrUpdate{.command = "addOrUpdateLocalUserAttributes",
+                                   .codes = kWriteCodes,
+                                   .invalidArgument = 3,
+                                   .logLine = "add user attributes: %@",
+                                   .report = {KvReport::About::user, KvLoganActionStringUpdate,
+                                              "-[KvPimKit addOrUpdateLocalUserAttributes:completion:]"}};
+constexpr KvOperation kDelete{.command = "deleteLocalUserAttributesByKeys",
+                              .codes = kRemoveCodes,
+                              .invalidArgument = 3,
+                              .logLine = "delete user attributes: %@",
+                              .report = {KvReport::About::user, KvLoganActionStringDelete,
+                                         "-[KvPimKit deleteLocalUserAttributesByKeys:completion:]"}};
 constexpr KvOperation kClear{
     .command = "clearLocalUserAttributes",
     .codes = kRemoveCodes,
@@ -62,7 +62,7 @@ static_assert(isSound(kSet) && isSound(kAddOrUpdate) && isSound(kDelete) && isSo
 template <class Update>
 auto storing(std::weak_ptr<KvPimKitImpl> client, KvPimKit::Completion done, Update update) {
     return [client = std::move(client), done = std::move(done), update = std::move(update)](std::int64_t code,
-                                                                                          KvPimResult const*) {
+                                                                                            KvPimResult const*) {
         auto const self = client.lock();
         if (code == 0 && self) update(self->stateHelper.localUserAttributes);
         complete(done, code);
@@ -80,40 +80,60 @@ auto readingUser(std::string const& userId, KvPimKit::UserAttributesCompletion d
 }  // namespace
 
 void KvPimKit::setLocalUserAttributes(std::vector<KvPimAttribute> const& attributes, Completion done) {
-    impl_->request(kSet, !attributes.empty(), [&] { return payloadOf({{"attributes", attributeMapOf(attributes)}}); },
-                   storing(impl_, std::move(done), [sent = storedAttributesOf(attributes)](KvPimLocalUserAttributes& store) {
-                       store.setLocalUserAttributes(sent);
-                   }));
+    impl_->request(
+        kSet, !attributes.empty(),
+        [&] {
+            return payloadOf({{"attributes", attributeMapOf(attributes)}});
+        },
+        storing(impl_, std::move(done), [sent = storedAttributesOf(attributes)](KvPimLocalUserAttributes& store) {
+            store.setLocalUserAttributes(sent);
+        }));
 }
 
 void KvPimKit::addOrUpdateLocalUserAttributes(std::vector<KvPimAttribute> const& attributes, Completion done) {
-    impl_->request(kAddOrUpdate, !attributes.empty(), [&] { return payloadOf({{"attributes", attributeMapOf(attributes)}}); },
-                   storing(impl_, std::move(done), [sent = storedAttributesOf(attributes)](KvPimLocalUserAttributes& store) {
-                       store.addOrUpdateLocalUserAttributes(sent);
-                   }));
+    impl_->request(
+        kAddOrUpdate, !attributes.empty(),
+        [&] {
+            return payloadOf({{"attributes", attributeMapOf(attributes)}});
+        },
+        storing(impl_, std::move(done), [sent = storedAttributesOf(attributes)](KvPimLocalUserAttributes& store) {
+            store.addOrUpdateLocalUserAttributes(sent);
+        }));
 }
 
 void KvPimKit::deleteLocalUserAttributesByKeys(std::vector<std::string> const& keys, Completion done) {
-    impl_->request(kDelete, !keys.empty(), [&] { return payloadOf({{"attributeKeys", stringsOf(keys)}}); },
-                   storing(impl_, std::move(done),
-                           [keys](KvPimLocalUserAttributes& store) { store.deleteLocalUserAttributesByKeys(keys); }));
+    impl_->request(
+        kDelete, !keys.empty(),
+        [&] {
+            return payloadOf({{"attributeKeys", stringsOf(keys)}});
+        },
+        storing(impl_, std::move(done),
+                [keys](KvPimLocalUserAttributes& store) { store.deleteLocalUserAttributesByKeys(keys); }));
 }
 
 void KvPimKit::clearLocalUserAttributesWithCompletion(Completion done) {
-    impl_->request(kClear, true, [] { return payloadOf({}); },
-                   storing(impl_, std::move(done), [](KvPimLocalUserAttributes& store) { store.clearLocalUserAttributes(); }));
+    impl_->request(
+        kClear, true, [] { return payloadOf({}); },
+        storing(impl_, std::move(done), [](KvPimLocalUserAttributes& store) { store.clearLocalUserAttributes(); }));
 }
 
 void KvPimKit::getUserAttributes(std::string const& userId, UserAttributesCompletion done) {
-    impl_->request(kGet, isValidId(userId), [&] { return payloadOf({{"userId", userId}}); },
-                   readingUser(userId, std::move(done)));
+    impl_->request(
+        kGet, isValidId(userId),
+        [&] {
+            return payloadOf({{"userId", userId}});
+        },
+        readingUser(userId, std::move(done)));
 }
 
 void KvPimKit::getUserAttributesByKeys(std::string const& userId, std::vector<std::string> const& keys,
                                        UserAttributesCompletion done) {
-    impl_->request(kGetByKeys, isValidId(userId) && !keys.empty(),
-                   [&] { return payloadOf({{"userId", userId}, {"attributeKeys", stringsOf(keys)}}); },
-                   readingUser(userId, std::move(done)));
+    impl_->request(
+        kGetByKeys, isValidId(userId) && !keys.empty(),
+        [&] {
+            return payloadOf({{"userId", userId}, {"attributeKeys", stringsOf(keys)}});
+        },
+        readingUser(userId, std::move(done)));
 }
 
 }  // namespace kv

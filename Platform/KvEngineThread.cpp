@@ -1,9 +1,9 @@
 #include "Platform/KvEngineThread.h"
 
+#include <thread>
+
 #include <pthread.h>
 #include <signal.h>
-
-#include <thread>
 
 namespace kv {
 

@@ -1,10 +1,10 @@
 // The background thread that serves the connections of the process: a queue that a thread of the library drives.
 #pragma once
 
-#include <memory>
-
 #include "Platform/KvExport.h"
 #include "Platform/KvMainQueue.h"
+
+#include <memory>
 
 namespace kv {
 

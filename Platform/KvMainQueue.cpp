@@ -1,13 +1,9 @@
 #include "Platform/KvMainQueue.h"
 
-#include <sys/eventfd.h>
-#include <unistd.h>
+#include "Platform/KvQueueContext.h"
 
 #include <algorithm>
 #include <atomic>
-#include <boost/asio/posix/stream_descriptor.hpp>
-#include <boost/asio/post.hpp>
-#include <boost/asio/steady_timer.hpp>
 #include <cerrno>
 #include <deque>
 #include <mutex>
@@ -15,7 +11,11 @@
 #include <system_error>
 #include <thread>
 
-#include "Platform/KvQueueContext.h"
+#include <boost/asio/posix/stream_descriptor.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <sys/eventfd.h>
+#include <unistd.h>
 
 namespace kv {
 namespace asio = boost::asio;
@@ -59,13 +59,18 @@ public:
         }
     };
 
-    explicit Impl(Time mode) : manual(mode == Time::manual), start(Clock::now()), wakeUp(context, makeEventFd()), alarm(context) {
+    explicit Impl(Time mode)
+        : manual(mode == Time::manual), start(Clock::now()), wakeUp(context, makeEventFd()), alarm(context) {
         awaitWakeUp();
     }
 
     Clock::time_point now() const { return manual ? start + std::chrono::nanoseconds(moved.load()) : Clock::now(); }
     bool isCurrent() const { return executor.running_in_this_thread(); }
-    void enter() { owner.store(std::this_thread::get_id(), std::memory_order_relaxed); }
+    void enter() {
+        owner.store(std::this_thread::get_id(), std::memory_order_relaxed);
+        // Work that a handler posted before it ran the queue itself is in Asio's hands for when that handler is back.
+        if (isCurrent()) drain();
+    }
 
     // What wakes a run, and what makes the queue's descriptor readable when nobody runs it.
     void signal() {
@@ -220,8 +225,11 @@ std::shared_ptr<KvMainQueue> KvMainQueue::create(Time time) {
 KvMainQueue::KvMainQueue(Time time) : impl_(std::make_unique<Impl>(time)) {}
 
 KvMainQueue::~KvMainQueue() {
-    auto timers = std::move(impl_->timers);
-    for (auto const& entry : timers) entry->active = false;
+    auto const timers = std::move(impl_->timers);
+    for (auto const& entry : timers) {
+        entry->active = false;
+        Work const released = std::move(entry->work);  // it may own the timer, which owns the entry
+    }
 }
 
 void KvMainQueue::run() {
@@ -267,9 +275,7 @@ void KvMainQueue::stop() {
     });
 }
 
-int KvMainQueue::fd() const {
-    return epollFdOf(asio::use_service<asio::detail::epoll_reactor>(impl_->context));
-}
+int KvMainQueue::fd() const { return epollFdOf(asio::use_service<asio::detail::epoll_reactor>(impl_->context)); }
 
 void KvMainQueue::post(Work work) { impl_->post(std::move(work)); }
 

@@ -5,13 +5,13 @@
 // from other threads; all others belong to the driving thread.
 #pragma once
 
+#include "Platform/KvExport.h"
+
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
-
-#include "Platform/KvExport.h"
 
 namespace kv {
 
@@ -67,7 +67,8 @@ public:
 
     /// Whether the calling thread is running work of this queue at this moment. Any thread.
     bool isCurrent() const;
-    /// Whether the calling thread may touch what belongs to this queue: it drove the queue last, or nobody did. Any thread.
+    /// Whether the calling thread may touch what belongs to this queue: it drove the queue last, or nobody did. Any
+    /// thread.
     bool isOwnThread() const;
     /// The time on this queue's clock. Any thread.
     Clock::time_point now() const;

@@ -2,9 +2,9 @@
 // `dispatch`: an application that waits for the queue's descriptor would not learn of them otherwise.
 #pragma once
 
-#include <boost/asio/io_context.hpp>
-
 #include "Platform/KvMainQueue.h"
+
+#include <boost/asio/io_context.hpp>
 
 namespace kv {
 

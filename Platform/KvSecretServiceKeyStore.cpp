@@ -78,21 +78,14 @@ bool hasSessionBus() {
     return runtime != nullptr && ::access((std::string(runtime) + "/bus").c_str(), F_OK) == 0;
 }
 
-// Null unless something can be kept there at once. The connection is private: the process's shared one would end the
-// process along with the bus.
+// Null unless something can be kept there at once.
 Owned<SecretService> openService(GCancellable* cancellable) {
     Error error;
-    g_autofree gchar* address = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SESSION, cancellable, error.out());
-    if (address == nullptr) return nullptr;
-    auto const flags = static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                                         G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
-    Owned<GDBusConnection> const connection(
-        g_dbus_connection_new_for_address_sync(address, flags, nullptr, cancellable, error.out()));
+    Owned<GDBusConnection> const connection(g_bus_get_sync(G_BUS_TYPE_SESSION, cancellable, error.out()));
     if (!connection) return nullptr;
+    g_dbus_connection_set_exit_on_close(connection.get(), FALSE);  // or the end of the bus would end the process
     Owned<SecretService> service(static_cast<SecretService*>(g_initable_new(
-        promptlessServiceType(), cancellable, error.out(), "g-flags", G_DBUS_PROXY_FLAGS_NONE, "g-connection",
-        connection.get(), "g-name", "org.freedesktop.secrets", "g-object-path", "/org/freedesktop/secrets",
-        "g-interface-name", "org.freedesktop.Secret.Service", "flags", SECRET_SERVICE_OPEN_SESSION, nullptr)));
+        promptlessServiceType(), cancellable, error.out(), "flags", SECRET_SERVICE_OPEN_SESSION, nullptr)));
     if (!service) return nullptr;
     Owned<SecretCollection> const collection(secret_collection_for_alias_sync(
         service.get(), SECRET_COLLECTION_DEFAULT, SECRET_COLLECTION_NONE, cancellable, error.out()));

@@ -7,6 +7,9 @@
 //     });
 #pragma once
 
+#include "Platform/KvExport.h"
+#include "Platform/KvMainQueue.h"
+
 #include <chrono>
 #include <coroutine>
 #include <deque>
@@ -14,9 +17,6 @@
 #include <functional>
 #include <memory>
 #include <utility>
-
-#include "Platform/KvExport.h"
-#include "Platform/KvMainQueue.h"
 
 namespace kv {
 
@@ -31,7 +31,9 @@ public:
         std::suspend_always initial_suspend() noexcept { return {}; }
         auto final_suspend() noexcept {
             struct Finish : std::suspend_always {
-                void await_suspend(std::coroutine_handle<promise_type> handle) const noexcept { handle.promise().finished(); }
+                void await_suspend(std::coroutine_handle<promise_type> handle) const noexcept {
+                    handle.promise().finished();
+                }
             };
             return Finish{};
         }

@@ -84,5 +84,8 @@ int main(int argc, char** argv) {
     } catch (BadLine const& error) {
         std::fprintf(stderr, "kvpim: %s\n", error.what());
         return kBadUsage;
+    } catch (std::exception const& error) {
+        std::fprintf(stderr, "kvpim: %s\n", error.what());
+        return 1;
     }
 }

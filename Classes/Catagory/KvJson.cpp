@@ -1,9 +1,10 @@
 #include "Classes/Catagory/KvJson.h"
 
 #include <algorithm>
-#include <boost/json/serialize.hpp>
 #include <cmath>
 #include <limits>
+
+#include <boost/json/serialize.hpp>
 
 namespace kv {
 namespace json = boost::json;
@@ -13,7 +14,8 @@ bool isRepresentable(json::value const& value) {
     if (auto const* number = value.if_double()) return std::isfinite(*number);
     if (auto const* array = value.if_array()) return std::all_of(array->begin(), array->end(), isRepresentable);
     if (auto const* object = value.if_object()) {
-        return std::all_of(object->begin(), object->end(), [](auto const& entry) { return isRepresentable(entry.value()); });
+        return std::all_of(object->begin(), object->end(),
+                           [](auto const& entry) { return isRepresentable(entry.value()); });
     }
     return true;
 }
@@ -56,7 +58,9 @@ json::value const* valueOf(json::object const* object, std::string_view key) {
     return object == nullptr ? nullptr : object->if_contains(key);
 }
 
-json::object const* objectOf(json::object const* object, std::string_view key) { return asObject(valueOf(object, key)); }
+json::object const* objectOf(json::object const* object, std::string_view key) {
+    return asObject(valueOf(object, key));
+}
 
 json::array const* arrayOf(json::object const* object, std::string_view key) {
     auto const* value = valueOf(object, key);
@@ -77,14 +81,19 @@ std::optional<std::string> asString(json::value const* value) {
 std::int64_t asInteger(json::value const* value) {
     if (value == nullptr) return 0;
     switch (value->kind()) {
-        case json::kind::int64: return value->get_int64();
+        case json::kind::int64:
+            return value->get_int64();
         case json::kind::uint64:
             return static_cast<std::int64_t>(
                 std::min<std::uint64_t>(value->get_uint64(), std::numeric_limits<std::int64_t>::max()));
-        case json::kind::double_: return truncated(value->get_double());
-        case json::kind::bool_: return value->get_bool() ? 1 : 0;
-        case json::kind::string: return leadingInteger(value->get_string());
-        default: return 0;
+        case json::kind::double_:
+            return truncated(value->get_double());
+        case json::kind::bool_:
+            return value->get_bool() ? 1 : 0;
+        case json::kind::string:
+            return leadingInteger(value->get_string());
+        default:
+            return 0;
     }
 }
 

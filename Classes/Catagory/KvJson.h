@@ -1,13 +1,14 @@
 // Reading values that a server sent, whatever they turn out to be, and turning values into JSON text.
 #pragma once
 
-#include <boost/json/array.hpp>
-#include <boost/json/object.hpp>
-#include <boost/json/value.hpp>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
+
+#include <boost/json/array.hpp>
+#include <boost/json/object.hpp>
+#include <boost/json/value.hpp>
 
 namespace kv {
 
@@ -24,8 +25,8 @@ std::optional<std::string> stringOf(boost::json::object const* object, std::stri
 
 boost::json::object const* asObject(boost::json::value const* value);
 std::optional<std::string> asString(boost::json::value const* value);
-/// Numbers truncated toward zero, booleans as 1 and 0, text by its leading digits, anything else 0. What lies beyond the
-/// range is its nearest end.
+/// Numbers truncated toward zero, booleans as 1 and 0, text by its leading digits, anything else 0. What lies beyond
+/// the range is its nearest end.
 std::int64_t asInteger(boost::json::value const* value);
 std::int32_t asInteger32(boost::json::value const* value);
 /// The first item of a list when there is one.

@@ -1,11 +1,11 @@
 #include "Classes/Catagory/KvString.h"
 
-#include <openssl/evp.h>
-#include <re2/re2.h>
-
 #include <map>
 #include <memory>
 #include <mutex>
+
+#include <openssl/evp.h>
+#include <re2/re2.h>
 
 namespace kv {
 namespace {

@@ -1,11 +1,12 @@
 // The wire form of messages, to channels and to peers alike.
 #pragma once
 
-#include <boost/json/object.hpp>
-#include <cstdint>
-
 #include "Classes/Internal/KvPimRequest.h"
 #include "Classes/Model/KvPimMessage.h"
+
+#include <cstdint>
+
+#include <boost/json/object.hpp>
 
 namespace kv {
 

@@ -1,16 +1,17 @@
 #pragma once
 
+#include "Platform/KvMainQueue.h"
+
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <utility>
 
-#include "Platform/KvMainQueue.h"
-
 namespace kv {
 
-/// A completion that work in a queue has promised to call. If the work is dropped before it does, because its client was
-/// destroyed, the completion is called all the same, with the code for that case, at a later turn of the main queue.
+/// A completion that work in a queue has promised to call. If the work is dropped before it does, because its client
+/// was destroyed, the completion is called all the same, with the code for that case, at a later turn of the main
+/// queue.
 class KvOwedCompletion {
 public:
     using Completion = std::function<void(std::int64_t)>;

@@ -1,9 +1,10 @@
 // What the application may want to see of a connection when it looks into a problem. Holds the token in clear.
 #pragma once
 
-#include <boost/json/object.hpp>
 #include <optional>
 #include <string>
+
+#include <boost/json/object.hpp>
 
 namespace kv {
 

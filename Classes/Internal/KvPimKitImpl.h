@@ -1,14 +1,6 @@
-// The inside of a client. Its owner, `KvPimKit`, is what applications hold; when the application lets go of that, nothing
-// in here calls a delegate any more. Everything belongs to the main thread. Handlers hold this object weakly.
+// The inside of a client. Its owner, `KvPimKit`, is what applications hold; when the application lets go of that,
+// nothing in here calls a delegate any more. Everything belongs to the main thread. Handlers hold this object weakly.
 #pragma once
-
-#include <boost/json/object.hpp>
-#include <cstdint>
-#include <memory>
-#include <string>
-#include <string_view>
-#include <unordered_map>
-#include <vector>
 
 #include "Classes/Internal/KvOwedCompletion.h"
 #include "Classes/Internal/KvPimDebugInfo.h"
@@ -17,6 +9,15 @@
 #include "Classes/KvPimKit.h"
 #include "Platform/KvWorkQueue.h"
 #include "SocketIO/SocketManager.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include <boost/json/object.hpp>
 
 namespace kv {
 

@@ -1,9 +1,9 @@
 #include "Classes/Internal/KvPimLoginParams.h"
 
-#include <utility>
-
 #include "Classes/Catagory/KvDate.h"
 #include "Classes/Catagory/KvJson.h"
+
+#include <utility>
 
 namespace kv {
 namespace json = boost::json;
@@ -27,12 +27,12 @@ void KvPimLoginParams::logout() { *this = {}; }
 json::object KvPimLoginParams::generateSocketConfig() const {
     if (!login) return {};
     return socketConfigOf(
-        {{"token", token}, {"userId", userId}, {"timestamp", timestamp}, {"connectTimeStamp", currentTimeStamp()}}, appId);
+        {{"token", token}, {"userId", userId}, {"timestamp", timestamp}, {"connectTimeStamp", currentTimeStamp()}},
+        appId);
 }
 
 json::object socketConfigOf(json::object const& credentials, std::string const& appId) {
-    json::object connectParams{
-        {"app", "brivel"}, {"roomId", appId}, {"token", jsonString(credentials).value_or("")}};
+    json::object connectParams{{"app", "brivel"}, {"roomId", appId}, {"token", jsonString(credentials).value_or("")}};
     return {{"compress", true}, {"forceWebsockets", true}, {"connectParams", std::move(connectParams)}};
 }
 

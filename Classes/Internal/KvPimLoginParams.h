@@ -1,8 +1,9 @@
 #pragma once
 
-#include <boost/json/object.hpp>
 #include <cstdint>
 #include <string>
+
+#include <boost/json/object.hpp>
 
 namespace kv {
 

@@ -1,6 +1,4 @@
 // Disconnection, reconnection, and the restoring of what the login had built up.
-#include <cstdio>
-
 #include "Classes/Catagory/KvDate.h"
 #include "Classes/Catagory/KvJson.h"
 #include "Classes/Internal/KvPimKitImpl.h"
@@ -10,20 +8,25 @@
 #include "Classes/Utils/Logan/LoganManager.h"
 #include "SocketIO/SocketIOClient.h"
 
+#include <cstdio>
+
 namespace kv {
 namespace {
 
-constexpr std::array<std::chrono::seconds, 4> kConnectInterval{
-    std::chrono::seconds(1), std::chrono::seconds(2), std::chrono::seconds(4), std::chrono::seconds(6)};
+constexpr std::array<std::chrono::seconds, 4> kConnectInterval{std::chrono::seconds(1), std::chrono::seconds(2),
+                                                               std::chrono::seconds(4), std::chrono::seconds(6)};
 
 struct LoginFailure {
     std::string_view text;
     std::int64_t code;
 };
 constexpr LoginFailure kLoginFailures[] = {
-    {"loginFail: InvalidAppId", KvPimLoginErrorInvalidAppId},   {"loginFail: InvalidArgument", KvPimLoginErrorInvalidArgument},
-    {"loginFail: InvalidToken", KvPimLoginErrorInvalidToken},   {"loginFail: ExpiredToken", KvPimLoginErrorTokenExpired},
-    {"loginFail: AuthFail", KvPimLoginErrorNotAuthorized},      {"loginFail: AppForbidden", KvPimLoginErrorAppForbidden},
+    {"loginFail: InvalidAppId", KvPimLoginErrorInvalidAppId},
+    {"loginFail: InvalidArgument", KvPimLoginErrorInvalidArgument},
+    {"loginFail: InvalidToken", KvPimLoginErrorInvalidToken},
+    {"loginFail: ExpiredToken", KvPimLoginErrorTokenExpired},
+    {"loginFail: AuthFail", KvPimLoginErrorNotAuthorized},
+    {"loginFail: AppForbidden", KvPimLoginErrorAppForbidden},
 };
 
 std::string reasonOf(SocketData const& data) { return asString(firstOf(data.items())).value_or(""); }
@@ -92,7 +95,7 @@ KvWork KvPimKitImpl::reconnectAfterDelay(std::weak_ptr<KvPimKitImpl> client) {
         mainQueue->post([client] {
             if (auto const told = client.lock()) {
                 told->tell<&KvPimDelegate::connectionStateChanged>(KvPimConnectionStateReconnecting,
-                                                                  KvPimConnectionChangeReasonInterrupted);
+                                                                   KvPimConnectionChangeReasonInterrupted);
             }
         });
     }
@@ -120,7 +123,8 @@ void KvPimKitImpl::restoreStateAfterReconnection() {
     restoreSubscribedAttributesOfPeers(stateHelper.subscribedAttributesPeerIds());
 }
 
-// A server that refuses at once is asked again as fast as it answers; each turn of the queue in between belongs to others.
+// A server that refuses at once is asked again as fast as it answers; each turn of the queue in between belongs to
+// others.
 template <class Again>
 void KvPimKitImpl::retryAtNextTurn(Again again) {
     mainQueue->post([weak = weak_from_this(), again = std::move(again)] {

@@ -1,10 +1,10 @@
 #include "Classes/Internal/KvPimRequest.h"
 
-#include <utility>
-
 #include "Classes/Utils/KvLog.h"
 #include "Classes/Utils/Logan/LoganManager.h"
 #include "SocketIO/SocketIOClient.h"
+
+#include <utility>
 
 namespace kv {
 
@@ -53,9 +53,10 @@ void emitCommand(KvMainQueue& queue, std::shared_ptr<SocketIOClient> const& sock
         return;
     }
     payload.values.insert(payload.values.begin(), boost::json::value(command));
-    socket->emitWithAck("command", std::move(payload)).timingOutAfter(timeout, [answered = std::move(answered)](SocketData const& data) {
-        answered(KvPimResult::resultWithArray(data));
-    });
+    socket->emitWithAck("command", std::move(payload))
+        .timingOutAfter(timeout, [answered = std::move(answered)](SocketData const& data) {
+            answered(KvPimResult::resultWithArray(data));
+        });
 }
 
 }  // namespace kv

@@ -1,7 +1,11 @@
-// The one way in which the client asks the server for something: a command with an acknowledgement and a time-out, whose
-// outcome becomes the operation's own code. An operation is a row (KvOperation) and the few lines that make its payload
-// and read its answer.
+// The one way in which the client asks the server for something: a command with an acknowledgement and a time-out,
+// whose outcome becomes the operation's own code. An operation is a row (KvOperation) and the few lines that make its
+// payload and read its answer.
 #pragma once
+
+#include "Classes/Model/KvPimResult.h"
+#include "Platform/KvMainQueue.h"
+#include "SocketIO/SocketData.h"
 
 #include <algorithm>
 #include <array>
@@ -11,10 +15,6 @@
 #include <memory>
 #include <string>
 #include <string_view>
-
-#include "Classes/Model/KvPimResult.h"
-#include "Platform/KvMainQueue.h"
-#include "SocketIO/SocketData.h"
 
 namespace kv {
 
@@ -42,7 +42,7 @@ struct KvReport {
     enum class Order { afterCompletion, beforeCompletion };
     About about = About::nothing;
     std::string_view action{};
-    std::string_view interface{};
+    std::string_view interface {};
     Order order = Order::afterCompletion;
     std::int64_t codeOfInvalidArgument = 0;  // in the report, where it differs from what the completion hears
 
@@ -71,7 +71,8 @@ consteval bool isSound(KvOperation const& operation) {
 using KvAnswer = std::function<void(KvPimResult const& result)>;
 
 /// Sends "command" with the command's name and a payload (the first of `payload.values`). `answered` is called exactly
-/// once, on the main queue, never inside the call; without a socket that happens at the time-out, like without an answer.
+/// once, on the main queue, never inside the call; without a socket that happens at the time-out, like without an
+/// answer.
 void emitCommand(KvMainQueue& queue, std::shared_ptr<SocketIOClient> const& socket, std::string_view command,
                  SocketItems payload, std::chrono::seconds timeout, KvAnswer answered);
 

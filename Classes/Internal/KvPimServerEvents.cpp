@@ -1,8 +1,8 @@
 // What the server says without being asked: who hears which event, and what its fields are.
 #include "Classes/Catagory/KvJson.h"
-#include "Classes/Internal/KvWireForms.h"
-#include "Classes/Internal/KvPimKitImpl.h"
 #include "Classes/Internal/KvPimChannelTell.h"
+#include "Classes/Internal/KvPimKitImpl.h"
+#include "Classes/Internal/KvWireForms.h"
 #include "Classes/KvPimInvitationKit.h"
 #include "Classes/Utils/KvLog.h"
 #include "Classes/Utils/Logan/LoganManager.h"

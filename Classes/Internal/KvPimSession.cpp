@@ -53,11 +53,14 @@ void KvPimKitImpl::loginByToken(std::string token, std::int64_t timeStamp, std::
     stateManager->userId = std::move(userId);
     KvLog::shared().info("socket config: %@", config);
     auto owed = std::make_shared<KvOwedCompletion>(mainQueue, std::move(done), KvPimLoginErrorUnknown);
-    queue.add([weak = weak_from_this(), config = std::move(config), owed = std::move(owed)] { return login(weak, config, owed); });
+    queue.add([weak = weak_from_this(), config = std::move(config), owed = std::move(owed)] {
+        return login(weak, config, owed);
+    });
     tellAndReportState(KvPimConnectionStateConnecting, KvPimConnectionChangeReasonLogin);
 }
 
-KvWork KvPimKitImpl::login(std::weak_ptr<KvPimKitImpl> client, json::object config, std::shared_ptr<KvOwedCompletion> owed) {
+KvWork KvPimKitImpl::login(std::weak_ptr<KvPimKitImpl> client, json::object config,
+                           std::shared_ptr<KvOwedCompletion> owed) {
     struct Discovery {
         std::optional<std::string> server;
         std::int64_t elapsed = 0;
@@ -107,7 +110,7 @@ void KvPimKitImpl::loginWithConfig(json::object const& config, Completion done) 
         complete(done, KvPimLoginErrorTimeout);
         LoganManager::sharedInstance().loginResult(0, KvPimLoginErrorTimeout);
         self->tell<&KvPimDelegate::connectionStateChanged>(KvPimConnectionStateDisconnected,
-                                                          KvPimConnectionChangeReasonLoginTimeout);
+                                                           KvPimConnectionChangeReasonLoginTimeout);
     });
 }
 

@@ -31,7 +31,8 @@ std::vector<KvPimAttribute> KvPimLocalUserAttributes::pimAttributes() const {
     return list;
 }
 
-KvPimOnlinePeersManager::Changes KvPimOnlinePeersManager::onPeersOnlineStatusChanged(boost::json::object const& status) {
+KvPimOnlinePeersManager::Changes KvPimOnlinePeersManager::onPeersOnlineStatusChanged(
+    boost::json::object const& status) {
     Changes changes;
     for (auto const& [peerId, value] : status) {
         auto const number = asInteger(&value);

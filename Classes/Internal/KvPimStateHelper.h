@@ -2,7 +2,9 @@
 // forgotten at logout. Belongs to the client's main thread.
 #pragma once
 
-#include <boost/json/object.hpp>
+#include "Classes/Internal/KvPimLoginParams.h"
+#include "Classes/Model/KvPimAttribute.h"
+
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -14,8 +16,7 @@
 #include <utility>
 #include <vector>
 
-#include "Classes/Internal/KvPimLoginParams.h"
-#include "Classes/Model/KvPimAttribute.h"
+#include <boost/json/object.hpp>
 
 namespace kv {
 

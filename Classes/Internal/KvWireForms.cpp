@@ -1,8 +1,8 @@
 #include "Classes/Internal/KvWireForms.h"
 
-#include <boost/json/array.hpp>
-
 #include "Classes/Catagory/KvJson.h"
+
+#include <boost/json/array.hpp>
 
 namespace kv {
 namespace json = boost::json;

@@ -1,15 +1,16 @@
 // The wire forms of the value records, both ways. What has the wrong type is left out.
 #pragma once
 
-#include <boost/json/object.hpp>
-#include <memory>
-#include <string>
-#include <vector>
-
 #include "Classes/Internal/KvPimStateHelper.h"
 #include "Classes/Model/KvPimAttribute.h"
 #include "Classes/Model/KvPimInvitation.h"
 #include "Classes/Model/KvPimMember.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <boost/json/object.hpp>
 
 namespace kv {
 

@@ -1,10 +1,10 @@
 // The textual forms of the value records, as log lines show them.
+#include "Classes/Model/KvPimPeerOnlineStatus.h"
+#include "Classes/Model/KvPimUserAttributes.h"
+
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
 #include <boost/json/serialize.hpp>
-
-#include "Classes/Model/KvPimPeerOnlineStatus.h"
-#include "Classes/Model/KvPimUserAttributes.h"
 
 namespace kv {
 namespace json = boost::json;

@@ -1,10 +1,10 @@
 #pragma once
 
+#include "Platform/KvExport.h"
+
 #include <cstdint>
 #include <memory>
 #include <string>
-
-#include "Platform/KvExport.h"
 
 namespace kv {
 

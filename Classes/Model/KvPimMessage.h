@@ -1,12 +1,12 @@
 #pragma once
 
+#include "Platform/KvData.h"
+#include "Platform/KvExport.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <utility>
-
-#include "Platform/KvData.h"
-#include "Platform/KvExport.h"
 
 namespace kv {
 

@@ -1,10 +1,10 @@
 #pragma once
 
+#include "Platform/KvMainQueue.h"
+
 #include <cstddef>
 #include <memory>
 #include <string>
-
-#include "Platform/KvMainQueue.h"
 
 namespace kv {
 

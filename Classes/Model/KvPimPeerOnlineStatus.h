@@ -1,8 +1,8 @@
 #pragma once
 
-#include <string>
-
 #include "Platform/KvExport.h"
+
+#include <string>
 
 namespace kv {
 

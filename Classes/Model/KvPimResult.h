@@ -1,10 +1,11 @@
 #pragma once
 
-#include <boost/json/fwd.hpp>
+#include "Platform/KvExport.h"
+
 #include <cstdint>
 #include <string_view>
 
-#include "Platform/KvExport.h"
+#include <boost/json/fwd.hpp>
 
 namespace kv {
 

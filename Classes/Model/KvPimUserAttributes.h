@@ -1,10 +1,10 @@
 #pragma once
 
+#include "Classes/Model/KvPimAttribute.h"
+
 #include <optional>
 #include <string>
 #include <vector>
-
-#include "Classes/Model/KvPimAttribute.h"
 
 namespace kv {
 

@@ -1,10 +1,10 @@
 #include "Classes/Utils/KvInvitationStore.h"
 
-#include <chrono>
-
 #include "Classes/KvPimInvitationKit.h"
 #include "Classes/Model/KvPimInvitation.h"
 #include "Classes/Utils/KvPimTimer.h"
+
+#include <chrono>
 
 namespace kv {
 namespace {
@@ -12,7 +12,9 @@ namespace {
 constexpr std::chrono::seconds kExpiry{60};
 constexpr std::int64_t kNoAnswer = 3;
 
-std::string keyOf(KvPimInvitation const& invitation) { return "[" + invitation.invitee + "," + invitation.inviter + "]"; }
+std::string keyOf(KvPimInvitation const& invitation) {
+    return "[" + invitation.invitee + "," + invitation.inviter + "]";
+}
 
 }  // namespace
 

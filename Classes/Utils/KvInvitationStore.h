@@ -20,8 +20,8 @@ public:
     void addInvitation(std::shared_ptr<KvPimInvitation> invitation);
     /// The invitation between the same two users in the same direction, or null.
     std::shared_ptr<KvPimInvitation> getInvitation(KvPimInvitation const& invitation) const;
-    /// Gives the invitation 60 seconds on the kit's queue, in place of any time that it had. When they pass it has failed,
-    /// and the kit's delegate is told; the store keeps it.
+    /// Gives the invitation 60 seconds on the kit's queue, in place of any time that it had. When they pass it has
+    /// failed, and the kit's delegate is told; the store keeps it.
     void addTimerAndInvitation(std::shared_ptr<KvPimInvitation> invitation, std::shared_ptr<KvPimInvitationKit> target);
     void removeTimerAndInvitation(KvPimInvitation const& invitation);
     /// Forgets everything, without a word to anybody.

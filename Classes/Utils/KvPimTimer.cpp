@@ -10,8 +10,8 @@ struct KvPimTimer::State {
     std::atomic<bool> stopped{false};
 };
 
-std::shared_ptr<KvPimTimer> KvPimTimer::startTimer(std::shared_ptr<KvMainQueue> queue, std::chrono::nanoseconds interval,
-                                                   std::function<void()> block) {
+std::shared_ptr<KvPimTimer> KvPimTimer::startTimer(std::shared_ptr<KvMainQueue> queue,
+                                                   std::chrono::nanoseconds interval, std::function<void()> block) {
     auto timer = std::make_shared<KvPimTimer>();
     timer->state_ = std::make_shared<State>();
     auto& state = *timer->state_;

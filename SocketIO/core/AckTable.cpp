@@ -20,7 +20,7 @@ void endWithoutAnswer(AckTable::Handler const& done) {
 
 std::chrono::nanoseconds boundedTimeout(std::chrono::duration<double> timeout) {
     auto const seconds = std::isnan(timeout.count()) ? 0.0 : std::clamp(timeout.count(), 0.0, kMostSeconds);
-    return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::duration<double>(seconds));
+    return std::chrono::round<std::chrono::nanoseconds>(std::chrono::duration<double>(seconds));
 }
 
 AckTable::Pending AckTable::add(std::chrono::duration<double> timeout, Handler done) {

@@ -82,7 +82,7 @@ private:
     bool isAwaitingRead_ = false;
     bool isAwaitingWrite_ = false;
     KvMainQueue::Clock::time_point turnTime_;  // when the turn of reading began
-    KvMainQueue::Clock::time_point bound_;  // of the handshakes, then of the farewell
+    KvMainQueue::Clock::time_point bound_;     // of the handshakes, then of the farewell
     KvQueueTimer timer_;
     TurnMemory* turn_ = nullptr;
 };

@@ -94,7 +94,7 @@ bool Upgrade::mayBeHttp(std::string_view start) {
 std::string Upgrade::check(std::string_view head, DeflateAgreement& agreement) const {
     if (!head.starts_with("HTTP/1.1 ")) return "The server does not speak HTTP";
     auto const status = trimmed(head.substr(9, head.find_first_of("\r\n") - 9));
-    if (!status.starts_with("101"))
+    if (status.substr(0, status.find(' ')) != "101")
         return "The server answered with HTTP status " + std::string(status.substr(0, kMostStatusText));
     if (!listContains(headerOf(head, "Upgrade"), "websocket") ||
         !listContains(headerOf(head, "Connection"), "upgrade")) {

@@ -32,12 +32,13 @@ int columnsOf(std::string const& text) {
 
 }  // namespace
 
-LineEditor::LineEditor(std::function<bool()> awaitKey) : awaitKey_(std::move(awaitKey)), history_(history_init()) {
+LineEditor::LineEditor(std::FILE* screen, std::function<bool()> awaitKey)
+    : screen_(screen), awaitKey_(std::move(awaitKey)), history_(history_init()) {
     if (std::setlocale(LC_CTYPE, "") == nullptr || MB_CUR_MAX == 1) std::setlocale(LC_CTYPE, "C.UTF-8");
     HistEvent event;
     history(history_, &event, H_SETSIZE, kHistorySize);
     history(history_, &event, H_SETUNIQUE, 1);
-    editor_ = el_init("kvpim", stdin, stdout, stderr);
+    editor_ = el_init("kvpim", stdin, screen, screen);
     el_set(editor_, EL_CLIENTDATA, this);
     el_set(editor_, EL_PROMPT, &LineEditor::promptOf);
     el_set(editor_, EL_EDITOR, "emacs");
@@ -64,18 +65,18 @@ std::optional<std::string> LineEditor::readLine() {
 
 void LineEditor::hide() {
     if (!isEditing_) return;
-    if (int const row = rowOfCursor(); row > 0) std::printf("\x1b[%dA", row);
-    std::fputs("\r\x1b[J", stdout);
+    if (int const row = rowOfCursor(); row > 0) std::fprintf(screen_, "\x1b[%dA", row);
+    std::fputs("\r\x1b[J", screen_);
 }
 
 void LineEditor::show() {
-    std::fflush(stdout);
+    std::fflush(screen_);
     if (isEditing_) el_set(editor_, EL_REFRESH);
 }
 
 void LineEditor::suspend() {
     hide();
-    std::fflush(stdout);
+    std::fflush(screen_);
     el_set(editor_, EL_PREP_TERM, 0);
 }
 
@@ -118,7 +119,7 @@ bool LineEditor::readKey(wchar_t& key) {
 
 int LineEditor::rowOfCursor() const {
     winsize size{};
-    if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return 0;
+    if (::ioctl(::fileno(screen_), TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return 0;
     auto const* const line = el_wline(editor_);
     int columns = columnsOf(prompt_);
     for (auto const* c = line->buffer; c != line->cursor; ++c) columns += columnsOf(*c);

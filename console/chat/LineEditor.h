@@ -2,6 +2,7 @@
 // they may print above the line.
 #pragma once
 
+#include <cstdio>
 #include <functional>
 #include <optional>
 #include <string>
@@ -12,8 +13,9 @@ namespace kv::console {
 
 class LineEditor {
 public:
-    /// `awaitKey` returns true when standard input can be read, and false when the line is to end.
-    explicit LineEditor(std::function<bool()> awaitKey);
+    /// `screen`: the terminal. `awaitKey` returns true when standard input can be read, and false when the line is to
+    /// end.
+    LineEditor(std::FILE* screen, std::function<bool()> awaitKey);
     ~LineEditor();
     LineEditor(LineEditor const&) = delete;
     LineEditor& operator=(LineEditor const&) = delete;
@@ -36,6 +38,7 @@ private:
     bool readKey(wchar_t& key);
     int rowOfCursor() const;
 
+    std::FILE* const screen_;
     std::function<bool()> const awaitKey_;
     std::string prompt_ = "> ";
     bool isEditing_ = false;

@@ -3,10 +3,13 @@
 #include "console/QueueLoop.h"
 #include "console/chat/SafeText.h"
 
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <system_error>
 
+#include <fcntl.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
@@ -29,6 +32,18 @@ int takeSignals() {
     return ::signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
 }
 
+/// Standard output, for the chat alone: what the library prints there and on a terminal's standard error goes nowhere,
+/// since it would tear the prompt apart.
+std::FILE* takeOutput() {
+    std::FILE* const screen = ::fdopen(::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3), "w");
+    if (screen == nullptr) throw std::system_error(errno, std::generic_category(), "standard output");
+    int const nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+    ::dup2(nowhere, STDOUT_FILENO);
+    if (::isatty(STDERR_FILENO) == 1) ::dup2(nowhere, STDERR_FILENO);
+    ::close(nowhere);
+    return screen;
+}
+
 std::string_view codeOf(Style style) {
     switch (style) {
         case Style::notice:
@@ -49,11 +64,17 @@ Terminal::Terminal(std::shared_ptr<KvMainQueue> queue)
     : queue_(std::move(queue)),
       signals_(takeSignals()),
       hasColours_(::isatty(STDOUT_FILENO) == 1 && std::getenv("NO_COLOR") == nullptr),
+      isInteractive_(isTerminal()),
+      screen_(takeOutput()),
       lines_(STDIN_FILENO, kLongestLine) {
-    if (isTerminal()) editor_ = std::make_unique<LineEditor>([this] { return awaitInput(); });
+    if (isInteractive_) editor_ = std::make_unique<LineEditor>(screen_, [this] { return awaitInput(); });
 }
 
-Terminal::~Terminal() { ::close(signals_); }
+Terminal::~Terminal() {
+    editor_ = nullptr;
+    std::fclose(screen_);
+    ::close(signals_);
+}
 
 void Terminal::setPrompt(std::string_view prompt) {
     if (!editor_) return;
@@ -69,16 +90,16 @@ void Terminal::print(std::initializer_list<Span> spans) {
         line.append(code).append(harmless(span.text)).append(code.empty() ? "" : "\x1b[0m");
     }
     if (editor_) editor_->hide();
-    std::puts(line.c_str());
+    std::fprintf(screen_, "%s\n", line.c_str());
     if (editor_) editor_->show();
-    if (std::fflush(stdout) != 0) stop();  // nobody reads any more
+    if (std::fflush(screen_) != 0) stop();  // nobody reads any more
 }
 
 std::optional<std::string> Terminal::readLine() {
     if (isStopped_) return std::nullopt;
     if (editor_) {
         auto line = editor_->readLine();
-        if (!line) std::puts("");  // off the prompt
+        if (!line) std::fputs("\n", screen_);  // off the prompt
         return line;
     }
     while (true) {

@@ -7,6 +7,7 @@
 #include "console/chat/LineEditor.h"
 
 #include <array>
+#include <cstdio>
 #include <functional>
 #include <initializer_list>
 #include <memory>
@@ -31,7 +32,7 @@ public:
     Terminal(Terminal const&) = delete;
     Terminal& operator=(Terminal const&) = delete;
 
-    bool isInteractive() const { return editor_ != nullptr; }
+    bool isInteractive() const { return isInteractive_; }
     void setPrompt(std::string_view prompt);
     /// Prints one line. The texts may come from anywhere: control characters are shown, not obeyed.
     void print(std::initializer_list<Span> spans);
@@ -52,6 +53,8 @@ private:
     std::shared_ptr<KvMainQueue> const queue_;
     int const signals_;
     bool const hasColours_;
+    bool const isInteractive_;
+    std::FILE* const screen_;
     bool isStopped_ = false;
     InputLines lines_;                    // when there is no editor
     std::unique_ptr<LineEditor> editor_;  // when there is a terminal

@@ -1,10 +1,12 @@
 // A bare client of the service, for the tests: the reference socket.io client with a log of what it was told.
 
+import { once } from 'node:events';
+import { get } from 'node:http';
 import { io } from 'socket.io-client';
 import { createService } from '../lib/service.js';
 
 export const TOKEN = '0123456789abcdef0123456789abcdef';
-const DEADLINE_MS = 3000;
+const DEADLINE_MS = 20_000;
 
 /** A service on a free port that ends with the test. */
 export async function startService(t, options = {}) {
@@ -91,6 +93,22 @@ export class Client {
       check();
     });
   }
+}
+
+/** A WebSocket connection of which only the opening handshake is done: { response, socket, start }. */
+export async function openMuteConnection(t, baseUrl, headers = {}) {
+  const request = get(`${baseUrl}/socket.io/?EIO=4&transport=websocket`, {
+    headers: {
+      Connection: 'Upgrade',
+      Upgrade: 'websocket',
+      'Sec-WebSocket-Version': '13',
+      'Sec-WebSocket-Key': Buffer.alloc(16).toString('base64'),
+      ...headers,
+    },
+  });
+  const [response, socket, start] = await once(request, 'upgrade');
+  t.after(() => socket.destroy());
+  return { response, socket: socket.on('error', () => {}), start };
 }
 
 export async function control(service, path, body) {

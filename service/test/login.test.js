@@ -1,4 +1,7 @@
 import assert from 'node:assert/strict';
+import { once } from 'node:events';
+import { get } from 'node:http';
+import { json } from 'node:stream/consumers';
 import { test } from 'node:test';
 import { Client, TOKEN, control, startService } from './client.js';
 
@@ -61,11 +64,24 @@ test('the older session of a user is told and ends; its end does not touch the n
   assert.deepEqual(watcher.had('PeersOnlineStatusChanged'), [], 'the user was online all the time');
 });
 
-test('discovery names this service, for an app', async (t) => {
-  const service = await startService(t);
-  const ask = async (query) => (await fetch(`${service.baseUrl}/config/api/v1/pim-server${query}`)).json();
-  assert.deepEqual(await ask('?appId=any'), { code: 200, data: { brivelServers: [service.baseUrl] } });
-  assert.deepEqual(await ask('?appId=a b&c?d/%zz'), await ask('?appId=any'));
+test('discovery names this service, as it was asked for, to those who have an app', async (t) => {
+  const { baseUrl } = await startService(t);
+  const ask = async (query, host) => {
+    const options = host ? { headers: { host } } : {};
+    const [response] = await once(get(`${baseUrl}/config/api/v1/pim-server${query}`, options), 'response');
+    return json(response);
+  };
+  const rows = [
+    ['?appId=any', undefined, baseUrl],
+    ['?appId=a&b?c/%zz', undefined, baseUrl],
+    ['?appId=any', 'Pim.example:81', 'http://Pim.example:81'],
+    ['?appId=any', '[::1]:81', 'http://[::1]:81'],
+    ['?appId=any', 'pim.example/x', baseUrl],
+    ['?appId=any', 'user@pim.example', baseUrl],
+  ];
+  for (const [query, host, server] of rows) {
+    assert.deepEqual(await ask(query, host), { code: 200, data: { brivelServers: [server] } }, `${query} ${host}`);
+  }
   for (const query of ['', '?', '?appId=', '?app=any']) assert.equal((await ask(query)).code, 400, query);
 });
 

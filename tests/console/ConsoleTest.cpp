@@ -144,7 +144,9 @@ TEST(Console, LinesBehindASleepAreReadAfterIt) {
     EXPECT_GE(Clock::now() - begin, 300ms);
     std::deque<std::string> const expected = {R"({"event":"ready"})", R"({"id":1,"op":"sleep","result":true})",
                                               R"({"id":2,"op":"setParameters","result":0})"};
-    EXPECT_EQ(console.otherLines(), expected);
+    auto answers = console.otherLines();
+    std::erase_if(answers, [](std::string const& line) { return !line.starts_with('{'); });  // the library's own prints
+    EXPECT_EQ(answers, expected);
 }
 
 TEST(Console, QuitEndsItWithoutWaitingForAnswers) {

@@ -40,9 +40,7 @@ public:
           all_(all),
           random_(static_cast<unsigned>(number)) {
         person_.delegate->messageReceived = [this](KvPimKit&, std::shared_ptr<KvPimMessage> message,
-                                                   std::string const& peer) {
-            note(peer + "/" + message->text.value_or("-"));
-        };
+                                                   std::string const& peer) { note(lastFromPeers_[peer], *message); };
         person_.delegate->connectionStateChanged = {};
         listener_->messageReceived = [this](KvPimChannel& channel, std::shared_ptr<KvPimMessage> message,
                                             KvPimMember const& from) {

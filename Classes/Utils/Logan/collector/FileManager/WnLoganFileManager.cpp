@@ -46,13 +46,18 @@ std::optional<struct stat> statusOf(KvFileDescriptor const& file) {
 
 KvFileId idOf(struct stat const& status) { return {status.st_dev, status.st_ino}; }
 
+bool isEmptyOrUnknown(std::string const& path) {
+    auto const status = statusOf(path);
+    return !status || status->st_size == 0;
+}
+
 // Another process may be about to write its first record to it: hence the lock, and the second look behind it.
 std::error_code removeIfEmpty(std::string const& path) {
+    if (!isEmptyOrUnknown(path)) return {};
     KvFileDescriptor const file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (file) lockFile(file.get());
-    auto const status = statusOf(path);
     std::error_code error;
-    if (!status || status->st_size == 0) std::filesystem::remove(path, error);
+    if (isEmptyOrUnknown(path)) std::filesystem::remove(path, error);
     return error;
 }
 

@@ -1,0 +1,171 @@
+#include "Classes/Model/KvPimAttribute.h"
+#include "Classes/Utils/KvLog.h"
+#include "support/TemporaryDirectory.h"
+
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace kv {
+namespace {
+
+namespace fs = std::filesystem;
+namespace json = boost::json;
+
+class LogFile : public testing::Test {
+protected:
+    std::string content() const { return contentOf(home.path("caches/kv_pim.log")); }
+    void logAtAllLevels(KvLog& log) {
+        log.info("i");
+        log.warn("w");
+        log.error("e");
+        log.critical("c");
+        log.drain();
+    }
+
+    TemporaryDirectory home;
+};
+
+TEST_F(LogFile, HoldsTheLevelsThatTheFilterLetsThrough) {
+    struct Case {
+        std::int64_t filter;
+        char const* file;
+        char const* console;
+    };
+    KvLog log(home.path("caches"));
+    for (auto const& c : std::vector<Case>{
+             {INT64_MIN, "", ""},
+             {-1, "", ""},
+             {0, "", ""},
+             {1, "i\n", "kv_pim_info_log:i\n"},
+             {3, "i\nw\n", "kv_pim_info_log:i\nkv_pim_warn_log:w\n"},
+             {4, "i\nw\ne\n", "kv_pim_info_log:i\nkv_pim_warn_log:w\nkv_pim_error_log:e\n"},
+             {7, "i\nw\ne\n", "kv_pim_info_log:i\nkv_pim_warn_log:w\nkv_pim_error_log:e\n"},
+             {INT64_MAX, "i\nw\ne\nc\n",
+              "kv_pim_info_log:i\nkv_pim_warn_log:w\nkv_pim_error_log:e\nkv_pim_critical_log:c\n"},
+         }) {
+        log.setLogFilter(c.filter);
+        testing::internal::CaptureStderr();
+        logAtAllLevels(log);
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), c.console) << c.filter;
+        EXPECT_EQ(content(), c.file) << c.filter;
+        fs::resize_file(home.path("caches/kv_pim.log"), 0);
+    }
+}
+
+TEST_F(LogFile, LetsNothingThroughAtFirstAndFormatsNothingThen) {
+    struct Counting {
+        int& count;
+        std::string description() const { return std::to_string(++count); }
+    };
+    int count = 0;
+    KvLog log(home.path("caches"));
+    log.critical("%@", Counting{count});
+    log.drain();
+    EXPECT_EQ(count, 0);
+    EXPECT_EQ(content(), "");
+}
+
+TEST_F(LogFile, HoldsOneTrimmedLineForEachMessage) {
+    KvLog log(home.path("caches"));
+    log.setLogFilter(1);
+    log.info(" \t\r\n a  b \n\v\f");
+    log.info("%@", " \n ");
+    log.info("100%, %@ and %@", 1);
+    log.info("%@", "%@", "more than there is room for");
+    log.drain();
+    EXPECT_EQ(content(), "a  b\n\n100%, 1 and %@\n%@\n");
+}
+
+TEST_F(LogFile, IsPrivateAndStartsAnewOnlyWhenItHasGrownBeyondTenMebibytes) {
+    auto const path = home.path("caches/kv_pim.log");
+    { KvLog const log(home.path("caches")); }
+    struct stat status {};
+    ASSERT_EQ(::stat(path.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0600u);
+    for (auto const& [size, kept] : {std::pair{10'485'760u, 10'485'760u}, {10'485'761u, 0u}}) {
+        fs::resize_file(path, size);
+        { KvLog const log(home.path("caches")); }
+        EXPECT_EQ(fs::file_size(path), kept);
+    }
+}
+
+TEST_F(LogFile, OfTheApplicationsChoiceMustExist) {
+    KvLog log(home.path("caches"));
+    log.setLogFilter(8);
+    auto const chosen = home.path("chosen.log");
+    log.setLogFilePath(chosen);
+    log.info("lost");
+    log.drain();
+    EXPECT_FALSE(fs::exists(chosen));
+    std::ofstream(chosen) << "before\n";
+    log.info("kept");
+    log.drain();
+    EXPECT_EQ(contentOf(chosen), "before\nkept\n");
+    fs::remove(chosen);
+    fs::create_directory(chosen);
+    log.info("lost too");
+    log.drain();
+    fs::remove(chosen);
+    ASSERT_EQ(::mkfifo(chosen.c_str(), 0600), 0);  // nobody reads: opening it like a file would wait for ever
+    log.info("lost as well");
+    log.drain();
+    EXPECT_EQ(content(), "");
+}
+
+TEST_F(LogFile, KeepsTheOrderOfEachThread) {
+    constexpr int kThreads = 4;
+    constexpr int kLines = 500;
+    KvLog log(home.path("caches"));
+    log.setLogFilter(1);
+    testing::internal::CaptureStderr();
+    {
+        std::vector<std::jthread> threads;
+        for (int thread = 0; thread < kThreads; ++thread) {
+            threads.emplace_back([&log, thread] {
+                for (int line = 0; line < kLines; ++line) log.info("%@ %@", thread, line);
+            });
+        }
+    }
+    log.drain();
+    testing::internal::GetCapturedStderr();
+    std::istringstream lines(content());
+    std::vector<int> next(kThreads, 0);
+    int thread = 0;
+    for (int line = 0; lines >> thread >> line;) EXPECT_EQ(line, next[static_cast<std::size_t>(thread)]++);
+    EXPECT_EQ(next, std::vector<int>(kThreads, kLines));
+}
+
+TEST(LogText, WritesArgumentsAsPeopleReadThem) {
+    EXPECT_EQ(logText(std::string("text as \"it\" is")), "text as \"it\" is");
+    EXPECT_EQ(logText(std::int64_t{-5}), "-5");
+    EXPECT_EQ(logText(true), "1");
+    EXPECT_EQ(logText(json::object{{"key", json::array{1, "two\n", nullptr}}}), R"({"key":[1,"two\n",null]})");
+    EXPECT_EQ(logText(std::vector<std::string>{"a\"b", "c"}), R"(["a\"b","c"])");
+    EXPECT_EQ(logText(std::vector<int>{}), "[]");
+    EXPECT_EQ(logText(std::vector<KvPimAttribute>{{"k", "v"}, {"l", "w"}}),
+              R"([{"key":"k","value":"v"},{"key":"l","value":"w"}])");
+}
+
+TEST(LogText, WritesBinaryDataAsItsSize) {
+    SocketItems items;
+    items.values.push_back(
+        {{"binary", items.binary(makeData("12345"))}, {"text", json::array{"x", items.binary(makeData(""))}}});
+    items.values.emplace_back(7);
+    items.values.push_back({{"_placeholder", true}, {"num", 9}});  // stands for nothing
+    SocketData const data(items.values, items.attachments);
+    std::string const first = R"({"binary":<5 bytes>,"text":["x",<0 bytes>]})";
+    EXPECT_EQ(logText(KvLogPayload(data)), "[" + first + R"(,7,{"_placeholder":true,"num":9}])");
+    EXPECT_EQ(logText(KvLogPayload(items.values.front(), items.attachments)), first);
+    EXPECT_EQ(logText(KvLogPayload(items.values.front(), data)), first);
+    EXPECT_EQ(logText(KvLogPayload::firstOf(data)), first);
+    json::array const none;
+    EXPECT_EQ(logText(KvLogPayload::firstOf(SocketData(none, {}))), "null");
+}
+
+}  // namespace
+}  // namespace kv

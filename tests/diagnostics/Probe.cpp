@@ -1,0 +1,94 @@
+// Does in a process of its own what the tests ask for in the first argument, and prints what came of it.
+#include "Classes/Utils/Logan/collector/FileManager/WnLoganFileManager.h"
+#include "Platform/KvKeyStore.h"
+#include "Platform/KvSerialQueue.h"
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <thread>
+
+#include <sys/resource.h>
+
+namespace {
+
+int statusNumber(kv::KvKeyStoreStatus status) { return static_cast<int>(status); }
+
+// secrets LIMIT [STEP...]: opens the secret service, which may take so many milliseconds for each answer. A step is an
+// operation, or a shell command between two operations. What took the whole limit is called late.
+int secrets(int count, char** arguments) {
+    std::chrono::milliseconds const limit(std::atoi(arguments[0]));
+    auto start = std::chrono::steady_clock::now();
+    auto const lateness = [&] { return std::chrono::steady_clock::now() - start >= limit ? " late" : ""; };
+    auto const store = kv::openSecretServiceKeyStore(limit);
+    std::printf("%s%s\n", store ? "open" : "none", lateness());
+    kv::KvKeyStoreQuery const query{"service", "account"};
+    for (int i = 1; store && i < count; ++i) {
+        std::string const step = arguments[i];
+        start = std::chrono::steady_clock::now();
+        if (step == "read") {
+            auto const match = store->copyMatching(query);
+            std::printf("read %d %s", statusNumber(match.status), match.value.c_str());
+        } else if (step == "remove") {
+            std::printf("remove %d", statusNumber(store->remove(query)));
+        } else if (step.starts_with("add=")) {
+            std::printf("add %d", statusNumber(store->add(query, step.substr(4))));
+        } else if (std::system(step.c_str()) != 0) {
+            std::printf("failed: %s", step.c_str());
+        } else {
+            continue;
+        }
+        std::printf("%s\n", lateness());
+    }
+    return 0;
+}
+
+// records DIRECTORY NAME COUNT: writes records "NAME 0", "NAME 1", ...
+int records(char** arguments) {
+    kv::WnLoganFileManager files(arguments[0], true);
+    int const count = std::atoi(arguments[2]);
+    for (int i = 0; i < count; ++i) files.writeLog(std::string(arguments[1]) + " " + std::to_string(i));
+    files.drain();
+    return 0;
+}
+
+void limitFiles(rlim_t bytes) {
+    rlimit limit{};
+    ::getrlimit(RLIMIT_FSIZE, &limit);
+    limit.rlim_cur = bytes == 0 ? limit.rlim_max : bytes;
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+}
+
+// full-disk DIRECTORY: ten records where there is room for four and a half, then one where there is room again.
+int fullDisk(char** arguments) {
+    kv::WnLoganFileManager files(arguments[0], true);
+    limitFiles(45);
+    for (int i = 0; i < 10; ++i) files.writeLog("record" + std::to_string(100 + i));
+    files.drain();
+    limitFiles(0);
+    files.writeLog("afterwards");
+    files.drain();
+    return 0;
+}
+
+// exit FILE SECONDS: ends with work in a queue that takes so long and then makes the file.
+int exitWithWork(char** arguments) {
+    kv::KvSerialQueue queue("probe");
+    queue.async([path = std::string(arguments[0]), seconds = std::atof(arguments[1])] {
+        std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+        if (FILE* const file = std::fopen(path.c_str(), "w")) std::fclose(file);
+    });
+    return 0;
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+    std::string const task = count > 1 ? arguments[1] : "";
+    if (task == "secrets" && count > 2) return secrets(count - 2, arguments + 2);
+    if (task == "records" && count == 5) return records(arguments + 2);
+    if (task == "full-disk" && count == 3) return fullDisk(arguments + 2);
+    if (task == "exit" && count == 4) return exitWithWork(arguments + 2);
+    return 2;
+}

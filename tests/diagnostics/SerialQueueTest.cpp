@@ -1,0 +1,119 @@
+#include "Platform/KvSerialQueue.h"
+#include "diagnostics/Shell.h"
+#include "support/TemporaryDirectory.h"
+
+#include <algorithm>
+#include <atomic>
+#include <future>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace kv {
+namespace {
+
+using namespace std::chrono_literals;
+
+TEST(SerialQueue, RunsWorkOfManyThreadsOneAtATimeInTheOrderOfEach) {
+    constexpr int kThreads = 4;
+    constexpr int kPieces = 500;
+    KvSerialQueue queue("test");
+    std::atomic<int> atWork{0};
+    std::atomic<int> overlaps{0};
+    std::vector<std::vector<int>> seen(kThreads);
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < kThreads; ++thread) {
+        threads.emplace_back([&, thread] {
+            for (int piece = 0; piece < kPieces; ++piece) {
+                queue.async([&, thread, piece] {
+                    if (++atWork != 1 || !queue.isCurrent()) ++overlaps;
+                    seen[static_cast<std::size_t>(thread)].push_back(piece);
+                    --atWork;
+                });
+            }
+        });
+    }
+    for (auto& thread : threads) thread.join();
+    queue.drain();
+    EXPECT_EQ(overlaps, 0);
+    EXPECT_FALSE(queue.isCurrent());
+    for (auto const& pieces : seen) {
+        ASSERT_EQ(pieces.size(), static_cast<std::size_t>(kPieces));
+        EXPECT_TRUE(std::is_sorted(pieces.begin(), pieces.end()));
+    }
+}
+
+TEST(SerialQueue, ABlockedQueueHoldsUpNoOther) {
+    KvSerialQueue blocked("blocked");
+    KvSerialQueue free("free");
+    std::promise<void> release;
+    blocked.async([gate = release.get_future().share()] { gate.wait(); });
+    std::promise<void> ran;
+    free.async([&] { ran.set_value(); });
+    EXPECT_EQ(ran.get_future().wait_for(5s), std::future_status::ready);
+    release.set_value();
+    blocked.drain();
+}
+
+TEST(SerialQueue, ADestroyedQueueStillDoesWhatWaitsButNotWhatIsDelayed) {
+    auto const clock = std::make_shared<KvManualClock>(KvClock::WallTime{});
+    std::promise<void> gate;
+    std::promise<void> ran;
+    bool delayedRan = false;
+    {
+        KvSerialQueue queue("test", clock);
+        queue.async([&, open = gate.get_future().share()] { open.wait(); });
+        queue.async([&] { ran.set_value(); });
+        queue.asyncAfter(1s, [&] { delayedRan = true; });
+    }
+    gate.set_value();
+    EXPECT_EQ(ran.get_future().wait_for(5s), std::future_status::ready);
+    clock->advance(2s);
+    KvSerialQueue("other").drain();
+    EXPECT_FALSE(delayedRan);
+}
+
+TEST(SerialQueue, DelayedWorkComesWhenTheClockSaysSoAndInItsOrder) {
+    auto const start = KvClock::WallTime{} + 100h;
+    auto const clock = std::make_shared<KvManualClock>(start);
+    KvSerialQueue queue("test", clock);
+    std::vector<int> order;
+    queue.asyncAfter(60s, [&] { order.push_back(60); });
+    queue.asyncAfter(10s, [&] { order.push_back(10); });
+    queue.asyncAfter(-1s, [&] { order.push_back(0); });
+    struct Step {
+        std::chrono::milliseconds advance;
+        std::vector<int> expected;
+    };
+    for (auto const& step :
+         {Step{0ms, {0}}, Step{9'999ms, {0}}, Step{1ms, {0, 10}}, Step{49'999ms, {0, 10}}, Step{1ms, {0, 10, 60}}}) {
+        clock->advance(step.advance);
+        queue.drain();
+        EXPECT_EQ(order, step.expected) << step.advance.count();
+    }
+    EXPECT_EQ(clock->wallTime(), start + 60s);
+}
+
+TEST(SerialQueue, DelayedWorkComesOnTheRealClockToo) {
+    KvSerialQueue queue("test");
+    std::promise<void> ran;
+    auto const start = std::chrono::steady_clock::now();
+    queue.asyncAfter(30ms, [&] { ran.set_value(); });
+    ASSERT_EQ(ran.get_future().wait_for(5s), std::future_status::ready);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 30ms);
+}
+
+TEST(SerialQueue, TheEndOfTheProcessWaitsForItsWorkButNotForEver) {
+    TemporaryDirectory const directory;
+    auto const probe = std::string(DIAGNOSTICS_PROBE " exit ");
+    auto const brief = runShell(probe + directory.path("short") + " 0.3");
+    EXPECT_EQ(brief.exitCode, 0);
+    EXPECT_TRUE(std::filesystem::exists(directory.path("short")));
+    auto const endless = runShell(probe + directory.path("endless") + " 60");
+    EXPECT_EQ(endless.exitCode, 0);
+    EXPECT_LT(endless.elapsed, 20s);
+}
+
+}  // namespace
+}  // namespace kv

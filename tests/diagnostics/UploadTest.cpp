@@ -1,0 +1,225 @@
+#include "Classes/Utils/Logan/collector/Upload/WnLoganUploader.h"
+#include "Classes/Utils/Logan/collector/WnDataCollectManager.h"
+#include "support/HttpTestServer.h"
+#include "support/TemporaryDirectory.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <functional>
+#include <future>
+#include <thread>
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+namespace kv {
+namespace {
+
+using namespace std::chrono_literals;
+using Ending = HttpTestAnswer::Ending;
+
+bool waitUntil(std::function<bool()> const& condition) {
+    auto const deadline = std::chrono::steady_clock::now() + 10s;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) return false;
+        std::this_thread::sleep_for(2ms);
+    }
+    return true;
+}
+
+// Standard error, as far as it has come.
+class ConsoleCapture final {
+public:
+    ConsoleCapture() {
+        std::fflush(stderr);
+        saved_ = ::dup(STDERR_FILENO);
+        auto const file = ::open(home_.path("console").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+        ::dup2(file, STDERR_FILENO);
+        ::close(file);
+    }
+    ConsoleCapture(ConsoleCapture const&) = delete;
+    ConsoleCapture& operator=(ConsoleCapture const&) = delete;
+    ~ConsoleCapture() {
+        ::dup2(saved_, STDERR_FILENO);
+        ::close(saved_);
+    }
+    std::string text() const { return contentOf(home_.path("console")); }
+
+private:
+    TemporaryDirectory home_;
+    int saved_ = -1;
+};
+
+class Upload : public testing::Test {
+protected:
+    void open(std::string const& url, bool backup = true) {
+        manager =
+            WnDataCollectManager::initWithURL(url + "/pim/v1/collect-logan", home.path("logan"), backup, "", clock);
+        manager->startUploadTimerWithInterval(60s);
+    }
+    void write(std::string const& record) {
+        manager->writeLog(record);
+        manager->drain();
+    }
+    std::size_t filesIn(std::string const& directory) const {
+        std::error_code none;
+        std::size_t count = 0;
+        for ([[maybe_unused]] auto const& entry : std::filesystem::directory_iterator(home.path(directory), none))
+            ++count;
+        return count;
+    }
+
+    TemporaryDirectory home;
+    std::shared_ptr<KvManualClock> const clock = std::make_shared<KvManualClock>(std::chrono::system_clock::now());
+    std::shared_ptr<WnDataCollectManager> manager;
+};
+
+TEST_F(Upload, SendsTheFilesBytesUnchangedAndSaysSo) {
+    HttpTestServer server([](HttpTestRequest const&) { return HttpTestAnswer{.status = 204}; });
+    std::string content;
+    for (int i = 0; i < 3 << 20; ++i) content += static_cast<char>(i * 7 + i / 256);
+    makeFile(home.path("file"), content);
+    auto const uploader = std::make_shared<WnLoganUploader>(server.url() + "/pim/v1/collect-logan", "");
+    std::promise<bool> result;
+    uploader->uploadFile(home.path("file"), [&](bool success) { result.set_value(success); });
+    ASSERT_TRUE(result.get_future().get());
+    auto const request = server.requests().at(0);
+    EXPECT_EQ(request.method, "POST");
+    EXPECT_EQ(request.target, "/pim/v1/collect-logan");
+    EXPECT_TRUE(request.body == content);
+    EXPECT_EQ(std::ranges::count(request.headers, "Content-type: application/octet-stream"), 1);
+    EXPECT_TRUE(std::ranges::none_of(request.headers, [](auto const& line) { return line.starts_with("Expect"); }));
+}
+
+TEST_F(Upload, OneFileGoesAtEachMinuteTheOldestFirst) {
+    HttpTestServer server([](HttpTestRequest const&) { return HttpTestAnswer{.status = 204}; });
+    open(server.url());
+    for (int i = 0; i < 150; ++i) write("record " + std::to_string(i));
+    clock->advance(59'999ms);
+    EXPECT_TRUE(server.requests().empty());
+    clock->advance(1ms);
+    ASSERT_TRUE(waitUntil([&] { return filesIn("logan_bak") == 1; }));
+    EXPECT_TRUE(server.requests().at(0).body.starts_with("record 0\n"));
+    clock->advance(60s);
+    ASSERT_TRUE(waitUntil([&] { return filesIn("logan_bak") == 2; }));
+    EXPECT_TRUE(server.requests().at(1).body.starts_with("record 99\n"));
+    EXPECT_EQ(filesIn("logan"), 1u);
+    // Nothing waits any more; then there is something; then the timer is stopped.
+    clock->advance(60s);
+    write("later");
+    clock->advance(60s);
+    ASSERT_TRUE(waitUntil([&] { return filesIn("logan_bak") == 3; }));
+    EXPECT_EQ(server.requests().size(), 3u);
+    EXPECT_EQ(server.requests().back().body, "later\n");
+    manager->stopUploadTimer();
+    write("never");
+    clock->advance(600s);
+    std::this_thread::sleep_for(50ms);
+    EXPECT_EQ(server.requests().size(), 3u);
+}
+
+TEST_F(Upload, OnlyANoContentAnswerIsSuccess) {
+    struct Case {
+        char const* when;
+        HttpTestAnswer answer;
+        bool backup;
+        std::string console;
+    };
+    for (auto const& c : std::vector<Case>{
+             {"204, kept", {.status = 204}, true, ""},
+             {"204, deleted", {.status = 204}, false, ""},
+             {"200", {.status = 200, .body = "fine"}, true, "上传失败200\n"},
+             {"500", {.status = 500}, true, "上传失败500\n"},
+             {"closes at once", {.ending = Ending::closesAtOnce}, true, "上传失败0\n"},
+             {"closes midway",
+              {.status = 200, .body = std::string(1000, 'x'), .ending = Ending::closesMidway},
+              true,
+              "上传失败200\n"},
+             {"redirects to itself", {.status = 307, .headers = {"Location: /again"}}, true, "上传失败307\n"},
+         }) {
+        HttpTestServer server([&](HttpTestRequest const&) { return c.answer; });
+        auto const uploader = std::make_shared<WnLoganUploader>(server.url(), "");
+        makeFile(home.path("file"), "record\n");
+        ConsoleCapture const console;
+        std::promise<bool> result;
+        uploader->uploadFile(home.path("file"), [&](bool success) { result.set_value(success); });
+        EXPECT_EQ(result.get_future().get(), c.answer.status == 204) << c.when;
+        EXPECT_TRUE(waitUntil([&] { return console.text() == c.console; })) << c.when << ": " << console.text();
+    }
+}
+
+TEST_F(Upload, AFailedFileIsSentAgainAndOneThatArrivedIsNot) {
+    std::atomic<int> status{500};
+    HttpTestServer server([&](HttpTestRequest const&) { return HttpTestAnswer{.status = status}; });
+    open(server.url());
+    write("record");
+    for (std::size_t tick = 1; tick <= 2; ++tick) {
+        ASSERT_TRUE(waitUntil([&] {
+            if (server.requests().size() < tick) clock->advance(60s);
+            return server.requests().size() >= tick;
+        }));
+    }
+    // The disk refuses to put it away: the backup directory is a file.
+    std::filesystem::remove(home.path("logan_bak"));
+    makeFile(home.path("logan_bak"), "");
+    status = 204;
+    auto const before = server.requests().size();
+    ASSERT_TRUE(waitUntil([&] {
+        clock->advance(60s);
+        return server.requests().size() > before;
+    }));
+    auto const after = server.requests().size();
+    write("next");
+    ASSERT_TRUE(waitUntil([&] {
+        clock->advance(60s);
+        return server.requests().back().body == "next\n";
+    }));
+    for (std::size_t i = after; i < server.requests().size(); ++i) EXPECT_EQ(server.requests()[i].body, "next\n");
+    std::filesystem::remove(home.path("logan_bak"));
+    EXPECT_TRUE(waitUntil([&] {
+        clock->advance(60s);
+        return filesIn("logan_bak") == 2;
+    }));
+    EXPECT_EQ(std::ranges::count(server.requests(), "next\n", &HttpTestRequest::body), 1);
+}
+
+TEST_F(Upload, ATickDuringAnUploadSendsNothing) {
+    HttpTestServer server([](HttpTestRequest const&) { return HttpTestAnswer{.ending = Ending::silence}; });
+    auto const uploader = std::make_shared<WnLoganUploader>(server.url(), "");
+    makeFile(home.path("file"), "record\n");
+    std::atomic<int> results{0};
+    uploader->uploadFile(home.path("file"), [&](bool) { ++results; });
+    ASSERT_TRUE(server.waitForRequests(1));
+    EXPECT_TRUE(uploader->isUploading());
+    for (int i = 0; i < 5; ++i) uploader->uploadFile(home.path("file"), [&](bool) { ++results; });
+    std::this_thread::sleep_for(50ms);
+    EXPECT_EQ(server.requests().size(), 1u);
+    EXPECT_EQ(results, 0);
+}
+
+// Plays the file that is chosen and gone before it is sent.
+TEST_F(Upload, AVanishedFileAndAnAbsentServerAreFailures) {
+    HttpTestServer server([](HttpTestRequest const&) { return HttpTestAnswer{.status = 204}; });
+    std::string closed;
+    {
+        HttpTestServer gone([](HttpTestRequest const&) { return HttpTestAnswer{}; });
+        closed = gone.url();
+    }
+    makeFile(home.path("file"), "record\n");
+    struct Case {
+        std::string url, file;
+    };
+    for (auto const& c : {Case{server.url(), home.path("vanished")}, Case{server.url(), home.path()},
+                          Case{closed, home.path("file")}, Case{"no address", home.path("file")}}) {
+        auto const uploader = std::make_shared<WnLoganUploader>(c.url, "");
+        std::promise<bool> result;
+        uploader->uploadFile(c.file, [&](bool success) { result.set_value(success); });
+        EXPECT_FALSE(result.get_future().get()) << c.url << " " << c.file;
+    }
+    EXPECT_TRUE(server.requests().empty());
+}
+
+}  // namespace
+}  // namespace kv

@@ -1,0 +1,154 @@
+#include "SocketIO/core/Packet.h"
+#include "SocketIO/core/Utf8.h"
+
+#include <string>
+#include <vector>
+
+#include <boost/json/serialize.hpp>
+#include <gtest/gtest.h>
+
+namespace kv::sio {
+namespace {
+
+namespace json = boost::json;
+
+struct Header {
+    char type;
+    std::size_t attachments;
+    std::optional<std::uint64_t> id;
+    std::string json;
+    bool operator==(Header const&) const = default;
+};
+
+TEST(PacketHeader, IsReadInAllItsForms) {
+    struct Case {
+        char const* packet;
+        Header header;
+    };
+    std::vector<Case> const cases{
+        {R"(0{"sid":"x"})", {'0', 0, {}, R"({"sid":"x"})"}},
+        {"1", {'1', 0, {}, ""}},
+        {R"(2["a"])", {'2', 0, {}, R"(["a"])"}},
+        {R"(2/,["a"])", {'2', 0, {}, R"(["a"])"}},
+        {R"(2/?token=1,["a"])", {'2', 0, {}, R"(["a"])"}},
+        {"1/", {'1', 0, {}, ""}},
+        {R"(217["a"])", {'2', 0, 17, R"(["a"])"}},
+        {R"(3999999999999999["a"])", {'3', 0, 999999999999999, R"(["a"])"}},
+        {R"(51000-["a"])", {'5', 1000, {}, R"(["a"])"}},
+        {R"(60-5[])", {'6', 0, 5, "[]"}},
+        {R"(62-/,12[])", {'6', 2, 12, "[]"}},
+    };
+    for (auto const& c : cases) {
+        PacketHeader header;
+        EXPECT_EQ(readPacketHeader(c.packet, header), "") << c.packet;
+        Header const found{static_cast<char>(header.type), header.attachments, header.id, std::string(header.json)};
+        EXPECT_EQ(found, c.header) << c.packet;
+    }
+}
+
+TEST(PacketHeader, IsRefusedWithTheCause) {
+    struct Case {
+        char const* packet;
+        char const* cause;
+    };
+    std::vector<Case> const cases{
+        {"", "empty packet"},
+        {"7[]", "unknown packet type"},
+        {"x", "unknown packet type"},
+        {"5[]", "number of attachments"},
+        {"51[]", "number of attachments"},
+        {"5-[]", "number of attachments"},
+        {"5-1-[]", "number of attachments"},
+        {"51001-[]", "more than 1000 attachments"},
+        {"61000000-[]", "more than 1000 attachments"},
+        {"599999999999999999999-[]", "number of attachments"},
+        {"2/chat,[]", "another namespace"},
+        {"21234567890123456[]", "acknowledgement id"},
+    };
+    for (auto const& c : cases) {
+        PacketHeader header;
+        auto const problem = readPacketHeader(c.packet, header);
+        EXPECT_NE(problem.find(c.cause), std::string::npos) << c.packet << ": " << problem;
+    }
+}
+
+std::string nested(std::size_t depth) { return std::string(depth, '[') + std::string(depth, ']'); }
+
+TEST(PacketJson, IsBoundedInDepth) {
+    json::value value;
+    EXPECT_EQ(parseJson(nested(64), {}, value), "");
+    EXPECT_NE(parseJson(nested(65), {}, value).find("nested too deeply"), std::string::npos);
+    EXPECT_NE(parseJson(std::string(100000, '['), {}, value).find("nested too deeply"), std::string::npos);
+    EXPECT_EQ(parseJson("[1]", {}, value), "") << "after an error";
+}
+
+TEST(PacketJson, IsRefusedWhenIncompleteOrFollowedByMore) {
+    for (auto const* bad : {"", "[", "[1", R"(["a)", "[1]x", "[1][2]", "nul", "{]", R"({"a" 1})", "[01]"}) {
+        json::value value;
+        EXPECT_NE(parseJson(bad, {}, value).find("bad JSON"), std::string::npos) << bad;
+    }
+}
+
+TEST(PacketWriting, WritesEventsAsTheServerReadsThem) {
+    struct Case {
+        std::string event;
+        json::array values;
+        std::size_t attachments;
+        std::optional<std::uint64_t> id;
+        std::string text;
+    };
+    std::vector<Case> const cases{
+        {"hello", {}, 0, {}, R"(42["hello"])"},
+        {"hello", {}, 0, 0, R"(420["hello"])"},
+        {"command",
+         {"join", json::object{{"channelId", "room"}}},
+         0,
+         12,
+         R"(4212["command","join",{"channelId":"room"}])"},
+        {"a\"\\\n", {nullptr, true, 1.5, -3}, 0, {}, R"(42["a\"\\\n",null,true,1.5E0,-3])"},
+        {"photo", {}, 2, {}, R"(452-["photo"])"},
+        {"photo", {}, 1, 7, R"(451-7["photo"])"},
+        {"bad \xFF", {"\xC0"}, 0, {}, "42[\"bad \xEF\xBF\xBD\",\"\xEF\xBF\xBD\"]"},
+        {"\xE2\x82\xAC", {}, 0, {}, "42[\"\xE2\x82\xAC\"]"},
+    };
+    for (auto const& c : cases) {
+        SocketItems items{c.values, std::vector<KvData>(c.attachments, makeData(std::string_view("x")))};
+        std::string text;
+        writeEvent(text, c.event, items, c.id);
+        EXPECT_EQ(text, c.text);
+    }
+}
+
+TEST(PacketWriting, SurvivesLongTexts) {
+    std::string const longText(100000, 'x');
+    std::string text;
+    writeEvent(text, longText, SocketItems{{longText}, {}}, {});
+    EXPECT_EQ(text, "42[\"" + longText + "\",\"" + longText + "\"]");
+}
+
+TEST(SocketData, FindsBytesOnlyBehindRealPlaceholders) {
+    SocketItems items;
+    items.values = {items.binary(makeData(std::string_view("one"))), items.binary(nullptr)};
+    ASSERT_EQ(items.attachments.size(), 1u);
+    EXPECT_EQ(json::serialize(items.values), R"([{"_placeholder":true,"num":0},null])");
+
+    SocketData const data(items.values, items.attachments);
+    EXPECT_EQ(data.binary(items.values[0]), items.attachments[0]);
+    std::vector<json::value> const impostors{
+        nullptr,
+        "text",
+        json::object{},
+        json::object{{"_placeholder", true}},
+        json::object{{"_placeholder", false}, {"num", 0}},
+        json::object{{"_placeholder", "true"}, {"num", 0}},
+        json::object{{"_placeholder", true}, {"num", 1}},
+        json::object{{"_placeholder", true}, {"num", -1}},
+        json::object{{"_placeholder", true}, {"num", 0.5}},
+        json::object{{"_placeholder", true}, {"num", "0"}},
+        json::object{{"_placeholder", true}, {"num", 18446744073709551615u}},
+    };
+    for (auto const& value : impostors) EXPECT_EQ(data.binary(value), nullptr) << json::serialize(value);
+}
+
+}  // namespace
+}  // namespace kv::sio

@@ -1,0 +1,52 @@
+// A directory that goes with its object, whatever is in it.
+#pragma once
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <stdlib.h>
+
+namespace kv {
+
+class TemporaryDirectory final {
+public:
+    TemporaryDirectory() {
+        auto pattern = (std::filesystem::temp_directory_path() / "kvpim-test-XXXXXX").string();
+        if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp");
+        path_ = pattern;
+    }
+    TemporaryDirectory(TemporaryDirectory const&) = delete;
+    TemporaryDirectory& operator=(TemporaryDirectory const&) = delete;
+    ~TemporaryDirectory() {
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
+    std::string path(std::string const& name = "") const { return name.empty() ? path_ : path_ + "/" + name; }
+
+private:
+    std::string path_;
+};
+
+/// The whole content; empty when there is no file.
+inline std::string contentOf(std::string const& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+inline std::vector<std::string> linesOf(std::string const& path) {
+    std::vector<std::string> lines;
+    std::ifstream file(path, std::ios::binary);
+    for (std::string line; std::getline(file, line);) lines.push_back(line);
+    return lines;
+}
+
+/// Makes a file with this content.
+inline void makeFile(std::string const& path, std::string const& content) {
+    std::ofstream(path, std::ios::binary) << content;
+}
+
+}  // namespace kv
