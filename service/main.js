@@ -37,6 +37,7 @@ if (!options.quiet) logActivity(service.activity, (line) => process.stderr.write
 
 async function stop() {
   // A peer that does not answer the closing of its connection is not waited for.
+  setTimeout(() => process.exit(0), LONGEST_STOP_MS);
   await service.stop();
   process.exit(0);
 }
