@@ -32,6 +32,16 @@ int takeSignals() {
     return ::signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
 }
 
+/// What Ctrl-Z does by default, also where no shell would wake the process up again: nothing.
+void sleepAsTold() {
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGTSTP);
+    std::raise(SIGTSTP);
+    ::pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+    ::pthread_sigmask(SIG_BLOCK, &set, nullptr);
+}
+
 /// Standard output, for the chat alone: what the library prints there and on a terminal's standard error goes nowhere,
 /// since it would tear the prompt apart.
 std::FILE* takeOutput() {
@@ -136,7 +146,7 @@ void Terminal::onSignal() {
         editor_->onResized();
     } else if (signal.ssi_signo == SIGTSTP) {
         editor_->suspend();
-        std::raise(SIGSTOP);
+        sleepAsTold();
         editor_->resume();
     } else {
         stop();
