@@ -98,7 +98,7 @@ void KvPimKitImpl::peersUserAttributesChanged(SocketData const& data) {
             users.push_back({peerId, attributesWithStateFrom(objectOf(entry.if_object(), "attributes"))});
         }
     }
-    KvLog::shared().info("peersUserAttributesChanged: %@", KvLogPayload{data});
+    KvLog::shared().info("peersUserAttributesChanged: %@", KvLogPayload::firstOf(data));
     tell<&KvPimDelegate::peersUserAttributesChanged>(users);
 }
 
@@ -125,7 +125,7 @@ void KvPimKitImpl::invitationNotify(SocketData const& data) {
 
 void KvPimKitImpl::channelMemberCountNotify(SocketData const& data) {
     auto const* counts = objectOf(firstDictionary(data), "counts");
-    KvLog::shared().info("ChannelMemberCount: %@", KvLogPayload{data});
+    KvLog::shared().info("ChannelMemberCount: %@", KvLogPayload::firstOf(data));
     // A delegate may create and destroy channels meanwhile.
     std::vector<std::pair<std::weak_ptr<KvPimChannel>, std::int32_t>> told;
     told.reserve(channelDict.size());
@@ -152,7 +152,7 @@ void KvPimKitImpl::channelMessageReceived(SocketData const& data) {
     auto const* notice = firstDictionary(data);
     auto const message = messageFrom(notice, data);
     if (!message) {
-        KvLog::shared().critical("received invaliad message: %@", KvLogPayload{data});
+        KvLog::shared().critical("received invaliad message: %@", KvLogPayload::firstOf(data));
         return;
     }
     auto const member = memberFrom(objectOf(notice, "from"));
