@@ -139,6 +139,16 @@ bool isText(std::string_view text) {
            g_utf8_validate(text.data(), static_cast<gssize>(text.size()), nullptr);
 }
 
+// Locked items are found too, which is all that a removal that removed nothing needs to know.
+bool isThere(SecretService* service, Attributes const& item, GCancellable* cancellable) {
+    Error error;
+    GList* const found =
+        secret_service_search_sync(service, &schema(), item.table, SECRET_SEARCH_NONE, cancellable, error.out());
+    bool const isAny = found != nullptr;
+    g_list_free_full(found, g_object_unref);
+    return isAny;
+}
+
 class SecretServiceKeyStore final : public KvKeyStore {
 public:
     SecretServiceKeyStore(Owned<SecretService> service, std::chrono::milliseconds limit)
@@ -186,7 +196,9 @@ public:
                         bool const isRemoved =
                             secret_service_clear_sync(service, &schema(), item.table, cancellable, error.out());
                         if (error) return {error.status()};
-                        return {isRemoved ? KvKeyStoreStatus::success : KvKeyStoreStatus::itemNotFound};
+                        if (isRemoved) return {KvKeyStoreStatus::success};
+                        return {isThere(service, item, cancellable) ? KvKeyStoreStatus::interactionNotAllowed
+                                                                    : KvKeyStoreStatus::itemNotFound};
                     })
             .status;
     }
