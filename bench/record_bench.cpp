@@ -26,7 +26,10 @@ struct Place {
 
 kv::KvPimEnvConfig configIn(Place const& place) {
     kv::KvKeyStore::setShared(kv::makeFileKeyStore(place.path + "/keys"));
-    return {.collectServer = "http://127.0.0.1:9/", .cachesDirectory = place.path};
+    kv::KvPimEnvConfig config;
+    config.collectServer = "http://127.0.0.1:9/";
+    config.cachesDirectory = place.path;
+    return config;
 }
 
 // The queues are emptied outside the measured time, or a caller that outruns them would measure a growing heap.

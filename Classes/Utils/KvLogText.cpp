@@ -30,7 +30,7 @@ void append(std::string& text, json::object const& object, SocketData const& dat
 
 void append(std::string& text, json::value const& value, SocketData const& data) {
     if (auto const bytes = data.binary(value)) {
-        text += "<" + std::to_string(bytes->size()) + " bytes>";
+        text.append("<").append(std::to_string(bytes->size())).append(" bytes>");
     } else if (auto const* items = value.if_array()) {
         append(text, *items, data);
     } else if (auto const* object = value.if_object()) {

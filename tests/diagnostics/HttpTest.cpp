@@ -200,7 +200,9 @@ TEST(Http, ServesManyAtOnce) {
         KvHttpSession::shared().start(std::move(task),
                                       [&, i](KvHttpAnswer answer) { bodies[i].set_value(answer.body); });
     }
-    for (std::size_t i = 0; i < kRequests; ++i) EXPECT_EQ(bodies[i].get_future().get(), "/" + std::to_string(i));
+    for (std::size_t i = 0; i < kRequests; ++i) {
+        EXPECT_EQ(bodies[i].get_future().get(), std::string("/").append(std::to_string(i)));
+    }
 }
 
 TEST(Http, TrustsTheExtraAuthoritiesAndNobodyElse) {
