@@ -56,7 +56,8 @@ struct Person {
         KvPimOptions options;
         options.envConfig.apiServer = std::move(url);
         auto const directory = std::filesystem::temp_directory_path() / ("kvpim-test-" + std::to_string(::getpid()));
-        options.envConfig.cachesDirectory = directory / "caches";
+        cachesDirectory = directory / "caches";
+        options.envConfig.cachesDirectory = cachesDirectory;
         options.envConfig.keyStoreDirectory = directory / "keys";
         options.envConfig.collectServer = "http://127.0.0.1:9/";  // nothing of a test is ever uploaded
         options.mainQueue = queue;
@@ -87,6 +88,7 @@ struct Person {
     }
 
     std::string userId;
+    std::string cachesDirectory;  // the same for all of the process
     std::shared_ptr<KvMainQueue> queue;
     std::shared_ptr<KvPimDelegate> delegate;
     std::shared_ptr<KvPimKit> kit;

@@ -93,6 +93,10 @@ void Service::thaw() { ::kill(pid_, SIGCONT); }
 
 json::value Service::state() const { return json::parse(request(url_ + "/control/state", nullptr)); }
 
+json::array Service::reports() const {
+    return json::parse(request(url_ + "/control/reports", nullptr)).at("reports").as_array();
+}
+
 void Service::control(std::string const& path, json::value const& body) const {
     auto const text = json::serialize(body);
     request(url_ + "/control/" + path, &text);

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include <boost/json/array.hpp>
 #include <boost/json/value.hpp>
 #include <sys/types.h>
 
@@ -24,6 +25,8 @@ public:
     void thaw();
 
     boost::json::value state() const;
+    /// The event reports that the collector has taken, oldest first.
+    boost::json::array reports() const;
     void control(std::string const& path, boost::json::value const& body) const;
     /// Cuts a user's connection, without a word. False when there was none.
     bool drop(std::string const& userId) const;
