@@ -39,7 +39,8 @@ KvWorkQueue::KvWorkQueue(std::shared_ptr<KvMainQueue> queue) : state_(std::make_
 
 KvWorkQueue::~KvWorkQueue() {
     state_->waiting.clear();
-    // A queue that is destroyed by the very item at work leaves that item to finish: it is running on this stack.
+    if (!state_->current || !state_->current->isAtWork()) return;
+    // The very item at work destroys its queue, and is running on this stack: it is left to finish.
     state_->queue->post([state = std::move(state_)] {});
 }
 
@@ -52,7 +53,7 @@ void KvWorkQueue::add(Item item) {
 void KvSignal::set() {
     queue_->post([self = shared_from_this()] {
         self->isSet_ = true;
-        if (auto const waiting = std::exchange(self->waiting_, nullptr)) waiting.resume();
+        if (auto const waiting = std::exchange(self->waiting_, nullptr)) KvWork::resume(waiting);
     });
 }
 

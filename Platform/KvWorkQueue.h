@@ -27,11 +27,13 @@ public:
     struct promise_type {
         promise_type() {}  // no aggregate: it would be made from the coroutine's arguments
         std::function<void()> finished;
+        bool isAtWork = false;  // not waiting for anything
         KvWork get_return_object() { return KvWork(std::coroutine_handle<promise_type>::from_promise(*this)); }
         std::suspend_always initial_suspend() noexcept { return {}; }
         auto final_suspend() noexcept {
             struct Finish : std::suspend_always {
                 void await_suspend(std::coroutine_handle<promise_type> handle) const noexcept {
+                    handle.promise().isAtWork = false;
                     handle.promise().finished();
                 }
             };
@@ -51,8 +53,17 @@ public:
     }
     void start(std::function<void()> finished) {
         handle_.promise().finished = std::move(finished);
-        handle_.resume();
+        resume(handle_);
     }
+    bool isAtWork() const { return handle_ && handle_.promise().isAtWork; }
+
+    using Handle = std::coroutine_handle<promise_type>;
+    static void resume(Handle handle) {
+        handle.promise().isAtWork = true;
+        handle.resume();
+    }
+    /// What an awaiter does when it suspends the item.
+    static void suspend(Handle handle) { handle.promise().isAtWork = false; }
 
 private:
     explicit KvWork(std::coroutine_handle<promise_type> handle) : handle_(handle) {}
@@ -84,8 +95,9 @@ struct KvDelay {
     KvQueueTimer timer{};
 
     bool await_ready() const noexcept { return false; }
-    void await_suspend(std::coroutine_handle<> waiting) {
-        timer = queue.after(duration, [waiting] { waiting.resume(); });
+    void await_suspend(KvWork::Handle waiting) {
+        KvWork::suspend(waiting);
+        timer = queue.after(duration, [waiting] { KvWork::resume(waiting); });
     }
     void await_resume() const noexcept {}
 };
@@ -103,7 +115,10 @@ public:
         Wait& operator=(Wait const&) = delete;
         ~Wait() { signal->waiting_ = nullptr; }
         bool await_ready() const noexcept { return signal->isSet_; }
-        void await_suspend(std::coroutine_handle<> waiting) { signal->waiting_ = waiting; }
+        void await_suspend(KvWork::Handle waiting) {
+            KvWork::suspend(waiting);
+            signal->waiting_ = waiting;
+        }
         void await_resume() const noexcept {}
     };
 
@@ -111,7 +126,7 @@ private:
     std::shared_ptr<KvMainQueue> const queue_;
     // Touched only on queue_.
     bool isSet_ = false;
-    std::coroutine_handle<> waiting_;
+    KvWork::Handle waiting_;
 };
 
 }  // namespace kv

@@ -275,7 +275,8 @@ TEST_F(OperationTest, SilenceEndsAtTheTimeOutAndNotBefore) {
     auto const channel = alice.join("c");
     for (auto const& operation : operations()) {
         auto const sent = [&] {
-            auto const* count = service.state().at("commands").as_object().if_contains(operation.command);
+            auto const state = service.state();
+            auto const* count = state.at("commands").as_object().if_contains(operation.command);
             return count == nullptr ? 0 : count->as_int64();
         };
         auto const before = sent();
