@@ -12,7 +12,7 @@ namespace {
 
 // The environment may name a relative path, which would mean another place after each change of the working directory.
 std::optional<std::string> absolutePathFrom(char const* variable) {
-    char const* const value = std::getenv(variable);
+    char const* const value = std::getenv(variable);  // NOLINT(concurrency-mt-unsafe) the library sets none
     if (value == nullptr || value[0] != '/') return std::nullopt;
     std::string path = value;
     while (path.size() > 1 && path.back() == '/') path.pop_back();

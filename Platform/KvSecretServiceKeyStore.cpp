@@ -73,8 +73,10 @@ GType promptlessServiceType() {
 
 // Without an address of the bus GLib would start a program to find one.
 bool hasSessionBus() {
+    // NOLINTBEGIN(concurrency-mt-unsafe): the library sets no variables
     if (char const* const address = std::getenv("DBUS_SESSION_BUS_ADDRESS")) return *address != '\0';
     char const* const runtime = std::getenv("XDG_RUNTIME_DIR");
+    // NOLINTEND(concurrency-mt-unsafe)
     return runtime != nullptr && ::access((std::string(runtime) + "/bus").c_str(), F_OK) == 0;
 }
 

@@ -19,6 +19,6 @@ void KvHttpRequest::getRequestWithUrl(std::string url, std::string caFile, Compl
     });
 }
 
-void KvHttpRequest::postRequest(boost::json::object const&, std::string const&, Completion) {}
+void KvHttpRequest::postRequest(boost::json::object const&, std::string const&, Completion const&) {}
 
 }  // namespace kv

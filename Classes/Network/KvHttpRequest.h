@@ -18,7 +18,7 @@ public:
     /// thread, and must not block.
     static void getRequestWithUrl(std::string url, std::string caFile, Completion completion);
     /// Has no effect; never calls its completion.
-    static void postRequest(boost::json::object const& body, std::string const& url, Completion completion);
+    static void postRequest(boost::json::object const& body, std::string const& url, Completion const& completion);
 };
 
 }  // namespace kv

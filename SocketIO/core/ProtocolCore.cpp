@@ -146,7 +146,7 @@ bool ProtocolCore::onBinary(KvBytes bytes) {
     return deliver(std::move(finished->packet));
 }
 
-bool ProtocolCore::deliver(ReceivedPacket packet) {
+bool ProtocolCore::deliver(ReceivedPacket&& packet) {
     host_.onPacket(std::move(packet));
     return true;
 }

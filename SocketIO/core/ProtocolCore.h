@@ -20,7 +20,7 @@ public:
     virtual ~ProtocolHost() = default;
     /// Where the next packet is parsed into.
     virtual std::shared_ptr<PacketMemory> const& packetMemory() = 0;
-    virtual void onPacket(ReceivedPacket packet) = 0;
+    virtual void onPacket(ReceivedPacket&& packet) = 0;
     virtual void sendText(std::string_view text) = 0;
 };
 
@@ -50,7 +50,7 @@ private:
     bool onConnect(PacketHeader const& header);
     bool onConnectError(PacketHeader const& header);
     bool onItems(PacketHeader const& header);
-    bool deliver(ReceivedPacket packet);
+    bool deliver(ReceivedPacket&& packet);
 
     struct Unfinished {
         ReceivedPacket packet;

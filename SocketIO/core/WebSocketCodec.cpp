@@ -64,21 +64,25 @@ void copyMasked(std::uint8_t* out, std::span<std::uint8_t const> in, WsMask mask
     for (; at < in.size(); ++at) out[at] = in[at] ^ mask[at % mask.size()];
 }
 
-WsMask randomMask() {
-    constexpr std::size_t kMasks = 256;  // one system call for so many frames
-    thread_local std::array<WsMask, kMasks> masks;
-    thread_local std::size_t used = kMasks;
-    if (used == kMasks) {
-        if (::getrandom(masks.data(), sizeof masks, 0) != static_cast<ssize_t>(sizeof masks)) {
+void randomBytes(std::span<std::uint8_t> out) {
+    constexpr std::size_t kPool = 1024;  // one system call for many frames
+    thread_local std::array<std::uint8_t, kPool> pool;
+    thread_local std::size_t used = kPool;
+    if (kPool - used < out.size()) {
+        if (::getrandom(pool.data(), kPool, 0) != static_cast<ssize_t>(kPool)) {
             std::random_device device;
-            for (auto& mask : masks) {
-                auto const value = device();
-                std::memcpy(mask.data(), &value, mask.size());
-            }
+            for (auto& byte : pool) byte = static_cast<std::uint8_t>(device());
         }
         used = 0;
     }
-    return masks[used++];
+    std::copy_n(pool.data() + used, out.size(), out.data());
+    used += out.size();
+}
+
+WsMask randomMask() {
+    WsMask mask;
+    randomBytes(mask);
+    return mask;
 }
 
 void appendFrame(KvBytes& out, WsOpcode opcode, std::string_view payload) {

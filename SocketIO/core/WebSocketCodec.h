@@ -29,7 +29,9 @@ std::size_t writeFrameHeader(std::span<std::uint8_t, kMostFrameHeader> out, WsOp
                              std::uint64_t payloadSize, WsMask mask);
 /// Copies payload bytes that begin at `offset` of their frame, masked.
 void copyMasked(std::uint8_t* out, std::span<std::uint8_t const> in, WsMask mask, std::size_t offset);
-/// A mask that nobody can foresee.
+/// A few bytes (at most 1024) that nobody can foresee.
+void randomBytes(std::span<std::uint8_t> out);
+/// A mask for one frame: masks must not be foreseeable either.
 WsMask randomMask();
 /// Appends a whole frame; for control frames and other small ones.
 void appendFrame(KvBytes& out, WsOpcode opcode, std::string_view payload);

@@ -65,6 +65,7 @@ void Connection::onDialed(Dialer::Dialed dialed) {
         sender_.writer().setDeflates(true);
     }
     unread_ = std::move(dialed.early);
+    if (unread_.empty() && !stream_->isSecure()) return awaitReadable(socket_base::wait_read);
     readTurn();
 }
 
@@ -220,7 +221,7 @@ void Connection::sayFarewell() {
     sender_.writer().closeWhenEmpty(core_.isOpen() ? "41" : "");
     bound_ = engine_.lock()->now() + kFarewellTime;
     watch();
-    readTurn();
+    if (!isAwaitingRead_) readTurn();  // it stopped because the main queue was behind
     flush();
 }
 
@@ -265,7 +266,7 @@ std::shared_ptr<PacketMemory> const& Connection::packetMemory() {
     return delivery_->isDirect() ? turn_->packetMemory() : delivery_->packetMemory();
 }
 
-void Connection::onPacket(ReceivedPacket packet) { delivery_->add(std::move(packet)); }
+void Connection::onPacket(ReceivedPacket&& packet) { delivery_->add(std::move(packet)); }
 
 void Connection::sendText(std::string_view text) { sender_.writer().putAhead(WsOpcode::text, text); }
 

@@ -59,7 +59,7 @@ private:
 
     // ProtocolHost
     std::shared_ptr<PacketMemory> const& packetMemory() override;
-    void onPacket(ReceivedPacket packet) override;
+    void onPacket(ReceivedPacket&& packet) override;
     void sendText(std::string_view text) override;
 
     std::string const url_;

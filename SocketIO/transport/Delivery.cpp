@@ -37,7 +37,7 @@ Delivery::Batch& Delivery::batch() {
 
 std::shared_ptr<PacketMemory> const& Delivery::packetMemory() { return batch().memory; }
 
-void Delivery::add(ReceivedPacket packet) {
+void Delivery::add(ReceivedPacket&& packet) {
     if (!isDirect_) return batch().packets.push_back(std::move(packet));
     if (auto const listener = listener_.lock(); listener && listener->isListening()) listener->onPacket(packet);
 }

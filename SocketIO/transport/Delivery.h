@@ -36,7 +36,7 @@ public:
     bool isDirect() const { return isDirect_; }
     /// Where the next packet is parsed into, unless delivery is direct.
     std::shared_ptr<PacketMemory> const& packetMemory();
-    void add(ReceivedPacket packet);
+    void add(ReceivedPacket&& packet);
     /// Tells how much arrived since the last call; it bounds the batches.
     void count(std::size_t bytes);
     /// Hands over what was added.

@@ -60,7 +60,6 @@ void Dialer::connectNext() {
 
 void Dialer::onConnected() {
     boost::system::error_code ignored;
-    stream_->socket().non_blocking(true, ignored);
     stream_->socket().set_option(asio::ip::tcp::no_delay(true), ignored);
     if (!plan_.url.isSecure) return sendRequest();
     stage_ = "TLS handshake with " + plan_.url.text();
@@ -88,7 +87,7 @@ void Dialer::write() {
         if (result.status != IoStatus::done) return goOnLater(result, &Dialer::write);
         written_ += result.bytes;
     }
-    readAnswer();
+    goOnLater({IoStatus::wantRead}, &Dialer::readAnswer);
 }
 
 void Dialer::readAnswer() {

@@ -45,14 +45,14 @@ void blockSignals() {
 
 void lookUp(std::string host, std::uint16_t port, std::shared_ptr<KvMainQueue> const& queue,
             std::function<void(Endpoints endpoints, std::string error)> done) {
+    boost::system::error_code noLiteral;
+    auto const address = asio::ip::make_address(host, noLiteral);
+    if (!noLiteral) return done({{address, port}}, {});
     auto const answer = [weak = std::weak_ptr(queue), done = std::move(done)](Endpoints endpoints, std::string error) {
         auto const target = weak.lock();
         if (!target) return;
         target->post([endpoints = std::move(endpoints), error = std::move(error), done] { done(endpoints, error); });
     };
-    boost::system::error_code noLiteral;
-    auto const address = asio::ip::make_address(host, noLiteral);
-    if (!noLiteral) return answer({{address, port}}, {});
     if (lookUps.fetch_add(1) >= kMostLookUps) {
         --lookUps;
         return answer({}, "Cannot find " + host + ": too many look-ups at a time");

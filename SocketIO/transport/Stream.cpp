@@ -17,6 +17,8 @@
 namespace kv::sio {
 namespace {
 
+constexpr int kSendFlags = MSG_DONTWAIT | MSG_NOSIGNAL;
+
 std::string errnoText() { return std::generic_category().message(errno); }
 
 std::string openSslText() {
@@ -29,19 +31,19 @@ std::string openSslText() {
     return reason == nullptr ? "TLS: protocol failure" : std::string("TLS: ") + reason;
 }
 
+int socketOf(BIO* bio) { return static_cast<int>(reinterpret_cast<std::intptr_t>(BIO_get_data(bio))); }
+
 // A BIO over the socket that, unlike OpenSSL's own, raises no SIGPIPE in the application.
 int bioWrite(BIO* bio, char const* data, int size) {
     BIO_clear_retry_flags(bio);
-    auto const sent = ::send(static_cast<int>(reinterpret_cast<std::intptr_t>(BIO_get_data(bio))), data,
-                             static_cast<std::size_t>(size), MSG_NOSIGNAL);
+    auto const sent = ::send(socketOf(bio), data, static_cast<std::size_t>(size), kSendFlags);
     if (sent < 0 && (errno == EAGAIN || errno == EINTR)) BIO_set_retry_write(bio);
     return static_cast<int>(sent);
 }
 
 int bioRead(BIO* bio, char* data, int size) {
     BIO_clear_retry_flags(bio);
-    auto const received = ::recv(static_cast<int>(reinterpret_cast<std::intptr_t>(BIO_get_data(bio))), data,
-                                 static_cast<std::size_t>(size), 0);
+    auto const received = ::recv(socketOf(bio), data, static_cast<std::size_t>(size), MSG_DONTWAIT);
     if (received < 0 && (errno == EAGAIN || errno == EINTR)) BIO_set_retry_read(bio);
     return static_cast<int>(received);
 }
@@ -142,7 +144,7 @@ IoResult Stream::read(std::uint8_t* data, std::size_t size) {
         int const returned = SSL_read(ssl_.get(), data, static_cast<int>(std::min<std::size_t>(size, INT_MAX)));
         return returned > 0 ? IoResult{IoStatus::done, static_cast<std::size_t>(returned)} : sslResult(returned);
     }
-    auto const received = ::recv(socket_.native_handle(), data, size, 0);
+    auto const received = ::recv(socket_.native_handle(), data, size, MSG_DONTWAIT);
     if (received > 0) return {IoStatus::done, static_cast<std::size_t>(received)};
     if (received == 0) return {IoStatus::closed};
     if (errno == EAGAIN || errno == EINTR) return {IoStatus::wantRead};
@@ -156,7 +158,7 @@ IoResult Stream::write(std::uint8_t const* data, std::size_t size) {
         int const returned = SSL_write(ssl_.get(), data, static_cast<int>(std::min<std::size_t>(size, INT_MAX)));
         return returned > 0 ? IoResult{IoStatus::done, static_cast<std::size_t>(returned)} : sslResult(returned);
     }
-    auto const sent = ::send(socket_.native_handle(), data, size, MSG_NOSIGNAL);
+    auto const sent = ::send(socket_.native_handle(), data, size, kSendFlags);
     if (sent >= 0) return {IoStatus::done, static_cast<std::size_t>(sent)};
     if (errno == EAGAIN || errno == EINTR) return {IoStatus::wantWrite};
     return {IoStatus::failed, 0, errnoText()};

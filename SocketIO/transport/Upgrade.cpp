@@ -1,11 +1,13 @@
 #include "SocketIO/transport/Upgrade.h"
 
+#include "SocketIO/core/WebSocketCodec.h"
+
 #include <algorithm>
+#include <array>
 #include <optional>
 #include <utility>
 
 #include <openssl/evp.h>
-#include <openssl/rand.h>
 
 namespace kv::sio {
 namespace {
@@ -20,9 +22,10 @@ std::string base64(unsigned char const* data, std::size_t size) {
 
 std::string acceptFor(std::string const& key) {
     std::string const text = key + "258EAFA5-E914-47DA-95CA-C5AB0DC85B11";
+    static EVP_MD const* const sha1 = EVP_MD_fetch(nullptr, "SHA1", nullptr);  // else looked up for each connection
     unsigned char digest[EVP_MAX_MD_SIZE];
     unsigned int size = 0;
-    EVP_Digest(text.data(), text.size(), digest, &size, EVP_sha1(), nullptr);
+    EVP_Digest(text.data(), text.size(), digest, &size, sha1, nullptr);
     return base64(digest, size);
 }
 
@@ -70,9 +73,9 @@ bool listContains(std::optional<std::string> const& list, std::string_view wante
 
 Upgrade::Upgrade(std::string_view authority, std::string_view target, bool offersDeflate)
     : offersDeflate_(offersDeflate) {
-    unsigned char random[16];
-    RAND_bytes(random, sizeof random);
-    std::string const key = base64(random, sizeof random);
+    std::array<std::uint8_t, 16> random;
+    randomBytes(random);
+    std::string const key = base64(random.data(), random.size());
     expectedAccept_ = acceptFor(key);
     request_.append("GET ").append(target).append(" HTTP/1.1\r\nHost: ").append(authority);
     request_ +=

@@ -2,13 +2,12 @@
 #include "Classes/Network/KvApiHelper.h"
 #include "Classes/Network/KvHttpRequest.h"
 #include "Classes/Network/KvHttpSession.h"
+#include "diagnostics/Shell.h"
 #include "support/HttpTestServer.h"
 #include "support/TemporaryDirectory.h"
 
 #include <algorithm>
 #include <atomic>
-#include <cstdlib>
-#include <fstream>
 #include <future>
 #include <thread>
 
@@ -62,7 +61,7 @@ std::optional<std::string> discovered(std::string const& apiBase, std::string co
                                       std::string const& caFile = "") {
     std::promise<std::optional<std::string>> promise;
     KvApiHelper::apiServer(apiBase, appId, caFile,
-                           [&](std::optional<std::string> server) { promise.set_value(server); });
+                           [&](std::optional<std::string> const& server) { promise.set_value(server); });
     return promise.get_future().get();
 }
 
@@ -198,7 +197,7 @@ TEST(Http, ServesManyAtOnce) {
         auto task = taskFor(server.url() + "/" + std::to_string(i));
         task.requestTimeout = 10s;
         KvHttpSession::shared().start(std::move(task),
-                                      [&, i](KvHttpAnswer answer) { bodies[i].set_value(answer.body); });
+                                      [&, i](KvHttpAnswer const& answer) { bodies[i].set_value(answer.body); });
     }
     for (std::size_t i = 0; i < kRequests; ++i) {
         EXPECT_EQ(bodies[i].get_future().get(), std::string("/").append(std::to_string(i)));
@@ -212,7 +211,7 @@ TEST(Http, TrustsTheExtraAuthoritiesAndNobodyElse) {
         "openssl req -x509 -newkey rsa:2048 -nodes -days 1 -subj /CN=test -addext subjectAltName=IP:127.0.0.1 "
         "-keyout " +
         tls.keyFile + " -out " + tls.certificateFile + " 2>/dev/null";
-    ASSERT_EQ(std::system(command.c_str()), 0);
+    ASSERT_EQ(runShell(command).exitCode, 0);
     HttpTestServer const server(tls, always({.body = R"({"code":200,"data":{"brivelServers":["s"]}})"}));
     EXPECT_EQ(discovered(server.url()), std::nullopt);
     EXPECT_EQ(discovered(server.url(), "app", tls.certificateFile), "s");

@@ -137,7 +137,7 @@ TEST(FileKeyStore, ReadersNeverSeeAHalfValue) {
 class SecretServiceKeyStore : public testing::Test {
 protected:
     void SetUp() override {
-        if (std::system("command -v dbus-run-session gnome-keyring-daemon dbus-send > /dev/null") != 0) {
+        if (runShell("command -v dbus-run-session gnome-keyring-daemon dbus-send > /dev/null").exitCode != 0) {
             GTEST_SKIP() << "gnome-keyring-daemon, dbus-run-session or dbus-send is missing";
         }
     }

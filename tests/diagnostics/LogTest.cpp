@@ -125,6 +125,7 @@ TEST_F(LogFile, KeepsTheOrderOfEachThread) {
     testing::internal::CaptureStderr();
     {
         std::vector<std::jthread> threads;
+        threads.reserve(kThreads);
         for (int thread = 0; thread < kThreads; ++thread) {
             threads.emplace_back([&log, thread] {
                 for (int line = 0; line < kLines; ++line) log.info("%@ %@", thread, line);

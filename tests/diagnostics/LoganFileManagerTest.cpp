@@ -35,8 +35,10 @@ protected:
     }
     std::string currentName() const {
         auto const now = std::chrono::system_clock::to_time_t(clock->wallTime());
+        std::tm local{};
+        ::localtime_r(&now, &local);
         char name[32];
-        std::strftime(name, sizeof name, "%Y_%m_%d_%H_%M_%S", std::localtime(&now));
+        std::strftime(name, sizeof name, "%Y_%m_%d_%H_%M_%S", &local);
         return name;
     }
 
@@ -222,6 +224,7 @@ TEST_F(LoganFileManager, LosesNoRecordWhileProcessesShareTheDirectory) {
     constexpr int kProcesses = 3;
     constexpr int kRecords = 1500;
     std::vector<std::thread> processes;
+    processes.reserve(kProcesses);
     std::atomic<int> running{kProcesses};
     for (int process = 0; process < kProcesses; ++process) {
         processes.emplace_back([&, process] {
@@ -240,7 +243,7 @@ TEST_F(LoganFileManager, LosesNoRecordWhileProcessesShareTheDirectory) {
     std::map<std::string, int> seen;
     for (auto const& folder : {directory, directory + "_bak"}) {
         for (auto const& name : names(folder)) {
-            for (auto const& line : linesOf(folder + "/" + name)) ++seen[line];
+            for (auto const& line : linesOf(std::filesystem::path(folder) / name)) ++seen[line];
         }
     }
     EXPECT_EQ(seen.size(), static_cast<std::size_t>(kProcesses * kRecords));

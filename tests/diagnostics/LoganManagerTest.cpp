@@ -211,8 +211,8 @@ TEST_F(LoganReports, AreValidJsonWhateverTheirTextsAre) {
         {"", ""},
         {"a b  c ", "abc"},
         {"say \"hi\" \\ / '", "say\"hi\"\\/'"},
-        {std::string("nul\0tab\tline\nreturn\r\x01\x1f\x7f", 24),
-         std::string("nul\0tab\tline\nreturn\r\x01\x1f\x7f", 24)},
+        {std::string("nul\0tab\tline\nreturn\r\x01\x1f\x7f", 23),
+         std::string("nul\0tab\tline\nreturn\r\x01\x1f\x7f", 23)},
         {"ä中文😀\u2028", "ä中文😀\u2028"},
         {"bad \xff\xc3(", "bad\xef\xbf\xbd\xef\xbf\xbd("},
         {"\\ n \\u0020 \" , \"type\":\"x", "\\n\\u0020\",\"type\":\"x"},
@@ -252,6 +252,7 @@ TEST_F(LoganReports, NeverHoldUpTheirCaller) {
 TEST_F(LoganReports, OfManyThreadsAreWholeAndInOrder) {
     open();
     std::vector<std::thread> threads;
+    threads.reserve(3);
     for (int thread = 0; thread < 3; ++thread) {
         threads.emplace_back([&, thread] {
             for (int i = 0; i < 30; ++i) {

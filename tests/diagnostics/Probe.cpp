@@ -34,7 +34,7 @@ int secrets(int count, char** arguments) {
             std::printf("remove %d", statusNumber(store->remove(query)));
         } else if (step.starts_with("add=")) {
             std::printf("add %d", statusNumber(store->add(query, step.substr(4))));
-        } else if (std::system(step.c_str()) != 0) {
+        } else if (std::system(step.c_str()) != 0) {  // NOLINT(concurrency-mt-unsafe) no other thread does it
             std::printf("failed: %s", step.c_str());
         } else {
             continue;

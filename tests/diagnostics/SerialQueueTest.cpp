@@ -23,6 +23,7 @@ TEST(SerialQueue, RunsWorkOfManyThreadsOneAtATimeInTheOrderOfEach) {
     std::atomic<int> overlaps{0};
     std::vector<std::vector<int>> seen(kThreads);
     std::vector<std::thread> threads;
+    threads.reserve(kThreads);
     for (int thread = 0; thread < kThreads; ++thread) {
         threads.emplace_back([&, thread] {
             for (int piece = 0; piece < kPieces; ++piece) {

@@ -47,7 +47,7 @@ private:
         memory_ = std::make_shared<PacketMemory>();
         return memory_;
     }
-    void onPacket(ReceivedPacket packet) override {
+    void onPacket(ReceivedPacket&& packet) override {
         std::vector<std::string> attachments;
         for (auto const& data : packet.attachments) attachments.emplace_back(data->begin(), data->end());
         packets.push_back({packet.kind, packet.id, std::string(packet.name.c_str()),

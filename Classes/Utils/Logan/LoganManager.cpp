@@ -83,7 +83,7 @@ LoganManager& LoganManager::sharedInstance() {
     return manager;
 }
 
-LoganManager::LoganManager(KvPimEnvConfig const& config, std::shared_ptr<KvClock> clock)
+LoganManager::LoganManager(KvPimEnvConfig const& config, std::shared_ptr<KvClock> const& clock)
     : commonParameters_{{"uid", ""},
                         {"appId", ""},
                         {"os", "ios"},
@@ -92,7 +92,7 @@ LoganManager::LoganManager(KvPimEnvConfig const& config, std::shared_ptr<KvClock
                         {"deviceId", ""},
                         {"clientSessionId", ""}},
       collectManager_(WnDataCollectManager::initWithURL(collectServerOf(config), loganDirectoryOf(config), true,
-                                                        config.caFile, std::move(clock))) {
+                                                        config.caFile, clock)) {
     collectManager_->startUploadTimerWithInterval(kUploadInterval);
     queue_.async([this, directory = loganDirectoryOf(config)] {
         deviceId_ = WnUUIDHelper::uuidForDevice();

@@ -37,7 +37,7 @@ public:
     static LoganManager& sharedInstance();
 
     /// Apart from tests only `sharedInstance` makes one.
-    LoganManager(KvPimEnvConfig const& config, std::shared_ptr<KvClock> clock);
+    LoganManager(KvPimEnvConfig const& config, std::shared_ptr<KvClock> const& clock);
     ~LoganManager();
     LoganManager(LoganManager const&) = delete;
     LoganManager& operator=(LoganManager const&) = delete;

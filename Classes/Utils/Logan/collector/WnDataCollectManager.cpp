@@ -9,7 +9,7 @@ namespace kv {
 
 std::shared_ptr<WnDataCollectManager> WnDataCollectManager::initWithURL(std::string url, std::string dirPath,
                                                                         bool backup, std::string caFile,
-                                                                        std::shared_ptr<KvClock> clock) {
+                                                                        std::shared_ptr<KvClock> const& clock) {
     return std::make_shared<WnDataCollectManager>(
         std::make_shared<WnLoganFileManager>(std::move(dirPath), backup, clock),
         std::make_shared<WnLoganUploader>(std::move(url), std::move(caFile)), clock);

@@ -22,7 +22,7 @@ public:
     /// @param caFile  PEM file of authorities to trust beside the system's; empty for none.
     static std::shared_ptr<WnDataCollectManager> initWithURL(std::string url, std::string dirPath, bool backup,
                                                              std::string caFile = {},
-                                                             std::shared_ptr<KvClock> clock = KvClock::real());
+                                                             std::shared_ptr<KvClock> const& clock = KvClock::real());
     WnDataCollectManager(std::shared_ptr<WnLoganFileProtocol> loganFileManager,
                          std::shared_ptr<WnLoganUploadProtocol> loganUploader,
                          std::shared_ptr<KvClock> clock = KvClock::real());

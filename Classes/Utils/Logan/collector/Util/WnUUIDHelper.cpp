@@ -31,7 +31,7 @@ std::string WnUUIDHelper::uuid() {
 
 std::string WnUUIDHelper::uuidForDevice() {
     if (auto const kept = WnKeyChainStore::stringForKey(kDeviceKey)) return *kept;
-    std::string const made = uuid();
+    std::string made = uuid();
     WnKeyChainStore::setString(made, kDeviceKey);
     return made;
 }
