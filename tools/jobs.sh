@@ -3,16 +3,16 @@
 
 launcher=() # what jobs are started through: a command that takes a command
 job=
-service_pid=
-service_stdin=
+server_pid=
+server_stdin=
 
 # run_job COMMAND...: in a process group of its own, which ends as a whole.
 run_job() {
     local status
     set -m
     {
-        # The service ends with the last writer of its standard input, which is to be this script.
-        [[ -z $service_pid ]] || exec {service_stdin}>&-
+        # A server ends with the last writer of its standard input, which is to be this script.
+        [[ -z $server_pid ]] || exec {server_stdin}>&-
         "${launcher[@]}" "$@"
     } </dev/null &
     job=$!
@@ -37,25 +37,31 @@ stop_job() {
 
 # start_service LOG: on a free port; $service_url is where it listens.
 start_service() {
+    start_server "$1" 's/^kvpim service ready on //p' node service/main.js --port 0 --control --exit-with-stdin
+    service_url=$server_said
+}
+
+# start_server LOG EXPRESSION COMMAND...: a command that ends with its standard input, and so goes away even if this
+# script is killed. $server_said is what sed's expression finds in its log, by which it is known to be ready.
+start_server() {
     local log=$1 tries
-    # The service also ends with its standard input, so it goes away even if this script is killed.
-    exec {service_stdin}> >(exec node service/main.js --port 0 --control --exit-with-stdin >"$log" 2>&1)
-    service_pid=$!
+    exec {server_stdin}> >(exec "${@:3}" >"$log" 2>&1)
+    server_pid=$!
     for ((tries = 0; tries < 200; tries++)); do
-        service_url=$(sed -n 's/^kvpim service ready on //p' "$log" 2>/dev/null)
-        [[ -z $service_url ]] || return 0
-        kill -0 "$service_pid" 2>/dev/null || break
+        server_said=$(sed -n "$2" "$log" 2>/dev/null)
+        [[ -z $server_said ]] || return 0
+        kill -0 "$server_pid" 2>/dev/null || break
         sleep 0.1
     done
     cat "$log" >&2
-    fail "The service did not start."
+    fail "It did not start: ${*:3}"
 }
 
-stop_service() {
-    local pid=$service_pid tries
-    service_pid=
+stop_server() {
+    local pid=$server_pid tries
+    server_pid=
     [[ -n $pid ]] || return 0
-    exec {service_stdin}>&-
+    exec {server_stdin}>&-
     for ((tries = 0; tries < 30; tries++)); do
         kill -0 "$pid" 2>/dev/null || return 0
         sleep 0.1
@@ -65,7 +71,7 @@ stop_service() {
 
 stop_everything() {
     stop_job
-    stop_service
+    stop_server
 }
 
 trap stop_everything EXIT

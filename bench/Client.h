@@ -1,0 +1,73 @@
+// A client under measurement: the whole library, or the Socket.IO client alone, behind one face. All calls and
+// callbacks are those of the main queue.
+#pragma once
+
+#include "Platform/KvMainQueue.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace bench {
+
+enum class Content { text, binary };
+inline constexpr std::size_t kTextBytes = 64, kBinaryBytes = 32768;
+
+inline constexpr std::size_t bytesOf(Content content) { return content == Content::text ? kTextBytes : kBinaryBytes; }
+
+class Client {
+public:
+    using Done = std::function<void()>;
+    using Answered = std::function<void(std::int64_t code)>;
+
+    virtual ~Client() = default;
+    /// Anything but a success ends the process.
+    virtual void login(Done done) = 0;
+    virtual void logout(Done done) = 0;
+    /// Sends a message to a peer.
+    virtual void send(Content content, Answered answered) = 0;
+    /// Has the server send so many messages; `done` comes behind the last of them.
+    virtual void askForMessages(long count, Content content, Done done) = 0;
+
+    std::function<void(std::size_t bytes)> onMessage;
+};
+
+/// What to measure, and where its server is.
+struct Subject {
+    std::string port;
+    bool isSocketOnly = false;
+    bool isOnThread = false;
+
+    std::string name() const {
+        return std::string(isSocketOnly ? "socketio" : "kit") + (isOnThread ? "-thread" : "-main");
+    }
+    std::string url() const { return "http://127.0.0.1:" + port; }
+    std::unique_ptr<Client> makeClient() const;
+};
+
+std::unique_ptr<Client> makeKitClient(Subject const& subject);
+std::unique_ptr<Client> makeSocketClient(Subject const& subject);
+
+inline std::unique_ptr<Client> Subject::makeClient() const {
+    return isSocketOnly ? makeSocketClient(*this) : makeKitClient(*this);
+}
+
+/// Runs the main queue until `start`'s argument is called.
+inline void runUntilDone(std::function<void(Client::Done)> const& start) {
+    auto const queue = kv::KvMainQueue::main();
+    bool isDone = false;
+    // Behind what is queued already, as in an application: inside a callback of the queue.
+    queue->post([&] {
+        start([&] {
+            isDone = true;
+            queue->stop();
+        });
+    });
+    while (!isDone) queue->run();
+}
+
+[[noreturn]] void fail(char const* format, ...) __attribute__((format(printf, 1, 2)));
+
+}  // namespace bench

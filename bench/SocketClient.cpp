@@ -1,0 +1,98 @@
+// The Socket.IO client alone.
+#include "Platform/KvEngineThread.h"
+#include "SocketIO/SocketIOClient.h"
+#include "SocketIO/SocketManager.h"
+#include "bench/Client.h"
+
+#include <utility>
+
+#include <boost/json/object.hpp>
+
+namespace bench {
+namespace json = boost::json;
+namespace {
+
+constexpr std::chrono::seconds kTimeout{6};
+
+kv::SocketConfig config() {
+    kv::SocketConfig config;
+    config.connectParams = {{"app", "bench"}, {"roomId", "room-1"}, {"token", R"({"userId":"alice","token":"t"})"}};
+    return config;
+}
+
+kv::KvData const& blob() {
+    static auto const bytes = kv::makeData(std::string(kBinaryBytes, '\4'));
+    return bytes;
+}
+
+class SocketClient final : public Client {
+public:
+    explicit SocketClient(Subject const& subject)
+        : manager_(subject.url(), config(), kv::KvMainQueue::main(),
+                   subject.isOnThread ? kv::engineThreadQueue() : kv::KvMainQueue::main()),
+          socket_(manager_.defaultSocket()) {
+        socket_->on("disconnect", [this](kv::SocketData const&) {
+            if (!left_) fail("the connection was lost");
+            left_();
+        });
+        socket_->on("MessageToPeerReceived", [this](kv::SocketData const& data) { onReceived(data); });
+        socket_->on("floodEnd", [this](kv::SocketData const&) { std::exchange(allReceived_, nullptr)(); });
+    }
+
+    void login(Done done) override {
+        socket_->on("loginSuccess", [done = std::move(done)](kv::SocketData const&) { done(); });
+        socket_->connect();
+    }
+
+    void logout(Done done) override {
+        left_ = std::move(done);
+        socket_->disconnect();
+    }
+
+    void send(Content content, Answered answered) override {
+        kv::SocketItems items;
+        json::object body;
+        if (content == Content::text) {
+            body = {{"text", std::string(kTextBytes, 'x')}, {"binary", nullptr}};
+        } else {
+            body = {{"text", nullptr}, {"binary", items.binary(blob())}};
+        }
+        items.values.emplace_back("sendMessageToPeer");
+        items.values.emplace_back(
+            json::object{{"targetUserId", "bob"}, {"content", std::move(body)}, {"option", {{"offline", false}}}});
+        socket_->emitWithAck("command", std::move(items))
+            .timingOutAfter(kTimeout, [answered = std::move(answered)](kv::SocketData const& data) {
+                auto const* answer = data.items().empty() ? nullptr : data.items().front().if_object();
+                auto const* result = answer ? answer->if_contains("result") : nullptr;
+                answered(result && result->is_int64() ? result->get_int64() : -1);
+            });
+    }
+
+    void askForMessages(long count, Content content, Done done) override {
+        allReceived_ = std::move(done);
+        kv::SocketItems items;
+        items.values.emplace_back(
+            json::object{{"n", count}, {"size", bytesOf(content)}, {"binary", content == Content::binary}});
+        socket_->emit("flood", std::move(items));
+    }
+
+private:
+    void onReceived(kv::SocketData const& data) {
+        for (auto const& message : data.items().front().at("msgs").get_array()) {
+            auto const& content = message.at("content").get_object();
+            auto const bytes = data.binary(content.at("binary"));
+            if (onMessage) onMessage(bytes ? bytes->size() : content.at("text").get_string().size());
+        }
+    }
+
+    kv::SocketManager manager_;
+    std::shared_ptr<kv::SocketIOClient> const socket_;
+    Done left_;
+    Done allReceived_;
+};
+
+}  // namespace
+
+std::unique_ptr<Client> makeSocketClient(Subject const& subject) { return std::make_unique<SocketClient>(subject); }
+
+}  // namespace bench

@@ -1,0 +1,170 @@
+#include "bench/Workloads.h"
+
+#include "bench/Measure.h"
+
+#include <chrono>
+#include <memory>
+#include <utility>
+
+namespace bench {
+namespace {
+
+constexpr int kDeep = 64, kShallow = 8;
+constexpr std::size_t kLoginsAtATime = 50;
+
+struct Pipeline {
+    Client& client;
+    long const count;
+    Content const content;
+    Client::Done done;
+    std::vector<double>* latencies = nullptr;
+    long sent = 0, answered = 0;
+    double sentAt = 0;
+
+    void send() {
+        ++sent;
+        if (latencies) sentAt = wallSeconds();
+        client.send(content, [this](std::int64_t code) { onAnswer(code); });
+    }
+    void onAnswer(std::int64_t code) {
+        if (code != 0) fail("a request was answered with %lld", static_cast<long long>(code));
+        if (latencies) latencies->push_back((wallSeconds() - sentAt) * 1e6);
+        if (++answered == count) return done();
+        if (sent < count) send();
+    }
+};
+
+void request(Client& client, long count, int depth, Content content, std::vector<double>* latencies) {
+    Pipeline pipeline{client, count, content, {}, latencies};
+    runUntilDone([&](Client::Done done) {
+        if (count == 0) return done();
+        pipeline.done = std::move(done);
+        for (long i = 0; i < std::min<long>(depth, count); ++i) pipeline.send();
+    });
+}
+
+void login(Client& client) {
+    runUntilDone([&](Client::Done done) { client.login(std::move(done)); });
+}
+
+void logout(Client& client) {
+    runUntilDone([&](Client::Done done) { client.logout(std::move(done)); });
+}
+
+void rest(std::chrono::seconds duration) { kv::KvMainQueue::main()->runFor(duration); }
+
+template <class Run>
+void measure(std::string const& name, Subject const& subject, Amount amount, Run const& run) {
+    auto const client = subject.makeClient();
+    login(*client);
+    run(*client, amount.warmUp, nullptr);
+    std::vector<double> latencies;
+    Measurement measurement;
+    run(*client, amount.operations, &latencies);
+    measurement.stop();
+    if (!latencies.empty()) measurement.addLatencies(latencies);
+    measurement.print(name, subject.name(), amount.operations);
+}
+
+void measureConnect(std::string const& name, Subject const& subject, Amount amount) {
+    std::vector<double> latencies;
+    auto const cycle = [&] {
+        auto const start = wallSeconds();
+        auto const client = subject.makeClient();
+        login(*client);
+        latencies.push_back((wallSeconds() - start) * 1e6);
+        logout(*client);
+    };
+    cycle();
+    auto const coldMilliseconds = millisecondsSinceStart();
+    auto const coldCpu = cpuSeconds();
+    for (long i = 0; i < amount.warmUp; ++i) cycle();
+    latencies.clear();
+    Measurement measurement;
+    for (long i = 0; i < amount.operations; ++i) cycle();
+    measurement.stop();
+    measurement.addLatencies(latencies);
+    measurement.add("cold_ms", coldMilliseconds);
+    measurement.add("cold_cpu_ms", coldCpu * 1e3);
+    measurement.print(name, subject.name(), amount.operations);
+}
+
+void measureManyClients(std::string const& name, Subject const& subject, Amount amount) {
+    auto const first = subject.makeClient();
+    login(*first);
+    logout(*first);
+    auto const before = statusOf("VmRSS:");
+    std::vector<std::unique_ptr<Client>> clients;
+    Measurement measurement;
+    for (long i = 0; i < amount.operations; ++i) clients.push_back(subject.makeClient());
+    loginAll(clients, kLoginsAtATime);
+    measurement.stop();
+    rest(std::chrono::seconds(1));
+    auto const grown = static_cast<double>(statusOf("VmRSS:") - before);
+    measurement.add("rss_kb_per_conn", grown / static_cast<double>(amount.operations));
+    measurement.print(name, subject.name(), amount.operations);
+}
+
+}  // namespace
+
+void requestPipelined(Client& client, long count, int depth, Content content) {
+    request(client, count, depth, content, nullptr);
+}
+
+void receiveMessages(Client& client, long count, Content content) {
+    long received = 0;
+    std::size_t bytes = 0;
+    client.onMessage = [&](std::size_t size) {
+        ++received;
+        bytes += size;
+    };
+    runUntilDone([&](Client::Done done) {
+        if (count == 0) return done();
+        client.askForMessages(count, content, std::move(done));
+    });
+    client.onMessage = nullptr;
+    if (received != count || bytes != static_cast<std::size_t>(count) * bytesOf(content)) {
+        fail("received %ld messages of %zu bytes together", received, bytes);
+    }
+}
+
+void loginAll(std::vector<std::unique_ptr<Client>> const& clients, std::size_t atATime) {
+    std::size_t begun = 0, ended = 0;
+    runUntilDone([&](Client::Done done) {
+        // Lives as long as the logins that hold it.
+        auto const next = std::make_shared<std::function<void()>>();
+        *next = [&, done, weak = std::weak_ptr(next)] {
+            if (begun == clients.size()) return;
+            clients[begun++]->login([&, done, again = weak.lock()] {
+                if (++ended == clients.size()) return done();
+                (*again)();
+            });
+        };
+        for (std::size_t i = 0; i < atATime; ++i) (*next)();
+    });
+}
+
+bool runWorkload(std::string const& name, Subject const& subject, Amount amount) {
+    using Latencies = std::vector<double>*;
+    auto const requests = [&](int depth, Content content, bool withLatencies) {
+        measure(name, subject, amount, [=](Client& client, long count, Latencies latencies) {
+            request(client, count, depth, content, withLatencies ? latencies : nullptr);
+        });
+        return true;
+    };
+    auto const messages = [&](Content content) {
+        measure(name, subject, amount,
+                [=](Client& client, long count, Latencies) { receiveMessages(client, count, content); });
+        return true;
+    };
+    if (name == "ack_pipelined") return requests(kDeep, Content::text, false);
+    if (name == "ack_sequential") return requests(1, Content::text, true);
+    if (name == "send_binary32k") return requests(kShallow, Content::binary, false);
+    if (name == "recv_text") return messages(Content::text);
+    if (name == "recv_binary32k") return messages(Content::binary);
+    if (name == "connect") return measureConnect(name, subject, amount), true;
+    if (name == "many_clients") return measureManyClients(name, subject, amount), true;
+    return false;
+}
+
+}  // namespace bench

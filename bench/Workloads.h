@@ -1,0 +1,26 @@
+// The seven workloads by which clients are compared. Each prints one line of JSON.
+#pragma once
+
+#include "bench/Client.h"
+
+#include <string>
+#include <vector>
+
+namespace bench {
+
+struct Amount {
+    long operations = 0;
+    long warmUp = 0;
+};
+
+/// False when there is no workload of this name.
+bool runWorkload(std::string const& name, Subject const& subject, Amount amount);
+
+/// Keeps so many requests under way until all are answered.
+void requestPipelined(Client& client, long count, int depth, Content content);
+/// The messages arrive as the server likes; each is looked at.
+void receiveMessages(Client& client, long count, Content content);
+/// Logs all in, so many at a time.
+void loginAll(std::vector<std::unique_ptr<Client>> const& clients, std::size_t atATime);
+
+}  // namespace bench

@@ -1,0 +1,81 @@
+#!/usr/bin/env node
+// The server of the benchmarks: discovery, login, acknowledgements, and messages as fast as a client takes them.
+// Prints "PORT n", and ends with its standard input.
+'use strict';
+const http = require('http');
+const path = require('path');
+const { createRequire } = require('module');
+const { Server } = createRequire(path.join(__dirname, '../service/package.json'))('socket.io');
+
+const TEXT_BYTES = 64;
+const BINARY_BYTES = 32768;
+const MESSAGES_IN_A_WRITE = { text: 256, binary: 8 };
+const FROM = ['alice', 'carol', 'dave', 'erin'];
+
+const httpServer = http.createServer((request, response) => {
+  const data = { brivelServers: [`http://${request.headers.host}`] };
+  response.end(JSON.stringify({ code: 200, data }));
+});
+const io = new Server(httpServer, {
+  transports: ['websocket'],
+  serveClient: false,
+  maxHttpBufferSize: 16 << 20,
+  perMessageDeflate: false,
+});
+
+function message(number, content) {
+  return ['MessageToPeerReceived',
+    { msgs: [{ fromUserId: FROM[number & 3], serverReceivedTs: 1700000000000 + number, content }] }];
+}
+
+function frame(opcode, body) {
+  const length = body.length < 126 ? Buffer.from([body.length]) : Buffer.from([126, body.length >> 8, body.length & 255]);
+  return Buffer.concat([Buffer.from([0x80 | opcode]), length, body]);
+}
+
+function frames(kind, number) {
+  if (kind === 'text') {
+    const text = `message body number ${number} `.padEnd(TEXT_BYTES, 'abcdefghij');
+    return frame(1, Buffer.from(`42${JSON.stringify(message(number, { text, binary: null }))}`));
+  }
+  const bytes = Buffer.from(Array.from({ length: BINARY_BYTES }, (_, at) => (at * 31 + number * 7 + 4) & 255));
+  const event = message(number, { text: null, binary: { _placeholder: true, num: 0 } });
+  return Buffer.concat([frame(1, Buffer.from(`451-${JSON.stringify(event)}`)), frame(2, bytes)]);
+}
+
+// Ready-made pieces, so that the client and not this process is the one that has to work.
+const pieces = new Map();
+function pieceOf(kind, count) {
+  const key = `${kind} ${count}`;
+  if (!pieces.has(key)) pieces.set(key, Buffer.concat(Array.from({ length: count }, (_, i) => frames(kind, i))));
+  return pieces.get(key);
+}
+
+function flood(socket, kind, count) {
+  const connection = socket.conn.transport.socket._socket;
+  let left = count;
+  const step = () => {
+    for (let taken = true; left > 0 && taken;) {
+      const some = Math.min(MESSAGES_IN_A_WRITE[kind], left);
+      left -= some;
+      taken = connection.write(pieceOf(kind, some));
+    }
+    if (left > 0) connection.once('drain', step);
+    else socket.emit('floodEnd', { n: count });
+  };
+  step();
+}
+
+io.on('connection', (socket) => {
+  socket.on('command', (name, { targetUserId, content }, answer) => {
+    answer({ result: 0 });
+    if (targetUserId === 'flood-text') flood(socket, 'text', Number(content.text));
+    if (targetUserId === 'flood-binary') flood(socket, 'binary', Number(content.text));
+    if (targetUserId === 'me') socket.emit(...message(0, content));
+  });
+  socket.on('flood', ({ n, binary }) => flood(socket, binary ? 'binary' : 'text', n));
+  socket.emit('loginSuccess', { connectionId: socket.id });
+});
+
+httpServer.listen(0, '127.0.0.1', 16384, () => console.log(`PORT ${httpServer.address().port}`));
+process.stdin.once('end', () => process.exit(0)).resume();

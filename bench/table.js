@@ -1,0 +1,56 @@
+#!/usr/bin/env node
+// The medians of many runs, as a table, and as data for the plot.
+//     table.js RESULTS DATA
+'use strict';
+const fs = require('fs');
+
+const CLIENTS = ['js', 'socketio-main', 'kit-main', 'kit-thread'];
+const TITLES = {
+  js: 'JavaScript client',
+  'socketio-main': 'SocketIO/ alone, main queue',
+  'kit-main': 'library, main queue',
+  'kit-thread': 'library, engine thread',
+};
+
+// The library prints a line of its own when it finds no device id.
+const lines = fs.readFileSync(process.argv[2], 'utf8').split('\n').filter((line) => line.startsWith('{'));
+const runs = lines.map((line) => JSON.parse(line));
+
+function median(values) {
+  const sorted = [...values].sort((a, b) => a - b);
+  const middle = sorted.length >> 1;
+  return sorted.length % 2 ? sorted[middle] : (sorted[middle - 1] + sorted[middle]) / 2;
+}
+
+function valueOf(workload, client, column) {
+  return median(runs.filter((run) => run.workload === workload && run.client === client).map((run) => run[column]));
+}
+
+/** Three digits that count. */
+const digits = (value) => (value >= 100 ? value.toFixed(0) : value.toPrecision(3));
+
+function row(title, workload, column) {
+  const [reference, ...values] = CLIENTS.map((client) => valueOf(workload, client, column));
+  const ratios = values.map((value) => value / reference);
+  const cells = values.map((value, i) => `${digits(value)} (${ratios[i].toFixed(2)})`);
+  return { title, ratios, text: `| ${[title, digits(reference), ...cells].join(' | ')} |` };
+}
+
+const workloads = ['recv_text', 'recv_binary32k', 'send_binary32k', 'ack_pipelined', 'ack_sequential', 'connect',
+  'many_clients'];
+const rows = [
+  ...workloads.map((workload) => row(`${workload}: CPU us each`, workload, 'cpu_us_per_op')),
+  row('many_clients: KiB each', 'many_clients', 'rss_kb_per_conn'),
+  row('ack_sequential: median us', 'ack_sequential', 'p50_us'),
+  row('connect: median us', 'connect', 'p50_us'),
+  row('cold start: CPU ms', 'connect', 'cold_cpu_ms'),
+];
+
+console.log(`| | ${CLIENTS.map((client) => TITLES[client]).join(' | ')} |`);
+console.log(`|---${'|---'.repeat(CLIENTS.length)}|`);
+for (const { text } of rows) console.log(text);
+const plotted = rows.filter(({ title }) => /CPU us|KiB/.test(title));
+fs.writeFileSync(process.argv[3], [
+  ['""', ...CLIENTS.slice(1).map((client) => `"${TITLES[client]}"`)].join(' '),
+  ...plotted.map(({ title, ratios }) => [`"${title.replace(/: CPU.*/, '').replace(': ', '\\n')}"`, ...ratios].join(' ')),
+].join('\n') + '\n');

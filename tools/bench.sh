@@ -1,0 +1,65 @@
+# shellcheck shell=bash
+# Measures this library and the JavaScript client of Socket.IO in turns, servers and clients on processors of their own.
+
+# Operations and warm-up of each workload. Requests that do not wait for each other go to a server that answers faster
+# than any client asks; the others have the reference one.
+workloads_of() {
+    if [[ $1 == fast ]]; then
+        echo "ack_pipelined 100000 20000"
+    else
+        echo "recv_text 100000 50000"
+        echo "recv_binary32k 5000 500"
+        echo "send_binary32k 2000 200"
+        echo "ack_sequential 10000 2000"
+        echo "connect 200 20"
+        echo "many_clients 1000 1"
+    fi
+}
+
+# compare_clients RUNS
+compare_clients() {
+    local folder results server run workload
+    folder=$(build_folder bench)
+    results=$folder/results.jsonl
+    : >"$results"
+    : >"$folder/clients.log"
+    for server in node fast; do
+        start_bench_server "$server"
+        # A server in JavaScript is slow until it has been at work for a while.
+        measure_client /dev/null js ack_pipelined 50000 1000
+        for ((run = 1; run <= $1; run++)); do
+            say "Run $run of $1, against the $server server"
+            while read -r -a workload; do
+                for client in js socketio-main kit-main kit-thread; do
+                    measure_client "$results" "$client" "${workload[@]}"
+                done
+            done < <(workloads_of "$server")
+        done
+        stop_server
+    done
+    node bench/table.js "$results" "$folder/bench.dat" || exit
+    mkdir -p docs
+    gnuplot -e "data='$folder/bench.dat'" bench/plot.gp >docs/bench.png && say docs/bench.png
+}
+
+start_bench_server() {
+    local command=(node bench/server.js)
+    [[ $1 == node ]] || command=("$(build_folder bench)/kvpim-fast-server")
+    start_server "$(build_folder bench)/server.log" 's/^PORT //p' $(on_processor 0) "${command[@]}"
+}
+
+on_processor() { (($(nproc) < 2)) || echo taskset -c "$1"; }
+
+# measure_client RESULTS CLIENT WORKLOAD OPERATIONS WARM-UP
+measure_client() {
+    local program command
+    program=$(build_folder bench)/kvpim-bench
+    case $2 in
+    js) command=(node bench/client.js "$server_said" "${@:3}") ;;
+    socketio-main) command=("$program" "$server_said" "${@:3}" --socketio --engine main) ;;
+    kit-main) command=("$program" "$server_said" "${@:3}" --engine main) ;;
+    kit-thread) command=("$program" "$server_said" "${@:3}" --engine thread) ;;
+    esac
+    START_NS=$(date +%s%N) run_job timeout 300 $(on_processor 1) "${command[@]}" \
+        >>"$1" 2>>"$(build_folder bench)/clients.log" || fail "No result: ${command[*]}"
+}
