@@ -14,23 +14,37 @@
 namespace kv {
 namespace {
 
-constexpr std::int64_t kNotInChannel = 5;
-
 constexpr KvOperation kJoin{
     .command = "join",
-    .codes = {.noAck = 4, .tooManyRequests = 1, .other = 1, .passed = {{{3, 3}, {5, 5}, {6, 6}}}},
-    .invalidArgument = 3};
+    .codes = KvCodesOf<KvPimJoinChannelErrorCode>{.noAck = KvPimJoinChannelErrorTimeout,
+                                                  .tooManyRequests = KvPimJoinChannelErrorFailure,
+                                                  .other = KvPimJoinChannelErrorFailure,
+                                                  .passed = {{{3, KvPimJoinChannelErrorInvalidArgument},
+                                                              {5, KvPimJoinChannelErrorServer5},
+                                                              {6, KvPimJoinChannelErrorServer6}}}},
+    .invalidArgument = KvPimJoinChannelErrorInvalidArgument};
 // Coarser than the join's on purpose: a leave that nobody answered is just a failed one.
-constexpr KvOperation kLeave{.command = "leave",
-                             .codes = {.noAck = 1, .tooManyRequests = 1, .other = 1, .passed = {{{6, 3}}}}};
-constexpr KvOperation kGetMembers{.command = "getChannelMembers",
-                                  .codes = {.noAck = 3, .tooManyRequests = 4, .other = 1, .passed = {{{5, 5}}}},
-                                  .invalidArgument = kNotInChannel};
+constexpr KvOperation kLeave{
+    .command = "leave",
+    .codes = KvCodesOf<KvPimLeaveChannelErrorCode>{.noAck = KvPimLeaveChannelErrorFailure,
+                                                   .tooManyRequests = KvPimLeaveChannelErrorFailure,
+                                                   .other = KvPimLeaveChannelErrorFailure,
+                                                   .passed = {{{6, KvPimLeaveChannelErrorServer6}}}}};
+constexpr KvOperation kGetMembers{
+    .command = "getChannelMembers",
+    .codes = KvCodesOf<KvPimChannelMembersErrorCode>{.noAck = KvPimChannelMembersErrorTimeout,
+                                                     .tooManyRequests = KvPimChannelMembersErrorTooManyRequests,
+                                                     .other = KvPimChannelMembersErrorFailure,
+                                                     .passed = {{{5, KvPimChannelMembersErrorNotInChannel}}}},
+    .invalidArgument = KvPimChannelMembersErrorNotInChannel};
 constexpr KvOperation kSendMessage{
     .command = "sendChannelMessage",
-    .codes = {.noAck = 2, .tooManyRequests = 3, .other = 1, .passed = {{{4, 4}, {5, 5}}}},
-    .invalidArgument = kNotInChannel};
-constexpr std::int64_t kTooLong = 4;
+    .codes = KvCodesOf<KvPimChannelMessageErrorCode>{.noAck = KvPimChannelMessageErrorTimeout,
+                                                     .tooManyRequests = KvPimChannelMessageErrorTooManyRequests,
+                                                     .other = KvPimChannelMessageErrorFailure,
+                                                     .passed = {{{4, KvPimChannelMessageErrorTooLong},
+                                                                 {5, KvPimChannelMessageErrorNotInChannel}}}},
+    .invalidArgument = KvPimChannelMessageErrorNotInChannel};
 static_assert(isSound(kJoin) && isSound(kLeave) && isSound(kGetMembers) && isSound(kSendMessage));
 
 }  // namespace
@@ -90,7 +104,7 @@ void KvPimChannel::getMembersWithCompletion(MembersCompletion done) {
         [id = channelId_, done = std::move(done)](std::int64_t code, KvPimResult const* result) {
             std::optional<std::vector<KvPimMember>> members;
             // The server's own "not in the channel" may bring the list all the same.
-            if (result != nullptr && (code == 0 || code == kNotInChannel)) {
+            if (result != nullptr && (code == 0 || code == KvPimChannelMembersErrorNotInChannel)) {
                 members.emplace();
                 for (auto& userId : stringsFrom(arrayOf(result->response, "members"))) {
                     members->push_back({std::move(userId), id});
@@ -105,7 +119,7 @@ void KvPimChannel::sendMessage(std::shared_ptr<KvPimMessage const> message, std:
     auto const finish = [done](std::int64_t code, KvPimResult const*) { complete(done, code); };
     auto const self = shared_from_this();  // the completion that a long message gets at once may drop the channel
     auto const session = stateManager_.lock();
-    if (session && session->login && isInChannel_) reportTooLong(message.get(), kTooLong, done);
+    if (session && session->login && isInChannel_) reportTooLong(message.get(), KvPimChannelMessageErrorTooLong, done);
     request(
         kSendMessage, isInChannel_,
         [&] {

@@ -3,6 +3,7 @@
 
 #include "Classes/Model/KvPimAttribute.h"
 #include "Classes/Model/KvPimCodes.h"
+#include "Classes/Model/KvPimErrorCodes.h"
 #include "Classes/Model/KvPimMember.h"
 #include "Classes/Model/KvPimMessage.h"
 #include "Platform/KvExport.h"
@@ -22,12 +23,16 @@ class SocketIOClient;
 struct KvOperation;
 struct KvPimStateManager;
 
-/// What a channel tells the application. Every member is optional.
+/// What a channel tells the application, on the client's main queue. Every member is optional. All but `memberCount`
+/// and `attributeUpdate` need the channel to be joined, as the server sees it.
 struct KvPimChannelDelegate {
+    /// Somebody else joined.
     std::function<void(KvPimChannel& channel, KvPimMember const& member)> memberJoined;
+    /// Somebody else left.
     std::function<void(KvPimChannel& channel, KvPimMember const& member)> memberLeft;
-    /// Called after `memberLeft`, for the same event. `reason`: a `KvPimMemberLeftReason`.
+    /// Called after `memberLeft`, for the same event. `reason`: a KvPimMemberLeftReason.
     std::function<void(KvPimChannel& channel, KvPimMember const& member, std::int64_t reason)> memberLeftWithReason;
+    /// A message of `member`; `type()` tells text from raw.
     std::function<void(KvPimChannel& channel, std::shared_ptr<KvPimMessage> message, KvPimMember const& member)>
         messageReceived;
     /// All attributes that the channel has now, after a change that asked for notification.
@@ -36,29 +41,32 @@ struct KvPimChannelDelegate {
     std::function<void(KvPimChannel& channel, std::int32_t count)> memberCount;
 };
 
+/// A channel that the application created. It may outlive its client, and then answers 102 to everything.
 class KV_EXPORT KvPimChannel final : public std::enable_shared_from_this<KvPimChannel> {
 public:
     using Completion = std::function<void(std::int64_t errorCode)>;
     using MembersCompletion =
         std::function<void(std::optional<std::vector<KvPimMember>> const& members, std::int64_t errorCode)>;
 
+    /// As the channel was created with.
     std::string const& channelId() const { return channelId_; }
     /// Between a successful join and a successful leave. A lost connection does not change it.
     bool isInChannel() const { return isInChannel_; }
 
-    /// @param done 0; 1 refused; 3 channel id invalid, or refused with 3; 4 no answer within 6 seconds; 5, 6 as
-    /// refused;
-    ///     102.
+    /// Joins the channel, which the server makes if it is not there. Joining again is for the server to answer. A
+    /// joined channel is joined again after a reconnection.
+    /// @param done  a KvPimJoinChannelErrorCode.
     void joinWithCompletion(Completion done);
-    /// @param done 0; 1 refused or not answered; 3 refused with 6; 102.
+    /// Leaves the channel. @param done a KvPimLeaveChannelErrorCode.
     void leaveWithCompletion(Completion done);
-    /// The members, in the server's order. @param done 0; 1 refused; 3 no answer within 6 seconds; 4 too many requests;
-    ///     5 not in the channel (when the server says so, a list may come along); 102.
+    /// The members, in the server's order. @param done a KvPimChannelMembersErrorCode. With the server's own 5 a list
+    /// comes along.
     void getMembersWithCompletion(MembersCompletion done);
-    /// Sends a message to the channel's members. The options have no effect in this version. @param done 0; 1 refused;
-    ///     2 no answer within 6 seconds; 3 too many requests; 4 text or data over 32,768 bytes, or refused with 4; 5
-    ///     not in the channel; 102. A message that is too long is reported with 4 (once for its text, once for its
-    ///     data), is sent all the same, and `done` is called again for the answer.
+    /// Sends a message to the other members.
+    /// @param message  text, data, or both, each of at most 32,768 bytes.
+    /// @param options  have no effect in this version.
+    /// @param done     a KvPimChannelMessageErrorCode. A message that is too long is reported with 4 inside the call
+    ///     (once for its text, once for its data), is sent all the same, and `done` is called again for the answer.
     void sendMessage(std::shared_ptr<KvPimMessage const> message, std::optional<KvPimSendMessageOptions> options,
                      Completion done);
 

@@ -13,11 +13,14 @@ namespace kv {
 namespace {
 
 constexpr std::size_t kMostInfoBytes = 8192;
-constexpr std::int64_t kTimedOut = 1, kInfoTooLong = 2, kNotOwnInvitation = 5;
 
 // The server's 3 and 4 are the only refusals; any other answer means that it took the invitation.
-constexpr KvCodes kCodes{
-    .noAck = kTimedOut, .tooManyRequests = 0, .other = 0, .passed = {{{3, 3}, {4, 4}}}, .refusalBeforeSuccess = true};
+constexpr KvCodes kCodes = KvCodesOf<KvPimInvitationErrorCode>{
+    .noAck = KvPimInvitationErrorTimeout,
+    .tooManyRequests = KvPimInvitationErrorOk,
+    .other = KvPimInvitationErrorOk,
+    .passed = {{{3, KvPimInvitationErrorServer3}, {4, KvPimInvitationErrorServer4}}},
+    .refusalBeforeSuccess = true};
 
 }  // namespace
 
@@ -46,9 +49,10 @@ void KvPimInvitationKit::refuseInvitation(std::shared_ptr<KvPimInvitation> invit
 void KvPimInvitationKit::run(Operation const& operation, std::shared_ptr<KvPimInvitation> invitation, Completion done) {
     auto const session = stateManager_.lock();
     if (!session || !session->login) return complete(done, KvPimErrorNotLogin);
-    if (!invitation || (*invitation).*operation.localUser != session->userId) return complete(done, kNotOwnInvitation);
+    if (!invitation || (*invitation).*operation.localUser != session->userId)
+        return complete(done, KvPimInvitationErrorNotOwn);
     if (invitation->requestInfo.size() > kMostInfoBytes || invitation->responseInfo.size() > kMostInfoBytes) {
-        return complete(done, kInfoTooLong);
+        return complete(done, KvPimInvitationErrorTooLong);
     }
     auto payload = payloadOf({{"type", operation.type}, {"invitation", dictionaryFrom(*invitation)}});
     // The kit is held until the answer: it is the target of the timer that an accepted invitation starts.
@@ -57,7 +61,7 @@ void KvPimInvitationKit::run(Operation const& operation, std::shared_ptr<KvPimIn
                  done = std::move(done)](KvPimResult const& result) {
                     auto const code = kCodes.of(result);
                     auto& store = KvInvitationStore::shared();
-                    if (starts && code == kTimedOut) invitation->state = KvPimInvitationStateFailed;
+                    if (starts && code == KvPimInvitationErrorTimeout) invitation->state = KvPimInvitationStateFailed;
                     if (starts && code == 0) {
                         invitation->state = KvPimInvitationStatePending;
                         store.addTimerAndInvitation(invitation, self);
@@ -87,7 +91,7 @@ void KvPimInvitationKit::parseInvitation(std::shared_ptr<KvPimInvitation> incomi
     auto const self = shared_from_this();
     switch (incoming->state) {
         case KvPimInvitationStateFailed:
-            return fail(invitation, 0);
+            return fail(invitation, KvPimInvitationFailedErrorServer);
         case KvPimInvitationStatePending:
             if (tell(&KvPimInvitationDelegate::invitationArrived, invitation))
                 store.addTimerAndInvitation(invitation, self);

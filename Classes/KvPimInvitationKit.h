@@ -2,6 +2,7 @@
 // belongs to the client's main thread.
 #pragma once
 
+#include "Classes/Model/KvPimErrorCodes.h"
 #include "Classes/Model/KvPimInvitation.h"
 #include "Platform/KvExport.h"
 
@@ -23,19 +24,21 @@ struct KvPimStateManager;
 /// member is missing stays in the store of live invitations, and one that arrived is given no time-out.
 struct KvPimInvitationDelegate {
     using Callback = std::function<void(KvPimInvitationKit& kit, std::shared_ptr<KvPimInvitation> invitation)>;
+    /// Another user invites this one, who has 60 seconds to accept or refuse.
     Callback invitationArrived;
+    /// The inviter took the invitation back.
     Callback invitationCanceled;
-    /// Receives the invitation as the notice told it; all others receive the object that the application holds.
+    /// The invitee accepted. Receives the invitation as the notice told it; all others receive the object that the
+    /// application holds.
     Callback invitationAccept;
+    /// The invitee refused.
     Callback invitationRefused;
-    /// `errorCode`: 0 when the server said so, 3 when nobody answered within 60 seconds. Give this one: a failure that
-    /// finds it empty is only logged.
+    /// `errorCode`: a KvPimInvitationFailedErrorCode. Give this one: a failure that finds it empty is only logged.
     std::function<void(KvPimInvitationKit& kit, std::shared_ptr<KvPimInvitation> invitation, std::int64_t errorCode)>
         invitationFailed;
 };
 
-/// Completions: 0; 1 no answer within 6 seconds; 2 `requestInfo` or `responseInfo` over 8,192 bytes; 3, 4 as the server
-/// refused; 5 the local user is not the inviter (send, cancel) or invitee (accept, refuse); 102 not logged in.
+/// The invitations of a client. All calls come from the thread of its main queue.
 class KV_EXPORT KvPimInvitationKit final : public std::enable_shared_from_this<KvPimInvitationKit> {
 public:
     using Completion = std::function<void(std::int64_t errorCode)>;
@@ -43,13 +46,17 @@ public:
     /// Not owned.
     void setDelegate(std::weak_ptr<KvPimInvitationDelegate> delegate) { delegate_ = std::move(delegate); }
 
-    /// Once acknowledged the invitation is pending, for 60 seconds. Without an answer of the server it has failed.
+    /// Sends an invitation of the local user. Once acknowledged it is pending, for 60 seconds; without an answer of the
+    /// server it has failed. @param done a KvPimInvitationErrorCode.
     void sendInvitation(std::shared_ptr<KvPimInvitation> invitation, Completion done);
+    /// Takes back an invitation of the local user; its `state` stays. @param done a KvPimInvitationErrorCode.
     void cancelInvitation(std::shared_ptr<KvPimInvitation> invitation, Completion done);
+    /// Accepts an invitation to the local user; its `state` stays. @param done a KvPimInvitationErrorCode.
     void acceptInvitation(std::shared_ptr<KvPimInvitation> invitation, Completion done);
+    /// Refuses an invitation to the local user; its `state` stays. @param done a KvPimInvitationErrorCode.
     void refuseInvitation(std::shared_ptr<KvPimInvitation> invitation, Completion done);
 
-    /// Kept for the application.
+    /// Kept for the application; the kit does not look at it.
     std::string calleeId;
 
 private:

@@ -8,13 +8,15 @@
 // included. Destruction never waits for the network. Afterwards no delegate is called; a completion that was accepted
 // is still called, exactly as often as its operation says. An empty completion or delegate member is simply not called.
 //
-// Codes: a completion receives 0 for success and 102 when the client is not logged in; its other codes stand with each
-// operation. Each operation has its own set: the same number means different things in different operations.
+// Codes: a completion receives 0 for success, 102 when the client is not logged in, and otherwise a code of its own
+// operation: the enumeration that the operation names (`Model/KvPimErrorCodes.h`). The same number means different
+// things in different operations.
 #pragma once
 
 #include "Classes/Model/KvChannelMemberCount.h"
 #include "Classes/Model/KvPimAttribute.h"
 #include "Classes/Model/KvPimCodes.h"
+#include "Classes/Model/KvPimErrorCodes.h"
 #include "Classes/Model/KvPimMessage.h"
 #include "Classes/Model/KvPimOptions.h"
 #include "Classes/Model/KvPimPeerOnlineStatus.h"
@@ -30,6 +32,7 @@
 
 #include <boost/json/fwd.hpp>
 
+/// All that the library has.
 namespace kv {
 
 class KvPimChannel;
@@ -38,17 +41,20 @@ class KvPimKit;
 class KvPimKitImpl;
 struct KvPimChannelDelegate;
 
+/// The version of the interface.
 inline constexpr double KvPimVersionNumber = 1.0;
+/// The version of the library, such as "1.0.0".
 KV_EXPORT extern char const KvPimVersionString[];
 
-/// What a client tells the application. Every member is optional: leave empty what is not needed.
+/// What a client tells the application, on its main queue. Every member is optional: leave empty what is not needed.
 struct KvPimDelegate {
-    /// `state`: a `KvPimConnectionState`; `reason`: a `KvPimConnectionChangeReason`. Without this member the client
+    /// `state`: a KvPimConnectionState; `reason`: a KvPimConnectionChangeReason. Without this member the client
     /// also writes no event reports of connection states.
     std::function<void(KvPimKit& kit, std::int64_t state, std::int64_t reason)> connectionStateChanged;
-    /// The server closed the connection because the token expired; renew it. The client goes on reconnecting.
+    /// The connection closed because the token expired. The client goes on reconnecting: `renewToken` in here gives the
+    /// next attempt a new token.
     std::function<void(KvPimKit& kit)> tokenDidExpire;
-    /// A message from another user; `type()` tells text from raw.
+    /// A message from another user; `type()` tells text from raw. Messages that the server kept arrive after the login.
     std::function<void(KvPimKit& kit, std::shared_ptr<KvPimMessage> message, std::string const& peerId)>
         messageReceived;
     /// Peers whose online status changed since it was last told.
@@ -59,19 +65,25 @@ struct KvPimDelegate {
 
 /// What a client knows of its session.
 struct KvPimStateManager {
-    /// A login succeeded and no logout happened since.
+    /// A login succeeded and no logout happened since. A lost connection does not change it.
     bool login = false;
+    /// As the client was made with.
     std::string appId;
+    /// Of the last login that was accepted for trying; empty after a logout.
     std::string userId;
-    /// A `KvPimConnectionState`, or 0 before the first login.
+    /// A KvPimConnectionState, or 0 before the first login.
     std::int64_t state = 0;
 };
 
+/// The client of the service. All calls come from the thread that drives its main queue; completions and delegate calls
+/// arrive there. It may be destroyed anywhere on that thread, in its own callbacks included.
 class KV_EXPORT KvPimKit final {
 public:
+    // A list is absent when the operation failed.
+
     using Completion = std::function<void(std::int64_t errorCode)>;
+    /// `token`: the one that was given.
     using RenewTokenCompletion = std::function<void(std::string const& token, std::int64_t errorCode)>;
-    /// The list is absent when the operation failed.
     using AttributesCompletion =
         std::function<void(std::optional<std::vector<KvPimAttribute>> const& attributes, std::int64_t errorCode)>;
     using UserAttributesCompletion = std::function<void(std::optional<std::vector<KvPimAttribute>> const& attributes,
@@ -85,10 +97,14 @@ public:
     using CountsCompletion =
         std::function<void(std::optional<std::vector<KvChannelMemberCount>> const& counts, std::int64_t errorCode)>;
 
-    /// Makes a client; nothing connects yet. The delegate is not owned. Null when the API server of the options is not
-    /// a valid address. The application id is not checked here: the server does at login.
+    /// Makes a client; nothing connects yet.
+    /// @param appId     the application's id; it is the server that judges it, at login.
+    /// @param delegate  not owned: keep it for as long as it is to hear something.
+    /// @param options   where things are, which queue, which engine.
+    /// @return null when the API server of the options is not a valid address.
     static std::shared_ptr<KvPimKit> initWithAppId(std::string appId, std::weak_ptr<KvPimDelegate> delegate,
                                                    KvPimOptions options = {});
+    /// Ends the session without waiting for anything. Completions that are still owed are called later.
     ~KvPimKit();
     KvPimKit(KvPimKit const&) = delete;
     KvPimKit& operator=(KvPimKit const&) = delete;
@@ -97,95 +113,130 @@ public:
 
     /// Logs in: finds the socket server, connects, waits for the server's word.
     /// @param token      32 characters without white space, as the application's own server issued it.
-    /// @param timeStamp  the time stamp that belongs to the token.
-    /// @param done  0; 1 unknown failure; 2 application forbidden; 3 user id or argument invalid (1 to 64 letters,
-    ///     digits, spaces and punctuation); 4 application id invalid; 5 token invalid; 6 token expired; 7 authorisation
-    ///     failed; 8 already logged in or logging in; 9 no server found, or not connected within 6 seconds. After a 9
-    ///     of the latter kind the attempt goes on, and `done` is called once more with its outcome.
+    /// @param timeStamp  the time stamp that belongs to the token; handed to the server as it is.
+    /// @param userId     1 to 64 ASCII letters, digits, white space and ``!#$%&()+-:;<=.>?@[\]^_{}|~,``
+    /// @param done  a KvPimLoginErrorCode. A 9 for a connection that is not there after 6 seconds (the delegate hears
+    ///     (1, 4)) is not the end: the attempt goes on, and `done` is called once more with its outcome. A 1 also when
+    ///     the client is destroyed meanwhile.
     void loginByToken(std::string token, std::int64_t timeStamp, std::string userId, Completion done);
     /// The second half of a login, for a configuration made before; not meant for applications.
+    /// @param config  as `generateSocketConfig` makes it.
+    /// @param done    as for `loginByToken`: a KvPimLoginErrorCode, never 8.
     void loginWithConfig(boost::json::object const& config, Completion done);
-    /// Logs out: closes the connection, forgets channels, attributes, subscriptions and invitations, and tells the
-    /// delegate (1, 6) if the connection was still there. Nothing is sent. @param done 0, 102.
+    /// Logs out: closes the connection and forgets channels, attributes and subscriptions. If the connection was still
+    /// there, it also forgets invitations and tells the delegate (1, 6). Nothing is sent. An attempt to reconnect that
+    /// has begun goes first.
+    /// @param done  a KvPimLogoutErrorCode.
     void logoutWithCompletion(Completion done);
-    /// Replaces the token, for the connections to come; the present one is closed. @param done 0, 2 token malformed,
-    /// 102.
+    /// Replaces the token for the connections to come. A connection, or an attempt to make one, is closed: the delegate
+    /// hears (1, 6), and nothing connects until a logout and the next login. While the client waits to reconnect, as in
+    /// `tokenDidExpire`, there is nothing to close, and the next attempt has the new token.
+    /// @param token      32 characters without white space.
+    /// @param timeStamp  the time stamp that belongs to the token.
+    /// @param done       a KvPimRenewTokenErrorCode, inside the call.
     void renewToken(std::string token, std::int64_t timeStamp, RenewTokenCompletion done);
 
     // ---- Channels
 
-    /// The channel object of this id, made if there is none, with this delegate (not owned) from now on. Nothing is
-    /// sent. Null when the id is invalid: 1 to 64 letters, digits, spaces and punctuation.
+    /// The channel object of an id, made if there is none. Nothing is sent.
+    /// @param channelId  like a user id: see `loginByToken`.
+    /// @param delegate   not owned; it replaces the delegate that the channel had.
+    /// @return null when the id is invalid.
     std::shared_ptr<KvPimChannel> createChannelWithId(std::string const& channelId,
                                                       std::weak_ptr<KvPimChannelDelegate> delegate);
-    /// Forgets the channel object of this id, without leaving the channel. False when there is none.
+    /// Forgets the channel object of an id, without leaving the channel: its events reach nobody any more.
+    /// @return false when there is none.
     bool destroyChannelWithId(std::string const& channelId);
 
     // ---- Channel attributes: the channel need be neither created nor joined.
-    // Completions of the four writes: 0; 2 refused; 3 list empty or channel id invalid; 4 refused with 4 by the server;
-    // 5 too many requests; 7 no answer within 6 seconds; 102.
-    // Completions of the two reads: 0; 2 refused; 3 channel id invalid or (by keys) no keys, or refused with 3; 5; 7;
-    // 102.
 
     /// Replaces all attributes of a channel. Of two attributes with one key the later counts.
+    /// @param attributes  at least one. How many and how long they may be is the server's to say.
+    /// @param options     whether the members are told.
+    /// @param done        a KvPimChannelAttributesErrorCode.
     void setChannelAttributes(std::string const& channelId, std::vector<KvPimAttribute> const& attributes,
                               KvPimChannelAttributeOptions options, Completion done);
+    /// Adds attributes to a channel, or changes those that are there. @param done a KvPimChannelAttributesErrorCode.
     void addOrUpdateChannelAttributes(std::string const& channelId, std::vector<KvPimAttribute> const& attributes,
                                       KvPimChannelAttributeOptions options, Completion done);
+    /// Removes attributes of a channel. @param keys at least one. @param done a KvPimChannelAttributesErrorCode.
     void deleteChannelAttributesByKeys(std::string const& channelId, std::vector<std::string> const& keys,
                                        KvPimChannelAttributeOptions options, Completion done);
+    /// Removes all attributes of a channel. @param done a KvPimChannelAttributesErrorCode.
     void clearChannelAttributes(std::string const& channelId, KvPimChannelAttributeOptions options, Completion done);
+    /// Reads all attributes of a channel. @param done a KvPimChannelAttributesErrorCode, never 4.
     void getChannelAttributes(std::string const& channelId, AttributesCompletion done);
+    /// Reads some. @param keys at least one. @param done a KvPimChannelAttributesErrorCode, never 4.
     void getChannelAttributesByKeys(std::string const& channelId, std::vector<std::string> const& keys,
                                     AttributesCompletion done);
 
-    /// How many members each of up to 32 channels has. @param done 0; 1 refused; 2 no ids or an invalid one; 3 too many
-    /// requests; 4 no answer within 6 seconds; 5 more than 32 ids; 102. A channel that the server does not know is
-    /// absent.
+    /// How many members each of some channels has; they need be neither created nor joined.
+    /// @param channelIds  1 to 32.
+    /// @param done        a KvPimMemberCountErrorCode. A channel that the server leaves out is absent from the list.
     void getChannelMemberCount(std::vector<std::string> const& channelIds, CountsCompletion done);
 
     // ---- The user's own attributes. What the server accepted is written again after a reconnection.
-    // Completions: 0; 2 refused; 3 empty list; 4 refused with 4 (set and add-or-update only); 5 too many requests;
-    // 7 no answer within 6 seconds (10 for clear); 102.
 
+    /// Replaces all attributes of the user. Of two attributes with one key the later counts.
+    /// @param attributes  at least one. How many and how long they may be is the server's to say.
+    /// @param done        a KvPimLocalUserAttributesErrorCode.
     void setLocalUserAttributes(std::vector<KvPimAttribute> const& attributes, Completion done);
+    /// Adds attributes, or changes those that are there. @param done a KvPimLocalUserAttributesErrorCode.
     void addOrUpdateLocalUserAttributes(std::vector<KvPimAttribute> const& attributes, Completion done);
+    /// Removes attributes. @param keys at least one. @param done a KvPimLocalUserAttributesErrorCode, never 4.
     void deleteLocalUserAttributesByKeys(std::vector<std::string> const& keys, Completion done);
+    /// Removes all attributes; the server has 10 seconds. @param done a KvPimLocalUserAttributesErrorCode, never 3 or
+    /// 4.
     void clearLocalUserAttributesWithCompletion(Completion done);
 
-    // ---- Attributes of a user, read once.
-    // Completions: 0; 2 refused; 3 user id invalid or no keys; 5 too many requests; 6 refused with 6; 7 no answer; 102.
+    // ---- Attributes of one user, read once.
 
+    /// Reads all attributes of a user, oneself or another. @param done a KvPimUserAttributesErrorCode.
     void getUserAttributes(std::string const& userId, UserAttributesCompletion done);
+    /// Reads some. @param keys at least one. @param done a KvPimUserAttributesErrorCode.
     void getUserAttributesByKeys(std::string const& userId, std::vector<std::string> const& keys,
                                  UserAttributesCompletion done);
 
     // ---- Attributes of several peers. Subscriptions are made again after a reconnection.
-    // Completions: 0; 1 refused; 2 no ids, no keys or an invalid id; 4 no answer within 6 seconds; 5 too many requests;
-    // 6 refused with 6 (subscribe only); 102. A read's completion is not called when the client is destroyed before.
 
+    /// Asks to be told when attributes of these users change: `peersUserAttributesChanged` of the delegate.
+    /// @param peerIds  at least one; how many there may be is the server's to say.
+    /// @param done     a KvPimPeersErrorCode.
     void subscribePeersUserAttribes(std::vector<std::string> const& peerIds, Completion done);
+    /// Ends such subscriptions. @param done a KvPimPeersErrorCode, never 6.
     void unsubscribePeersUserAttribes(std::vector<std::string> const& peerIds, Completion done);
+    /// Reads all attributes of several users, without subscribing.
+    /// @param done  a KvPimPeersErrorCode, never 6. A user whose attributes could not be had is in the list without
+    ///     them. Not called when the client is destroyed before the answer comes.
     void getPeersUserAttributes(std::vector<std::string> const& peerIds, PeersAttributesCompletion done);
+    /// Reads some. @param keys at least one. @param done as for `getPeersUserAttributes`: a KvPimPeersErrorCode,
+    /// never 6.
     void getPeersUserAttributesByKeys(std::vector<std::string> const& peerIds, std::vector<std::string> const& keys,
                                       PeersAttributesCompletion done);
 
     // ---- Online status of peers. Subscriptions are made again after a reconnection.
-    // Completions: 0; 1 refused; 2 no ids or an invalid id; 4 no answer within 6 seconds; 5 too many requests; 6
-    // refused with 6 (subscribe only); 102.
 
+    /// Asks to be told when these users come and go: `peersOnlineStatusChanged` of the delegate.
+    /// @param peerIds  at least one; how many there may be is the server's to say.
+    /// @param done     a KvPimPeersErrorCode.
     void subscribePeersOnlineStatus(std::vector<std::string> const& peerIds, Completion done);
+    /// Ends such subscriptions. @param done a KvPimPeersErrorCode, never 6.
     void unsubscribePeersOnlineStatus(std::vector<std::string> const& peerIds, Completion done);
+    /// Asks who is online now, without subscribing. @param done a KvPimPeersErrorCode, never 6.
     void queryPeersOnlineStatus(std::vector<std::string> const& peerIds, OnlineStatusCompletion done);
-    /// The peers that this user subscribed to. `option`: a kind of subscription, as the server numbers them.
+    /// The peers that this user subscribed to.
+    /// @param option  a kind of subscription, as the server numbers them.
+    /// @param done    a KvPimPeersErrorCode, never 2 or 6.
     void queryPeersBySubscriptionOption(std::int64_t option, PeersCompletion done);
 
     // ---- Peer messages
 
-    /// Sends a message to a user. @param done 0; 1 refused; 2 no answer within 6 seconds; 3, 4, 6 as the server
-    /// refused; 5 too many requests; 7 text or data over 32,768 bytes, or refused with 7; 102. A message that is too
-    /// long is reported with 7 (once for its text, once for its data), is sent all the same, and `done` is called for
-    /// the answer.
+    /// Sends a message to a user.
+    /// @param message  text, data, or both, each of at most 32,768 bytes.
+    /// @param peerId   not checked here.
+    /// @param options  whether the server keeps the message for a receiver who is offline; it does not by default.
+    /// @param done     a KvPimPeerMessageErrorCode. A message that is too long is reported with 7 inside the call
+    ///     (once for its text, once for its data), is sent all the same, and `done` is called again for the answer.
     void sendMessageToPeer(std::shared_ptr<KvPimMessage const> message, std::string const& peerId,
                            std::optional<KvPimSendMessageOptions> options, Completion done);
 
@@ -205,6 +256,7 @@ public:
     /// What is logged: above 0 information, from 2 warnings too, from 4 errors too, from 8 everything; 0 and less
     /// nothing (the default). Process-wide. Any thread.
     void setLogFilters(std::int64_t filters);
+    /// What the client knows of its session, as it changes. Lives as long as the client.
     KvPimStateManager const& stateManager() const;
     /// An older form of the socket configuration of a login; nothing in the library uses it.
     boost::json::object generateSocketConfig(std::string const& token, std::string const& userId,

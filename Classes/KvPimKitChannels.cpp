@@ -14,14 +14,18 @@ namespace {
 
 // ---- Writes. A refusal's text beats even a result of 0 here.
 
-constexpr KvCodes kWriteCodes{
-    .noAck = 7, .tooManyRequests = 5, .other = 2, .passed = {{{4, 4}}}, .refusalBeforeSuccess = true};
+constexpr KvCodesOf<KvPimChannelAttributesErrorCode> kWriteCodes{
+    .noAck = KvPimChannelAttributesErrorTimeout,
+    .tooManyRequests = KvPimChannelAttributesErrorTooManyRequests,
+    .other = KvPimChannelAttributesErrorFailure,
+    .passed = {{{4, KvPimChannelAttributesErrorServer4}}},
+    .refusalBeforeSuccess = true};
 
 constexpr KvOperation write(std::string_view command, std::string_view logLine, std::string_view action,
                             std::string_view interface) {
     return {.command = command,
             .codes = kWriteCodes,
-            .invalidArgument = 3,
+            .invalidArgument = KvPimChannelAttributesErrorInvalidArgument,
             .logLine = logLine,
             .report = {KvReport::About::channel, action, interface}};
 }
@@ -38,12 +42,22 @@ constexpr KvOperation kClear =
     write("clearChannelAttributes", "clear channel attributes: %@", KvLoganActionStringDelete,
           "-[KvPimKit clearChannelAttributes:options:completion:]");
 
-// ---- Reads
+// ---- Reads. The one by keys lets the server's 3 through.
+
+constexpr KvCodesOf<KvPimChannelAttributesErrorCode> kReadCodes{
+    .noAck = KvPimChannelAttributesErrorTimeout,
+    .tooManyRequests = KvPimChannelAttributesErrorTooManyRequests,
+    .other = KvPimChannelAttributesErrorFailure};
+constexpr KvCodesOf<KvPimChannelAttributesErrorCode> kReadByKeysCodes{
+    .noAck = KvPimChannelAttributesErrorTimeout,
+    .tooManyRequests = KvPimChannelAttributesErrorTooManyRequests,
+    .other = KvPimChannelAttributesErrorFailure,
+    .passed = {{{3, KvPimChannelAttributesErrorInvalidArgument}}}};
 
 constexpr KvOperation kGet{
     .command = "getChannelAttributes",
-    .codes = {.noAck = 7, .tooManyRequests = 5, .other = 2},
-    .invalidArgument = 3,
+    .codes = kReadCodes,
+    .invalidArgument = KvPimChannelAttributesErrorInvalidArgument,
     .logLine = "get channel attributes: %@",
     // An invalid id is reported as if the client were not logged in, whatever the completion hears.
     .report = {.about = KvReport::About::channel,
@@ -51,17 +65,20 @@ constexpr KvOperation kGet{
                .interface = "-[KvPimKit getChannelAttributes:completion:]",
                .codeOfInvalidArgument = KvPimErrorNotLogin}};
 constexpr KvOperation kGetByKeys{.command = "getChannelAttributesByKeys",
-                                 .codes = {.noAck = 7, .tooManyRequests = 5, .other = 2, .passed = {{{3, 3}}}},
-                                 .invalidArgument = 3,
+                                 .codes = kReadByKeysCodes,
+                                 .invalidArgument = KvPimChannelAttributesErrorInvalidArgument,
                                  .logLine = "get channel attributes: %@",
                                  .report = {KvReport::About::channel, KvLoganActionStringGet,
                                             "-[KvPimKit getChannelAttributes:byKeys:completion:]"}};
 constexpr KvOperation kGetMemberCount{
     .command = "getChannelMemberCount",
-    .codes = {.noAck = 4, .tooManyRequests = 3, .other = 1, .passed = {{{2, 2}, {5, 5}}}},
-    .invalidArgument = 2};
+    .codes = KvCodesOf<KvPimMemberCountErrorCode>{.noAck = KvPimMemberCountErrorTimeout,
+                                                  .tooManyRequests = KvPimMemberCountErrorTooManyRequests,
+                                                  .other = KvPimMemberCountErrorFailure,
+                                                  .passed = {{{2, KvPimMemberCountErrorInvalidArgument},
+                                                              {5, KvPimMemberCountErrorTooManyChannels}}}},
+    .invalidArgument = KvPimMemberCountErrorInvalidArgument};
 constexpr std::size_t kMostCountedChannels = 32;
-constexpr std::int64_t kTooManyChannels = 5;
 
 static_assert(isSound(kSet) && isSound(kAddOrUpdate) && isSound(kDelete) && isSound(kClear) && isSound(kGet) &&
               isSound(kGetByKeys) && isSound(kGetMemberCount));
@@ -179,7 +196,9 @@ void KvPimKit::getChannelMemberCount(std::vector<std::string> const& channelIds,
         complete(done, counts, code);
     };
     bool const isLoggedIn = impl_->stateManager->login;
-    if (isLoggedIn && channelIds.size() > kMostCountedChannels) return finish(kTooManyChannels, nullptr);
+    if (isLoggedIn && channelIds.size() > kMostCountedChannels) {
+        return finish(KvPimMemberCountErrorTooManyChannels, nullptr);
+    }
     impl_->request(
         kGetMemberCount, !channelIds.empty() && std::ranges::all_of(channelIds, isValidId),
         [&] {

@@ -12,14 +12,19 @@ namespace json = boost::json;
 namespace {
 
 // Only the two subscribe operations let the server's 6 through.
-constexpr KvCodes kSubscribeCodes{.noAck = 4, .tooManyRequests = 5, .other = 1, .passed = {{{6, 6}}}};
-constexpr KvCodes kOtherCodes{.noAck = 4, .tooManyRequests = 5, .other = 1};
+constexpr KvCodesOf<KvPimPeersErrorCode> kSubscribeCodes{.noAck = KvPimPeersErrorTimeout,
+                                                         .tooManyRequests = KvPimPeersErrorTooManyRequests,
+                                                         .other = KvPimPeersErrorFailure,
+                                                         .passed = {{{6, KvPimPeersErrorServer6}}}};
+constexpr KvCodesOf<KvPimPeersErrorCode> kOtherCodes{.noAck = KvPimPeersErrorTimeout,
+                                                     .tooManyRequests = KvPimPeersErrorTooManyRequests,
+                                                     .other = KvPimPeersErrorFailure};
 
-constexpr KvOperation row(std::string_view command, KvCodes codes, std::string_view logLine, std::string_view action,
-                          std::string_view interface) {
+constexpr KvOperation row(std::string_view command, KvCodesOf<KvPimPeersErrorCode> codes, std::string_view logLine,
+                          std::string_view action, std::string_view interface) {
     return {.command = command,
             .codes = codes,
-            .invalidArgument = 2,
+            .invalidArgument = KvPimPeersErrorInvalidArgument,
             .logLine = logLine,
             .report = {KvReport::About::user, action, interface, KvReport::Order::beforeCompletion}};
 }
@@ -49,9 +54,14 @@ constexpr KvOperation kQueryBySubscription =
 
 constexpr KvOperation kSendMessage{
     .command = "sendMessageToPeer",
-    .codes = {.noAck = 2, .tooManyRequests = 5, .other = 1, .passed = {{{3, 3}, {4, 4}, {6, 6}, {7, 7}}}},
+    .codes = KvCodesOf<KvPimPeerMessageErrorCode>{.noAck = KvPimPeerMessageErrorTimeout,
+                                                  .tooManyRequests = KvPimPeerMessageErrorTooManyRequests,
+                                                  .other = KvPimPeerMessageErrorFailure,
+                                                  .passed = {{{3, KvPimPeerMessageErrorServer3},
+                                                              {4, KvPimPeerMessageErrorServer4},
+                                                              {6, KvPimPeerMessageErrorServer6},
+                                                              {7, KvPimPeerMessageErrorTooLong}}}},
     .logLine = "send peer message: %@"};
-constexpr std::int64_t kTooLong = 7;
 
 static_assert(isSound(kSubscribeAttributes) && isSound(kUnsubscribeAttributes) && isSound(kGetAttributes) &&
               isSound(kGetAttributesByKeys) && isSound(kSubscribeStatus) && isSound(kUnsubscribeStatus) &&
@@ -169,7 +179,7 @@ void KvPimKit::sendMessageToPeer(std::shared_ptr<KvPimMessage const> message, st
                                  std::optional<KvPimSendMessageOptions> options, Completion done) {
     auto const client = impl_;  // the completion that a long message gets at once may drop this object
     auto const target = peerId;
-    if (client->stateManager->login) reportTooLong(message.get(), kTooLong, done);
+    if (client->stateManager->login) reportTooLong(message.get(), KvPimPeerMessageErrorTooLong, done);
     client->request(
         kSendMessage, true,
         [&] {

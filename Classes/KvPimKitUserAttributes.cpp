@@ -10,24 +10,31 @@ namespace {
 
 // ---- The user's own. Only set and add-or-update let the server's 4 through.
 
-constexpr KvCodes kWriteCodes{.noAck = 7, .tooManyRequests = 5, .other = 2, .passed = {{{4, 4}}}};
-constexpr KvCodes kRemoveCodes{.noAck = 7, .tooManyRequests = 5, .other = 2};
+constexpr KvCodesOf<KvPimLocalUserAttributesErrorCode> kWriteCodes{
+    .noAck = KvPimLocalUserAttributesErrorTimeout,
+    .tooManyRequests = KvPimLocalUserAttributesErrorTooManyRequests,
+    .other = KvPimLocalUserAttributesErrorFailure,
+    .passed = {{{4, KvPimLocalUserAttributesErrorServer4}}}};
+constexpr KvCodesOf<KvPimLocalUserAttributesErrorCode> kRemoveCodes{
+    .noAck = KvPimLocalUserAttributesErrorTimeout,
+    .tooManyRequests = KvPimLocalUserAttributesErrorTooManyRequests,
+    .other = KvPimLocalUserAttributesErrorFailure};
 
 constexpr KvOperation kSet{
     .command = "setLocalUserAttributes",
     .codes = kWriteCodes,
-    .invalidArgument = 3,
+    .invalidArgument = KvPimLocalUserAttributesErrorInvalidArgument,
     .logLine = "set user attributes: %@",
     .report = {KvReport::About::user, KvLoganActionStringSet, "-[KvPimKit setLocalUserAttributes:completion:]"}};
 constexpr KvOperation kAddOrUpdate{.command = "addOrUpdateLocalUserAttributes",
                                    .codes = kWriteCodes,
-                                   .invalidArgument = 3,
+                                   .invalidArgument = KvPimLocalUserAttributesErrorInvalidArgument,
                                    .logLine = "add user attributes: %@",
                                    .report = {KvReport::About::user, KvLoganActionStringUpdate,
                                               "-[KvPimKit addOrUpdateLocalUserAttributes:completion:]"}};
 constexpr KvOperation kDelete{.command = "deleteLocalUserAttributesByKeys",
                               .codes = kRemoveCodes,
-                              .invalidArgument = 3,
+                              .invalidArgument = KvPimLocalUserAttributesErrorInvalidArgument,
                               .logLine = "delete user attributes: %@",
                               .report = {KvReport::About::user, KvLoganActionStringDelete,
                                          "-[KvPimKit deleteLocalUserAttributesByKeys:completion:]"}};
@@ -40,18 +47,21 @@ constexpr KvOperation kClear{
 
 // ---- Anybody's
 
-constexpr KvCodes kReadCodes{.noAck = 7, .tooManyRequests = 5, .other = 2, .passed = {{{6, 6}}}};
+constexpr KvCodesOf<KvPimUserAttributesErrorCode> kReadCodes{.noAck = KvPimUserAttributesErrorTimeout,
+                                                             .tooManyRequests = KvPimUserAttributesErrorTooManyRequests,
+                                                             .other = KvPimUserAttributesErrorFailure,
+                                                             .passed = {{{6, KvPimUserAttributesErrorServer6}}}};
 
 constexpr KvOperation kGet{
     .command = "getUserAttributes",
     .codes = kReadCodes,
-    .invalidArgument = 3,
+    .invalidArgument = KvPimUserAttributesErrorInvalidArgument,
     .logLine = "get user attributes: %@",
     .report = {KvReport::About::user, KvLoganActionStringGet, "-[KvPimKit getUserAttributes:completion:]"}};
 constexpr KvOperation kGetByKeys{
     .command = "getUserAttributesByKeys",
     .codes = kReadCodes,
-    .invalidArgument = 3,
+    .invalidArgument = KvPimUserAttributesErrorInvalidArgument,
     .logLine = "get user attributes: %@",
     .report = {KvReport::About::user, KvLoganActionStringGet, "-[KvPimKit getUserAttributes:byKeys:completion:]"}};
 

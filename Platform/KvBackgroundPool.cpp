@@ -1,12 +1,11 @@
 #include "Platform/KvBackgroundPool.h"
 
+#include "Platform/KvThread.h"
+
 #include <chrono>
 #include <cstdlib>
-#include <thread>
 
 #include <boost/asio/executor_work_guard.hpp>
-#include <pthread.h>
-#include <signal.h>
 
 namespace kv {
 namespace {
@@ -23,16 +22,10 @@ KvBackgroundPool& KvBackgroundPool::shared() {
 
 KvBackgroundPool::KvBackgroundPool() : context_(kThreads) {
     for (int i = 0; i < kThreads; ++i) {
-        std::thread([this] {
-            // Signals are the application's. That includes the one that a file over the size limit raises in its
-            // writer, which would end the process.
-            sigset_t all;
-            sigfillset(&all);
-            pthread_sigmask(SIG_SETMASK, &all, nullptr);
-            pthread_setname_np(pthread_self(), "kv.background");
+        startThread("kv.background", [this] {
             auto const open = boost::asio::make_work_guard(context_);
             context_.run();
-        }).detach();
+        });
     }
     std::atexit([] { shared().drainAtExit(); });
 }

@@ -8,12 +8,15 @@
 
 namespace kv {
 
+/// Bytes that may still change.
 using KvBytes = std::vector<std::uint8_t>;
 
 /// Immutable bytes; null means that there are none, which is not the same as zero of them.
 using KvData = std::shared_ptr<KvBytes const>;
 
+/// Takes the bytes over.
 inline KvData makeData(KvBytes bytes) { return std::make_shared<KvBytes const>(std::move(bytes)); }
+/// Copies the bytes.
 inline KvData makeData(std::string_view bytes) { return std::make_shared<KvBytes const>(bytes.begin(), bytes.end()); }
 
 }  // namespace kv

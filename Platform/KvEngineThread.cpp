@@ -1,9 +1,6 @@
 #include "Platform/KvEngineThread.h"
 
-#include <thread>
-
-#include <pthread.h>
-#include <signal.h>
+#include "Platform/KvThread.h"
 
 namespace kv {
 
@@ -12,13 +9,7 @@ std::shared_ptr<KvMainQueue> engineThreadQueue() {
     // destruction.
     static auto& queue = *new std::shared_ptr<KvMainQueue>([] {
         auto made = KvMainQueue::create();
-        std::thread([made] {
-            sigset_t all;  // signals are the application's: its own threads take them
-            sigfillset(&all);
-            pthread_sigmask(SIG_SETMASK, &all, nullptr);
-            pthread_setname_np(pthread_self(), "kv.engine");
-            made->run();
-        }).detach();
+        startThread("kv.engine", [made] { made->run(); });
         return made;
     }());
     return queue;

@@ -19,9 +19,12 @@ namespace kv {
 class KV_EXPORT KvQueueTimer {
 public:
     KvQueueTimer() = default;
+    /// Takes the call over.
     KvQueueTimer(KvQueueTimer&& other) noexcept;
+    /// Cancels its own call and takes the other over.
     KvQueueTimer& operator=(KvQueueTimer&& other) noexcept;
     ~KvQueueTimer();
+    /// The call is not made any more. Does nothing when it was made, or when there is none.
     void cancel();
     /// Whether the call is still to come.
     bool isActive() const;
@@ -33,10 +36,12 @@ private:
     std::shared_ptr<Entry> entry_;
 };
 
+/// A queue of work and timers without a thread of its own; the application drives it.
 class KV_EXPORT KvMainQueue final : public std::enable_shared_from_this<KvMainQueue> {
 public:
     using Clock = std::chrono::steady_clock;
     using Work = std::function<void()>;
+    /// Whether timers go by the clock of the machine or by `advance`.
     enum class Time { real, manual };
 
     /// The queue of the process, made on first use; clients use it unless they are given another one. Any thread.

@@ -26,9 +26,11 @@ struct KV_EXPORT SocketItems {
 /// whoever needs a value longer copies it. Attachments are shared, so keeping one costs nothing.
 class KV_EXPORT SocketData {
 public:
+    /// Refers to both; copies nothing.
     SocketData(boost::json::array const& items, std::vector<KvData> const& attachments)
         : items_(items), attachments_(attachments) {}
 
+    /// The values, with placeholders where binary data were.
     boost::json::array const& items() const { return items_; }
     /// The bytes that `value` stands for, or null when it is not binary data. An object that only looks like a
     /// placeholder, without an attachment of its number, is not binary data.

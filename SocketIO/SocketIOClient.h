@@ -14,8 +14,10 @@
 
 namespace kv {
 
+/// How far a socket is; `disconnected` only after it was connecting or connected.
 enum class SocketStatus { notConnected, connecting, connected, disconnected };
 
+/// One socket. It is made by its manager.
 class KV_EXPORT SocketIOClient final : public std::enable_shared_from_this<SocketIOClient> {
 public:
     using Handler = std::function<void(SocketData const& data)>;
@@ -51,13 +53,16 @@ public:
 
     /// The session id that the server gave to this socket, empty while not connected.
     std::string const& sid() const;
+    /// How far the socket is at this moment.
     SocketStatus status() const;
 
     /// Sends an event. While the socket is not connected nothing is sent and "error" is delivered.
     void emit(std::string_view event, SocketItems items);
+    /// Prepares an event that the server is to acknowledge: `timingOutAfter` of the result sends it.
     Acknowledgement emitWithAck(std::string_view event, SocketItems items);
 
     class Impl;
+    /// For the manager.
     explicit SocketIOClient(std::unique_ptr<Impl> impl);
     ~SocketIOClient();
 

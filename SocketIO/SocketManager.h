@@ -20,6 +20,7 @@ namespace kv {
 
 class SocketIOClient;
 
+/// How a connection is made.
 struct SocketConfig {
     /// Offer permessage-deflate. A server that declines is fine; messages under 1 KiB are never deflated.
     bool compress = false;
@@ -35,6 +36,7 @@ struct SocketConfig {
     std::function<void(std::string_view line)> log;
 };
 
+/// A connection, with its socket. It connects when the socket is told to.
 class KV_EXPORT SocketManager final {
 public:
     /// `url`: http, https, ws or wss, host and optional port; anything else fails at `connect` with "disconnect".

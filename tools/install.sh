@@ -38,7 +38,7 @@ missing_packages() {
         mapfile -t -O ${#packages[@]} packages < <(sed -n "s/^$group: //p" tools/packages | tr ' ' '\n')
     done
     installed=$(dpkg-query -W -f '${db:Status-Status} ${Package}\n' "${packages[@]}" 2>/dev/null | sed -n 's/^installed //p')
-    printf '%s\n' "${packages[@]}" | grep -vxF "${installed:-none}"
+    printf '%s\n' "${packages[@]}" | grep -vx -e "" -F -e "${installed:-none}"
     # These may also have come from elsewhere than Debian.
     if [[ " $* " == *" node "* ]] && ! node_is_recent; then echo nodejs; fi
     if [[ " $* " == *" npm "* && -z $(type -P npm) ]]; then echo npm; fi

@@ -112,6 +112,9 @@ private:
     void restoreLocalUserAttributes(std::vector<KvPimAttribute> const& attributes);
     void restoreSubscribedOnlineStatusOfPeers(Strings const& peerIds);
     void restoreSubscribedAttributesOfPeers(Strings const& peerIds);
+    /// Repeats an operation with this list until the server takes it or the login ends.
+    template <auto Operation, class List>
+    void restore(List const& list);
     /// Posts `again`, to be called with this client if it still lives.
     template <class Again>
     void retryAtNextTurn(Again again);

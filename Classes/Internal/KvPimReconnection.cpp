@@ -150,34 +150,27 @@ void KvPimKitImpl::restoreJoinedChannels(Channels const& channels) {
     }
 }
 
-void KvPimKitImpl::restoreLocalUserAttributes(std::vector<KvPimAttribute> const& attributes) {
+template <auto Operation, class List>
+void KvPimKitImpl::restore(List const& list) {
     auto const client = kit.lock();
-    if (!stateManager->login || attributes.empty() || !client) return;
-    client->setLocalUserAttributes(attributes, [weak = weak_from_this(), attributes](std::int64_t code) {
+    if (!stateManager->login || list.empty() || !client) return;
+    ((*client).*Operation)(list, [weak = weak_from_this(), list](std::int64_t code) {
         auto const self = weak.lock();
         if (code == 0 || !self) return;
-        self->retryAtNextTurn([attributes](KvPimKitImpl& again) { again.restoreLocalUserAttributes(attributes); });
+        self->retryAtNextTurn([list](KvPimKitImpl& again) { again.restore<Operation>(list); });
     });
+}
+
+void KvPimKitImpl::restoreLocalUserAttributes(std::vector<KvPimAttribute> const& attributes) {
+    restore<&KvPimKit::setLocalUserAttributes>(attributes);
 }
 
 void KvPimKitImpl::restoreSubscribedOnlineStatusOfPeers(Strings const& peerIds) {
-    auto const client = kit.lock();
-    if (!stateManager->login || peerIds.empty() || !client) return;
-    client->subscribePeersOnlineStatus(peerIds, [weak = weak_from_this(), peerIds](std::int64_t code) {
-        auto const self = weak.lock();
-        if (code == 0 || !self) return;
-        self->retryAtNextTurn([peerIds](KvPimKitImpl& again) { again.restoreSubscribedOnlineStatusOfPeers(peerIds); });
-    });
+    restore<&KvPimKit::subscribePeersOnlineStatus>(peerIds);
 }
 
 void KvPimKitImpl::restoreSubscribedAttributesOfPeers(Strings const& peerIds) {
-    auto const client = kit.lock();
-    if (!stateManager->login || peerIds.empty() || !client) return;
-    client->subscribePeersUserAttribes(peerIds, [weak = weak_from_this(), peerIds](std::int64_t code) {
-        auto const self = weak.lock();
-        if (code == 0 || !self) return;
-        self->retryAtNextTurn([peerIds](KvPimKitImpl& again) { again.restoreSubscribedAttributesOfPeers(peerIds); });
-    });
+    restore<&KvPimKit::subscribePeersUserAttribes>(peerIds);
 }
 
 }  // namespace kv

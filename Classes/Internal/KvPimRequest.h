@@ -36,6 +36,28 @@ struct KvCodes {
     std::int64_t of(KvPimResult const& result) const;
 };
 
+/// The same, written down: an operation's row can hold nothing but the codes that its own enumeration names.
+template <class Code>
+struct KvCodesOf {
+    struct Passed {
+        std::int32_t result;
+        Code code;
+    };
+    Code noAck;
+    Code tooManyRequests;
+    Code other;
+    std::array<Passed, 4> passed{};
+    bool refusalBeforeSuccess = false;
+
+    constexpr operator KvCodes() const {
+        KvCodes codes{noAck, tooManyRequests, other, {}, refusalBeforeSuccess};
+        std::ranges::transform(passed, codes.passed.begin(), [](Passed const& row) {
+            return KvCodes::Passed{row.result, row.code};
+        });
+        return codes;
+    }
+};
+
 /// How an operation's failures are reported as events. Successes never are.
 struct KvReport {
     enum class About { nothing, user, channel };

@@ -184,12 +184,12 @@ void KvPimKitImpl::cleanResourcesAfterLogout() {
 
 void KvPimKitImpl::renewToken(std::string token, std::int64_t timeStamp, KvPimKit::RenewTokenCompletion done) {
     if (!stateManager->login) return complete(done, token, KvPimErrorNotLogin);
-    if (!isValidToken(token)) return complete(done, token, std::int64_t{2});
+    if (!isValidToken(token)) return complete(done, token, KvPimRenewTokenErrorInvalidArgument);
     stateHelper.loginParams.loginWithToken(token, stateManager->appId, stateManager->userId, timeStamp);
     auto const config = stateHelper.loginParams.generateSocketConfig();
     rebuildSocketManagerWithConfig(config);
     KvLog::shared().info("renewtoken and set socket config: %@", config);
-    complete(done, token, std::int64_t{0});
+    complete(done, token, KvPimRenewTokenErrorOk);
 }
 
 }  // namespace kv

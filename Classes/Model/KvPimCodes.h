@@ -1,49 +1,35 @@
-// The numbers of the public interface. They are permanent. Completions receive plain integers, since servers may learn
-// new codes; the names here are those of the codes that are known.
+// The states and reasons that delegates are told of. The numbers are permanent.
 #pragma once
 
 #include <cstdint>
 
 namespace kv {
 
+/// How far a client's connection is.
 enum KvPimConnectionState : std::int64_t {
     KvPimConnectionStateDisconnected = 1,
-    KvPimConnectionStateConnecting = 2,
-    KvPimConnectionStateConnected = 3,
-    KvPimConnectionStateReconnecting = 4,
+    KvPimConnectionStateConnecting = 2,    ///< A login is in progress.
+    KvPimConnectionStateConnected = 3,     ///< The server has taken the login.
+    KvPimConnectionStateReconnecting = 4,  ///< The connection was lost, and an attempt to restore it has begun.
 };
 
+/// Why the state changed.
 enum KvPimConnectionChangeReason : std::int64_t {
-    KvPimConnectionChangeReasonLogin = 1,           // with state 2
-    KvPimConnectionChangeReasonLoginSuccess = 2,    // with state 3, after a login and after each reconnection
-    KvPimConnectionChangeReasonLoginFailure = 3,    // with state 1
-    KvPimConnectionChangeReasonLoginTimeout = 4,    // with state 1
-    KvPimConnectionChangeReasonInterrupted = 5,     // with state 4
-    KvPimConnectionChangeReasonLogout = 6,          // with state 1
-    KvPimConnectionChangeReasonRemoteLogin = 8,     // with state 1
-    KvPimConnectionChangeReasonExpiredSession = 9,  // never reported by itself
+    KvPimConnectionChangeReasonLogin = 1,           ///< With state 2: a login was accepted for trying.
+    KvPimConnectionChangeReasonLoginSuccess = 2,    ///< With state 3, after a login and after each reconnection.
+    KvPimConnectionChangeReasonLoginFailure = 3,    ///< With state 1: the connection closed during a login.
+    KvPimConnectionChangeReasonLoginTimeout = 4,    ///< With state 1: not connected within 6 seconds of a login.
+    KvPimConnectionChangeReasonInterrupted = 5,     ///< With state 4: the first attempt to reconnect begins.
+    KvPimConnectionChangeReasonLogout = 6,          ///< With state 1: this side left (a logout, or a token renewed).
+    KvPimConnectionChangeReasonRemoteLogin = 8,     ///< With state 1: the user logged in elsewhere; nothing reconnects.
+    KvPimConnectionChangeReasonExpiredSession = 9,  ///< Never told by itself.
 };
 
-enum KvPimLoginErrorCode : std::int64_t {
-    KvPimLoginErrorOk = 0,
-    KvPimLoginErrorUnknown = 1,
-    KvPimLoginErrorAppForbidden = 2,
-    KvPimLoginErrorInvalidArgument = 3,
-    KvPimLoginErrorInvalidAppId = 4,
-    KvPimLoginErrorInvalidToken = 5,
-    KvPimLoginErrorTokenExpired = 6,
-    KvPimLoginErrorNotAuthorized = 7,
-    KvPimLoginErrorAlreadyLogin = 8,
-    KvPimLoginErrorTimeout = 9,
-};
-
+/// Why a member left a channel.
 enum KvPimMemberLeftReason : std::int64_t {
     KvPimMemberLeftReasonUnknown = 0,
-    KvPimMemberLeftReasonQuit = 1,
-    KvPimMemberLeftReasonDisconnect = 2,
+    KvPimMemberLeftReasonQuit = 1,        ///< The member left the channel.
+    KvPimMemberLeftReasonDisconnect = 2,  ///< The member's connection ended.
 };
-
-/// In every operation: the client is not logged in. Decided before anything is sent.
-inline constexpr std::int64_t KvPimErrorNotLogin = 102;
 
 }  // namespace kv

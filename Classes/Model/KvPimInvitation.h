@@ -8,13 +8,14 @@
 
 namespace kv {
 
+/// What became of an invitation.
 enum KvPimInvitationState : std::int64_t {
-    KvPimInvitationStateInitial = 0,   // not sent yet
-    KvPimInvitationStateFailed = 1,    // not acknowledged, or expired
-    KvPimInvitationStatePending = 2,   // sent and acknowledged, or arrived
-    KvPimInvitationStateCanceled = 3,  // by the inviter
-    KvPimInvitationStateAccepted = 4,  // by the invitee
-    KvPimInvitationStateRefused = 5,   // by the invitee
+    KvPimInvitationStateInitial = 0,   ///< Not sent yet.
+    KvPimInvitationStateFailed = 1,    ///< Not acknowledged, or expired.
+    KvPimInvitationStatePending = 2,   ///< Sent and acknowledged, or arrived.
+    KvPimInvitationStateCanceled = 3,  ///< By the inviter.
+    KvPimInvitationStateAccepted = 4,  ///< By the invitee.
+    KvPimInvitationStateRefused = 5,   ///< By the invitee.
 };
 
 /// A call-style invitation of one user by another. Shared between the application, the invitation kit and the store of

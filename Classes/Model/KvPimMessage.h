@@ -10,17 +10,20 @@
 
 namespace kv {
 
+/// What a message consists of.
 enum KvPimMessageType { KvPimMessageTypeText = 1, KvPimMessageTypeRaw = 2 };
 
 /// A text message, to a channel or to a peer. At most 32,768 bytes of UTF-8.
 class KV_EXPORT KvPimMessage {
 public:
     KvPimMessage() = default;
+    /// A message of this text.
     explicit KvPimMessage(std::string text_) : text(std::move(text_)) {}
     virtual ~KvPimMessage() = default;
     KvPimMessage(KvPimMessage const&) = default;
     KvPimMessage& operator=(KvPimMessage const&) = default;
 
+    /// Tells text from raw.
     virtual KvPimMessageType type() const { return KvPimMessageTypeText; }
     /// The bytes of a raw message, null for any other.
     virtual KvData data() const { return nullptr; }
@@ -37,8 +40,10 @@ public:
 class KV_EXPORT KvPimRawMessage final : public KvPimMessage {
 public:
     KvPimRawMessage() = default;
+    /// A message of these bytes, without a text.
     explicit KvPimRawMessage(KvData rawData_) : rawData(std::move(rawData_)) {}
 
+    /// Raw.
     KvPimMessageType type() const override { return KvPimMessageTypeRaw; }
     KvData data() const override { return rawData; }
 

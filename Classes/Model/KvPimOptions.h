@@ -8,8 +8,9 @@
 
 namespace kv {
 
-/// Where a client finds its surroundings. An empty field stands for the built-in value. The last four but `caFile` are
-/// process-wide: the first client created in the process decides them.
+/// Where a client finds its surroundings. An empty field stands for the built-in value. The diagnostics are those of
+/// the process: the first client that is made decides `collectServer`, `cachesDirectory`, `keyStoreDirectory`, and
+/// which `caFile` the uploads use.
 struct KvPimEnvConfig {
     /// Base URL of the API server: http or https, a host name or IPv4 address, an optional port, no path.
     std::string apiServer;
@@ -31,6 +32,7 @@ enum class KvPimEngine {
     mainQueue,
 };
 
+/// How a client is made. All of it may stay as it is.
 struct KvPimOptions {
     KvPimEnvConfig envConfig;
     /// The queue on which the client lives; null for `KvMainQueue::main()`.

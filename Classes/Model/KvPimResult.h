@@ -23,6 +23,7 @@ struct KV_EXPORT KvPimResult {
     /// The last item when it is a dictionary, else null.
     boost::json::object const* response = nullptr;
 
+    /// Reads the items of an acknowledgement.
     static KvPimResult resultWithArray(SocketData const& data);
 };
 

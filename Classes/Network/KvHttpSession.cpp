@@ -1,6 +1,7 @@
 #include "Classes/Network/KvHttpSession.h"
 
 #include "Platform/KvFiles.h"
+#include "Platform/KvThread.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -12,8 +13,6 @@
 
 #include <curl/curl.h>
 #include <fcntl.h>
-#include <pthread.h>
-#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -245,13 +244,7 @@ KvHttpSession& KvHttpSession::shared() {
 }
 
 KvHttpSession::KvHttpSession() : multi_(makeMulti()) {
-    std::thread([this] {
-        sigset_t all;  // signals are the application's: its own threads take them
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, nullptr);
-        pthread_setname_np(pthread_self(), "kv.http");
-        Loop(*this).run();
-    }).detach();
+    startThread("kv.http", [this] { Loop(*this).run(); });
     // OpenSSL, which curl has set up by now, cleans up behind this and must find nobody using it.
     static pid_t const process = ::getpid();
     std::atexit([] {

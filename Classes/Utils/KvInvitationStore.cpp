@@ -10,7 +10,6 @@ namespace kv {
 namespace {
 
 constexpr std::chrono::seconds kExpiry{60};
-constexpr std::int64_t kNoAnswer = 3;
 
 std::string keyOf(KvPimInvitation const& invitation) {
     return "[" + invitation.invitee + "," + invitation.inviter + "]";
@@ -50,7 +49,7 @@ void KvInvitationStore::addTimerAndInvitation(std::shared_ptr<KvPimInvitation> i
     auto const queue = target->mainQueue_;
     auto timer = KvPimTimer::startTimer(queue, kExpiry, [invitation, target = std::move(target)] {
         invitation->state = KvPimInvitationStateFailed;
-        target->fail(invitation, kNoAnswer);
+        target->fail(invitation, KvPimInvitationFailedErrorExpired);
     });
     std::lock_guard lock(mutex_);
     invitationTimerDict_[key].swap(timer);

@@ -1,14 +1,13 @@
 #include "SocketIO/transport/NameLookup.h"
 
+#include "Platform/KvThread.h"
+
 #include <atomic>
 #include <cstring>
 #include <system_error>
-#include <thread>
 
 #include <boost/asio/ip/address.hpp>
 #include <netdb.h>
-#include <pthread.h>
-#include <signal.h>
 
 namespace kv::sio {
 namespace asio = boost::asio;
@@ -35,12 +34,6 @@ std::string askResolver(std::string const& host, std::uint16_t port, Endpoints& 
     return endpoints.empty() ? "Cannot find " + host + ": it has no address" : std::string();
 }
 
-void blockSignals() {
-    sigset_t all;  // signals are the application's: its own threads take them
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, nullptr);
-}
-
 }  // namespace
 
 void lookUp(std::string host, std::uint16_t port, std::shared_ptr<KvMainQueue> const& queue,
@@ -58,13 +51,12 @@ void lookUp(std::string host, std::uint16_t port, std::shared_ptr<KvMainQueue> c
         return answer({}, "Cannot find " + host + ": too many look-ups at a time");
     }
     try {
-        std::thread([host = std::move(host), port, answer] {
-            blockSignals();
+        startThread("kv.lookup", [host = std::move(host), port, answer] {
             Endpoints endpoints;
             auto error = askResolver(host, port, endpoints);
             --lookUps;
             answer(std::move(endpoints), std::move(error));
-        }).detach();
+        });
     } catch (std::system_error const& failure) {
         --lookUps;
         answer({}, std::string("Cannot look up names: ") + failure.what());

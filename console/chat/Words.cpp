@@ -1,6 +1,6 @@
 #include "console/chat/Words.h"
 
-#include "Classes/Model/KvPimCodes.h"
+#include "Classes/Model/KvPimErrorCodes.h"
 
 namespace kv::console {
 namespace {

@@ -1,0 +1,23 @@
+#include "Platform/KvThread.h"
+
+#include <thread>
+#include <utility>
+
+#include <pthread.h>
+#include <signal.h>
+
+namespace kv {
+
+void startThread(char const* name, std::function<void()> body) {
+    std::thread([name, body = std::move(body)] {
+        // Signals are the application's: its own threads take them. That includes the one that a file over the size
+        // limit raises in its writer, which would end the process.
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, nullptr);
+        pthread_setname_np(pthread_self(), name);
+        body();
+    }).detach();
+}
+
+}  // namespace kv

@@ -1,0 +1,26 @@
+# shellcheck shell=bash
+# Builds the documentation and checks it.
+
+completion_codes() { node tools/completion_codes.mjs; }
+
+# Fails if the page of completion codes is not what the headers say, or if a link in a Markdown page leads nowhere.
+check_pages() {
+    completion_codes | cmp -s - docs/completion_codes.md || fail "docs/completion_codes.md is out of date: ./run docs"
+    find . '(' -path './build*' -o -name node_modules ')' -prune -o -name '*.md' -print0 |
+        xargs -0 node tools/check_links.mjs
+}
+
+# The guides and the reference: build/docs/index.html.
+build_docs() {
+    local output=build/docs page pages version
+    page=$(completion_codes) || return
+    printf '%s\n' "$page" >docs/completion_codes.md
+    version=$(sed -nE 's/^project\(.* VERSION ([0-9.]+) .*/\1/p' CMakeLists.txt)
+    rm -rf "$output"
+    mkdir -p "$output"
+    KVPIM_VERSION=$version run_job doxygen docs/Doxyfile || return
+    # Fields and aliases need no words of their own when their name and their record's say it all.
+    ! grep -vE '\((variable|typedef)\) of (class|struct) .* is not documented\.$' "$output/warnings.log" >&2 || return
+    mapfile -t pages < <(find "$output" -name '*.html')
+    node tools/check_links.mjs "${pages[@]}" && check_pages
+}
