@@ -51,8 +51,8 @@ struct KvPimDelegate {
     /// `state`: a KvPimConnectionState; `reason`: a KvPimConnectionChangeReason. Without this member the client
     /// also writes no event reports of connection states.
     std::function<void(KvPimKit& kit, std::int64_t state, std::int64_t reason)> connectionStateChanged;
-    /// The connection closed because the token expired. The client goes on reconnecting: `renewToken` in here gives the
-    /// next attempt a new token.
+    /// The connection, or an attempt to restore it, ended with the reason "loginFail: ExpiredToken". The client goes on
+    /// reconnecting: `renewToken` in here gives the next attempt a new token.
     std::function<void(KvPimKit& kit)> tokenDidExpire;
     /// A message from another user; `type()` tells text from raw. Messages that the server kept arrive after the login.
     std::function<void(KvPimKit& kit, std::shared_ptr<KvPimMessage> message, std::string const& peerId)>

@@ -93,7 +93,7 @@ const lines = [
   'what the local service means by it is told in `service/README.md`.',
   '',
   'A code for what is wrong with the call itself (not logged in, invalid argument) comes inside the call, and nothing is',
-  'sent. The others come later. Two operations may call their completion more than once: `loginByToken` after a 9, and',
+  'sent. The others come later. Three operations may call their completion more than once: `loginByToken` after a 9, and',
   '`sendMessage` and `sendMessageToPeer` after "too long".',
   '',
   row(['operation', ...numbers]),

@@ -1,5 +1,6 @@
 // Login, logout, renewal; what each end of a connection leads to; what is restored.
 #include "Person.h"
+#include "support/ScriptedServer.h"
 
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
@@ -277,6 +278,67 @@ TEST_P(SessionTest, RenewalReplacesTheTokenOfConnectionsToCome) {
     EXPECT_EQ(renewed(fresh), std::pair(fresh, std::int64_t{0}));
     EXPECT_EQ(alice.states.back(), (States::value_type{1, 6}));
     EXPECT_TRUE(alice.kit->stateManager().login);
+}
+
+TEST_P(SessionTest, ATokenThatIsRenewedWhenItExpiredServesTheNextAttempt) {
+    std::string const fresh = "f" + std::string(kToken).substr(1);
+    std::string lastRequest;
+    std::atomic<bool> isBack{false};
+    ScriptedServer server([&](ScriptedPeer& peer) {
+        switch (peer.number()) {
+            case 0:
+                peer.login();
+                return peer.hangUp();
+            case 1:
+                peer.acceptWebSocket();
+                peer.sendText(ScriptedPeer::openPacket({}));
+                peer.sendText(R"(44{"message":"loginFail: ExpiredToken"})");
+                break;
+            default:
+                lastRequest = peer.request();
+                isBack = true;
+                peer.login();
+        }
+        peer.readToEnd();
+    });
+    Person dora(server.url(), "dora", queue, GetParam());
+    std::vector<std::int64_t> codes;
+    dora.delegate->tokenDidExpire = [&](KvPimKit& kit) {
+        kit.renewToken(fresh, 2, [&](std::string const&, std::int64_t code) { codes.push_back(code); });
+    };
+    ASSERT_TRUE(dora.login());
+    EXPECT_TRUE(waitFor([&] {
+        queue->advance(100ms);
+        return dora.states.size() == 4;
+    }));
+    EXPECT_EQ(dora.states, (States{{2, 1}, {3, 2}, {4, 5}, {3, 2}}));
+    EXPECT_EQ(codes, std::vector<std::int64_t>{0});
+    ASSERT_TRUE(isBack);
+    EXPECT_NE(lastRequest.find(fresh), std::string::npos) << lastRequest;
+}
+
+TEST_P(SessionTest, ATokenThatIsRenewedDuringAnAttemptEndsTheAttempts) {
+    ScriptedServer server([&](ScriptedPeer& peer) {
+        if (peer.number() == 1) {  // never answered
+            peer.readToEnd();
+        } else {
+            peer.login();
+            if (peer.number() == 0) return peer.hangUp();
+            peer.readToEnd();
+        }
+    });
+    Person dora(server.url(), "dora", queue, GetParam());
+    ASSERT_TRUE(dora.login());
+    EXPECT_TRUE(waitFor([&] {
+        if (server.connections() < 2) queue->advance(100ms);
+        return server.connections() == 2;
+    }));
+    dora.kit->renewToken(kToken, 2, {});
+    EXPECT_EQ(dora.states, (States{{2, 1}, {3, 2}, {4, 5}, {1, 6}}));
+    for (int turn = 0; turn < 100; ++turn) queue->advance(100ms);
+    EXPECT_EQ(server.connections(), 2);
+    EXPECT_EQ(dora.codeOf([&](auto done) { dora.kit->logoutWithCompletion(done); }), 0);
+    EXPECT_TRUE(dora.login());
 }
 
 }  // namespace
