@@ -2,6 +2,7 @@
 
 #include "Platform/KvMainQueue.h"
 
+#include <chrono>
 #include <cstddef>
 #include <memory>
 #include <string>
@@ -9,13 +10,15 @@
 namespace kv {
 
 /// Where a client finds its surroundings. An empty field stands for the built-in value. The diagnostics are those of
-/// the process: the first client that is made decides `collectServer`, `cachesDirectory`, `keyStoreDirectory`, and
-/// which `caFile` the uploads use.
+/// the process: the first client that is made decides `collectServer`, `uploadInterval`, `cachesDirectory`,
+/// `keyStoreDirectory`, and which `caFile` the uploads use.
 struct KvPimEnvConfig {
     /// Base URL of the API server: http or https, a host name or IPv4 address, an optional port, no path.
     std::string apiServer;
     /// URL to which event reports are uploaded.
     std::string collectServer;
+    /// How often event reports are uploaded, instead of once a minute: for services that one develops against.
+    std::chrono::milliseconds uploadInterval{};
     /// Directory of "kv_pim.log" and of the event reports, instead of the user's caches directory.
     std::string cachesDirectory;
     /// Directory in which the device id is kept as a private file, instead of the user's secret service.

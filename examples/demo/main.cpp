@@ -1,26 +1,27 @@
 // Three clients of the library talk to each other, and everything that they do is shown as it happens. Whatever should
 // arrive and does not ends the demonstration with an error.
 #include "Person.h"
+#include "Service.h"
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
 
-#include <curl/curl.h>
-
 namespace {
 
 using namespace demo;
+using namespace std::chrono_literals;
 using kv::KvPimInvitation;
 
 constexpr char kAppId[] = "demo";
 constexpr char kChannel[] = "garden";
 
 struct Options {
-    std::string apiServer = "http://127.0.0.1:8600";
-    std::string collectUrl;
+    std::string service = "http://127.0.0.1:8600";
     bool hasControl = false;
+    std::chrono::seconds stay{};
 };
 
 /// A directory for this run alone.
@@ -40,25 +41,6 @@ public:
 private:
     std::filesystem::path path_;
 };
-
-/// Has the service drop a user's connection, as a failing network would.
-void cutConnection(std::string const& apiServer, std::string const& userId) {
-    std::string const url = apiServer + "/control/drop";
-    std::string const body = "{\"userId\":\"" + userId + "\"}";
-    CURL* const request = curl_easy_init();
-    curl_slist* const headers = curl_slist_append(nullptr, "Content-Type: application/json");
-    curl_easy_setopt(request, CURLOPT_URL, url.c_str());
-    curl_easy_setopt(request, CURLOPT_HTTPHEADER, headers);
-    curl_easy_setopt(request, CURLOPT_POSTFIELDS, body.c_str());
-    curl_easy_setopt(request, CURLOPT_FAILONERROR, 1L);
-    curl_easy_setopt(request, CURLOPT_TIMEOUT, 5L);
-    curl_easy_setopt(
-        request, CURLOPT_WRITEFUNCTION, +[](char*, std::size_t, std::size_t size, void*) { return size; });
-    auto const result = curl_easy_perform(request);
-    curl_slist_free_all(headers);
-    curl_easy_cleanup(request);
-    if (result != CURLE_OK) throw Failure("the service did not cut the connection: " + url);
-}
 
 void says(Person& person, std::string const& text) {
     person.does("says in the channel: " + text, [&](Person::Done done) {
@@ -86,17 +68,23 @@ public:
           bob_(stage, "bob", kAppId, options),
           carol_(stage, "carol", kAppId, options) {}
 
-    void run(bool hasControl, std::string const& apiServer) {
+    void run(Options const& options) {
         arrive();
         talk();
         sendBytes();
         shareAttributes();
         invite();
         leaveAndComeBack();
-        if (hasControl) {
-            reconnect(apiServer);
+        if (options.hasControl) {
+            Service const service(options.service);
+            reconnect(service);
+            report(service);
         } else {
-            stage_.remark("(the service offers no control endpoints: no connection is cut)");
+            stage_.remark("(the service offers no control endpoints: no connection is cut, no report is asked for)");
+        }
+        if (options.stay.count() > 0) {
+            stage_.remark("Everybody stays for a while. The service's page: " + options.service + "/");
+            stage_.queue->runFor(options.stay);
         }
         stage_.scene("Good bye");
         logOut(alice_);
@@ -189,15 +177,29 @@ private:
         alice_.hears("carol is online");
     }
 
-    void reconnect(std::string const& apiServer) {
+    void reconnect(Service const& service) {
         stage_.scene("Bob's connection is cut, and comes back by itself");
-        cutConnection(apiServer, bob_.name());
+        service.cutConnection(bob_.name());
         alice_.hears("bob was disconnected from garden");
         bob_.hears("connection lost, connecting again");
         bob_.hears("connected");
         alice_.hears("bob joins garden");
         says(alice_, "Welcome back!");
         bob_.hears("alice in garden: Welcome back!");
+    }
+
+    // The reporter is the process's, not the client's: all three share it.
+    void report(Service const& service) {
+        stage_.scene("All of it was recorded, and the event reports reach the service: " + service.url() + "/");
+        Service::Reports reports;
+        stage_.waitUntil("the service", "the event reports", [&] {
+            reports = service.reports();
+            return reports["StartLogin"] == 4 && reports["LoginResult"] >= 4 && reports["JoinChannel"] >= 4 &&
+                   reports["LeaveChannel"] == 1 && reports["Logout"] == 1 && reports["ConnectState"] >= 10;
+        });
+        for (auto const& [type, count] : reports) {
+            stage_.event("page", type + (count == 1 ? "" : ", " + std::to_string(count) + " times"));
+        }
     }
 
     Stage const& stage_;
@@ -211,12 +213,12 @@ Options readOptions(int argc, char** argv) {
         bool const hasValue = i + 1 < argc;
         if (name == "--control") {
             options.hasControl = true;
-        } else if (name == "--api-server" && hasValue) {
-            options.apiServer = argv[++i];
-        } else if (name == "--collect-url" && hasValue) {
-            options.collectUrl = argv[++i];
+        } else if (name == "--service" && hasValue) {
+            options.service = argv[++i];
+        } else if (name == "--stay" && hasValue) {
+            options.stay = std::chrono::seconds(std::strtol(argv[++i], nullptr, 10));
         } else {
-            std::fprintf(stderr, "usage: demo [--api-server URL] [--collect-url URL] [--control]\n");
+            std::fprintf(stderr, "usage: demo [--service URL] [--control] [--stay SECONDS]\n");
             std::exit(2);
         }
     }
@@ -231,12 +233,13 @@ int main(int argc, char** argv) {
         TemporaryDirectory const directory;
         Stage const stage;
         kv::KvPimOptions clientOptions;
-        clientOptions.envConfig = {.apiServer = options.apiServer,
-                                   .collectServer = options.collectUrl,
+        clientOptions.envConfig = {.apiServer = options.service,
+                                   .collectServer = options.service + "/pim/v1/collect-logan",
+                                   .uploadInterval = 1s,
                                    .cachesDirectory = directory.path() / "caches",
                                    .keyStoreDirectory = directory.path() / "keys",
                                    .caFile = {}};
-        Play(stage, clientOptions).run(options.hasControl, options.apiServer);
+        Play(stage, clientOptions).run(options);
         std::puts("\nAll that was shown arrived.");
         return 0;
     } catch (Failure const& failure) {

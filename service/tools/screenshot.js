@@ -1,5 +1,5 @@
 #!/usr/bin/env node
-// Takes a picture of the service's page: node tools/screenshot.js URL FILE.png [dark] [phone]
+// Takes a picture of the service's page, once somebody logged out: node tools/screenshot.js URL FILE.png [dark] [phone]
 
 import { browserPath, launchBrowser } from './browser.js';
 
@@ -15,6 +15,7 @@ const page = await browser.newPage({
 });
 await page.goto(url);
 await page.waitForSelector('#live.on');
-await page.waitForTimeout(1500);
+await page.getByRole('cell', { name: 'Logout', exact: true }).first().waitFor();
+await page.waitForTimeout(2500); // the overview comes every second
 await page.screenshot({ path: file, fullPage: true });
 await browser.close();

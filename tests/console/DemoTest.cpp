@@ -9,14 +9,15 @@ namespace {
 
 TEST(Demo, EndsWellWithAService) {
     Service service;
-    Program demo({KVPIM_DEMO, "--api-server", service.url(), "--control"});
+    Program demo({KVPIM_DEMO, "--service", service.url(), "--control"});
     EXPECT_EQ(demo.exitStatus(), 0);
     EXPECT_TRUE(demo.prints("*bob*<- alice in garden: Welcome back!"));
+    EXPECT_TRUE(demo.prints("*page*<- LoginResult, * times"));
     EXPECT_TRUE(demo.prints("All that was shown arrived."));
 }
 
 TEST(Demo, FailsWithoutOne) {
-    Program demo({KVPIM_DEMO, "--api-server", kNobody});
+    Program demo({KVPIM_DEMO, "--service", kNobody});
     EXPECT_EQ(demo.exitStatus(), 1);
     EXPECT_FALSE(demo.prints("All that was shown arrived."));
 }

@@ -93,7 +93,8 @@ LoganManager::LoganManager(KvPimEnvConfig const& config, std::shared_ptr<KvClock
                         {"clientSessionId", ""}},
       collectManager_(WnDataCollectManager::initWithURL(collectServerOf(config), loganDirectoryOf(config), true,
                                                         config.caFile, clock)) {
-    collectManager_->startUploadTimerWithInterval(kUploadInterval);
+    collectManager_->startUploadTimerWithInterval(config.uploadInterval.count() > 0 ? config.uploadInterval
+                                                                                    : kUploadInterval);
     queue_.async([this, directory = loganDirectoryOf(config)] {
         deviceId_ = WnUUIDHelper::uuidForDevice();
         printConsole("loganDir:" + directory);
