@@ -20,7 +20,7 @@ int main(int argc, char** argv) {
     if (!client) return 1;
 
     std::string const token = "0123456789abcdef0123456789abcdef";
-    client->loginByToken(token, std::time(nullptr), "alice", [&](std::int64_t errorCode) {
+    client->loginByToken(token, std::time(nullptr) * 1000, "alice", [&](std::int64_t errorCode) {
         std::printf("login: %d\n", static_cast<int>(errorCode));
         if (errorCode != 0) return queue->stop();
         auto const message = std::make_shared<kv::KvPimMessage>("Hello, world");

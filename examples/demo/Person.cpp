@@ -38,7 +38,7 @@ Person::Person(Stage const& stage, std::string name, std::string const& appId, k
 }
 
 void Person::logIn() {
-    does("logs in", [this](Done done) { client_->loginByToken(kToken, std::time(nullptr), name_, done); });
+    does("logs in", [this](Done done) { client_->loginByToken(kToken, std::time(nullptr) * 1000, name_, done); });
     hears("connected");
 }
 
