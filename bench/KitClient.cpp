@@ -43,6 +43,7 @@ kv::KvData const& blob() {
 KitClient::KitClient(Subject const& subject, std::string userId) : userId_(std::move(userId)) {
     delegate_->messageReceived = [this](kv::KvPimKit&, std::shared_ptr<kv::KvPimMessage> const& message,
                                         std::string const&) { onReceived(*message); };
+    delegate_->peersOnlineStatusChanged = [this](kv::KvPimKit&, auto const&) { onEvent(); };
     delegate_->connectionStateChanged = [](kv::KvPimKit&, std::int64_t, std::int64_t) {};
     kit_ = kv::KvPimKit::initWithAppId("bench", delegate_, optionsOf(subject));
 }
@@ -73,15 +74,23 @@ void KitClient::sendTo(std::string const& peer, std::string text, Answered answe
 }
 
 void KitClient::askForMessages(long count, Content content, Done done) {
+    askForEvents(content == Content::text ? "flood-text" : "flood-binary", count, std::move(done));
+}
+
+void KitClient::askForEvents(std::string const& peer, long count, Done done) {
     missing_ = count;
     allReceived_ = std::move(done);
-    sendTo(content == Content::text ? "flood-text" : "flood-binary", std::to_string(count), {});
+    sendTo(peer, std::to_string(count), {});
+}
+
+void KitClient::onEvent() {
+    if (missing_ > 0 && --missing_ == 0) allReceived_();
 }
 
 void KitClient::onReceived(kv::KvPimMessage const& message) {
     auto const data = message.data();
     if (onMessage) onMessage(data ? data->size() : message.text.value_or("").size());
-    if (missing_ > 0 && --missing_ == 0) allReceived_();
+    onEvent();
 }
 
 std::unique_ptr<Client> makeKitClient(Subject const& subject) { return std::make_unique<KitClient>(subject); }

@@ -15,6 +15,10 @@ public:
     void send(Content content, Answered answered) override;
     void askForMessages(long count, Content content, Done done) override;
     void sendTo(std::string const& peer, std::string text, Answered answered);
+    /// Has the server send so many events, of the kind that the peer's name stands for.
+    void askForEvents(std::string const& peer, long count, Done done);
+    /// One of the events has arrived.
+    void onEvent();
 
     kv::KvPimKit& kit() { return *kit_; }
 

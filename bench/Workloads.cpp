@@ -66,22 +66,52 @@ void measure(std::string const& name, Subject const& subject, Amount amount, Run
     measurement.print(name, subject.name(), amount.operations);
 }
 
+// Connects and leaves, one time after the other, within one run of the queue: an application does not leave its loop.
+class Cycles {
+public:
+    Cycles(Subject const& subject, std::vector<double>& latencies) : subject_(subject), latencies_(latencies) {}
+
+    void run(long count) {
+        runUntilDone([&](Client::Done done) {
+            if (count == 0) return done();
+            left_ = count;
+            done_ = std::move(done);
+            begin();
+        });
+        client_.reset();
+    }
+
+private:
+    void begin() {
+        auto const start = wallSeconds();
+        client_ = subject_.makeClient();
+        client_->login([this, start] {
+            latencies_.push_back((wallSeconds() - start) * 1e6);
+            client_->logout([this] { end(); });
+        });
+    }
+    void end() {
+        if (--left_ == 0) return done_();
+        kv::KvMainQueue::main()->post([this] { begin(); });
+    }
+
+    Subject const& subject_;
+    std::vector<double>& latencies_;
+    long left_ = 0;
+    Client::Done done_;
+    std::unique_ptr<Client> client_;
+};
+
 void measureConnect(std::string const& name, Subject const& subject, Amount amount) {
     std::vector<double> latencies;
-    auto const cycle = [&] {
-        auto const start = wallSeconds();
-        auto const client = subject.makeClient();
-        login(*client);
-        latencies.push_back((wallSeconds() - start) * 1e6);
-        logout(*client);
-    };
-    cycle();
+    Cycles cycles(subject, latencies);
+    cycles.run(1);
     auto const coldMilliseconds = millisecondsSinceStart();
     auto const coldCpu = cpuSeconds();
-    for (long i = 0; i < amount.warmUp; ++i) cycle();
+    cycles.run(amount.warmUp);
     latencies.clear();
     Measurement measurement;
-    for (long i = 0; i < amount.operations; ++i) cycle();
+    cycles.run(amount.operations);
     measurement.stop();
     measurement.addLatencies(latencies);
     measurement.add("cold_ms", coldMilliseconds);

@@ -23,4 +23,9 @@ void receiveMessages(Client& client, long count, Content content);
 /// Logs all in, so many at a time.
 void loginAll(std::vector<std::unique_ptr<Client>> const& clients, std::size_t atATime);
 
+/// Many clients in one process, each of which receives a message and answers it: the time, the threads, the rest.
+void runCrowd(Subject const& subject, long count);
+/// Whether one request or event takes longer the more there is of what a client keeps.
+void runGrowth(Subject const& subject);
+
 }  // namespace bench

@@ -2,8 +2,8 @@
 // read and written in large pieces, so that a measurement shows the client alone. Prints "PORT n", and ends with its
 // standard input.
 //
-// A message to "nobody" is never acknowledged, one to "me" comes back, one to "flood-text" asks for as many messages as
-// its text says.
+// A message to "nobody" is never acknowledged, one to "me" comes back, one to "flood-text", "flood-channel" or
+// "flood-status" asks for as many events of that kind as its text says.
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -62,6 +62,18 @@ std::string messageEvent(std::string_view text) {
     return R"(42["MessageToPeerReceived",{"msgs":[{"fromUserId":"carol","serverReceivedTs":1700000000000,)"
            R"("content":{"text":")" +
            std::string(text) + R"(","binary":null}}]}])";
+}
+
+// What a "flood" consists of: each event is told from the one before, so that none is taken for a repetition.
+std::string eventOf(std::string_view kind, long number) {
+    if (kind == "flood-channel") {
+        return R"(42["ChannelMessageReceived",{"from":{"userId":"carol","channelId":"room-0"},)"
+               R"("serverReceivedTs":1700000000000,"content":{"text":"hello","binary":null}}])";
+    }
+    if (kind == "flood-status") {
+        return R"(42["PeersOnlineStatusChanged",{"status":{"peer-0":)" + std::to_string(number & 1) + "}}]";
+    }
+    return messageEvent(std::string(64, 'x'));
 }
 
 class Peer {
@@ -142,16 +154,14 @@ private:
         if (target == "nobody") return;
         putFrame(out_, "43" + std::string(id) + R"([{"result":0}])");
         if (target == "me") putFrame(out_, messageEvent(content));
-        if (target == "flood-text") flood(content);
+        if (target.starts_with("flood-")) flood(target, content);
     }
 
-    void flood(std::string_view count) {
+    void flood(std::string_view kind, std::string_view count) {
         long left = 0;
         std::from_chars(count.data(), count.data() + count.size(), left);
-        std::string one;
-        putFrame(one, messageEvent(std::string(64, 'x')));
         while (left > 0) {
-            for (long some = std::min(left, kMessagesInAWrite); some > 0; --some, --left) out_ += one;
+            for (long some = std::min(left, kMessagesInAWrite); some > 0; --some) putFrame(out_, eventOf(kind, left--));
             if (!send()) return;
             out_.clear();
         }

@@ -1,5 +1,7 @@
 // Measures this library against a server that ./run bench starts.
 //     kvpim-bench PORT WORKLOAD OPS WARMUP [--engine main|thread] [--socketio]
+//     kvpim-bench PORT crowd CLIENTS 0 [--engine main|thread]
+//     kvpim-bench PORT growth 0 0 [--engine main|thread]
 #include "bench/Workloads.h"
 
 #include <cstdarg>
@@ -7,7 +9,7 @@
 #include <cstdlib>
 #include <string_view>
 
-#include <unistd.h>
+#include <sys/resource.h>
 
 namespace bench {
 
@@ -27,6 +29,13 @@ namespace {
 
 constexpr char kUsage[] = "usage: kvpim-bench PORT WORKLOAD OPS WARMUP [--engine main|thread] [--socketio]";
 
+void allowManyFiles() {
+    rlimit files;
+    getrlimit(RLIMIT_NOFILE, &files);
+    files.rlim_cur = files.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &files);
+}
+
 }  // namespace
 
 int main(int argumentCount, char** arguments) {
@@ -43,5 +52,9 @@ int main(int argumentCount, char** arguments) {
             bench::fail("%s", kUsage);
         }
     }
+    std::string_view const workload = arguments[2];
+    allowManyFiles();
+    if (workload == "crowd") return bench::runCrowd(subject, amount.operations), 0;
+    if (workload == "growth") return bench::runGrowth(subject), 0;
     if (!bench::runWorkload(arguments[2], subject, amount)) bench::fail("there is no workload %s", arguments[2]);
 }

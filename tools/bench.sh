@@ -42,6 +42,26 @@ compare_clients() {
     gnuplot -e "data='$folder/bench.dat'" bench/plot.gp >docs/bench.png && say docs/bench.png
 }
 
+# measure_crowd CLIENTS
+measure_crowd() {
+    local server engine
+    for server in node fast; do
+        start_bench_server "$server"
+        measure_client /dev/null js ack_pipelined 50000 1000
+        for engine in main thread; do
+            say "Against the $server server"
+            measure_client /dev/stdout "kit-$engine" crowd "$1" 0
+        done
+        stop_server
+    done
+}
+
+measure_growth() {
+    start_bench_server fast
+    measure_client /dev/stdout kit-main growth 0 0
+    stop_server
+}
+
 start_bench_server() {
     local command=(node bench/server.js)
     [[ $1 == node ]] || command=("$(build_folder bench)/kvpim-fast-server")

@@ -61,6 +61,7 @@ void Dialer::connectNext() {
 void Dialer::onConnected() {
     boost::system::error_code ignored;
     stream_->socket().set_option(asio::ip::tcp::no_delay(true), ignored);
+    stream_->forgetWritability(endpoints_[nextEndpoint_ - 1].protocol());
     if (!plan_.url.isSecure) return sendRequest();
     stage_ = "TLS handshake with " + plan_.url.text();
     if (auto error = stream_->startTls(plan_.url.host, plan_.caFile); !error.empty()) return fail(std::move(error));

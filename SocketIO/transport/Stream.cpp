@@ -88,6 +88,11 @@ SSL_CTX* contextFor(std::string const& caFile, std::string& error) {
 
 }  // namespace
 
+void Stream::forgetWritability(boost::asio::ip::tcp protocol) {
+    boost::system::error_code error;
+    socket_.assign(protocol, socket_.release(error), error);
+}
+
 std::string Stream::startTls(std::string const& host, std::string const& caFile) {
     std::string error;
     SSL_CTX* const context = contextFor(caFile, error);
