@@ -5,8 +5,8 @@
 #include "Classes/KvPimInvitationKit.h"
 #include "Classes/KvPimKit.h"
 #include "support/Service.h"
+#include "support/TemporaryDirectory.h"
 
-#include <filesystem>
 #include <functional>
 #include <memory>
 #include <string>
@@ -15,7 +15,6 @@
 
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <unistd.h>
 
 namespace kv::test {
 
@@ -55,10 +54,10 @@ struct Person {
         delegate->tokenDidExpire = [this](KvPimKit&) { ++expired; };
         KvPimOptions options;
         options.envConfig.apiServer = std::move(url);
-        auto const directory = std::filesystem::temp_directory_path() / ("kvpim-test-" + std::to_string(::getpid()));
-        cachesDirectory = directory / "caches";
+        static TemporaryDirectory const directory;  // the process's, as the diagnostics are
+        cachesDirectory = directory.path("caches");
         options.envConfig.cachesDirectory = cachesDirectory;
-        options.envConfig.keyStoreDirectory = directory / "keys";
+        options.envConfig.keyStoreDirectory = directory.path("keys");
         options.envConfig.collectServer = "http://127.0.0.1:9/";  // nothing of a test is ever uploaded
         options.mainQueue = queue;
         options.engine = engine;

@@ -4,6 +4,7 @@
 #include "classes/Person.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <map>
 
 namespace kv::test {
