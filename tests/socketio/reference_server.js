@@ -11,7 +11,7 @@ const io = new Server(httpServer, {
   serveClient: false,
   maxHttpBufferSize: 32 << 20,
   pingInterval: 300,
-  pingTimeout: 2000,
+  pingTimeout: 10000,
   perMessageDeflate: process.argv[3] === 'deflate' ? { threshold: 0 } : false,
 });
 
