@@ -224,19 +224,29 @@ void LoganManager::drain() {
 }
 
 void LoganManager::report(std::string_view type, json::object details) {
-    auto const now = currentTimeStamp();
-    queue_.async(
-        [this, now, type = std::string(type), common = commonParameters_, details = std::move(details)]() mutable {
-            json::object event = std::move(common);
-            event["deviceId"] = deviceId_;
-            event["timestamp"] = now;
-            event["type"] = type;
-            for (auto& entry : details) event[entry.key()] = std::move(entry.value());
-            for (auto& entry : event) makeValidUtf8(entry.value());
-            auto envelope = topPara(now);
-            envelope["content"] = convertToJsonData(event);
-            collectManager_->writeLog(convertToJsonData(envelope));
-        });
+    bool const isFirst = waiting_.empty();
+    waiting_.push_back({currentTimeStamp(), std::string(type), commonParameters_, std::move(details)});
+    if (isFirst) queue_.async([this] { writeWaiting(); });
+}
+
+// Reports come in bursts; waking the background once for each would cost more than the report.
+void LoganManager::writeWaiting() {
+    std::vector<Report> reports;
+    {
+        std::lock_guard lock(mutex_);
+        reports.swap(waiting_);
+    }
+    for (auto& report : reports) {
+        json::object& event = report.event;
+        event["deviceId"] = deviceId_;
+        event["timestamp"] = report.time;
+        event["type"] = report.type;
+        for (auto& entry : report.details) event[entry.key()] = std::move(entry.value());
+        for (auto& entry : event) makeValidUtf8(entry.value());
+        auto envelope = topPara(report.time);
+        envelope["content"] = convertToJsonData(event);
+        collectManager_->writeLog(convertToJsonData(envelope));
+    }
 }
 
 }  // namespace kv

@@ -14,6 +14,7 @@
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <boost/json/object.hpp>
 
@@ -73,8 +74,16 @@ public:
     void drain();
 
 private:
+    struct Report {
+        std::int64_t time;
+        std::string type;
+        boost::json::object event;  // the common parameters, then all of it
+        boost::json::object details;
+    };
+
     // With mutex_ held, so that reports keep the order of the calls.
     void report(std::string_view type, boost::json::object details);
+    void writeWaiting();
 
     mutable std::mutex mutex_;
     // Guarded by mutex_.
@@ -87,6 +96,7 @@ private:
     std::int64_t tsJoinChannel_ = 0;
     std::int64_t tsLeaveChannel_ = 0;
     std::int64_t loginTimeStamp_ = 0;
+    std::vector<Report> waiting_;
 
     std::shared_ptr<WnDataCollectManager> const collectManager_;
     std::string deviceId_;  // as the process found it at its start; touched only on queue_

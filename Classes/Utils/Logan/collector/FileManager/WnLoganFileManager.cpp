@@ -149,9 +149,9 @@ std::string WnLoganFileManager::saveCurrentWritingLoganFileToWaitUpload() {
 // Makes the current file, whichever that is by now, the one that the handle stands for, and keeps other processes from
 // renaming it until it is unlocked or closed.
 bool WnLoganFileManager::lockCurrentFile() {
-    constexpr int kAttempts = 3;
+    constexpr int kAttempts = 4;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
-        if (!holdsCurrentFile()) resetFileHandle();
+        if (attempt > 0 || !handle_) resetFileHandle();
         if (!handle_) return false;
         lockFile(handle_.get());
         if (holdsCurrentFile()) break;
