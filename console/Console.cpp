@@ -1,6 +1,6 @@
 #include "console/Console.h"
 
-#include "console/Operations.h"
+#include "console/CarryOut.h"
 #include "console/QueueLoop.h"
 
 #include <array>
@@ -40,36 +40,9 @@ private:
         while (!session_.sleep.isActive() && !session_.isQuit) {
             auto const line = input_.next();
             if (!line) break;
-            carryOut(*line);
+            carryOut(session_, *line);
         }
         isInputDone_ = input_.isEnded() && !session_.sleep.isActive();
-    }
-
-    void carryOut(InputLines::Line const& line) {
-        try {
-            if (line.isTooLong) throw BadLine("the line is longer than 16 MiB");
-            boost::system::error_code error;
-            auto const request = boost::json::parse(line.text, error);
-            if (error) throw BadLine("not JSON: " + error.message());
-            if (!request.is_object()) throw BadLine("not a JSON object");
-            carryOut(request.get_object());
-        } catch (BadLine const& bad) {
-            session_.output->line({{"error", bad.what()}, {"line", line.number}});
-        }
-    }
-
-    void carryOut(boost::json::object const& request) {
-        Arguments const arguments(request);
-        auto const* const operation = findOperation(arguments.text("op"));
-        if (operation == nullptr) throw BadLine("\"op\" names no operation");
-        auto const* const id = request.if_contains("id");
-        Answer const answer(session_.output, session_.open, id ? *id : nullptr, operation->name);
-        try {
-            operation->run(session_, arguments, answer);
-        } catch (NotThere const& missing) {
-            answer.refusal(missing.what());
-        }
-        answer.callReturned();
     }
 
     bool isOver() {
