@@ -1,0 +1,183 @@
+#include "fuzz/support/Application.h"
+
+#include "Classes/Utils/KvInvitationStore.h"
+#include "fuzz/support/Heard.h"
+#include "fuzz/support/Network.h"
+
+#include <algorithm>
+
+#include <boost/json/object.hpp>
+
+namespace kv::fuzz {
+namespace {
+
+constexpr char kToken[] = "0123456789abcdef0123456789abcdef";
+constexpr char kMe[] = "me", kPeer[] = "bob", kChannel[] = "room";
+constexpr std::chrono::seconds kLongestOperation{20}, kLongestInvitation{61};
+
+/// A completion of any type.
+struct Done {
+    Application* app;
+    Application::Begun* begun;
+    template <class... Told>
+    void operator()(Told const&... told) const {
+        require(++begun->calls <= begun->most, "no completion is called too often");
+        Heard::all(told...);
+        app->onCallback();
+    }
+};
+
+/// A member of a delegate, of any type.
+struct Listener {
+    Application* app;
+    template <class... Told>
+    void operator()(Told const&... told) const {
+        Heard::all(told...);
+        app->onCallback();
+    }
+};
+
+using App = Application&;
+using Text = std::string const&;
+using Begun = Application::Begun;
+
+constexpr Begun kOnce{1, 1};
+constexpr Begun kOnceUnlessDestroyed{0, 1};  // a client that is destroyed takes these along
+constexpr Begun kOnceOrTwice{1, 2};          // a login that timed out is told all the same how its attempt ended
+
+struct Operation {
+    char letter;
+    bool needsClient;
+    Begun ends;
+    void (*begin)(App app, Text text, Done done);
+};
+
+template <auto Method>
+void invite(App app, Text text, Done done) {
+    app.invitation = KvPimInvitation::initWithInviter(kMe, kPeer);
+    app.invitation->requestInfo = text;
+    ((*app.invitations).*Method)(app.invitation, done);
+}
+
+template <auto Method>
+void answerInvitation(App app, Text text, Done done) {
+    app.invitation = KvPimInvitation::initWithInviter(kPeer, kMe);
+    app.invitation->responseInfo = text;
+    ((*app.invitations).*Method)(app.invitation, done);
+}
+
+std::vector<KvPimAttribute> attributes(Text text) { return {{"key", text}, {text, "value"}}; }
+
+constexpr Operation kOperations[] = {
+    {'a', false, kOnce, [](App app, Text, Done done) { app.channel->joinWithCompletion(done); }},
+    {'b', false, kOnce, [](App app, Text, Done done) { app.channel->leaveWithCompletion(done); }},
+    {'c', false, kOnce, [](App app, Text, Done done) { app.channel->getMembersWithCompletion(done); }},
+    {'d', false, kOnce,
+     [](App app, Text text, Done done) { app.channel->sendMessage(std::make_shared<KvPimMessage>(text), {}, done); }},
+    {'e', true, kOnce,
+     [](App app, Text text, Done done) {
+         app.kit->sendMessageToPeer(std::make_shared<KvPimRawMessage>(makeData(text)), kPeer, {}, done);
+     }},
+    {'f', true, kOnce,
+     [](App app, Text text, Done done) { app.kit->setChannelAttributes(kChannel, attributes(text), {}, done); }},
+    {'g', true, kOnce,
+     [](App app, Text text, Done done) {
+         app.kit->addOrUpdateChannelAttributes(kChannel, attributes(text), {}, done);
+     }},
+    {'h', true, kOnce,
+     [](App app, Text text, Done done) { app.kit->deleteChannelAttributesByKeys(kChannel, {text}, {}, done); }},
+    {'i', true, kOnce, [](App app, Text, Done done) { app.kit->clearChannelAttributes(kChannel, {}, done); }},
+    {'j', true, kOnce, [](App app, Text, Done done) { app.kit->getChannelAttributes(kChannel, done); }},
+    {'k', true, kOnce,
+     [](App app, Text text, Done done) { app.kit->getChannelAttributesByKeys(kChannel, {text}, done); }},
+    {'l', true, kOnce,
+     [](App app, Text text, Done done) {
+         app.kit->getChannelMemberCount({kChannel, text}, done);
+     }},
+    {'m', true, kOnce, [](App app, Text text, Done done) { app.kit->setLocalUserAttributes(attributes(text), done); }},
+    {'n', true, kOnce,
+     [](App app, Text text, Done done) { app.kit->addOrUpdateLocalUserAttributes(attributes(text), done); }},
+    {'o', true, kOnce, [](App app, Text text, Done done) { app.kit->deleteLocalUserAttributesByKeys({text}, done); }},
+    {'p', true, kOnce, [](App app, Text, Done done) { app.kit->clearLocalUserAttributesWithCompletion(done); }},
+    {'q', true, kOnce, [](App app, Text, Done done) { app.kit->getUserAttributes(kPeer, done); }},
+    {'r', true, kOnce, [](App app, Text text, Done done) { app.kit->getUserAttributesByKeys(kPeer, {text}, done); }},
+    {'s', true, kOnce, [](App app, Text, Done done) { app.kit->subscribePeersUserAttribes({kPeer}, done); }},
+    {'t', true, kOnce, [](App app, Text, Done done) { app.kit->unsubscribePeersUserAttribes({kPeer}, done); }},
+    {'u', true, kOnceUnlessDestroyed, [](App app, Text, Done done) { app.kit->getPeersUserAttributes({kPeer}, done); }},
+    {'v', true, kOnceUnlessDestroyed,
+     [](App app, Text text, Done done) { app.kit->getPeersUserAttributesByKeys({kPeer}, {text}, done); }},
+    {'w', true, kOnce, [](App app, Text, Done done) { app.kit->subscribePeersOnlineStatus({kPeer}, done); }},
+    {'x', true, kOnce, [](App app, Text, Done done) { app.kit->unsubscribePeersOnlineStatus({kPeer}, done); }},
+    {'y', true, kOnce,
+     [](App app, Text text, Done done) {
+         app.kit->queryPeersOnlineStatus({kPeer, text}, done);
+     }},
+    {'z', true, kOnce, [](App app, Text, Done done) { app.kit->queryPeersBySubscriptionOption(1, done); }},
+    {'1', false, kOnce, invite<&KvPimInvitationKit::sendInvitation>},
+    {'2', false, kOnce, invite<&KvPimInvitationKit::cancelInvitation>},
+    {'3', false, kOnce, answerInvitation<&KvPimInvitationKit::acceptInvitation>},
+    {'4', false, kOnce, answerInvitation<&KvPimInvitationKit::refuseInvitation>},
+    {'5', true, kOnceOrTwice, [](App app, Text, Done done) { app.kit->loginByToken(kToken, 1, kMe, done); }},
+    {'6', true, kOnce, [](App app, Text, Done done) { app.kit->logoutWithCompletion(done); }},
+    {'7', true, kOnce,
+     [](App app, Text text, Done done) { app.kit->renewToken(text.empty() ? kToken : text, 2, done); }},
+    {'8', true, kOnce, [](App app, Text, Done done) { done(app.kit->destroyChannelWithId(kChannel)); }},
+    {'9', true, kOnce,
+     [](App app, Text, Done done) {
+         app.kit.reset();
+         done(0);
+     }},
+    {'0', true, kOnce,
+     [](App app, Text, Done done) {
+         app.kit->setLogFilters(8);
+         done(app.kit->getDebugInfo().size());
+     }},
+};
+
+}  // namespace
+
+Application::Application() {
+    makeDelegates();
+    KvPimOptions options;
+    options.envConfig.apiServer = "http://api.kvpim.example";
+    options.envConfig.cachesDirectory = "/dev/null/caches";  // where nothing can be made
+    options.mainQueue = queue_;
+    options.engine = KvPimEngine::mainQueue;
+    kit = KvPimKit::initWithAppId("app", delegate_, options);
+    kit->setLogFilters(0);
+    channel = kit->createChannelWithId(kChannel, channelDelegate_);
+    invitations = kit->getPimInvitationKit();
+    invitations->setDelegate(invitationDelegate_);
+}
+
+Application::~Application() { KvInvitationStore::shared().reset(); }
+
+void Application::makeDelegates() {
+    Listener const listener{this};
+    *delegate_ = {listener, listener, listener, listener, listener};
+    *channelDelegate_ = {listener, listener, listener, listener, listener, listener};
+    *invitationDelegate_ = {listener, listener, listener, listener, listener};
+}
+
+void Application::begin(char letter, std::string const& text) {
+    auto const* const found = std::ranges::find(kOperations, letter, &Operation::letter);
+    if (found == std::end(kOperations) || (found->needsClient && !kit)) return;
+    auto& begun = begun_.emplace_back(found->ends);
+    found->begin(*this, text, Done{this, &begun});
+}
+
+void Application::onCallback() {
+    if (auto const letter = std::exchange(nextInCallback_, '\0')) begin(letter, "from a callback");
+}
+
+void Application::finish() {
+    nextInCallback_ = '\0';
+    Network::shared().answerRequests({.error = "the end"});
+    queue_->advance(kLongestOperation);
+    Network::shared().readAll();
+    for (auto const& begun : begun_) require(begun.calls >= begun.least, "every completion is called");
+    kit.reset();
+    queue_->advance(kLongestInvitation);
+}
+
+}  // namespace kv::fuzz

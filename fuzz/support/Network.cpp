@@ -1,0 +1,184 @@
+#include "fuzz/support/Network.h"
+
+#include "Platform/KvKeyStore.h"
+#include "Platform/KvQueueContext.h"
+#include "SocketIO/core/Packet.h"
+#include "SocketIO/transport/Dialer.h"
+#include "fuzz/support/Input.h"
+#include "fuzz/support/ServerFrames.h"
+
+#include <array>
+#include <csignal>
+#include <map>
+#include <mutex>
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace kv::fuzz {
+namespace {
+
+class KeyStoreInMemory final : public KvKeyStore {
+public:
+    KvKeyStoreStatus add(KvKeyStoreQuery const& query, std::string_view value) override {
+        std::lock_guard lock(mutex_);
+        values_[query.account] = value;
+        return KvKeyStoreStatus::success;
+    }
+    KvKeyStoreMatch copyMatching(KvKeyStoreQuery const& query) override {
+        std::lock_guard lock(mutex_);
+        auto const found = values_.find(query.account);
+        if (found == values_.end()) return {KvKeyStoreStatus::itemNotFound};
+        return {KvKeyStoreStatus::success, found->second};
+    }
+    KvKeyStoreStatus remove(KvKeyStoreQuery const& query) override {
+        std::lock_guard lock(mutex_);
+        return values_.erase(query.account) > 0 ? KvKeyStoreStatus::success : KvKeyStoreStatus::itemNotFound;
+    }
+
+private:
+    std::mutex mutex_;
+    std::map<std::string, std::string> values_;  // guarded by mutex_
+};
+
+}  // namespace
+
+ServerEnd::ServerEnd(int fd) : fd_(fd) { reader_.setInflater(sio::Inflater(sio::Inflater::Context::dropped)); }
+
+ServerEnd::~ServerEnd() { hangUp(); }
+
+void ServerEnd::send(std::string_view bytes) {
+    if (fd_ >= 0) [[maybe_unused]]
+        auto const sent = ::send(fd_, bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+}
+
+void ServerEnd::hangUp() {
+    if (fd_ >= 0) ::close(std::exchange(fd_, -1));
+}
+
+void ServerEnd::read() {
+    std::array<char, 65536> piece;
+    for (ssize_t size; fd_ >= 0 && (size = ::recv(fd_, piece.data(), piece.size(), MSG_DONTWAIT)) > 0;) {
+        masked_.append(piece.data(), static_cast<std::size_t>(size));
+    }
+    unmask();
+    auto const frames = std::exchange(frames_, {});
+    std::span<std::uint8_t const> input(reinterpret_cast<std::uint8_t const*>(frames.data()), frames.size());
+    for (;;) {
+        auto const step = reader_.next(input);
+        require(step != sio::FrameReader::Step::failed, "the client's frames are right");
+        if (step == sio::FrameReader::Step::needMore) return;
+        onMessage();
+    }
+}
+
+// Moves whole frames from `masked_` to `frames_`, as a server would have sent them.
+void ServerEnd::unmask() {
+    for (;;) {
+        auto const byteAt = [&](std::size_t i) { return static_cast<std::uint8_t>(masked_[i]); };
+        if (masked_.size() < 2) return;
+        require((byteAt(1) & 0x80) != 0, "the client masks");
+        std::size_t const length7 = byteAt(1) & 0x7F;
+        std::size_t const lengthBytes = length7 == 126 ? 2 : length7 == 127 ? 8 : 0;
+        std::size_t const header = 2 + lengthBytes + 4;
+        if (masked_.size() < header) return;
+        std::size_t length = lengthBytes == 0 ? length7 : 0;
+        for (std::size_t i = 0; i < lengthBytes; ++i) length = length << 8 | byteAt(2 + i);
+        if (masked_.size() - header < length) return;
+        std::string payload = masked_.substr(header, length);
+        for (std::size_t i = 0; i < length; ++i)
+            payload[i] = static_cast<char>(payload[i] ^ masked_[header - 4 + i % 4]);
+        frames_ += serverFrame(byteAt(0), payload);
+        masked_.erase(0, header + length);
+    }
+}
+
+void ServerEnd::onMessage() {
+    if (reader_.opcode() == sio::WsOpcode::binary) {
+        require(attachmentsLeft_-- > 0, "attachments follow a packet that has them");
+        return;
+    }
+    auto const text = reader_.text();
+    if (reader_.opcode() != sio::WsOpcode::text || text.starts_with('3')) return;  // a pong may be anywhere
+    require(attachmentsLeft_ == 0, "a packet is followed by its attachments");
+    if (text == "40" || text == "41") return;
+    sio::PacketHeader header;
+    require(text.starts_with('4') && sio::readPacketHeader(text.substr(1), header).empty(), "packets have a header");
+    boost::json::value items;
+    require(sio::parseJson(header.json, {}, items).empty() && items.is_array(), "packets have items");
+    attachmentsLeft_ = header.attachments;
+    lastId_ = header.id.value_or(lastId_);
+}
+
+Network& Network::shared() {
+    static auto& network = *new Network;
+    return network;
+}
+
+void Network::reset() {
+    servers_.clear();
+    requests_.clear();
+}
+
+void Network::readAll() {
+    for (auto const& server : servers_) server->read();
+}
+
+void Network::answerRequests(KvHttpAnswer const& answer) {
+    for (auto const& completion : std::exchange(requests_, {})) completion(answer);
+}
+
+void leaveNoTrace() {
+    std::signal(SIGPIPE, SIG_IGN);
+    KvKeyStore::setShared(std::make_shared<KeyStoreInMemory>());
+}
+
+}  // namespace kv::fuzz
+
+// ---- In place of SocketIO/transport/Dialer.cpp: every server is there at once, and speaks WebSocket.
+namespace kv::sio {
+
+Dialer::Dialer(std::shared_ptr<KvMainQueue> const& queue, Plan plan, KvMainQueue::Clock::time_point end,
+               std::function<void(Dialed)> done)
+    : queue_(queue), plan_(std::move(plan)), end_(end), done_(std::move(done)) {}
+
+void Dialer::start() {
+    stage_ = "Connecting to " + plan_.url.text();
+    queue_.lock()->post([weak = weak_from_this()] {
+        if (auto const self = weak.lock(); self && self->done_) self->onConnected();
+    });
+}
+
+void Dialer::onConnected() {
+    int ends[2];
+    fuzz::require(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0, "there are sockets");
+    Dialed dialed;
+    dialed.stream = std::make_unique<Stream>(contextOf(*queue_.lock()));
+    dialed.stream->socket().assign(boost::asio::ip::tcp::v4(), ends[0]);
+    dialed.agreement.isEnabled = plan_.offersDeflate;
+    fuzz::Network::shared().addServer(ends[1]);
+    std::exchange(done_, nullptr)(std::move(dialed));
+}
+
+void Dialer::cancel() { done_ = nullptr; }
+
+}  // namespace kv::sio
+
+// ---- In place of Classes/Network/KvHttpSession.cpp: requests wait for the fuzzer's answer, uploads fail.
+namespace kv {
+
+class KvHttpSession::Transfer {};
+
+KvHttpSession::KvHttpSession() : multi_(nullptr) {}
+
+KvHttpSession& KvHttpSession::shared() {
+    static auto& session = *new KvHttpSession;
+    return session;
+}
+
+void KvHttpSession::start(KvHttpTask task, Completion completion) {
+    if (task.uploadPath.empty()) return fuzz::Network::shared().addRequest(std::move(completion));
+    completion({.error = "no network"});  // on a background thread
+}
+
+}  // namespace kv
