@@ -113,7 +113,8 @@ public:
 
     /// Logs in: finds the socket server, connects, waits for the server's word.
     /// @param token      32 characters without white space, as the application's own server issued it.
-    /// @param timeStamp  the time stamp that belongs to the token, in milliseconds since 1970; handed to the server as it
+    /// @param timeStamp  the time stamp that belongs to the token, in milliseconds since 1970; handed to the server as
+    /// it
     ///     is. The event report of the login counts its duration from it.
     /// @param userId     1 to 64 ASCII letters, digits, white space and ``!#$%&()+-:;<=.>?@[\]^_{}|~,``
     /// @param done  a KvPimLoginErrorCode. A 9 for a connection that is not there after 6 seconds (the delegate hears
