@@ -12,6 +12,8 @@ export const USAGE = `Usage: node service/main.js [options]
   --control            offer the control endpoints, for tests and demonstrations
   --exit-with-stdin    stop when standard input ends
   --quiet              no log on standard error
+  --ping-interval MS   how often each connection is asked whether it is still there (25000)
+  --ping-timeout MS    how long it may take to answer (20000)
   --tls-cert FILE      certificate, in PEM, and
   --tls-key FILE       its key: serve https
   --help               show this text
@@ -25,6 +27,8 @@ const OPTIONS = {
   control: { type: 'boolean', default: false },
   'exit-with-stdin': { type: 'boolean', default: false },
   quiet: { type: 'boolean', default: false },
+  'ping-interval': { type: 'string', default: '25000' },
+  'ping-timeout': { type: 'string', default: '20000' },
   'tls-cert': { type: 'string' },
   'tls-key': { type: 'string' },
   help: { type: 'boolean', default: false },
@@ -43,6 +47,8 @@ export function readOptions(args) {
     control: values.control,
     exitWithStdin: values['exit-with-stdin'],
     quiet: values.quiet,
+    pingInterval: wholeNumber('--ping-interval', values['ping-interval'], 1, 3_600_000),
+    pingTimeout: wholeNumber('--ping-timeout', values['ping-timeout'], 1, 3_600_000),
     tls: readTls(values['tls-cert'], values['tls-key']),
   };
 }

@@ -29,12 +29,21 @@ const SOCKET_OPTIONS = {
  * @param config     what a configuration file holds; all fields are optional
  * @param rateLimit  requests that one connection may make in a second; absent: any number
  * @param control    whether the control endpoints are there
+ * @param pingInterval, pingTimeout  of each connection, in milliseconds
  * @param tls        { cert, key } in PEM; absent: plain HTTP
  * @param now        the clock, in milliseconds since 1970
  */
-export function createService({ config = {}, rateLimit, control = false, tls, now = Date.now } = {}) {
+export function createService({
+  config = {},
+  rateLimit,
+  control = false,
+  pingInterval = 25_000,
+  pingTimeout = 20_000,
+  tls,
+  now = Date.now,
+} = {}) {
   const httpServer = tls ? createTlsServer(tls) : createServer();
-  const io = new Server(SOCKET_OPTIONS);
+  const io = new Server({ ...SOCKET_OPTIONS, pingInterval, pingTimeout });
   const store = new MemoryStore();
   const worlds = new Map();
   const prepared = prepareConfig(config);

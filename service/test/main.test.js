@@ -74,6 +74,8 @@ test('arguments and configuration that make no sense are explained', async (t) =
     [['surplus'], /surplus/],
     [['--port', '65536'], /--port wants a whole number from 0 to 65535/],
     [['--rate-limit', '0'], /--rate-limit wants/],
+    [['--ping-interval', '0'], /--ping-interval wants/],
+    [['--ping-timeout', '1s'], /--ping-timeout wants/],
     [['--rate-limit', ''], /--rate-limit wants/],
     [['--tls-cert', 'x'], /go together/],
     [['--config', join(folder, 'absent.json')], /absent\.json/],

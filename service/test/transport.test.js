@@ -5,6 +5,7 @@ import { Client, openMuteConnection, startService } from './client.js';
 
 const OFFER = { 'Sec-WebSocket-Extensions': 'permessage-deflate; client_max_window_bits' };
 const FINAL_TEXT_FRAME = 0x81;
+const CLOSE_FRAME = 0x88; // the text before it is ASCII
 
 test('compression is agreed on, but not spent on small frames', async (t) => {
   const service = await startService(t);
@@ -12,6 +13,7 @@ test('compression is agreed on, but not spent on small frames', async (t) => {
   assert.match(response.headers['sec-websocket-extensions'], /^permessage-deflate.*server_no_context_takeover/);
   const [firstFrame] = start.length > 0 ? [start] : await once(socket, 'data');
   assert.equal(firstFrame[0], FINAL_TEXT_FRAME);
+  socket.destroy(); // the service, when it stops, would wait half a minute for its goodbye
 });
 
 test('long messages survive their compression, together with their bytes', async (t) => {
@@ -30,4 +32,13 @@ test('there is no way in but WebSocket', async (t) => {
     const { status } = await fetch(baseUrl + path);
     assert.ok(status >= 400 && status < 500, `${path}: ${status}`);
   }
+});
+
+test('a connection that does not answer a ping in time is ended', async (t) => {
+  const service = await startService(t, { pingInterval: 20, pingTimeout: 20 });
+  const { socket, start } = await openMuteConnection(t, service.baseUrl);
+  let received = start;
+  // The peer's own goodbye would be waited for half a minute.
+  while (!received.includes(CLOSE_FRAME)) received = Buffer.concat([received, (await once(socket, 'data'))[0]]);
+  socket.destroy();
 });
