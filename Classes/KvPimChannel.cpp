@@ -53,6 +53,7 @@ template <class MakePayload, class Finish>
 void KvPimChannel::request(KvOperation const& operation, bool isValid, MakePayload const& payload, Finish finish) {
     auto const client = stateDelegate_.lock();
     if (!client) return finish(KvPimErrorNotLogin, nullptr);
+    assertMainThread(*client->mainQueue);
     client->requestOn(socket_.lock(), operation, isValid, payload, std::move(finish));
 }
 

@@ -47,6 +47,7 @@ void KvPimInvitationKit::refuseInvitation(std::shared_ptr<KvPimInvitation> invit
 }
 
 void KvPimInvitationKit::run(Operation const& operation, std::shared_ptr<KvPimInvitation> invitation, Completion done) {
+    assertMainThread(*mainQueue_);
     auto const session = stateManager_.lock();
     if (!session || !session->login) return complete(done, KvPimErrorNotLogin);
     if (!invitation || (*invitation).*operation.localUser != session->userId)

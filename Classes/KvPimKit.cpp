@@ -10,8 +10,6 @@
 #include "Platform/KvEngineThread.h"
 #include "SocketIO/SocketIOClient.h"
 
-#include <cassert>
-
 namespace kv {
 
 char const KvPimVersionString[] = KVPIM_VERSION;
@@ -58,33 +56,36 @@ KvPimKit::KvPimKit(std::shared_ptr<KvPimKitImpl> impl) : impl_(std::move(impl)) 
 
 KvPimKit::~KvPimKit() = default;
 
+std::shared_ptr<KvPimKitImpl> const& KvPimKit::impl() const {
+    assertMainThread(*impl_->mainQueue);
+    return impl_;
+}
+
 // Completions and delegates may drop the client while it is at work: each call keeps the inside alive until it returns.
 
 void KvPimKit::loginByToken(std::string token, std::int64_t timeStamp, std::string userId, Completion done) {
-    assert(impl_->mainQueue->isOwnThread() &&
-           "call the client from the thread that drives its main queue, or post to it");
-    auto const impl = impl_;
-    impl->loginByToken(std::move(token), timeStamp, std::move(userId), std::move(done));
+    auto const client = impl();
+    client->loginByToken(std::move(token), timeStamp, std::move(userId), std::move(done));
 }
 
 void KvPimKit::loginWithConfig(boost::json::object const& config, Completion done) {
-    auto const impl = impl_;
-    impl->loginWithConfig(config, std::move(done));
+    auto const client = impl();
+    client->loginWithConfig(config, std::move(done));
 }
 
 void KvPimKit::logoutWithCompletion(Completion done) {
-    auto const impl = impl_;
-    impl->logoutWithCompletion(std::move(done));
+    auto const client = impl();
+    client->logoutWithCompletion(std::move(done));
 }
 
 void KvPimKit::renewToken(std::string token, std::int64_t timeStamp, RenewTokenCompletion done) {
-    auto const impl = impl_;
-    impl->renewToken(std::move(token), timeStamp, std::move(done));
+    auto const client = impl();
+    client->renewToken(std::move(token), timeStamp, std::move(done));
 }
 
-std::shared_ptr<KvPimInvitationKit> KvPimKit::getPimInvitationKit() { return impl_->getPimInvitationKit(); }
+std::shared_ptr<KvPimInvitationKit> KvPimKit::getPimInvitationKit() { return impl()->getPimInvitationKit(); }
 
-boost::json::object KvPimKit::getDebugInfo() const { return impl_->debugInfo.toJsonModel(); }
+boost::json::object KvPimKit::getDebugInfo() const { return impl()->debugInfo.toJsonModel(); }
 
 std::string const& KvPimKit::getSDKVersion() { return sdkVersionString(); }
 
@@ -94,7 +95,7 @@ void KvPimKit::setLogFile(std::string const& path) { KvLog::shared().setLogFileP
 
 void KvPimKit::setLogFilters(std::int64_t filters) { KvLog::shared().setLogFilter(filters); }
 
-KvPimStateManager const& KvPimKit::stateManager() const { return *impl_->stateManager; }
+KvPimStateManager const& KvPimKit::stateManager() const { return *impl()->stateManager; }
 
 boost::json::object KvPimKit::generateSocketConfig(std::string const& token, std::string const& userId,
                                                    std::string const& appId, std::int64_t timeStamp) const {

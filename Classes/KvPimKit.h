@@ -266,6 +266,8 @@ public:
 
 private:
     explicit KvPimKit(std::shared_ptr<KvPimKitImpl> impl);
+    /// Debug builds end the program when it is called from another thread than the main queue's.
+    std::shared_ptr<KvPimKitImpl> const& impl() const;
     std::shared_ptr<KvPimKitImpl> impl_;
 };
 

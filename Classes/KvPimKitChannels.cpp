@@ -129,14 +129,14 @@ bool KvPimKitImpl::destroyChannelWithId(std::string const& channelId) {
 
 std::shared_ptr<KvPimChannel> KvPimKit::createChannelWithId(std::string const& channelId,
                                                             std::weak_ptr<KvPimChannelDelegate> delegate) {
-    return impl_->createChannelWithId(channelId, std::move(delegate));
+    return impl()->createChannelWithId(channelId, std::move(delegate));
 }
 
-bool KvPimKit::destroyChannelWithId(std::string const& channelId) { return impl_->destroyChannelWithId(channelId); }
+bool KvPimKit::destroyChannelWithId(std::string const& channelId) { return impl()->destroyChannelWithId(channelId); }
 
 void KvPimKit::setChannelAttributes(std::string const& channelId, std::vector<KvPimAttribute> const& attributes,
                                     KvPimChannelAttributeOptions options, Completion done) {
-    impl_->request(
+    impl()->request(
         kSet, !attributes.empty() && isValidId(channelId),
         [&] { return writePayload(channelId, options, "attributes", attributeMapOf(attributes)); },
         finishing(std::move(done)), channelId);
@@ -144,7 +144,7 @@ void KvPimKit::setChannelAttributes(std::string const& channelId, std::vector<Kv
 
 void KvPimKit::addOrUpdateChannelAttributes(std::string const& channelId, std::vector<KvPimAttribute> const& attributes,
                                             KvPimChannelAttributeOptions options, Completion done) {
-    impl_->request(
+    impl()->request(
         kAddOrUpdate, !attributes.empty() && isValidId(channelId),
         [&] { return writePayload(channelId, options, "attributes", attributeMapOf(attributes)); },
         finishing(std::move(done)), channelId);
@@ -152,7 +152,7 @@ void KvPimKit::addOrUpdateChannelAttributes(std::string const& channelId, std::v
 
 void KvPimKit::deleteChannelAttributesByKeys(std::string const& channelId, std::vector<std::string> const& keys,
                                              KvPimChannelAttributeOptions options, Completion done) {
-    impl_->request(
+    impl()->request(
         kDelete, !keys.empty() && isValidId(channelId),
         [&] { return writePayload(channelId, options, "attributeKeys", stringsOf(keys)); }, finishing(std::move(done)),
         channelId);
@@ -160,13 +160,13 @@ void KvPimKit::deleteChannelAttributesByKeys(std::string const& channelId, std::
 
 void KvPimKit::clearChannelAttributes(std::string const& channelId, KvPimChannelAttributeOptions options,
                                       Completion done) {
-    impl_->request(
+    impl()->request(
         kClear, isValidId(channelId), [&] { return writePayload(channelId, options); }, finishing(std::move(done)),
         channelId);
 }
 
 void KvPimKit::getChannelAttributes(std::string const& channelId, AttributesCompletion done) {
-    impl_->request(
+    impl()->request(
         kGet, isValidId(channelId),
         [&] {
             return payloadOf({{"channelId", channelId}});
@@ -176,7 +176,7 @@ void KvPimKit::getChannelAttributes(std::string const& channelId, AttributesComp
 
 void KvPimKit::getChannelAttributesByKeys(std::string const& channelId, std::vector<std::string> const& keys,
                                           AttributesCompletion done) {
-    impl_->request(
+    impl()->request(
         kGetByKeys, !keys.empty() && isValidId(channelId),
         [&] {
             return payloadOf({{"channelId", channelId}, {"attributeKeys", stringsOf(keys)}});
@@ -195,11 +195,11 @@ void KvPimKit::getChannelMemberCount(std::vector<std::string> const& channelIds,
         }
         complete(done, counts, code);
     };
-    bool const isLoggedIn = impl_->stateManager->login;
+    bool const isLoggedIn = impl()->stateManager->login;
     if (isLoggedIn && channelIds.size() > kMostCountedChannels) {
         return finish(KvPimMemberCountErrorTooManyChannels, nullptr);
     }
-    impl_->request(
+    impl()->request(
         kGetMemberCount, !channelIds.empty() && std::ranges::all_of(channelIds, isValidId),
         [&] {
             KvLog::shared().info("get channel member count: %@", channelIds);  // the ids alone, not the payload

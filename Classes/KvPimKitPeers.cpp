@@ -107,63 +107,63 @@ auto readingPeers(std::weak_ptr<KvPimKitImpl> client, KvPimKit::PeersAttributesC
 }  // namespace
 
 void KvPimKit::subscribePeersUserAttribes(std::vector<std::string> const& peerIds, Completion done) {
-    impl_->request(kSubscribeAttributes, areValidIds(peerIds), payloadOfIds(peerIds),
-                   recording(impl_, std::move(done),
-                             [peerIds](KvPimStateHelper& state) { state.subscribeAttributesOf(peerIds); }));
+    impl()->request(kSubscribeAttributes, areValidIds(peerIds), payloadOfIds(peerIds),
+                    recording(impl(), std::move(done),
+                              [peerIds](KvPimStateHelper& state) { state.subscribeAttributesOf(peerIds); }));
 }
 
 void KvPimKit::unsubscribePeersUserAttribes(std::vector<std::string> const& peerIds, Completion done) {
-    impl_->request(kUnsubscribeAttributes, areValidIds(peerIds), payloadOfIds(peerIds),
-                   recording(impl_, std::move(done),
-                             [peerIds](KvPimStateHelper& state) { state.unsubscribeAttributesOf(peerIds); }));
+    impl()->request(kUnsubscribeAttributes, areValidIds(peerIds), payloadOfIds(peerIds),
+                    recording(impl(), std::move(done),
+                              [peerIds](KvPimStateHelper& state) { state.unsubscribeAttributesOf(peerIds); }));
 }
 
 void KvPimKit::getPeersUserAttributes(std::vector<std::string> const& peerIds, PeersAttributesCompletion done) {
-    impl_->request(kGetAttributes, areValidIds(peerIds), payloadOfIds(peerIds), readingPeers(impl_, std::move(done)));
+    impl()->request(kGetAttributes, areValidIds(peerIds), payloadOfIds(peerIds), readingPeers(impl(), std::move(done)));
 }
 
 void KvPimKit::getPeersUserAttributesByKeys(std::vector<std::string> const& peerIds,
                                             std::vector<std::string> const& keys, PeersAttributesCompletion done) {
-    impl_->request(
+    impl()->request(
         kGetAttributesByKeys, areValidIds(peerIds) && !keys.empty(),
         [&] {
             return payloadOf({{"userIds", stringsOf(peerIds)}, {"attributeKeys", stringsOf(keys)}});
         },
-        readingPeers(impl_, std::move(done)));
+        readingPeers(impl(), std::move(done)));
 }
 
 void KvPimKit::subscribePeersOnlineStatus(std::vector<std::string> const& peerIds, Completion done) {
-    impl_->request(kSubscribeStatus, areValidIds(peerIds), payloadOfIds(peerIds),
-                   recording(impl_, std::move(done),
-                             [peerIds](KvPimStateHelper& state) { state.subscribeOnlineStatusOf(peerIds); }));
+    impl()->request(kSubscribeStatus, areValidIds(peerIds), payloadOfIds(peerIds),
+                    recording(impl(), std::move(done),
+                              [peerIds](KvPimStateHelper& state) { state.subscribeOnlineStatusOf(peerIds); }));
 }
 
 void KvPimKit::unsubscribePeersOnlineStatus(std::vector<std::string> const& peerIds, Completion done) {
-    impl_->request(kUnsubscribeStatus, areValidIds(peerIds), payloadOfIds(peerIds),
-                   recording(impl_, std::move(done), [peerIds](KvPimStateHelper& state) {
-                       state.unsubscribeOnlineStatusOf(peerIds);
-                       state.onlinePeersManager.unsubscribeOnlineStatusOf(peerIds);
-                   }));
+    impl()->request(kUnsubscribeStatus, areValidIds(peerIds), payloadOfIds(peerIds),
+                    recording(impl(), std::move(done), [peerIds](KvPimStateHelper& state) {
+                        state.unsubscribeOnlineStatusOf(peerIds);
+                        state.onlinePeersManager.unsubscribeOnlineStatusOf(peerIds);
+                    }));
 }
 
 void KvPimKit::queryPeersOnlineStatus(std::vector<std::string> const& peerIds, OnlineStatusCompletion done) {
-    impl_->request(kQueryStatus, areValidIds(peerIds), payloadOfIds(peerIds),
-                   [done = std::move(done)](std::int64_t code, KvPimResult const* result) {
-                       std::optional<std::vector<KvPimPeerOnlineStatus>> statuses;
-                       if (code == 0) {
-                           statuses.emplace();
-                           if (auto const* status = objectOf(result->response, "status")) {
-                               // An answer counts online as true, unlike the pushes.
-                               for (auto const& [id, value] : *status)
-                                   statuses->push_back({id, asInteger(&value) != 0});
-                           }
-                       }
-                       complete(done, statuses, code);
-                   });
+    impl()->request(kQueryStatus, areValidIds(peerIds), payloadOfIds(peerIds),
+                    [done = std::move(done)](std::int64_t code, KvPimResult const* result) {
+                        std::optional<std::vector<KvPimPeerOnlineStatus>> statuses;
+                        if (code == 0) {
+                            statuses.emplace();
+                            if (auto const* status = objectOf(result->response, "status")) {
+                                // An answer counts online as true, unlike the pushes.
+                                for (auto const& [id, value] : *status)
+                                    statuses->push_back({id, asInteger(&value) != 0});
+                            }
+                        }
+                        complete(done, statuses, code);
+                    });
 }
 
 void KvPimKit::queryPeersBySubscriptionOption(std::int64_t option, PeersCompletion done) {
-    impl_->request(
+    impl()->request(
         kQueryBySubscription, true,
         [option] {
             return payloadOf({{"option", option}});
@@ -177,7 +177,7 @@ void KvPimKit::queryPeersBySubscriptionOption(std::int64_t option, PeersCompleti
 
 void KvPimKit::sendMessageToPeer(std::shared_ptr<KvPimMessage const> message, std::string const& peerId,
                                  std::optional<KvPimSendMessageOptions> options, Completion done) {
-    auto const client = impl_;  // the completion that a long message gets at once may drop this object
+    auto const client = impl();  // the completion that a long message gets at once may drop this object
     auto const target = peerId;
     if (client->stateManager->login) reportTooLong(message.get(), KvPimPeerMessageErrorTooLong, done);
     client->request(

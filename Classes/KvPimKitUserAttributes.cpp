@@ -90,45 +90,45 @@ auto readingUser(std::string const& userId, KvPimKit::UserAttributesCompletion d
 }  // namespace
 
 void KvPimKit::setLocalUserAttributes(std::vector<KvPimAttribute> const& attributes, Completion done) {
-    impl_->request(
+    impl()->request(
         kSet, !attributes.empty(),
         [&] {
             return payloadOf({{"attributes", attributeMapOf(attributes)}});
         },
-        storing(impl_, std::move(done), [sent = storedAttributesOf(attributes)](KvPimLocalUserAttributes& store) {
+        storing(impl(), std::move(done), [sent = storedAttributesOf(attributes)](KvPimLocalUserAttributes& store) {
             store.setLocalUserAttributes(sent);
         }));
 }
 
 void KvPimKit::addOrUpdateLocalUserAttributes(std::vector<KvPimAttribute> const& attributes, Completion done) {
-    impl_->request(
+    impl()->request(
         kAddOrUpdate, !attributes.empty(),
         [&] {
             return payloadOf({{"attributes", attributeMapOf(attributes)}});
         },
-        storing(impl_, std::move(done), [sent = storedAttributesOf(attributes)](KvPimLocalUserAttributes& store) {
+        storing(impl(), std::move(done), [sent = storedAttributesOf(attributes)](KvPimLocalUserAttributes& store) {
             store.addOrUpdateLocalUserAttributes(sent);
         }));
 }
 
 void KvPimKit::deleteLocalUserAttributesByKeys(std::vector<std::string> const& keys, Completion done) {
-    impl_->request(
+    impl()->request(
         kDelete, !keys.empty(),
         [&] {
             return payloadOf({{"attributeKeys", stringsOf(keys)}});
         },
-        storing(impl_, std::move(done),
+        storing(impl(), std::move(done),
                 [keys](KvPimLocalUserAttributes& store) { store.deleteLocalUserAttributesByKeys(keys); }));
 }
 
 void KvPimKit::clearLocalUserAttributesWithCompletion(Completion done) {
-    impl_->request(
+    impl()->request(
         kClear, true, [] { return payloadOf({}); },
-        storing(impl_, std::move(done), [](KvPimLocalUserAttributes& store) { store.clearLocalUserAttributes(); }));
+        storing(impl(), std::move(done), [](KvPimLocalUserAttributes& store) { store.clearLocalUserAttributes(); }));
 }
 
 void KvPimKit::getUserAttributes(std::string const& userId, UserAttributesCompletion done) {
-    impl_->request(
+    impl()->request(
         kGet, isValidId(userId),
         [&] {
             return payloadOf({{"userId", userId}});
@@ -138,7 +138,7 @@ void KvPimKit::getUserAttributes(std::string const& userId, UserAttributesComple
 
 void KvPimKit::getUserAttributesByKeys(std::string const& userId, std::vector<std::string> const& keys,
                                        UserAttributesCompletion done) {
-    impl_->request(
+    impl()->request(
         kGetByKeys, isValidId(userId) && !keys.empty(),
         [&] {
             return payloadOf({{"userId", userId}, {"attributeKeys", stringsOf(keys)}});

@@ -58,7 +58,8 @@ SocketIOClient::Impl::Impl(std::string serverUrl, SocketConfig socketConfig, std
 SocketIOClient::Impl::~Impl() { leave(); }
 
 void SocketIOClient::Impl::assertMainThread() const {
-    assert(mainQueue->isOwnThread() && "a socket belongs to the thread that drives its main queue");
+    assert(mainQueue->isOwnThread() &&
+           "call the socket from the thread that drives its main queue, or post to that queue");
 }
 
 void SocketIOClient::Impl::connect() {

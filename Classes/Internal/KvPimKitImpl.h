@@ -65,6 +65,7 @@ public:
     KvPimOptions const options;
     std::weak_ptr<KvPimKit> kit;
 
+    std::uint64_t loginNumber = 0;  // counts logouts: tells one login from the next
     std::int32_t connectIndex = 0;  // into the table of reconnection delays
     std::weak_ptr<KvPimDelegate> delegate;
     std::shared_ptr<KvPimInvitationKit> invitationKit;
@@ -115,9 +116,9 @@ private:
     /// Repeats an operation with this list until the server takes it or the login ends.
     template <auto Operation, class List>
     void restore(List const& list);
-    /// Posts `again`, to be called with this client if it still lives.
+    /// Posts `again`, to be called with this client if it still lives and that login goes on.
     template <class Again>
-    void retryAtNextTurn(Again again);
+    void retryAtNextTurn(std::uint64_t login, Again again);
 };
 
 template <class MakePayload, class Finish>

@@ -124,11 +124,12 @@ void KvPimKitImpl::restoreStateAfterReconnection() {
 }
 
 // A server that refuses at once is asked again as fast as it answers; each turn of the queue in between belongs to
-// others.
+// others. What one login built up is no business of the next one.
 template <class Again>
-void KvPimKitImpl::retryAtNextTurn(Again again) {
-    mainQueue->post([weak = weak_from_this(), again = std::move(again)] {
-        if (auto const self = weak.lock()) again(*self);
+void KvPimKitImpl::retryAtNextTurn(std::uint64_t login, Again again) {
+    if (login != loginNumber) return;
+    mainQueue->post([weak = weak_from_this(), login, again = std::move(again)] {
+        if (auto const self = weak.lock(); self && self->loginNumber == login) again(*self);
     });
 }
 
@@ -140,11 +141,12 @@ void KvPimKitImpl::restoreJoinedChannels(Channels const& channels) {
     };
     auto const group = std::make_shared<Group>(Group{channels.size(), {}});
     for (auto const& channel : channels) {
-        channel->joinWithCompletion([weak = weak_from_this(), group, channel](std::int64_t code) {
+        channel->joinWithCompletion([weak = weak_from_this(), login = loginNumber, group, channel](std::int64_t code) {
             if (code != 0) group->failed.push_back(channel);
             if (--group->open > 0 || group->failed.empty()) return;
             if (auto const self = weak.lock()) {
-                self->retryAtNextTurn([group](KvPimKitImpl& client) { client.restoreJoinedChannels(group->failed); });
+                self->retryAtNextTurn(login,
+                                      [group](KvPimKitImpl& client) { client.restoreJoinedChannels(group->failed); });
             }
         });
     }
@@ -154,10 +156,10 @@ template <auto Operation, class List>
 void KvPimKitImpl::restore(List const& list) {
     auto const client = kit.lock();
     if (!stateManager->login || list.empty() || !client) return;
-    ((*client).*Operation)(list, [weak = weak_from_this(), list](std::int64_t code) {
+    ((*client).*Operation)(list, [weak = weak_from_this(), login = loginNumber, list](std::int64_t code) {
         auto const self = weak.lock();
         if (code == 0 || !self) return;
-        self->retryAtNextTurn([list](KvPimKitImpl& again) { again.restore<Operation>(list); });
+        self->retryAtNextTurn(login, [list](KvPimKitImpl& again) { again.restore<Operation>(list); });
     });
 }
 

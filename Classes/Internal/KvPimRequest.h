@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cassert>
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -88,6 +89,11 @@ consteval bool isSound(KvOperation const& operation) {
            operation.codes.other != 0 && std::ranges::all_of(operation.codes.passed, [](KvCodes::Passed const& row) {
                return (row.result == 0) == (row.code == 0);
            });
+}
+
+/// Everything of a client belongs to one thread. Debug builds end a program that calls from another.
+inline void assertMainThread([[maybe_unused]] KvMainQueue const& queue) {
+    assert(queue.isOwnThread() && "call the client from the thread that drives its main queue, or post to that queue");
 }
 
 using KvAnswer = std::function<void(KvPimResult const& result)>;

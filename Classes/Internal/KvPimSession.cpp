@@ -177,6 +177,7 @@ void KvPimKitImpl::cleanResourcesAfterLogout() {
     socket.reset();
     manager.reset();
     stateManager->login = false;
+    ++loginNumber;
     stateManager->userId.clear();
     stateHelper.logout();
     channelDict.clear();

@@ -4,6 +4,7 @@
 #include "Platform/KvThread.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
@@ -23,6 +24,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr long kMostRedirects = 16;
 constexpr std::chrono::milliseconds kLongestSleep{60'000};
+constexpr std::chrono::milliseconds kShortSleep{10};
 constexpr std::chrono::seconds kLongestExit{1};
 
 // A line break would end the request line or a header and begin something else; a zero byte would end the URL.
@@ -72,6 +74,8 @@ public:
     }
 
     CURL* easy() const { return easy_; }
+    /// What curl says of this transfer's failure; empty when it says nothing.
+    std::string_view errorText() const { return errorText_.data(); }
 
 private:
     bool refuse(std::string_view error) {
@@ -98,6 +102,8 @@ private:
         set(CURLOPT_PRIVATE, this);
         set(CURLOPT_PROTOCOLS_STR, "http,https");
         set(CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
+        set(CURLOPT_ERRORBUFFER, errorText_.data());
+        set(CURLOPT_SSLVERSION, CURL_SSLVERSION_TLSv1_2);  // or later
         set(CURLOPT_FOLLOWLOCATION, 1L);
         set(CURLOPT_MAXREDIRS, kMostRedirects);
         set(CURLOPT_NOSIGNAL, 1L);
@@ -164,6 +170,7 @@ private:
     off_t fileSent_ = 0;
     Clock::time_point started_;
     Clock::time_point lastActivity_;
+    std::array<char, CURL_ERROR_SIZE> errorText_{};
     CURL* easy_ = nullptr;
     curl_slist* headers_ = nullptr;
 };
@@ -190,6 +197,7 @@ private:
         std::vector<std::unique_ptr<Transfer>> started;
         {
             std::lock_guard lock(session_.mutex_);
+            if (!session_.canWake_ && transfers_.empty()) session_.remake();
             started.swap(session_.started_);
         }
         for (auto& transfer : started) {
@@ -208,7 +216,9 @@ private:
         while (CURLMsg const* const message = curl_multi_info_read(session_.multi_, &left)) {
             if (message->msg != CURLMSG_DONE) continue;
             auto const result = message->data.result;
-            conclude(message->easy_handle, result == CURLE_OK ? "" : curl_easy_strerror(result));
+            std::string_view const said = transfers_.at(message->easy_handle)->errorText();
+            std::string_view const failure = said.empty() ? curl_easy_strerror(result) : said;
+            conclude(message->easy_handle, result == CURLE_OK ? "" : failure);
         }
     }
 
@@ -228,7 +238,7 @@ private:
     }
 
     std::chrono::milliseconds untilNextDeadline() const {
-        auto next = Clock::now() + kLongestSleep;
+        auto next = Clock::now() + (session_.canWake_ ? kLongestSleep : kShortSleep);
         for (auto const& [easy, transfer] : transfers_) next = std::min(next, transfer->deadline());
         return std::max(std::chrono::ceil<std::chrono::milliseconds>(next - Clock::now()),
                         std::chrono::milliseconds(0));
@@ -243,7 +253,7 @@ KvHttpSession& KvHttpSession::shared() {
     return session;
 }
 
-KvHttpSession::KvHttpSession() : multi_(makeMulti()) {
+KvHttpSession::KvHttpSession() : multi_(makeMulti()), canWake_(curl_multi_wakeup(multi_) == CURLM_OK) {
     startThread("kv.http", [this] { Loop(*this).run(); });
     // OpenSSL, which curl has set up by now, cleans up behind this and must find nobody using it.
     static pid_t const process = ::getpid();
@@ -252,9 +262,19 @@ KvHttpSession::KvHttpSession() : multi_(makeMulti()) {
     });
 }
 
+// Without a free descriptor curl makes do without what wakes its thread up, and never tries again.
+void KvHttpSession::remake() {
+    curl_multi_cleanup(multi_);
+    multi_ = makeMulti();
+    canWake_ = curl_multi_wakeup(multi_) == CURLM_OK;
+}
+
 void KvHttpSession::stopAtExit() {
     stopping_ = true;
-    curl_multi_wakeup(multi_);
+    {
+        std::lock_guard lock(mutex_);
+        curl_multi_wakeup(multi_);
+    }
     auto const end = Clock::now() + kLongestExit;
     while (!stopped_ && Clock::now() < end) std::this_thread::sleep_for(std::chrono::milliseconds(1));
 }
@@ -264,8 +284,8 @@ void KvHttpSession::start(KvHttpTask task, Completion completion) {
     {
         std::lock_guard lock(mutex_);
         started_.push_back(std::move(transfer));
+        curl_multi_wakeup(multi_);
     }
-    curl_multi_wakeup(multi_);
 }
 
 }  // namespace kv

@@ -56,13 +56,15 @@ private:
     class Loop;
 
     KvHttpSession();
+    void remake();
     void stopAtExit();
 
     std::mutex mutex_;
     std::vector<std::unique_ptr<Transfer>> started_;  // guarded by mutex_; waits for the thread to take it
+    void* multi_;                                     // curl's; the thread's, but for waking it up under mutex_
+    bool canWake_;                                    // the thread's
     std::atomic<bool> stopping_{false};
     std::atomic<bool> stopped_{false};
-    void* const multi_;  // curl's; the thread's, but for waking it up
 };
 
 }  // namespace kv

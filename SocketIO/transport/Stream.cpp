@@ -24,8 +24,15 @@ std::string errnoText() { return std::generic_category().message(errno); }
 std::string openSslText() {
     unsigned long const code = ERR_peek_last_error();
     ERR_clear_error();
-    if (ERR_GET_REASON(code) == SSL_R_WRONG_VERSION_NUMBER)
-        return "TLS: the server does not speak TLS (wrong version number)";
+    if (!ERR_SYSTEM_ERROR(code)) {
+        switch (ERR_GET_REASON(code)) {
+            case SSL_R_WRONG_VERSION_NUMBER:
+                return "TLS: the server does not speak TLS (wrong version number)";
+            case SSL_R_TLSV1_ALERT_PROTOCOL_VERSION:
+            case SSL_R_UNSUPPORTED_PROTOCOL:
+                return "TLS: the server speaks no TLS 1.2 or later";
+        }
+    }
     if (ERR_SYSTEM_ERROR(code)) return "TLS: " + std::generic_category().message(ERR_GET_REASON(code));
     char const* const reason = ERR_reason_error_string(code);
     return reason == nullptr ? "TLS: protocol failure" : std::string("TLS: ") + reason;

@@ -35,8 +35,9 @@ inline bool runUntil(KvMainQueue& queue, std::function<bool()> const& holds) {
 using States = std::vector<std::pair<std::int64_t, std::int64_t>>;
 
 struct Person {
+    /// `adjust` changes the client's options before it is made.
     Person(std::string url, std::string userId_, std::shared_ptr<KvMainQueue> queue_,
-           KvPimEngine engine = KvPimEngine::thread)
+           KvPimEngine engine = KvPimEngine::thread, std::function<void(KvPimOptions&)> const& adjust = {})
         : userId(std::move(userId_)), queue(std::move(queue_)), delegate(std::make_shared<KvPimDelegate>()) {
         delegate->connectionStateChanged = [this](KvPimKit&, std::int64_t state, std::int64_t reason) {
             states.emplace_back(state, reason);
@@ -61,6 +62,7 @@ struct Person {
         options.envConfig.collectServer = "http://127.0.0.1:9/";  // nothing of a test is ever uploaded
         options.mainQueue = queue;
         options.engine = engine;
+        if (adjust) adjust(options);
         kit = KvPimKit::initWithAppId("app", delegate, options);
     }
 

@@ -21,6 +21,7 @@ public:
     ChildProcess(ChildProcess const&) = delete;
     ChildProcess& operator=(ChildProcess const&) = delete;
 
+    pid_t pid() const { return pid_; }
     /// Waits until all of it is in the pipe. False when nobody reads.
     bool write(std::string_view bytes);
     void closeInput();

@@ -31,6 +31,7 @@ bool tryRequest(std::string const& url, std::string const* body, std::string& an
     curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
     curl_easy_setopt(curl, CURLOPT_TIMEOUT, 10L);
     curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 0L);  // the test started it
     curl_easy_setopt(curl, CURLOPT_FAILONERROR, 1L);
     if (body != nullptr) curl_easy_setopt(curl, CURLOPT_POSTFIELDS, body->c_str());
     curl_easy_setopt(curl, CURLOPT_WRITEDATA, &answer);
@@ -50,17 +51,24 @@ std::string request(std::string const& url, std::string const* body) {
 
 }  // namespace
 
-Service::Service(int port) {
+Service::Service(int port) : Service(Options{port}) {}
+
+Service::Service(Options const& options) {
     int in[2], out[2];
     if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0) return;
-    std::string const number = std::to_string(port);
-    char const* const arguments[] = {"node",      KV_SERVICE_MAIN,     "--port",  number.c_str(),
-                                     "--control", "--exit-with-stdin", "--quiet", nullptr};
+    auto command = options.runner;
+    auto const port = std::to_string(options.port);
+    command.insert(command.end(),
+                   {"node", KV_SERVICE_MAIN, "--port", port, "--control", "--exit-with-stdin", "--quiet"});
+    command.insert(command.end(), options.arguments.begin(), options.arguments.end());
+    std::vector<char*> arguments;
+    for (auto& argument : command) arguments.push_back(argument.data());
+    arguments.push_back(nullptr);
     pid_ = ::fork();
     if (pid_ == 0) {
         ::dup2(in[0], STDIN_FILENO);
         ::dup2(out[1], STDOUT_FILENO);
-        ::execvp(arguments[0], const_cast<char* const*>(arguments));
+        ::execvp(arguments[0], arguments.data());
         ::_exit(127);
     }
     ::close(in[0]);

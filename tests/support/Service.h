@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include <boost/json/array.hpp>
 #include <boost/json/value.hpp>
@@ -12,8 +13,15 @@ namespace kv::test {
 
 class Service {
 public:
+    struct Options {
+        int port = 0;                          // 0 for a free one
+        std::vector<std::string> arguments{};  // more of the service's own
+        std::vector<std::string> runner{};     // a command that becomes the service: "nsenter ..."
+    };
+
     /// Starts it; on `port`, or a free one. The test fails, and `url` is empty, when it does not get ready.
     explicit Service(int port = 0);
+    explicit Service(Options const& options);
     ~Service();
 
     std::string const& url() const { return url_; }

@@ -1,0 +1,111 @@
+// What may be wrong with the machine: no descriptors, another time of day, a main thread
+// that is busy.
+#include "Session.h"
+#include "SystemCalls.h"
+
+#include <thread>
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+namespace kv::test {
+namespace {
+
+class Machine : public testing::TestWithParam<KvPimEngine> {};
+INSTANTIATE_TEST_SUITE_P(Engines, Machine, testing::Values(KvPimEngine::thread, KvPimEngine::mainQueue), engineName);
+
+// While one lives, this process gets no new descriptor.
+class NoDescriptors {
+public:
+    NoDescriptors() {
+        ::getrlimit(RLIMIT_NOFILE, &before_);
+        int const lowestFree = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+        ::close(lowestFree);
+        rlimit const none{static_cast<rlim_t>(lowestFree), before_.rlim_max};
+        ::setrlimit(RLIMIT_NOFILE, &none);
+    }
+    ~NoDescriptors() { ::setrlimit(RLIMIT_NOFILE, &before_); }
+
+private:
+    rlimit before_{};
+};
+
+std::string logOf(Session& session, std::function<void()> const& act) {
+    session.alice.kit->setLogFilters(1);
+    testing::internal::CaptureStderr();
+    act();
+    session.alice.kit->setLogFilters(0);
+    return testing::internal::GetCapturedStderr();
+}
+
+TEST_P(Machine, WithoutDescriptorsItWaitsForSome) {
+    Service const service;
+    Session session(service.url(), GetParam(), Session::Time::manual);
+    ASSERT_TRUE(session.begin());
+    int answers = 0;
+    service.answer("getUserAttributes", nullptr);
+    session.alice.kit->getUserAttributes("bob", [&](auto const&, auto const&, std::int64_t) { ++answers; });
+    EXPECT_TRUE(service.drop("alice"));
+    EXPECT_TRUE(runUntil(*session.alice.queue, [&] { return !session.isConnected(); }));
+    auto const log = logOf(session, [&] {
+        NoDescriptors const none;
+        session.waitFor([&] { return answers == 1; });
+    });
+    EXPECT_NE(log.find("Too many open files"), std::string::npos) << log;
+    EXPECT_EQ(answers, 1);
+    EXPECT_FALSE(session.isConnected());
+    session.expectRestored(service);
+}
+
+// The process's first request, too, may find no descriptors: those after it must not suffer from that.
+TEST_P(Machine, TheFirstLoginMayComeWithoutDescriptors) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");  // a process of its own
+    auto const body = [] {
+        Service const service;
+        Session session(service.url(), GetParam());
+        auto& alice = session.alice;
+        {
+            NoDescriptors const none;
+            EXPECT_EQ(alice.codeOf([&](auto done) { alice.kit->loginByToken(kToken, 1, "alice", done); }), 9);
+        }
+        EXPECT_TRUE(session.begin());
+        session.expectRestored(service);
+    };
+    EXPECT_EXIT(body(); std::exit(testing::Test::HasFailure() ? 1 : 0), testing::ExitedWithCode(0), "");
+}
+
+TEST_P(Machine, TheTimeOfDayMayJump) {
+    Service const service(Service::Options{0, {"--ping-interval", "300", "--ping-timeout", "1000"}});
+    Session session(service.url(), GetParam());
+    ASSERT_TRUE(session.begin());
+    for (auto const step : {1h, -1h}) {
+        session.alice.states.clear();
+        WallClockStep const jump{step};
+        session.alice.queue->runFor(1500ms);  // longer than a missed heartbeat is forgiven
+        EXPECT_TRUE(session.alice.states.empty()) << step.count();
+        EXPECT_EQ(session.difference(service), "");
+        service.control("drop", {{"userId", "alice"}});
+        EXPECT_TRUE(session.waitForState(KvPimConnectionStateReconnecting));
+        session.expectRestored(service);
+    }
+}
+
+TEST_P(Machine, AMainThreadThatIsBusyForLongKeepsTheSession) {
+    Service const service(Service::Options{0, {"--ping-interval", "300", "--ping-timeout", "400"}});
+    Session session(service.url(), GetParam());
+    ASSERT_TRUE(session.begin());
+    auto const socketId = [&] { return service.state().at("apps").at("app").at("users").at("alice").at("socketId"); };
+    auto const before = socketId();
+    std::this_thread::sleep_for(1500ms);  // two heartbeats and more
+    if (GetParam() == KvPimEngine::thread) {
+        EXPECT_EQ(socketId(), before) << "the engine's own thread answers the pings";
+        EXPECT_TRUE(session.alice.states.empty());
+    } else {
+        EXPECT_TRUE(session.waitForState(KvPimConnectionStateReconnecting));
+    }
+    session.expectRestored(service);
+}
+
+}  // namespace
+}  // namespace kv::test

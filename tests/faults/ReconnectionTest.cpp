@@ -1,0 +1,167 @@
+// A whole client whose service or network fails in earnest: processes that are killed and stopped, connections that
+// carry nothing any more, a cable that is pulled. The service is asked whether everything is there again.
+#include "Network.h"
+#include "Relay.h"
+#include "Session.h"
+
+#include <optional>
+
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace kv::test {
+namespace {
+
+// A connection is given up after less than a second of silence.
+std::vector<std::string> const kHastyHeartbeat{"--ping-interval", "300", "--ping-timeout", "500"};
+constexpr auto kLongerThanTheHeartbeat = 1500ms;
+
+struct Scene {
+    Scene(KvPimEngine engine, bool isRelayed) : session(isRelayed ? relay.url() : service->url(), engine) {}
+
+    void restart() {
+        int const port = service->port();
+        service.reset();
+        service.emplace(Service::Options{port, kHastyHeartbeat});
+    }
+    void run(std::chrono::milliseconds time) { session.alice.queue->runFor(time); }
+
+    std::optional<Service> service{Service::Options{0, kHastyHeartbeat}};
+    Relay relay{service->port()};
+    Session session;
+};
+
+// A listener that takes connections, and says nothing, until it goes.
+class SilentListener {
+public:
+    explicit SilentListener(int port) : listener_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(static_cast<std::uint16_t>(port));
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        int const yes = 1;
+        ::setsockopt(listener_, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+        EXPECT_EQ(::bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+        EXPECT_EQ(::listen(listener_, 8), 0);
+    }
+    ~SilentListener() { ::close(listener_); }
+    bool hasConnection() const {
+        pollfd waiting{listener_, POLLIN, 0};
+        return ::poll(&waiting, 1, 0) == 1;
+    }
+
+private:
+    int listener_;
+};
+
+struct Fault {
+    char const* name;
+    void (*happen)(Scene& scene);
+    bool forgets = false;    // the service has lost its memory
+    bool isRelayed = false;  // the client reaches the service through the relay
+};
+
+std::vector<Fault> const kFaults{
+    {"KilledAndRestarted",
+     [](Scene& scene) {
+         scene.service->kill();
+         EXPECT_TRUE(scene.session.waitForState(KvPimConnectionStateReconnecting));
+         scene.run(200ms);  // the first attempt is refused
+         scene.restart();
+     },
+     true},
+    {"AcceptsAndSaysNothing",
+     [](Scene& scene) {
+         int const port = scene.service->port();
+         scene.service->kill();
+         {
+             SilentListener const silent(port);
+             EXPECT_TRUE(runUntil(*scene.session.alice.queue, [&] { return silent.hasConnection(); }));
+             scene.run(kLongerThanTheHeartbeat);
+             EXPECT_EQ(scene.session.alice.kit->stateManager().state, KvPimConnectionStateReconnecting);
+         }
+         scene.restart();
+     },
+     true},
+    {"StopsWhenTheClientConnects",
+     [](Scene& scene) {
+         scene.service->control("drop", {{"userId", "alice"}});
+         scene.service->freeze();
+         EXPECT_TRUE(scene.session.waitForState(KvPimConnectionStateReconnecting));
+         scene.run(500ms);
+         EXPECT_FALSE(scene.session.isConnected());
+         scene.service->thaw();
+     }},
+    {"StopsForLongerThanTheHeartbeat",
+     [](Scene& scene) {
+         scene.service->freeze();
+         EXPECT_TRUE(scene.session.waitForState(KvPimConnectionStateReconnecting));
+         scene.run(kLongerThanTheHeartbeat);
+         scene.service->thaw();
+     }},
+    {"GoesWithoutAWord",
+     [](Scene& scene) {
+         scene.relay.goSilent();
+         EXPECT_TRUE(scene.session.waitForState(KvPimConnectionStateReconnecting));
+     },
+     false, true},
+};
+
+class Reconnection : public testing::TestWithParam<std::tuple<Fault, KvPimEngine>> {};
+
+INSTANTIATE_TEST_SUITE_P(Faults, Reconnection,
+                         testing::Combine(testing::ValuesIn(kFaults),
+                                          testing::Values(KvPimEngine::thread, KvPimEngine::mainQueue)),
+                         [](auto const& instance) {
+                             return std::get<0>(instance.param).name +
+                                    std::string(std::get<1>(instance.param) == KvPimEngine::thread ? "OnThread"
+                                                                                                   : "OnMainQueue");
+                         });
+
+TEST_P(Reconnection, BringsEverythingBack) {
+    auto const& [fault, engine] = GetParam();
+    Scene scene(engine, fault.isRelayed);
+    ASSERT_TRUE(scene.session.begin());
+    ASSERT_EQ(scene.session.difference(*scene.service), "");
+    fault.happen(scene);
+    scene.session.expectRestored(*scene.service, fault.forgets);
+    auto const& states = scene.session.alice.states;
+    ASSERT_GE(states.size(), 2u);
+    EXPECT_EQ(states[0], (States::value_type{4, 5}));
+    EXPECT_EQ(states[1], (States::value_type{3, 2})) << "told more than once that it reconnects";
+}
+
+// Both ends find out by themselves that nothing comes any more. With the cable pulled, nothing that happens to the
+// service's process is heard of at the client's end either.
+void loseTheNetwork(KvPimEngine engine, bool serviceDiesMeanwhile) {
+    Network network;
+    std::optional<Service> service(std::in_place, network.options(kHastyHeartbeat));
+    Session session(service->url(), engine);
+    ASSERT_TRUE(session.begin());
+    network.pullCable();
+    EXPECT_TRUE(session.waitForState(KvPimConnectionStateReconnecting));
+    if (serviceDiesMeanwhile) {
+        auto options = network.options(kHastyHeartbeat);
+        options.port = service->port();
+        service.reset();
+        service.emplace(options);
+    }
+    network.plugIn();
+    session.expectRestored(*service, serviceDiesMeanwhile);
+}
+
+class Partition : public testing::TestWithParam<KvPimEngine> {};
+INSTANTIATE_TEST_SUITE_P(Engines, Partition, testing::Values(KvPimEngine::thread, KvPimEngine::mainQueue), engineName);
+
+TEST_P(Partition, EndsWithEverythingBack) {
+    Network::inNamespace([] { loseTheNetwork(GetParam(), false); });
+}
+
+TEST_P(Partition, HidesThatTheServiceHasGone) {
+    Network::inNamespace([] { loseTheNetwork(GetParam(), true); });
+}
+
+}  // namespace
+}  // namespace kv::test

@@ -1,0 +1,134 @@
+// A service that takes the client back, but not at once, or not for what it was: refusals on the road back, and what
+// the restoring does while it is refused.
+#include "Session.h"
+#include "support/ScriptedServer.h"
+
+#include <atomic>
+
+namespace kv::test {
+namespace {
+
+constexpr char kNewToken[] = "fedcba9876543210fedcba9876543210";
+constexpr char const* kRestoring[] = {"join", "setLocalUserAttributes", "subscribePeersOnlineStatus",
+                                      "subscribePeersUserAttributes"};
+
+class Restoring : public testing::TestWithParam<KvPimEngine> {
+protected:
+    /// So answers the service to every step of the restoring from now on; null for silence.
+    void answerAll(json::value const& answer) {
+        for (char const* command : kRestoring)
+            service.control("answer", {{"command", command}, {"times", 1000000}, {"answer", answer}});
+    }
+    std::int64_t asked() const {
+        auto const state = service.state();
+        auto const& commands = state.at("commands").as_object();
+        std::int64_t sum = 0;
+        for (char const* command : kRestoring) sum += commands.at(command).as_int64();
+        return sum;
+    }
+
+    Service service;
+    Session session{service.url(), GetParam(), Session::Time::manual};
+};
+INSTANTIATE_TEST_SUITE_P(Engines, Restoring, testing::Values(KvPimEngine::thread, KvPimEngine::mainQueue), engineName);
+
+TEST_P(Restoring, RefusedLoginsOnTheRoadBackAreTriedAgain) {
+    ASSERT_TRUE(session.begin());
+    for (char const* reason : {"loginFail: ExpiredToken", "loginFail: AuthFail", "ExpireSession"})
+        service.control("login", {{"reason", reason}});
+    service.control("drop", {{"userId", "alice"}});
+    EXPECT_TRUE(session.waitForState(KvPimConnectionStateReconnecting));
+    session.expectRestored(service);
+    EXPECT_EQ(session.alice.states, (States{{4, 5}, {3, 2}}));
+}
+
+TEST_P(Restoring, AnExpiredTokenIsToldAndItsRenewalIsUsedForTheNextAttempt) {
+    std::string requests[3];
+    std::atomic<int> connections{0};
+    ScriptedServer server([&](ScriptedPeer& peer) {
+        requests[std::min(peer.number(), 2)] = peer.request();
+        connections = peer.number() + 1;
+        if (peer.number() == 1) {
+            peer.acceptWebSocket();
+            peer.sendText(ScriptedPeer::openPacket({}));
+            peer.readText();
+            peer.sendText("44{\"message\":\"loginFail: ExpiredToken\"}");
+            peer.readToEnd();
+            return;
+        }
+        peer.login();
+        if (peer.number() == 0) return peer.hangUp();
+        peer.readToEnd();
+    });
+    Session client(server.url(), GetParam(), Session::Time::manual);
+    auto& alice = client.alice;
+    std::int64_t renewed = -1;
+    alice.delegate->tokenDidExpire = [&](KvPimKit& kit) {
+        ++alice.expired;
+        kit.renewToken(kNewToken, 2, [&](std::string const&, std::int64_t code) { renewed = code; });
+    };
+    ASSERT_TRUE(alice.login());
+    EXPECT_TRUE(client.waitFor([&] { return connections == 3 && client.isConnected(); }));
+    EXPECT_EQ(alice.expired, 1);
+    EXPECT_EQ(renewed, 0);
+    EXPECT_EQ(alice.states, (States{{2, 1}, {3, 2}, {4, 5}, {3, 2}}));
+    EXPECT_NE(requests[1].find(kToken), std::string::npos);
+    EXPECT_NE(requests[2].find(kNewToken), std::string::npos);
+}
+
+TEST_P(Restoring, RefusalsLeaveTurnsForOtherWork) {
+    ASSERT_TRUE(session.begin());
+    answerAll(json::array{"Too Many Requests"});
+    service.control("drop", {{"userId", "alice"}});
+    auto const before = asked();
+    EXPECT_TRUE(session.waitFor([&] { return asked() > before + 100; }));
+    // Work of others comes between, and so does a whole request of this very client.
+    int turns = 0;
+    std::function<void()> const turn = [&] {
+        if (++turns < 1000) session.alice.queue->post(turn);
+    };
+    session.alice.queue->post(turn);
+    EXPECT_EQ(session.alice.codeOf([&](auto done) {
+        session.alice.kit->getChannelAttributes("garden", [done](auto const&, std::int64_t code) { done(code); });
+    }),
+              0);
+    EXPECT_TRUE(session.waitFor([&] { return turns == 1000; }));
+    auto const after = asked();
+    EXPECT_TRUE(session.waitFor([&] { return asked() > after; })) << "it has given up";
+}
+
+// Answers that were still to come when a login ended belong to it, not to the one that follows.
+TEST_P(Restoring, OneLoginRestoresNothingOfAnother) {
+    ASSERT_TRUE(session.begin());
+    answerAll(nullptr);
+    auto const before = asked();
+    service.control("drop", {{"userId", "alice"}});
+    EXPECT_TRUE(session.waitFor([&] { return asked() == before + 5; }));  // two of them are joins
+    auto& alice = session.alice;
+    EXPECT_EQ(alice.codeOf([&](auto done) { alice.kit->logoutWithCompletion(done); }), 0);
+    EXPECT_EQ(alice.codeOf([&](auto done) { alice.kit->loginByToken(kToken, 1, "eve", done); }), 0);
+    for (int turn = 0; turn < 100; ++turn) alice.queue->advance(100ms);  // all that is unanswered ends
+    EXPECT_EQ(alice.codeOf([&](auto done) {
+        alice.kit->getChannelAttributes("garden", [done](auto const&, std::int64_t code) { done(code); });
+    }),
+              0);
+    EXPECT_EQ(asked(), before + 5);
+}
+
+TEST_P(Restoring, ADestroyedClientIsNotKeptAliveByIt) {
+    ASSERT_TRUE(session.begin());
+    answerAll(json::array{"Too Many Requests"});
+    service.control("drop", {{"userId", "alice"}});
+    auto const before = asked();
+    EXPECT_TRUE(session.waitFor([&] { return asked() > before + 20; }));
+    std::weak_ptr<KvPimKit> const kit = session.alice.kit;
+    session.alice.kit.reset();
+    EXPECT_TRUE(kit.expired());
+    EXPECT_TRUE(session.waitFor([&] { return session.difference(service) == "alice is not connected"; }));
+    auto const last = asked();
+    for (int turn = 0; turn < 100; ++turn) session.alice.queue->advance(100ms);
+    EXPECT_EQ(asked(), last);
+}
+
+}  // namespace
+}  // namespace kv::test

@@ -1,0 +1,75 @@
+#include "SystemCalls.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <mutex>
+#include <string_view>
+
+#include <dlfcn.h>
+#include <netdb.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <time.h>
+#include <unistd.h>
+
+namespace kv::test {
+namespace {
+
+std::atomic<std::size_t> mostBytes{SIZE_MAX};
+std::atomic<std::int64_t> wallClockStep{0};  // seconds
+
+std::mutex namesMutex;
+bool hasNames = false;  // guarded, as the address is
+std::string addressOfNames;
+
+}  // namespace
+
+ShortReadsAndWrites::ShortReadsAndWrites(std::size_t most) { mostBytes = most; }
+ShortReadsAndWrites::~ShortReadsAndWrites() { mostBytes = SIZE_MAX; }
+
+WallClockStep::WallClockStep(std::chrono::seconds step) { wallClockStep = step.count(); }
+WallClockStep::~WallClockStep() { wallClockStep = 0; }
+
+Names::Names() {
+    std::lock_guard lock(namesMutex);
+    hasNames = true;
+}
+
+Names::~Names() {
+    std::lock_guard lock(namesMutex);
+    hasNames = false;
+}
+
+void Names::set(std::string const& address) {
+    std::lock_guard lock(namesMutex);
+    addressOfNames = address;
+}
+
+}  // namespace kv::test
+
+#define KV_STANDS_IN extern "C" __attribute__((visibility("default")))
+
+KV_STANDS_IN ssize_t send(int socket, void const* bytes, std::size_t size, int flags) {
+    return ::syscall(SYS_sendto, socket, bytes, std::min(size, kv::test::mostBytes.load()), flags, nullptr, 0);
+}
+
+KV_STANDS_IN ssize_t recv(int socket, void* bytes, std::size_t size, int flags) {
+    return ::syscall(SYS_recvfrom, socket, bytes, std::min(size, kv::test::mostBytes.load()), flags, nullptr, nullptr);
+}
+
+KV_STANDS_IN int clock_gettime(clockid_t clock, timespec* time) noexcept {
+    auto const result = ::syscall(SYS_clock_gettime, clock, time);
+    if (result == 0 && clock == CLOCK_REALTIME) time->tv_sec += kv::test::wallClockStep.load();
+    return static_cast<int>(result);
+}
+
+KV_STANDS_IN int getaddrinfo(char const* node, char const* service, addrinfo const* hints, addrinfo** found) {
+    static auto const system = reinterpret_cast<decltype(&getaddrinfo)>(::dlsym(RTLD_NEXT, "getaddrinfo"));
+    if (node == nullptr || !std::string_view(node).ends_with(".test")) return system(node, service, hints, found);
+    std::string address;
+    {
+        std::lock_guard lock(kv::test::namesMutex);
+        if (kv::test::hasNames) address = kv::test::addressOfNames;
+    }
+    return address.empty() ? EAI_AGAIN : system(address.c_str(), service, hints, found);
+}

@@ -1,0 +1,34 @@
+// Stands between this program, its libraries included, and some system calls, so that a test decides what they do.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <string>
+
+namespace kv::test {
+
+/// While one lives, each `send` and `recv` takes so many bytes at most.
+class ShortReadsAndWrites {
+public:
+    explicit ShortReadsAndWrites(std::size_t most);
+    ~ShortReadsAndWrites();
+};
+
+/// While one lives, the wall clock is off by this much. Other clocks are as they were.
+class WallClockStep {
+public:
+    explicit WallClockStep(std::chrono::seconds step);
+    ~WallClockStep();
+};
+
+/// While one lives, the names that end in ".test" have the address that is set, and none without one.
+class Names {
+public:
+    Names();
+    ~Names();
+    /// IPv4 or IPv6, in numbers; empty for none.
+    void set(std::string const& address);
+};
+
+}  // namespace kv::test
