@@ -1,11 +1,14 @@
 # One way to make each of the project's targets: warnings, sanitizers and include root are the same everywhere.
 find_program(KVPIM_CCACHE ccache)
 if(KVPIM_CCACHE AND PROJECT_IS_TOP_LEVEL AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
-  set(CMAKE_CXX_COMPILER_LAUNCHER ${KVPIM_CCACHE})
+  # One build finds what another one compiled with the same options, in whichever folder.
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env CCACHE_BASEDIR=${PROJECT_SOURCE_DIR} CCACHE_NOHASHDIR=1
+                                  ${KVPIM_CCACHE})
 endif()
 
 function(kv_target name)
   target_compile_features(${name} PUBLIC cxx_std_20)
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
   set_target_properties(${name} PROPERTIES CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON
                                            POSITION_INDEPENDENT_CODE ON)
   target_compile_options(${name} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor
@@ -17,6 +20,21 @@ function(kv_target name)
       target_compile_options(${name} PRIVATE -Wno-tsan)  # Asio's fences stand beside locks, which it does understand
     endif()
   endif()
+endfunction()
+
+# A library that others link as KvPim::<shown>, from a build as from an installation.
+function(kv_library name shown)
+  add_library(${name} ${ARGN})
+  add_library(KvPim::${shown} ALIAS ${name})
+  kv_target(${name})
+  set_target_properties(${name} PROPERTIES EXPORT_NAME ${shown} VERSION ${PROJECT_VERSION}
+                                           SOVERSION ${PROJECT_VERSION_MAJOR} DEFINE_SYMBOL "")
+  if(BUILD_SHARED_LIBS)
+    set(exports ${PROJECT_SOURCE_DIR}/cmake/exports.map)
+    target_link_options(${name} PRIVATE -Wl,--version-script=${exports} -Wl,--no-undefined)
+    set_property(TARGET ${name} APPEND PROPERTY LINK_DEPENDS ${exports})
+  endif()
+  target_include_directories(${name} INTERFACE $<BUILD_INTERFACE:${KVPIM_INCLUDE}> $<INSTALL_INTERFACE:include>)
 endfunction()
 
 # A test program: linked to GoogleTest, found by CTest.

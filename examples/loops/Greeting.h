@@ -1,0 +1,43 @@
+// What all these programs do while their loop runs: log in, say hello to oneself, and be done when it arrives.
+#pragma once
+
+#include <cstdio>
+#include <ctime>
+#include <functional>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include <KvPim/KvPimKit.h>
+
+class Greeting {
+public:
+    /// `done` is called on the main queue, with the exit status of the program.
+    Greeting(int argc, char** argv, std::function<void(int)> done) : done_(std::move(done)) {
+        kv::KvPimOptions options;
+        options.envConfig.apiServer = argc > 1 ? argv[1] : "http://127.0.0.1:8600";
+        client_ = kv::KvPimKit::initWithAppId("demo", delegate_, options);
+        delegate_->messageReceived = [this](kv::KvPimKit&, auto message, auto const& peer) {
+            std::printf("%s says: %s\n", peer.c_str(), message->text.value_or("(bytes)").c_str());
+            done_(0);
+        };
+        queue()->post([this] { logIn(); });
+    }
+
+    std::shared_ptr<kv::KvMainQueue> queue() const { return kv::KvMainQueue::main(); }
+
+private:
+    void logIn() {
+        if (!client_) return done_(1);
+        std::string const token = "0123456789abcdef0123456789abcdef";
+        client_->loginByToken(token, std::time(nullptr) * 1000, "alice", [this](std::int64_t errorCode) {
+            if (errorCode != 0) return done_(1);
+            auto const message = std::make_shared<kv::KvPimMessage>("Hello, loop");
+            client_->sendMessageToPeer(message, "alice", std::nullopt, nullptr);
+        });
+    }
+
+    std::function<void(int)> done_;
+    std::shared_ptr<kv::KvPimDelegate> delegate_ = std::make_shared<kv::KvPimDelegate>();
+    std::shared_ptr<kv::KvPimKit> client_;
+};

@@ -1,0 +1,36 @@
+#!/usr/bin/env bash
+# Builds a small program with the library as another project would, and runs it against a service of its own.
+#   consume.sh find_package|socketio|pkg-config PREFIX WORK    with what is installed below PREFIX
+#   consume.sh add_subdirectory|FetchContent "" WORK           with the sources
+# WORK is a folder that is made and removed; arguments behind it are handed to CMake.
+set -eu
+way=$1 prefix=$2 work=$3
+cd "$(dirname "$(readlink -f "$0")")/../.."
+fail() {
+    printf '%s\n' "$*" >&2
+    exit 1
+}
+. tools/jobs.sh
+
+rm -rf "$work"
+mkdir -p "$work"
+
+if [[ $way == pkg-config ]]; then
+    PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name kvpim.pc)")
+    export PKG_CONFIG_PATH
+    read -ra flags <<<"$(pkg-config --cflags --libs kvpim)"
+    "${CXX:-c++}" -std=c++20 -Wall -Wextra -Werror examples/first_steps.cpp "${flags[@]}" -o "$work/consumer"
+    LD_LIBRARY_PATH=$(pkg-config --variable=libdir kvpim)
+    export LD_LIBRARY_PATH
+else
+    cmake -S tests/package/consumer -B "$work" -G Ninja -D HOW="$way" -D CMAKE_PREFIX_PATH="$prefix" \
+        -D CMAKE_FIND_PACKAGE_NO_PACKAGE_REGISTRY=ON "${@:4}" >"$work/configure.log" ||
+        fail "$(cat "$work/configure.log")"
+    cmake --build "$work" --target consumer
+fi
+
+start_service "$work/service.log"
+run_job "$work/consumer" "$service_url" | tee "$work/said"
+if [[ $way == socketio ]]; then expected=connect; else expected="alice says: Hello, world"; fi
+grep -qxF "$expected" "$work/said" || fail "It did not say: $expected"
+rm -rf "$work"
