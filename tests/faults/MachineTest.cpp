@@ -1,5 +1,5 @@
-// What may be wrong with the machine: no descriptors, another time of day, a main thread
-// that is busy.
+// What may be wrong with the machine: no descriptors, another time of day, a main thread that is busy.
+#include "Classes/Utils/Logan/LoganManager.h"
 #include "Session.h"
 #include "SystemCalls.h"
 
@@ -65,6 +65,7 @@ TEST_P(Machine, TheFirstLoginMayComeWithoutDescriptors) {
         Service const service;
         Session session(service.url(), GetParam());
         auto& alice = session.alice;
+        LoganManager::sharedInstance().drain();  // which opens files, and gives descriptors back
         {
             NoDescriptors const none;
             EXPECT_EQ(alice.codeOf([&](auto done) { alice.kit->loginByToken(kToken, 1, "alice", done); }), 9);

@@ -63,6 +63,9 @@ TEST(Secrets, TheTokenIsLoggedWhereItIsSaidAndNowhereElse) {
         testing::internal::CaptureStdout();
         testing::internal::CaptureStderr();
         liveThroughEverything();
+        if (testing::Test::HasFailure()) {
+            FAIL() << testing::internal::GetCapturedStdout() << testing::internal::GetCapturedStderr();
+        }
         KvLog::shared().setLogFilter(0);
         KvLog::shared().drain();
         makeFile(directory.path("console"),
