@@ -24,7 +24,7 @@ TEST(Demo, FailsWithoutOne) {
 
 TEST(FirstSteps, SendsAMessageAndReceivesIt) {
     Service service;
-    Program program({KVPIM_FIRST_STEPS, service.url()});
+    Program program(exampleCommand(KVPIM_FIRST_STEPS, {service.url()}));
     EXPECT_EQ(program.exitStatus(), 0);
     EXPECT_TRUE(program.prints("alice says: Hello, world"));
 }

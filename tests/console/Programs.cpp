@@ -36,9 +36,13 @@ std::vector<std::string> joined(std::vector<std::string> first, std::vector<std:
 }
 
 /// The test must leave nothing in the user's own directories.
-std::vector<std::string> privateDirectories() {
+std::string privateDirectory(std::string const& name) {
     static TemporaryDirectory const directory;
-    return {"--caches-dir", directory.path("caches"), "--key-store-dir", directory.path("keys")};
+    return directory.path(name);
+}
+
+std::vector<std::string> privateDirectories() {
+    return {"--caches-dir", privateDirectory("caches"), "--key-store-dir", privateDirectory("keys")};
 }
 
 }  // namespace
@@ -82,6 +86,12 @@ std::vector<std::string> chatCommand(std::string const& apiServer, std::string c
                                      std::vector<std::string> const& options) {
     auto command = joined({KVPIM_CLIENT, "chat", user, "--api-server", apiServer}, privateDirectories());
     return joined(std::move(command), options);
+}
+
+std::vector<std::string> exampleCommand(std::string const& program, std::vector<std::string> const& arguments) {
+    return joined({"env", "XDG_CACHE_HOME=" + privateDirectory("caches"), "XDG_DATA_HOME=" + privateDirectory("data"),
+                   "DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent", program},
+                  arguments);
 }
 
 std::string loginLine(std::string_view user) {

@@ -45,6 +45,9 @@ std::vector<std::string> consoleCommand(std::string const& apiServer, std::vecto
 std::vector<std::string> chatCommand(std::string const& apiServer, std::string const& user,
                                      std::vector<std::string> const& options = {});
 
+/// A program that takes the user's directories, which are not those of whoever runs the test.
+std::vector<std::string> exampleCommand(std::string const& program, std::vector<std::string> const& arguments);
+
 std::string loginLine(std::string_view user);
 
 }  // namespace kv::test
