@@ -92,7 +92,7 @@ int main(int argc, char** argv) {
     sigemptyset(&ends);
     sigaddset(&ends, SIGINT);
     sigaddset(&ends, SIGTERM);
-    sigprocmask(SIG_BLOCK, &ends, nullptr);
+    pthread_sigmask(SIG_BLOCK, &ends, nullptr);
     int const signals = signalfd(-1, &ends, SFD_CLOEXEC);
 
     Bot bot(argc > 1 ? argv[1] : "http://127.0.0.1:8600");

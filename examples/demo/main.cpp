@@ -43,20 +43,20 @@ private:
 };
 
 void says(Person& person, std::string const& text) {
-    person.does("says in the channel: " + text, [&](Person::Done done) {
+    person.does("says in the channel: " + text, [&](Person::Done const& done) {
         person.channel().sendMessage(std::make_shared<kv::KvPimMessage>(text), std::nullopt, done);
     });
 }
 
 void writes(Person& person, std::string const& to, std::string const& text) {
-    person.does("writes to " + to + ": " + text, [&](Person::Done done) {
+    person.does("writes to " + to + ": " + text, [&](Person::Done const& done) {
         kv::KvPimSendMessageOptions const options{.enableOfflineMessaging = true};
         person.client().sendMessageToPeer(std::make_shared<kv::KvPimMessage>(text), to, options, done);
     });
 }
 
 void logOut(Person& person) {
-    person.does("logs out", [&](Person::Done done) { person.client().logoutWithCompletion(done); });
+    person.does("logs out", [&](Person::Done const& done) { person.client().logoutWithCompletion(done); });
     person.hears("logged out");
 }
 
@@ -124,14 +124,14 @@ private:
         for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<std::uint8_t>(i * 31 >> 3);
         auto const message = std::make_shared<kv::KvPimRawMessage>(kv::makeData(std::move(bytes)));
         alice_.does("sends " + describe(*message),
-                    [&](Person::Done done) { alice_.channel().sendMessage(message, std::nullopt, done); });
+                    [&](Person::Done const& done) { alice_.channel().sendMessage(message, std::nullopt, done); });
         bob_.hears("alice in garden: " + describe(*message));
         carol_.hears("alice in garden: " + describe(*message));
     }
 
     void shareAttributes() {
         stage_.scene("An attribute of the channel changes");
-        bob_.does("sets topic = roses, and has the members told", [&](Person::Done done) {
+        bob_.does("sets topic = roses, and has the members told", [&](Person::Done const& done) {
             bob_.client().setChannelAttributes(kChannel, {{"topic", "roses"}},
                                                {.enableNotificationToChannelMembers = true}, done);
         });
@@ -142,14 +142,15 @@ private:
     void invite() {
         stage_.scene("Invitations");
         invites(bob_, "Shall we plant a tree?");
-        bob_.does("accepts", [&](Person::Done done) {
+        bob_.does("accepts", [&](Person::Done const& done) {
             bob_.invitation()->responseInfo = "With pleasure";
             bob_.invitations().acceptInvitation(bob_.invitation(), done);
         });
         alice_.hears("bob accepts: With pleasure");
         invites(carol_, "Shall we dig a pond?");
-        carol_.does("refuses",
-                    [&](Person::Done done) { carol_.invitations().refuseInvitation(carol_.invitation(), done); });
+        carol_.does("refuses", [&](Person::Done const& done) {
+            carol_.invitations().refuseInvitation(carol_.invitation(), done);
+        });
         alice_.hears("carol refuses the invitation");
     }
 
@@ -157,16 +158,17 @@ private:
         auto const invitation = KvPimInvitation::initWithInviter(alice_.name(), guest.name());
         invitation->requestInfo = text;
         alice_.does("invites " + guest.name() + ": " + text,
-                    [&](Person::Done done) { alice_.invitations().sendInvitation(invitation, done); });
+                    [&](Person::Done const& done) { alice_.invitations().sendInvitation(invitation, done); });
         guest.hears("alice invites: " + text);
     }
 
     void leaveAndComeBack() {
         stage_.scene("Presence: carol leaves, is written to, and comes back");
         alice_.does("subscribes to carol's status",
-                    [&](Person::Done done) { alice_.client().subscribePeersOnlineStatus({"carol"}, done); });
+                    [&](Person::Done const& done) { alice_.client().subscribePeersOnlineStatus({"carol"}, done); });
         alice_.hears("carol is online");
-        carol_.does("leaves the channel", [&](Person::Done done) { carol_.channel().leaveWithCompletion(done); });
+        carol_.does("leaves the channel",
+                    [&](Person::Done const& done) { carol_.channel().leaveWithCompletion(done); });
         alice_.hears("carol leaves garden");
         bob_.hears("carol leaves garden");
         logOut(carol_);

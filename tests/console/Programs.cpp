@@ -47,7 +47,7 @@ std::vector<std::string> privateDirectories() {
 
 }  // namespace
 
-Program::Program(std::vector<std::string> command) : process_(command) {}
+Program::Program(std::vector<std::string> const& command) : process_(command) {}
 
 void Program::send(std::string_view line) { write(std::string(line) + '\n'); }
 

@@ -16,7 +16,7 @@ namespace kv::test {
 /// A program that is asked for the lines that it prints.
 class Program {
 public:
-    explicit Program(std::vector<std::string> command);
+    explicit Program(std::vector<std::string> const& command);
 
     void send(std::string_view line);
     void write(std::string_view bytes);

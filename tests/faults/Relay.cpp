@@ -45,7 +45,9 @@ void reset(int socket) {
 
 // One connection of a client, and the one that is made for it. Its thread owns the sockets.
 struct Relay::Link {
-    int client;
+    explicit Link(int accepted) : client(accepted) {}
+
+    int const client;
     std::atomic<bool> isSilent{false};
     std::atomic<bool> breaks{false};
     std::string lastBytes{};  // written before `breaks` is set
