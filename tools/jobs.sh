@@ -48,7 +48,7 @@ start_server() {
     exec {server_stdin}> >(exec "${@:3}" >"$log" 2>&1)
     server_pid=$!
     for ((tries = 0; tries < 200; tries++)); do
-        server_said=$(sed -n "$2" "$log" 2>/dev/null)
+        server_said=$(sed -n "$2" "$log" 2>/dev/null) || true # there is no log yet
         [[ -z $server_said ]] || return 0
         kill -0 "$server_pid" 2>/dev/null || break
         sleep 0.1
