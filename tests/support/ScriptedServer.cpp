@@ -184,11 +184,13 @@ std::string ScriptedPeer::readText() {
 }
 
 std::string ScriptedPeer::openPacket(Pings pings) {
-    return "0" + json::serialize(json::value{{"sid", "engine"},
-                                             {"upgrades", json::array()},
-                                             {"pingInterval", pings.interval.count()},
-                                             {"pingTimeout", pings.timeout.count()},
-                                             {"maxPayload", 1000000}});
+    std::string packet = "0";
+    packet += json::serialize(json::value{{"sid", "engine"},
+                                          {"upgrades", json::array()},
+                                          {"pingInterval", pings.interval.count()},
+                                          {"pingTimeout", pings.timeout.count()},
+                                          {"maxPayload", 1000000}});
+    return packet;
 }
 
 void ScriptedPeer::connect() { connect(Pings{}); }
