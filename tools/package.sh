@@ -107,7 +107,7 @@ readme_works() {
     readme_block cmake >"$project/CMakeLists.txt"
     in_debian "$1" 'apt-get install -y --no-install-recommends g++ cmake make pkg-config /root/libkvpim-dev_*.deb' \
         >>"$package_folder/install.log" 2>&1 || { tail -n 20 "$package_folder/install.log"; return 1; }
-    for way in 'cmake -B build' 'g++ .*pkg-config'; do
+    for way in 'cmake -B build' 'g[+][+] .*pkg-config'; do
         commands=$(sed -nE "s/^    ($way .*)/\1/p" README.md)
         [[ -n $commands ]] || return
         [[ $commands == cmake* ]] || commands+=' && ./hello'
