@@ -8,11 +8,65 @@
 #include <optional>
 #include <thread>
 
+#define G_DISABLE_CAST_CHECKS
+#include <dlfcn.h>
 #include <libsecret/secret.h>
 #include <unistd.h>
 
 namespace kv {
 namespace {
+
+// ---- libsecret, loaded when there is a session bus. Linked, it and the libraries behind it would be a quarter of what
+// every process spends on its start. Each function stands here under its own name, in front of the declared one.
+
+#define KV_LIBSECRET_FUNCTIONS(F)          \
+    F(g_bus_get_sync)                      \
+    F(g_cancellable_cancel)                \
+    F(g_cancellable_new)                   \
+    F(g_clear_error)                       \
+    F(g_dbus_connection_set_exit_on_close) \
+    F(g_error_matches)                     \
+    F(g_hash_table_unref)                  \
+    F(g_initable_new)                      \
+    F(g_io_error_quark)                    \
+    F(g_list_free_full)                    \
+    F(g_object_unref)                      \
+    F(g_set_error_literal)                 \
+    F(g_task_propagate_pointer)            \
+    F(g_task_report_new_error)             \
+    F(g_type_register_static_simple)       \
+    F(g_utf8_validate)                     \
+    F(secret_attributes_build)             \
+    F(secret_collection_for_alias_sync)    \
+    F(secret_collection_get_locked)        \
+    F(secret_error_get_quark)              \
+    F(secret_service_clear_sync)           \
+    F(secret_service_get_type)             \
+    F(secret_service_lookup_sync)          \
+    F(secret_service_search_sync)          \
+    F(secret_service_store_sync)           \
+    F(secret_value_get)                    \
+    F(secret_value_new)                    \
+    F(secret_value_unref)
+
+#define KV_DECLARE(name) decltype(&::name) name = nullptr;
+KV_LIBSECRET_FUNCTIONS(KV_DECLARE)
+#undef KV_DECLARE
+
+// False when it is not there, or lacks something.
+bool loadLibsecret() {
+    static bool const isLoaded = [] {
+        void* const library = ::dlopen("libsecret-1.so.0", RTLD_NOW | RTLD_LOCAL);
+        if (library == nullptr) return false;
+#define KV_FIND(name)                                                 \
+    name = reinterpret_cast<decltype(name)>(::dlsym(library, #name)); \
+    if (name == nullptr) return false;
+        KV_LIBSECRET_FUNCTIONS(KV_FIND)
+#undef KV_FIND
+        return true;
+    }();
+    return isLoaded;
+}
 
 // One stuck conversation is paid for in full; those that follow soon after fail at once.
 constexpr std::chrono::seconds kRestAfterTimeout{30};
@@ -226,7 +280,7 @@ private:
 }  // namespace
 
 std::shared_ptr<KvKeyStore> openSecretServiceKeyStore(std::chrono::milliseconds limit) {
-    if (!hasSessionBus()) return nullptr;
+    if (!hasSessionBus() || !loadLibsecret()) return nullptr;
     auto service = runWithin(limit, [](GCancellable* cancellable) { return openService(cancellable); });
     if (!service || !*service) return nullptr;
     return std::make_shared<SecretServiceKeyStore>(*std::move(service), limit);

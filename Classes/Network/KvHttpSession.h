@@ -1,5 +1,5 @@
 // All HTTP of the process, on one thread. Redirects are followed, servers' certificates verified, connections kept for
-// the next request. Callable from any thread.
+// a moment. Callable from any thread.
 #pragma once
 
 #include "Platform/KvExport.h"

@@ -50,8 +50,9 @@ void Connection::dial() {
         std::make_shared<Dialer>(engine, std::move(plan), bound_, [weak = weak_from_this()](Dialer::Dialed dialed) {
             if (auto const self = weak.lock()) self->onDialed(std::move(dialed));
         });
-    dialer_->start();
     watch();
+    auto const dialer = dialer_;  // it may end within the call, and take leave of this connection
+    dialer->start();
 }
 
 void Connection::onDialed(Dialer::Dialed dialed) {

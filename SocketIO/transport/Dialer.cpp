@@ -39,29 +39,31 @@ void Dialer::connectNext() {
     if (stream_) stream_->close();
     stream_ = std::make_unique<Stream>(contextOf(*queue));
     auto const left = endpoints_.size() - nextEndpoint_;
-    auto const onResult = [self = shared_from_this(), attempt = nextEndpoint_](boost::system::error_code error) {
-        if (!self->done_ || attempt != self->nextEndpoint_) return;
-        self->attempt_.cancel();
-        if (!error) return self->onConnected();
-        if (self->nextEndpoint_ < self->endpoints_.size()) return self->connectNext();
-        self->fail("Cannot connect to " + self->plan_.url.text() + ": " + error.message());
-    };
     if (left > 0) {  // an address that swallows everything must not use up the time of the others
         auto const share = (end_ - queue->now()) / static_cast<long>(left + 1);
         attempt_ = queue->after(share, [weak = weak_from_this()] {
             if (auto const self = weak.lock(); self && self->done_) self->connectNext();
         });
     }
-    boost::system::error_code error;
-    stream_->socket().open(endpoint.protocol(), error);
-    if (error) return queue->post([onResult, error] { onResult(error); });
-    stream_->socket().async_connect(endpoint, onResult);
+    onConnecting(stream_->connect(endpoint));
+}
+
+void Dialer::onConnecting(IoResult const& result) {
+    if (result.status == IoStatus::wantWrite) {
+        auto const onWritable = [self = shared_from_this(), attempt = nextEndpoint_](boost::system::error_code) {
+            if (!self->done_ || attempt != self->nextEndpoint_) return;
+            self->stream_->forgetWritability(self->endpoints_[attempt - 1].protocol());
+            self->onConnecting(self->stream_->finishConnect());
+        };
+        return stream_->socket().async_wait(socket_base::wait_write, onWritable);
+    }
+    attempt_.cancel();
+    if (result.status == IoStatus::done) return onConnected();
+    if (nextEndpoint_ < endpoints_.size()) return connectNext();
+    fail("Cannot connect to " + plan_.url.text() + ": " + result.error);
 }
 
 void Dialer::onConnected() {
-    boost::system::error_code ignored;
-    stream_->socket().set_option(asio::ip::tcp::no_delay(true), ignored);
-    stream_->forgetWritability(endpoints_[nextEndpoint_ - 1].protocol());
     if (!plan_.url.isSecure) return sendRequest();
     stage_ = "TLS handshake with " + plan_.url.text();
     if (auto error = stream_->startTls(plan_.url.host, plan_.caFile); !error.empty()) return fail(std::move(error));

@@ -42,6 +42,7 @@ public:
 
 private:
     void connectNext();
+    void onConnecting(IoResult const& result);
     void onConnected();
     void shakeHands();
     void sendRequest();

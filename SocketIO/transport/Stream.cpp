@@ -12,6 +12,7 @@
 #include <openssl/err.h>
 #include <openssl/sslerr.h>
 #include <openssl/x509v3.h>
+#include <poll.h>
 #include <sys/socket.h>
 
 namespace kv::sio {
@@ -94,6 +95,29 @@ SSL_CTX* contextFor(std::string const& caFile, std::string& error) {
 }
 
 }  // namespace
+
+IoResult Stream::connect(boost::asio::ip::tcp::endpoint const& endpoint) {
+    boost::system::error_code error;
+    socket_.open(endpoint.protocol(), error);
+    if (!error) socket_.native_non_blocking(true, error);
+    if (!error) socket_.set_option(boost::asio::ip::tcp::no_delay(true), error);
+    if (error) return {IoStatus::failed, 0, error.message()};
+    // Not Asio's connect: it waits even for a server on the same machine, with whom the connection is made at once.
+    bool const isBegun =
+        ::connect(socket_.native_handle(), endpoint.data(), static_cast<socklen_t>(endpoint.size())) == 0;
+    if (!isBegun && errno != EINPROGRESS) return {IoStatus::failed, 0, errnoText()};
+    return finishConnect();
+}
+
+IoResult Stream::finishConnect() {
+    pollfd writable{socket_.native_handle(), POLLOUT, 0};
+    if (::poll(&writable, 1, 0) <= 0) return {IoStatus::wantWrite};
+    int error = 0;
+    socklen_t size = sizeof error;
+    ::getsockopt(socket_.native_handle(), SOL_SOCKET, SO_ERROR, &error, &size);
+    if (error != 0) return {IoStatus::failed, 0, std::generic_category().message(error)};
+    return {};
+}
 
 void Stream::forgetWritability(boost::asio::ip::tcp protocol) {
     boost::system::error_code error;

@@ -24,8 +24,11 @@ public:
     explicit Stream(boost::asio::io_context& context) : socket_(context) {}
 
     boost::asio::ip::tcp::socket& socket() { return socket_; }
-    /// To be called once the connection is made. Waiting for it has left the socket's writability among what Asio asks
-    /// epoll for, which would wake the loop once for nothing after each read.
+    /// Begins a connection. `wantWrite`: it is not made yet; ask `finishConnect` when the socket is writable.
+    IoResult connect(boost::asio::ip::tcp::endpoint const& endpoint);
+    IoResult finishConnect();
+    /// To be called after waiting for writability, which stays among what Asio asks epoll for, and would wake the loop
+    /// once for nothing after each read.
     void forgetWritability(boost::asio::ip::tcp protocol);
     /// Puts TLS on the connected socket: the server's chain must end in a trusted authority, and its certificate must
     /// be for this host. Returns an error text, empty for none.

@@ -42,29 +42,7 @@ std::int64_t difference(std::int64_t end, std::int64_t start) {
     return static_cast<std::int64_t>(static_cast<std::uint64_t>(end) - static_cast<std::uint64_t>(start));
 }
 
-void makeValidUtf8(json::value& value) {
-    if (auto* text = value.if_string()) {
-        if (sio::isValidUtf8(*text)) return;
-        std::string repaired(*text);
-        sio::replaceInvalidUtf8(repaired);
-        *text = repaired;
-    } else if (auto* object = value.if_object()) {
-        for (auto& entry : *object) makeValidUtf8(entry.value());
-    }
-}
-
-// No blank survives, not even within a value: that is what makes a record one line for its reader.
-std::string convertToJsonData(json::object const& dictionary) {
-    std::string text = json::serialize(dictionary);
-    std::erase_if(text, [](char c) { return c == ' ' || c == '\n'; });
-    return text;
-}
-
-json::object topPara(std::int64_t now) {
-    return {{"logType", 1},     {"deviceId", WnUUIDHelper::uuidForDevice()},
-            {"os", "ios"},      {"timestamp", now},
-            {"encrypt", false}, {"content", ""}};
-}
+std::string quoted(std::string_view text) { return json::serialize(json::string_view(text.data(), text.size())); }
 
 }  // namespace
 
@@ -88,9 +66,8 @@ LoganManager::LoganManager(KvPimEnvConfig const& config, std::shared_ptr<KvClock
                         {"appId", ""},
                         {"os", "ios"},
                         {"platform", "native"},
-                        {"sdkVer", sdkVersionString()},
-                        {"deviceId", ""},
-                        {"clientSessionId", ""}},
+                        {"clientSessionId", ""},
+                        {"sdkVer", sdkVersionString()}},
       collectManager_(WnDataCollectManager::initWithURL(collectServerOf(config), loganDirectoryOf(config), true,
                                                         config.caFile, clock)) {
     collectManager_->startUploadTimerWithInterval(config.uploadInterval.count() > 0 ? config.uploadInterval
@@ -105,18 +82,18 @@ LoganManager::~LoganManager() { queue_.drain(); }
 
 void LoganManager::setAppId(std::string_view appId) {
     std::lock_guard lock(mutex_);
-    commonParameters_["appId"] = appId;
+    setCommonParameter("appId", appId);
 }
 
 void LoganManager::setUId(std::string_view uId) {
     std::lock_guard lock(mutex_);
-    commonParameters_["uid"] = uId;
+    setCommonParameter("uid", uId);
 }
 
 void LoganManager::setClientSessionId(std::string_view clientSessionId) {
     std::lock_guard lock(mutex_);
     clientSessionId_ = clientSessionId;
-    commonParameters_["clientSessionId"] = clientSessionId;
+    setCommonParameter("clientSessionId", clientSessionId);
 }
 
 std::string LoganManager::clientSessionId() const {
@@ -223,29 +200,40 @@ void LoganManager::drain() {
     collectManager_->drain();
 }
 
+void LoganManager::setCommonParameter(std::string_view key, std::string_view value) {
+    commonParameters_[key] = value;
+    commonText_.clear();
+}
+
 void LoganManager::report(std::string_view type, json::object details) {
+    auto const now = currentTimeStamp();
+    details["type"] = type;
+    details["timestamp"] = now;
+    if (commonText_.empty()) commonText_ = json::serialize(commonParameters_);
     bool const isFirst = waiting_.empty();
-    waiting_.push_back({currentTimeStamp(), std::string(type), commonParameters_, std::move(details)});
+    waiting_.push_back({now, commonText_, json::serialize(details)});
     if (isFirst) queue_.async([this] { writeWaiting(); });
 }
 
-// Reports come in bursts; waking the background once for each would cost more than the report.
+// Reports come in bursts; waking the background, and asking the key store, once for each would cost more than the
+// report.
 void LoganManager::writeWaiting() {
     std::vector<Report> reports;
     {
         std::lock_guard lock(mutex_);
         reports.swap(waiting_);
     }
-    for (auto& report : reports) {
-        json::object& event = report.event;
-        event["deviceId"] = deviceId_;
-        event["timestamp"] = report.time;
-        event["type"] = report.type;
-        for (auto& entry : report.details) event[entry.key()] = std::move(entry.value());
-        for (auto& entry : event) makeValidUtf8(entry.value());
-        auto envelope = topPara(report.time);
-        envelope["content"] = convertToJsonData(event);
-        collectManager_->writeLog(convertToJsonData(envelope));
+    auto const deviceId = quoted(WnUUIDHelper::uuidForDevice());
+    for (auto& [time, common, details] : reports) {
+        common.back() = ',';
+        details.front() = ',';
+        auto const content = common + R"("deviceId":)" + quoted(deviceId_) + details;
+        auto line = R"({"logType":1,"deviceId":)" + deviceId + R"(,"os":"ios","timestamp":)" + std::to_string(time) +
+                    R"(,"encrypt":false,"content":)" + quoted(content) + '}';
+        // No blank survives, not even within a value: that is what makes a record one line for its reader.
+        std::erase_if(line, [](char c) { return c == ' ' || c == '\n'; });
+        sio::replaceInvalidUtf8(line);
+        collectManager_->writeLog(std::move(line));
     }
 }
 

@@ -76,18 +76,18 @@ public:
 private:
     struct Report {
         std::int64_t time;
-        std::string type;
-        boost::json::object event;  // the common parameters, then all of it
-        boost::json::object details;
+        std::string common, details;  // the text of an object each
     };
 
     // With mutex_ held, so that reports keep the order of the calls.
+    void setCommonParameter(std::string_view key, std::string_view value);
     void report(std::string_view type, boost::json::object details);
     void writeWaiting();
 
     mutable std::mutex mutex_;
     // Guarded by mutex_.
     boost::json::object commonParameters_;
+    std::string commonText_;  // of these; empty when it is to be made again
     std::string clientSessionId_;
     std::string channelSessionId_;
     std::int64_t tsGetServers_ = 0;

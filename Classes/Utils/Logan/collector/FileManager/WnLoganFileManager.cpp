@@ -76,12 +76,13 @@ WnLoganFileManager::~WnLoganFileManager() {
 }
 
 void WnLoganFileManager::writeLog(std::string record) {
-    queue_.async([this, record = std::move(record)] {
-        std::lock_guard lock(filelock_);
-        openOnce();
-        append(record);
-        if (handle_) ::flock(handle_.get(), LOCK_UN);
-    });
+    bool isFirst = false;
+    {
+        std::lock_guard lock(waitingLock_);
+        isFirst = waiting_.empty();
+        waiting_.push_back(std::move(record));
+    }
+    if (isFirst) queue_.async([this] { appendWaiting(); });
 }
 
 std::optional<std::string> WnLoganFileManager::getWaitUploadFilePath() {
@@ -124,15 +125,29 @@ void WnLoganFileManager::openOnce() {
     resetFileHandle();
 }
 
-void WnLoganFileManager::append(std::string_view record) {
-    if (!lockCurrentFile()) return;
+// Records that came while the disk was busy are appended under one lock of the file.
+void WnLoganFileManager::appendWaiting() {
+    std::vector<std::string> records;
+    {
+        std::lock_guard lock(waitingLock_);
+        records.swap(waiting_);
+    }
+    std::lock_guard lock(filelock_);
+    openOnce();
+    lockCurrentFile();
+    for (auto& record : records) append(record.append("\n"));
+    if (handle_) ::flock(handle_.get(), LOCK_UN);
+}
+
+void WnLoganFileManager::append(std::string_view line) {
+    if (!handle_) return;
     if (++writeCount_ >= kFullCount) {
         saveCurrentWritingLoganFileToWaitUpload();
         writeCount_ = 0;
         if (!lockCurrentFile()) return;
     }
     auto const before = statusOf(handle_);
-    bool const isWhole = writeAll(handle_.get(), std::string(record) + "\n");
+    bool const isWhole = writeAll(handle_.get(), line);
     // On a full disk a part of the line may have found room; left there it would spoil the next record too.
     if (!isWhole && before) [[maybe_unused]]
         auto const restored = ::ftruncate(handle_.get(), before->st_size);

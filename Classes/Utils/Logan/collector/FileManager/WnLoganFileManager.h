@@ -35,9 +35,10 @@ public:
     void drain() override { queue_.drain(); }
 
 private:
+    void appendWaiting();
     // All of these with filelock_ held.
     void openOnce();
-    void append(std::string_view record);
+    void append(std::string_view line);
     std::string saveCurrentWritingLoganFileToWaitUpload();
     bool lockCurrentFile();
     bool holdsCurrentFile() const;
@@ -54,6 +55,9 @@ private:
     std::string const loganBackupDirPath_;
     std::string const loganFileToWrite_;
     std::shared_ptr<KvClock> const clock_;
+
+    std::mutex waitingLock_;
+    std::vector<std::string> waiting_;  // records; guarded by waitingLock_
 
     std::mutex filelock_;
     // Guarded by filelock_.
