@@ -4,7 +4,7 @@
 #   consume.sh add_subdirectory|FetchContent "" WORK           with the sources
 # WORK is a folder that is made and removed; arguments behind it are handed to CMake.
 set -eu
-way=$1 prefix=$2 work=$3
+way=$1 prefix=$2 work=$(realpath -m "$3")
 cd "$(dirname "$(readlink -f "$0")")/../.."
 fail() {
     printf '%s\n' "$*" >&2
