@@ -188,6 +188,7 @@ KvHttpSession& KvHttpSession::shared() {
     return session;
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the signature is that of the real one
 void KvHttpSession::start(KvHttpTask task, Completion completion) {
     if (task.uploadPath.empty()) return fuzz::Network::shared().addRequest(std::move(completion));
     completion({.error = "no network"});  // on a background thread

@@ -10,7 +10,7 @@ namespace kv::test {
 namespace {
 
 namespace json = boost::json;
-using Done = KvPimKit::Completion;
+using Done = KvPimKit::Completion const&;
 
 /// What a completion hears of answers.
 struct Codes {
@@ -28,10 +28,10 @@ struct Operation {
 };
 
 auto codeOnly(Done done) {
-    return [done = std::move(done)](auto const&, std::int64_t code) { done(code); };
+    return [done](auto const&, std::int64_t code) { done(code); };
 }
 auto codeOfUser(Done done) {
-    return [done = std::move(done)](auto const&, std::string const&, std::int64_t code) { done(code); };
+    return [done](auto const&, std::string const&, std::int64_t code) { done(code); };
 }
 
 std::vector<KvPimAttribute> const kAttributes{{"k", "v"}};
