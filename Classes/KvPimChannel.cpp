@@ -117,7 +117,6 @@ void KvPimChannel::getMembersWithCompletion(MembersCompletion done) {
 
 void KvPimChannel::sendMessage(std::shared_ptr<KvPimMessage const> message, std::optional<KvPimSendMessageOptions>,
                                Completion done) {
-    auto const finish = [done](std::int64_t code, KvPimResult const*) { complete(done, code); };
     auto const self = shared_from_this();  // the completion that a long message gets at once may drop the channel
     auto const session = stateManager_.lock();
     if (session && session->login && isInChannel_) reportTooLong(message.get(), KvPimChannelMessageErrorTooLong, done);
@@ -130,7 +129,7 @@ void KvPimChannel::sendMessage(std::shared_ptr<KvPimMessage const> message, std:
                 {{"channelId", channelId_}, {"content", std::move(content)}, {"option", boost::json::object()}});
             return payload;
         },
-        finish);
+        completing(std::move(done)));
 }
 
 void KvPimChannel::onMemberJoined(KvPimMember const& member) {
@@ -146,7 +145,7 @@ void KvPimChannel::onMemberLeft(KvPimMember const& member, std::int64_t resaon) 
     tell<&KvPimChannelDelegate::memberLeftWithReason>(member, resaon);
 }
 
-void KvPimChannel::onChannelMessageReceived(std::string const& channelId, std::shared_ptr<KvPimMessage> message,
+void KvPimChannel::onChannelMessageReceived(std::string const& channelId, std::shared_ptr<KvPimMessage> const& message,
                                             KvPimMember const& member) {
     if (channelId != channelId_) return;
     KvLog::shared().info("ChannelMessageReceived: %@", dictionaryFrom(member));

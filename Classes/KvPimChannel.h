@@ -59,8 +59,8 @@ public:
     void joinWithCompletion(Completion done);
     /// Leaves the channel. @param done a KvPimLeaveChannelErrorCode.
     void leaveWithCompletion(Completion done);
-    /// The members, in the server's order. @param done a KvPimChannelMembersErrorCode. With the server's own 5 a list
-    /// comes along.
+    /// The members, in the server's order.
+    /// @param done  a KvPimChannelMembersErrorCode. With the server's own 5 a list comes along.
     void getMembersWithCompletion(MembersCompletion done);
     /// Sends a message to the other members.
     /// @param message  text, data, or both, each of at most 32,768 bytes.
@@ -80,7 +80,7 @@ private:
     bool tell(Arguments const&... arguments);
     void onMemberJoined(KvPimMember const& member);
     void onMemberLeft(KvPimMember const& member, std::int64_t resaon);
-    void onChannelMessageReceived(std::string const& channelId, std::shared_ptr<KvPimMessage> message,
+    void onChannelMessageReceived(std::string const& channelId, std::shared_ptr<KvPimMessage> const& message,
                                   KvPimMember const& member);
 
     bool isInChannel_ = false;

@@ -73,7 +73,7 @@ void KvPimInvitationKit::run(Operation const& operation, std::shared_ptr<KvPimIn
                 });
 }
 
-void KvPimInvitationKit::parseInvitation(std::shared_ptr<KvPimInvitation> incoming) {
+void KvPimInvitationKit::parseInvitation(std::shared_ptr<KvPimInvitation> const& incoming) {
     auto& store = KvInvitationStore::shared();
     auto invitation = store.getInvitation(*incoming);
     if (invitation) {

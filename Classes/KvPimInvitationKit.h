@@ -66,7 +66,7 @@ private:
 
     struct Operation;
     void run(Operation const& operation, std::shared_ptr<KvPimInvitation> invitation, Completion done);
-    void parseInvitation(std::shared_ptr<KvPimInvitation> incoming);
+    void parseInvitation(std::shared_ptr<KvPimInvitation> const& incoming);
     void fail(std::shared_ptr<KvPimInvitation> const& invitation, std::int64_t errorCode);
 
     std::weak_ptr<KvPimInvitationDelegate> delegate_;

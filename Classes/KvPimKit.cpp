@@ -78,9 +78,10 @@ void KvPimKit::logoutWithCompletion(Completion done) {
     client->logoutWithCompletion(std::move(done));
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): delegate and completion may destroy what the caller passed
 void KvPimKit::renewToken(std::string token, std::int64_t timeStamp, RenewTokenCompletion done) {
     auto const client = impl();
-    client->renewToken(std::move(token), timeStamp, std::move(done));
+    client->renewToken(token, timeStamp, done);
 }
 
 std::shared_ptr<KvPimInvitationKit> KvPimKit::getPimInvitationKit() { return impl()->getPimInvitationKit(); }

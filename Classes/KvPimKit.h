@@ -114,8 +114,7 @@ public:
     /// Logs in: finds the socket server, connects, waits for the server's word.
     /// @param token      32 characters without white space, as the application's own server issued it.
     /// @param timeStamp  the time stamp that belongs to the token, in milliseconds since 1970; handed to the server as
-    /// it
-    ///     is. The event report of the login counts its duration from it.
+    ///     it is. The event report of the login counts its duration from it.
     /// @param userId     1 to 64 ASCII letters, digits, white space and ``!#$%&()+-:;<=.>?@[\]^_{}|~,``
     /// @param done  a KvPimLoginErrorCode. A 9 for a connection that is not there after 6 seconds (the delegate hears
     ///     (1, 4)) is not the end: the attempt goes on, and `done` is called once more with its outcome. A 1 also when
@@ -187,8 +186,8 @@ public:
     void addOrUpdateLocalUserAttributes(std::vector<KvPimAttribute> const& attributes, Completion done);
     /// Removes attributes. @param keys at least one. @param done a KvPimLocalUserAttributesErrorCode, never 4.
     void deleteLocalUserAttributesByKeys(std::vector<std::string> const& keys, Completion done);
-    /// Removes all attributes; the server has 10 seconds. @param done a KvPimLocalUserAttributesErrorCode, never 3 or
-    /// 4.
+    /// Removes all attributes; the server has 10 seconds.
+    /// @param done  a KvPimLocalUserAttributesErrorCode, never 3 or 4.
     void clearLocalUserAttributesWithCompletion(Completion done);
 
     // ---- Attributes of one user, read once.
@@ -211,8 +210,8 @@ public:
     /// @param done  a KvPimPeersErrorCode, never 6. A user whose attributes could not be had is in the list without
     ///     them. Not called when the client is destroyed before the answer comes.
     void getPeersUserAttributes(std::vector<std::string> const& peerIds, PeersAttributesCompletion done);
-    /// Reads some. @param keys at least one. @param done as for `getPeersUserAttributes`: a KvPimPeersErrorCode,
-    /// never 6.
+    /// Reads some. @param keys at least one.
+    /// @param done  as for `getPeersUserAttributes`: a KvPimPeersErrorCode, never 6.
     void getPeersUserAttributesByKeys(std::vector<std::string> const& peerIds, std::vector<std::string> const& keys,
                                       PeersAttributesCompletion done);
 

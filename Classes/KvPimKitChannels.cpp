@@ -91,10 +91,6 @@ SocketItems writePayload(std::string const& channelId, KvPimChannelAttributeOpti
     return payloadOf(std::move(payload));
 }
 
-auto finishing(KvPimKit::Completion done) {
-    return [done = std::move(done)](std::int64_t code, KvPimResult const*) { complete(done, code); };
-}
-
 auto readingAttributes(KvPimKit::AttributesCompletion done) {
     return [done = std::move(done)](std::int64_t code, KvPimResult const* result) {
         std::optional<std::vector<KvPimAttribute>> attributes;
@@ -139,7 +135,7 @@ void KvPimKit::setChannelAttributes(std::string const& channelId, std::vector<Kv
     impl()->request(
         kSet, !attributes.empty() && isValidId(channelId),
         [&] { return writePayload(channelId, options, "attributes", attributeMapOf(attributes)); },
-        finishing(std::move(done)), channelId);
+        completing(std::move(done)), channelId);
 }
 
 void KvPimKit::addOrUpdateChannelAttributes(std::string const& channelId, std::vector<KvPimAttribute> const& attributes,
@@ -147,21 +143,21 @@ void KvPimKit::addOrUpdateChannelAttributes(std::string const& channelId, std::v
     impl()->request(
         kAddOrUpdate, !attributes.empty() && isValidId(channelId),
         [&] { return writePayload(channelId, options, "attributes", attributeMapOf(attributes)); },
-        finishing(std::move(done)), channelId);
+        completing(std::move(done)), channelId);
 }
 
 void KvPimKit::deleteChannelAttributesByKeys(std::string const& channelId, std::vector<std::string> const& keys,
                                              KvPimChannelAttributeOptions options, Completion done) {
     impl()->request(
         kDelete, !keys.empty() && isValidId(channelId),
-        [&] { return writePayload(channelId, options, "attributeKeys", stringsOf(keys)); }, finishing(std::move(done)),
+        [&] { return writePayload(channelId, options, "attributeKeys", stringsOf(keys)); }, completing(std::move(done)),
         channelId);
 }
 
 void KvPimKit::clearChannelAttributes(std::string const& channelId, KvPimChannelAttributeOptions options,
                                       Completion done) {
     impl()->request(
-        kClear, isValidId(channelId), [&] { return writePayload(channelId, options); }, finishing(std::move(done)),
+        kClear, isValidId(channelId), [&] { return writePayload(channelId, options); }, completing(std::move(done)),
         channelId);
 }
 

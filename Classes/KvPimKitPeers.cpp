@@ -73,17 +73,6 @@ auto payloadOfIds(std::vector<std::string> const& ids) {
     return [&ids] { return payloadOf({{"userIds", stringsOf(ids)}}); };
 }
 
-/// Records the change of subscriptions once the server has accepted it, then completes.
-template <class Record>
-auto recording(std::weak_ptr<KvPimKitImpl> client, KvPimKit::Completion done, Record record) {
-    return [client = std::move(client), done = std::move(done), record = std::move(record)](std::int64_t code,
-                                                                                            KvPimResult const*) {
-        auto const self = client.lock();
-        if (code == 0 && self) record(self->stateHelper);
-        complete(done, code);
-    };
-}
-
 /// Reads a batch of users' attributes. Without the client there is nobody to hand it to: the completion is dropped.
 auto readingPeers(std::weak_ptr<KvPimKitImpl> client, KvPimKit::PeersAttributesCompletion done) {
     return [client = std::move(client), done = std::move(done)](std::int64_t code, KvPimResult const* result) {
@@ -190,7 +179,7 @@ void KvPimKit::sendMessageToPeer(std::shared_ptr<KvPimMessage const> message, st
                 {{"targetUserId", target}, {"content", std::move(content)}, {"option", {{"offline", offline}}}});
             return payload;
         },
-        [done](std::int64_t code, KvPimResult const*) { complete(done, code); });
+        completing(std::move(done)));
 }
 
 }  // namespace kv

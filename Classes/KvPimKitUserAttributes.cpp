@@ -68,17 +68,6 @@ constexpr KvOperation kGetByKeys{
 static_assert(isSound(kSet) && isSound(kAddOrUpdate) && isSound(kDelete) && isSound(kClear) && isSound(kGet) &&
               isSound(kGetByKeys));
 
-/// Updates the store of the user's own attributes once the server has accepted the change, then completes.
-template <class Update>
-auto storing(std::weak_ptr<KvPimKitImpl> client, KvPimKit::Completion done, Update update) {
-    return [client = std::move(client), done = std::move(done), update = std::move(update)](std::int64_t code,
-                                                                                            KvPimResult const*) {
-        auto const self = client.lock();
-        if (code == 0 && self) update(self->stateHelper.localUserAttributes);
-        complete(done, code);
-    };
-}
-
 auto readingUser(std::string const& userId, KvPimKit::UserAttributesCompletion done) {
     return [userId, done = std::move(done)](std::int64_t code, KvPimResult const* result) {
         std::optional<std::vector<KvPimAttribute>> attributes;
@@ -95,8 +84,8 @@ void KvPimKit::setLocalUserAttributes(std::vector<KvPimAttribute> const& attribu
         [&] {
             return payloadOf({{"attributes", attributeMapOf(attributes)}});
         },
-        storing(impl(), std::move(done), [sent = storedAttributesOf(attributes)](KvPimLocalUserAttributes& store) {
-            store.setLocalUserAttributes(sent);
+        recording(impl(), std::move(done), [sent = storedAttributesOf(attributes)](KvPimStateHelper& state) {
+            state.localUserAttributes.setLocalUserAttributes(sent);
         }));
 }
 
@@ -106,8 +95,8 @@ void KvPimKit::addOrUpdateLocalUserAttributes(std::vector<KvPimAttribute> const&
         [&] {
             return payloadOf({{"attributes", attributeMapOf(attributes)}});
         },
-        storing(impl(), std::move(done), [sent = storedAttributesOf(attributes)](KvPimLocalUserAttributes& store) {
-            store.addOrUpdateLocalUserAttributes(sent);
+        recording(impl(), std::move(done), [sent = storedAttributesOf(attributes)](KvPimStateHelper& state) {
+            state.localUserAttributes.addOrUpdateLocalUserAttributes(sent);
         }));
 }
 
@@ -117,14 +106,16 @@ void KvPimKit::deleteLocalUserAttributesByKeys(std::vector<std::string> const& k
         [&] {
             return payloadOf({{"attributeKeys", stringsOf(keys)}});
         },
-        storing(impl(), std::move(done),
-                [keys](KvPimLocalUserAttributes& store) { store.deleteLocalUserAttributesByKeys(keys); }));
+        recording(impl(), std::move(done), [keys](KvPimStateHelper& state) {
+            state.localUserAttributes.deleteLocalUserAttributesByKeys(keys);
+        }));
 }
 
 void KvPimKit::clearLocalUserAttributesWithCompletion(Completion done) {
     impl()->request(
-        kClear, true, [] { return payloadOf({}); },
-        storing(impl(), std::move(done), [](KvPimLocalUserAttributes& store) { store.clearLocalUserAttributes(); }));
+        kClear, true, [] { return payloadOf({}); }, recording(impl(), std::move(done), [](KvPimStateHelper& state) {
+            state.localUserAttributes.clearLocalUserAttributes();
+        }));
 }
 
 void KvPimKit::getUserAttributes(std::string const& userId, UserAttributesCompletion done) {

@@ -168,7 +168,7 @@ std::string const& SocketIOClient::sid() const { return impl_->sid; }
 
 SocketStatus SocketIOClient::status() const { return impl_->status; }
 
-void SocketIOClient::emit(std::string_view event, SocketItems items) {
+void SocketIOClient::emit(std::string_view event, SocketItems const& items) {
     impl_->assertMainThread();
     impl_->send(event, items, {}, std::chrono::steady_clock::time_point::max());
 }

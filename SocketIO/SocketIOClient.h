@@ -57,7 +57,7 @@ public:
     SocketStatus status() const;
 
     /// Sends an event. While the socket is not connected nothing is sent and "error" is delivered.
-    void emit(std::string_view event, SocketItems items);
+    void emit(std::string_view event, SocketItems const& items);
     /// Prepares an event that the server is to acknowledge: `timingOutAfter` of the result sends it.
     Acknowledgement emitWithAck(std::string_view event, SocketItems items);
 

@@ -21,7 +21,7 @@ void print(char const* what, Measurement const& measured, std::size_t count) {
 // Each client sends itself a message, and answers it when it comes back.
 void talk(std::vector<std::unique_ptr<Client>> const& clients) {
     std::size_t answered = 0;
-    runUntilDone([&](Client::Done done) {
+    runUntilDone([&](Client::Done const& done) {
         for (auto const& client : clients) {
             auto& kit = static_cast<KitClient&>(*client);
             kit.onMessage = [&, done](std::size_t) {

@@ -53,7 +53,7 @@ inline double percentile(std::vector<double> values, double share) {
 
 /// Since the moment that the script which started this process put into START_NS; 0 without it.
 inline double millisecondsSinceStart() {
-    char const* const start = std::getenv("START_NS");
+    char const* const start = std::getenv("START_NS");  // NOLINT(concurrency-mt-unsafe): nobody sets variables
     if (start == nullptr) return 0;
     auto const now = std::chrono::system_clock::now().time_since_epoch();
     return static_cast<double>(std::chrono::nanoseconds(now).count() - std::atoll(start)) / 1e6;

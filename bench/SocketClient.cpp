@@ -73,7 +73,7 @@ public:
         kv::SocketItems items;
         items.values.emplace_back(
             json::object{{"n", count}, {"size", bytesOf(content)}, {"binary", content == Content::binary}});
-        socket_->emit("flood", std::move(items));
+        socket_->emit("flood", items);
     }
 
 private:

@@ -160,7 +160,7 @@ void receiveMessages(Client& client, long count, Content content) {
 
 void loginAll(std::vector<std::unique_ptr<Client>> const& clients, std::size_t atATime) {
     std::size_t begun = 0, ended = 0;
-    runUntilDone([&](Client::Done done) {
+    runUntilDone([&](Client::Done const& done) {
         // Lives as long as the logins that hold it.
         auto const next = std::make_shared<std::function<void()>>();
         *next = [&, done, weak = std::weak_ptr(next)] {

@@ -4,39 +4,29 @@
 #include "Classes/Utils/Logan/LoganManager.h"
 #include "Classes/Utils/Logan/collector/FileManager/WnLoganFileManager.h"
 #include "Platform/KvKeyStore.h"
+#include "tests/support/TemporaryDirectory.h"
 
-#include <filesystem>
 #include <string>
 
 #include <benchmark/benchmark.h>
-#include <stdlib.h>
 
 namespace {
 
 constexpr int kBatch = 1000;
 
-struct Place {
-    Place() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "kvpim-bench-XXXXXX").string();
-        path = ::mkdtemp(pattern.data());
-    }
-    ~Place() { std::filesystem::remove_all(path); }
-    std::string path;
-};
-
-kv::KvPimEnvConfig configIn(Place const& place) {
-    kv::KvKeyStore::setShared(kv::makeFileKeyStore(place.path + "/keys"));
+kv::KvPimEnvConfig configIn(kv::TemporaryDirectory const& directory) {
+    kv::KvKeyStore::setShared(kv::makeFileKeyStore(directory.path("keys")));
     kv::KvPimEnvConfig config;
     config.collectServer = "http://127.0.0.1:9/";
-    config.cachesDirectory = place.path;
+    config.cachesDirectory = directory.path();
     return config;
 }
 
 // The queues are emptied outside the measured time, or a caller that outruns them would measure a growing heap.
 template <class Report>
 void costToCaller(benchmark::State& state, Report report) {
-    Place const place;
-    kv::LoganManager manager(configIn(place), kv::KvClock::real());
+    kv::TemporaryDirectory const directory;
+    kv::LoganManager manager(configIn(directory), kv::KvClock::real());
     manager.setAppId("app");
     manager.setUId("someone");
     manager.drain();
@@ -69,8 +59,8 @@ BENCHMARK(startLogin);
 
 // From the call to the line on disk: flattening, look-up of the device id, append.
 void reportsToDisk(benchmark::State& state) {
-    Place const place;
-    kv::LoganManager manager(configIn(place), kv::KvClock::real());
+    kv::TemporaryDirectory const directory;
+    kv::LoganManager manager(configIn(directory), kv::KvClock::real());
     for (auto _ : state) {
         for (int i = 0; i < kBatch; ++i) manager.connectState(3, i);
         manager.drain();
@@ -81,8 +71,8 @@ BENCHMARK(reportsToDisk)->UseRealTime();
 
 // The append queue alone, with lines as long as those of reports.
 void appendQueue(benchmark::State& state) {
-    Place const place;
-    kv::WnLoganFileManager files(place.path + "/logan", true);
+    kv::TemporaryDirectory const directory;
+    kv::WnLoganFileManager files(directory.path("logan"), true);
     std::string const record(400, 'r');
     for (auto _ : state) {
         for (int i = 0; i < kBatch; ++i) files.writeLog(record);
@@ -94,8 +84,8 @@ void appendQueue(benchmark::State& state) {
 BENCHMARK(appendQueue)->UseRealTime();
 
 void logLineBelowTheFilter(benchmark::State& state) {
-    Place const place;
-    kv::KvLog log(place.path);
+    kv::TemporaryDirectory const directory;
+    kv::KvLog log(directory.path());
     std::string const argument(100, 'x');
     for (auto _ : state) log.info("a line that nobody wants: %@", argument);
 }

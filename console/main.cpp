@@ -68,9 +68,7 @@ struct ChatCommand {
     int run() const { return runChat(options); }
 };
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int run(int argc, char** argv) {
     CLI::App app("The command line client of Kv PIM", "kvpim");
     app.require_subcommand(1);
     app.set_version_flag("--version", std::string("kvpim ") + KVPIM_VERSION);
@@ -78,9 +76,17 @@ int main(int argc, char** argv) {
     ChatCommand chat(app);
     try {
         app.parse(argc, argv);
-        return app.got_subcommand("console") ? console.run() : chat.run();
     } catch (CLI::ParseError const& error) {
         return app.exit(error, std::cout, std::cerr) == 0 ? 0 : kBadUsage;
+    }
+    return app.got_subcommand("console") ? console.run() : chat.run();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return run(argc, argv);
     } catch (BadLine const& error) {
         std::fprintf(stderr, "kvpim: %s\n", error.what());
         return kBadUsage;

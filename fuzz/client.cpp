@@ -3,8 +3,6 @@
 //
 //     >xTEXT   the application begins operation "x" (see Application.cpp)      @x   it does so in its next callback
 //     else     what the server does (see ServerScript.h)
-#include "Classes/Utils/KvLog.h"
-#include "Classes/Utils/Logan/LoganManager.h"
 #include "fuzz/support/Application.h"
 #include "fuzz/support/Input.h"
 #include "fuzz/support/Network.h"
@@ -28,6 +26,8 @@ void play(Application& app, std::string_view line) {
     }
 }
 
+}  // namespace
+
 void run(Input input) {
     {
         Application app;
@@ -35,20 +35,7 @@ void run(Input input) {
         while (!input.isEmpty()) play(app, input.takeLine());
         app.finish();
     }
-    Network::shared().reset();
-    KvLog::shared().drain();
-    LoganManager::sharedInstance().drain();
+    endInput();
 }
 
-}  // namespace
 }  // namespace kv::fuzz
-
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    kv::fuzz::leaveNoTrace();
-    return 0;
-}
-
-extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
-    kv::fuzz::run({data, size});
-    return 0;
-}

@@ -1,9 +1,6 @@
 // The lines that a program writes to `kvpim console`, each an operation of a real client. An input begins with a
 // character that says in which pieces its lines arrive; a line that begins with "<" is what the server does (see
 // ServerScript.h).
-#include "Classes/Utils/KvInvitationStore.h"
-#include "Classes/Utils/KvLog.h"
-#include "Classes/Utils/Logan/LoganManager.h"
 #include "console/CarryOut.h"
 #include "fuzz/support/ExactJson.h"
 #include "fuzz/support/Input.h"
@@ -90,6 +87,8 @@ void play(console::Session& session, std::string_view text, std::size_t pieceSiz
     if (pipe[1] >= 0) ::close(pipe[1]);
 }
 
+}  // namespace
+
 void run(Input input) {
     constexpr std::size_t kMostBytes = 16384;  // what a pipe takes at once for certain
     {
@@ -101,21 +100,7 @@ void run(Input input) {
         Network::shared().readAll();
         require(session.open->count == 0, "every operation is answered");
     }
-    Network::shared().reset();
-    KvInvitationStore::shared().reset();
-    KvLog::shared().drain();
-    LoganManager::sharedInstance().drain();
+    endInput();
 }
 
-}  // namespace
 }  // namespace kv::fuzz
-
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    kv::fuzz::leaveNoTrace();
-    return 0;
-}
-
-extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
-    kv::fuzz::run({data, size});
-    return 0;
-}

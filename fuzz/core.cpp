@@ -196,6 +196,8 @@ Transcript play(Choices const& choices, std::string_view bytes, std::uint8_t cut
     return session.finish();
 }
 
+}  // namespace
+
 void run(Input input) {
     bool const isRaw = input.takeByte() == 'r';
     Choices choices{};
@@ -212,10 +214,4 @@ void run(Input input) {
             "the same bytes say the same, however they are cut");
 }
 
-}  // namespace
 }  // namespace kv::fuzz
-
-extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
-    kv::fuzz::run({data, size});
-    return 0;
-}

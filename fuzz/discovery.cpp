@@ -6,7 +6,6 @@
 //                                                                 "{accept}" stands for the right key
 #include "Classes/Catagory/KvString.h"
 #include "Classes/Network/KvServerAddress.h"
-#include "Classes/Utils/Logan/LoganManager.h"
 #include "SocketIO/transport/Upgrade.h"
 #include "SocketIO/transport/Url.h"
 #include "fuzz/support/Application.h"
@@ -148,9 +147,10 @@ void logIn(KvHttpAnswer const& answer) {
         app.begin('6', "");
         app.finish();
     }
-    Network::shared().reset();
-    LoganManager::sharedInstance().drain();
+    endInput();
 }
+
+}  // namespace
 
 void run(Input input) {
     auto const what = input.takeByte();
@@ -171,15 +171,4 @@ void run(Input input) {
     }
 }
 
-}  // namespace
 }  // namespace kv::fuzz
-
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    kv::fuzz::leaveNoTrace();
-    return 0;
-}
-
-extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
-    kv::fuzz::run({data, size});
-    return 0;
-}

@@ -149,16 +149,12 @@ private:
     std::set<std::pair<std::string, ino_t>> uploaded_;  // and is still there
 };
 
+}  // namespace
+
 void run(Input input) {
     Directory directory;
     while (!input.isEmpty()) directory.line(input.takeLine());
     directory.finish();
 }
 
-}  // namespace
 }  // namespace kv::fuzz
-
-extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
-    kv::fuzz::run({data, size});
-    return 0;
-}

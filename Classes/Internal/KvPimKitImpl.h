@@ -33,7 +33,7 @@ public:
     void loginByToken(std::string token, std::int64_t timeStamp, std::string userId, Completion done);
     void loginWithConfig(boost::json::object const& config, Completion done);
     void logoutWithCompletion(Completion done);
-    void renewToken(std::string token, std::int64_t timeStamp, KvPimKit::RenewTokenCompletion done);
+    void renewToken(std::string const& token, std::int64_t timeStamp, KvPimKit::RenewTokenCompletion const& done);
 
     // ---- Disconnection, reconnection, restore (KvPimReconnection.cpp)
     void rebuildSocketManagerWithConfig(boost::json::object const& config);
@@ -158,6 +158,17 @@ bool KvPimKitImpl::tell(Arguments const&... arguments) {
     if (!client || !listener || !((*listener).*Member)) return false;
     ((*listener).*Member)(*client, arguments...);
     return true;
+}
+
+/// The end of a request that changes what is kept for the session: records the change once the server has accepted it.
+template <class Record>
+auto recording(std::weak_ptr<KvPimKitImpl> client, KvPimKit::Completion done, Record record) {
+    return [client = std::move(client), done = std::move(done), record = std::move(record)](std::int64_t code,
+                                                                                            KvPimResult const*) {
+        auto const self = client.lock();
+        if (code == 0 && self) record(self->stateHelper);
+        complete(done, code);
+    };
 }
 
 }  // namespace kv

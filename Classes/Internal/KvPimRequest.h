@@ -16,6 +16,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace kv {
 
@@ -113,6 +114,12 @@ void logRequest(KvOperation const& operation, SocketItems const& payload);
 template <class Completion, class... Arguments>
 void complete(Completion const& done, Arguments const&... arguments) {
     if (done) done(arguments...);
+}
+
+/// The end of a request whose answer tells nothing but a code.
+template <class Completion>
+auto completing(Completion done) {
+    return [done = std::move(done)](std::int64_t code, KvPimResult const*) { complete(done, code); };
 }
 
 }  // namespace kv

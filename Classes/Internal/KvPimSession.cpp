@@ -47,7 +47,7 @@ void KvPimKitImpl::loginByToken(std::string token, std::int64_t timeStamp, std::
     if (!isValidId(userId)) return refuse(KvPimLoginErrorInvalidArgument);
 
     debugInfo.loginWithToken(token, userId, static_cast<double>(timeStamp));
-    stateHelper.loginParams.loginWithToken(token, stateManager->appId, userId, timeStamp);
+    stateHelper.loginParams.loginWithToken(std::move(token), stateManager->appId, userId, timeStamp);
     auto config = stateHelper.loginParams.generateSocketConfig();
     stateManager->state = KvPimConnectionStateConnecting;
     stateManager->userId = std::move(userId);
@@ -183,7 +183,8 @@ void KvPimKitImpl::cleanResourcesAfterLogout() {
     channelDict.clear();
 }
 
-void KvPimKitImpl::renewToken(std::string token, std::int64_t timeStamp, KvPimKit::RenewTokenCompletion done) {
+void KvPimKitImpl::renewToken(std::string const& token, std::int64_t timeStamp,
+                              KvPimKit::RenewTokenCompletion const& done) {
     if (!stateManager->login) return complete(done, token, KvPimErrorNotLogin);
     if (!isValidToken(token)) return complete(done, token, KvPimRenewTokenErrorInvalidArgument);
     stateHelper.loginParams.loginWithToken(token, stateManager->appId, stateManager->userId, timeStamp);

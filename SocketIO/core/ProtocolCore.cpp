@@ -11,7 +11,7 @@ namespace kv::sio {
 namespace json = boost::json;
 namespace {
 
-constexpr std::int64_t kMostMilliseconds = 24 * 3600 * 1000;
+constexpr std::int64_t kMostMilliseconds = 86'400'000;  // a day
 
 std::optional<std::int64_t> durationAt(json::object const& object, json::string_view key) {
     auto const* value = object.if_contains(key);

@@ -3,6 +3,7 @@
 #include "SocketIO/core/Utf8.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 #include <random>
 #include <utility>
@@ -52,8 +53,8 @@ std::size_t writeFrameHeader(std::span<std::uint8_t, kMostFrameHeader> out, WsOp
 void copyMasked(std::uint8_t* out, std::span<std::uint8_t const> in, WsMask mask, std::size_t offset) {
     std::rotate(mask.begin(), mask.begin() + static_cast<std::ptrdiff_t>(offset % mask.size()), mask.end());
     constexpr std::size_t kWords = 4;
-    std::uint64_t key = 0;
-    for (int i = 0; i < 2; ++i) std::memcpy(reinterpret_cast<std::uint8_t*>(&key) + 4 * i, mask.data(), mask.size());
+    std::array<WsMask, 2> const twice{mask, mask};
+    auto const key = std::bit_cast<std::uint64_t>(twice);
     std::size_t at = 0;
     for (; at + sizeof(std::uint64_t) * kWords <= in.size(); at += sizeof(std::uint64_t) * kWords) {
         std::array<std::uint64_t, kWords> block;

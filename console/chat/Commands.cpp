@@ -49,7 +49,7 @@ std::string_view trimmed(std::string_view text) {
 /// The first word, which is taken from the text along with the blanks behind it.
 std::string takeWord(std::string_view& text) {
     auto const length = std::min(text.find_first_of(kBlanks), text.size());
-    std::string const word(text.substr(0, length));
+    std::string word(text.substr(0, length));
     text = trimmed(text.substr(length));
     return word;
 }

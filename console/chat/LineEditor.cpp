@@ -23,6 +23,7 @@ int columnsOf(std::string const& text) {
     std::wstring wide(text.size(), L'\0');
     char const* from = text.c_str();
     std::mbstate_t state{};
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): safe with a state of one's own
     auto const length = std::mbsrtowcs(wide.data(), &from, wide.size(), &state);
     if (length == static_cast<std::size_t>(-1)) return static_cast<int>(text.size());
     int columns = 0;
@@ -34,6 +35,7 @@ int columnsOf(std::string const& text) {
 
 LineEditor::LineEditor(std::FILE* screen, std::function<bool()> awaitKey)
     : screen_(screen), awaitKey_(std::move(awaitKey)), history_(history_init()) {
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): the other threads do not ask for the locale
     if (std::setlocale(LC_CTYPE, "") == nullptr || MB_CUR_MAX == 1) std::setlocale(LC_CTYPE, "C.UTF-8");
     HistEvent event;
     history(history_, &event, H_SETSIZE, kHistorySize);
@@ -109,6 +111,7 @@ bool LineEditor::readKey(wchar_t& key) {
     while (awaitKey_()) {
         char byte = 0;
         if (::read(STDIN_FILENO, &byte, 1) != 1) return false;
+        // NOLINTNEXTLINE(concurrency-mt-unsafe): safe with a state of one's own
         auto const length = std::mbrtowc(&key, &byte, 1, &state);
         if (length == static_cast<std::size_t>(-2)) continue;  // the character has more bytes
         if (length != static_cast<std::size_t>(-1)) return true;

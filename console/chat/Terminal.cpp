@@ -73,6 +73,7 @@ std::string_view codeOf(Style style) {
 Terminal::Terminal(std::shared_ptr<KvMainQueue> queue)
     : queue_(std::move(queue)),
       signals_(takeSignals()),
+      // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody sets variables
       hasColours_(::isatty(STDOUT_FILENO) == 1 && std::getenv("NO_COLOR") == nullptr),
       isInteractive_(isTerminal()),
       screen_(takeOutput()),

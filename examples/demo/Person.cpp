@@ -38,17 +38,18 @@ Person::Person(Stage const& stage, std::string name, std::string const& appId, k
 }
 
 void Person::logIn() {
-    does("logs in", [this](Done done) { client_->loginByToken(kToken, std::time(nullptr) * 1000, name_, done); });
+    does("logs in",
+         [this](Done const& done) { client_->loginByToken(kToken, std::time(nullptr) * 1000, name_, done); });
     hears("connected");
 }
 
 void Person::enter(std::string const& channelId) {
     channel_ = client_->createChannelWithId(channelId, channelDelegate_);
     if (!channel_) throw Failure("not a valid channel id: " + channelId);
-    does("joins \"" + channelId + "\"", [this](Done done) { channel_->joinWithCompletion(done); });
+    does("joins \"" + channelId + "\"", [this](Done const& done) { channel_->joinWithCompletion(done); });
 }
 
-void Person::does(std::string const& what, std::function<void(Done)> const& start) {
+void Person::does(std::string const& what, std::function<void(Done const&)> const& start) {
     stage_.action(name_, what);
     auto const answer = std::make_shared<std::optional<std::int64_t>>();
     start([answer](std::int64_t errorCode) { *answer = errorCode; });

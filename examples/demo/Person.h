@@ -33,7 +33,7 @@ public:
     void logIn();
     void enter(std::string const& channelId);
     /// Starts an operation and waits for its success. Throws Failure otherwise.
-    void does(std::string const& what, std::function<void(Done)> const& start);
+    void does(std::string const& what, std::function<void(Done const&)> const& start);
     /// Waits until this reached the user, word for word. Throws Failure when it does not.
     void hears(std::string const& what);
 

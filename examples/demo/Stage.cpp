@@ -22,6 +22,7 @@ constexpr std::string_view kGreen = "\x1b[32m";
 }  // namespace
 
 Stage::Stage()
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody sets variables
     : start_(Clock::now()), hasColours_(::isatty(STDOUT_FILENO) == 1 && std::getenv("NO_COLOR") == nullptr) {}
 
 void Stage::scene(std::string_view title) const {

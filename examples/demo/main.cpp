@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <optional>
 #include <string>
 
 namespace {
@@ -208,7 +209,8 @@ private:
     Person alice_, bob_, carol_;
 };
 
-Options readOptions(int argc, char** argv) {
+/// Nothing when they cannot be understood.
+std::optional<Options> readOptions(int argc, char** argv) {
     Options options;
     for (int i = 1; i < argc; ++i) {
         std::string const name = argv[i];
@@ -220,8 +222,7 @@ Options readOptions(int argc, char** argv) {
         } else if (name == "--stay" && hasValue) {
             options.stay = std::chrono::seconds(std::strtol(argv[++i], nullptr, 10));
         } else {
-            std::fprintf(stderr, "usage: demo [--service URL] [--control] [--stay SECONDS]\n");
-            std::exit(2);
+            return std::nullopt;
         }
     }
     return options;
@@ -231,17 +232,21 @@ Options readOptions(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     auto const options = readOptions(argc, argv);
+    if (!options) {
+        std::fputs("usage: demo [--service URL] [--control] [--stay SECONDS]\n", stderr);
+        return 2;
+    }
     try {
         TemporaryDirectory const directory;
         Stage const stage;
         kv::KvPimOptions clientOptions;
-        clientOptions.envConfig = {.apiServer = options.service,
-                                   .collectServer = options.service + "/pim/v1/collect-logan",
+        clientOptions.envConfig = {.apiServer = options->service,
+                                   .collectServer = options->service + "/pim/v1/collect-logan",
                                    .uploadInterval = 1s,
                                    .cachesDirectory = directory.path() / "caches",
                                    .keyStoreDirectory = directory.path() / "keys",
                                    .caFile = {}};
-        Play(stage, clientOptions).run(options);
+        Play(stage, clientOptions).run(*options);
         std::puts("\nAll that was shown arrived.");
         return 0;
     } catch (Failure const& failure) {

@@ -20,6 +20,7 @@ void drive(kv::KvMainQueue& queue, asio::posix::stream_descriptor& readable) {
 
 }  // namespace
 
+// NOLINTNEXTLINE(bugprone-exception-escape): it ends the program, as it should
 int main(int argc, char** argv) {
     asio::io_context context;
     int status = 1;

@@ -1,6 +1,5 @@
 #include "fuzz/support/Application.h"
 
-#include "Classes/Utils/KvInvitationStore.h"
 #include "fuzz/support/Heard.h"
 #include "fuzz/support/Network.h"
 
@@ -149,8 +148,6 @@ Application::Application() {
     invitations = kit->getPimInvitationKit();
     invitations->setDelegate(invitationDelegate_);
 }
-
-Application::~Application() { KvInvitationStore::shared().reset(); }
 
 void Application::makeDelegates() {
     Listener const listener{this};

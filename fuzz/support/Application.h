@@ -21,7 +21,6 @@ public:
     };
 
     Application();
-    ~Application();
     Application(Application const&) = delete;
     Application& operator=(Application const&) = delete;
 

@@ -48,4 +48,7 @@ private:
     std::string_view rest_;
 };
 
+/// A fuzzer: what it does with one input.
+void run(Input input);
+
 }  // namespace kv::fuzz

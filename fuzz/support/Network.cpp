@@ -1,5 +1,8 @@
 #include "fuzz/support/Network.h"
 
+#include "Classes/Utils/KvInvitationStore.h"
+#include "Classes/Utils/KvLog.h"
+#include "Classes/Utils/Logan/LoganManager.h"
 #include "Platform/KvKeyStore.h"
 #include "Platform/KvQueueContext.h"
 #include "SocketIO/core/Packet.h"
@@ -128,12 +131,21 @@ void Network::answerRequests(KvHttpAnswer const& answer) {
     for (auto const& completion : std::exchange(requests_, {})) completion(answer);
 }
 
-void leaveNoTrace() {
-    std::signal(SIGPIPE, SIG_IGN);
-    KvKeyStore::setShared(std::make_shared<KeyStoreInMemory>());
+void endInput() {
+    Network::shared().reset();
+    KvInvitationStore::shared().reset();
+    KvLog::shared().drain();
+    LoganManager::sharedInstance().drain();
 }
 
 }  // namespace kv::fuzz
+
+// Nothing is kept on the disk, nor in the user's key store.
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    std::signal(SIGPIPE, SIG_IGN);
+    kv::KvKeyStore::setShared(std::make_shared<kv::fuzz::KeyStoreInMemory>());
+    return 0;
+}
 
 // ---- In place of SocketIO/transport/Dialer.cpp: every server is there at once, and speaks WebSocket.
 namespace kv::sio {
@@ -176,6 +188,7 @@ KvHttpSession& KvHttpSession::shared() {
     return session;
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the signature is that of the real one
 void KvHttpSession::start(KvHttpTask task, Completion completion) {
     if (task.uploadPath.empty()) return fuzz::Network::shared().addRequest(std::move(completion));
     completion({.error = "no network"});  // on a background thread

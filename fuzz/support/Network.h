@@ -65,7 +65,7 @@ private:
     std::vector<KvHttpSession::Completion> requests_;
 };
 
-/// Prepares the process: nothing is kept on the disk, nor in the user's key store.
-void leaveNoTrace();
+/// Ends what an input began outside of its client, so that nothing of it reaches the next one.
+void endInput();
 
 }  // namespace kv::fuzz

@@ -23,7 +23,7 @@ protected:
         listener->memberLeftWithReason = [this](KvPimChannel&, KvPimMember const&, std::int64_t reason) {
             heard.push_back("reason " + std::to_string(reason));
         };
-        listener->messageReceived = [this](KvPimChannel&, std::shared_ptr<KvPimMessage> m, KvPimMember const& from) {
+        listener->messageReceived = [this](KvPimChannel&, auto const& m, KvPimMember const& from) {
             heard.push_back(from.userId + (m->type() == KvPimMessageTypeRaw ? " raw " : " text ") +
                             m->text.value_or("-") + " " + std::to_string(m->serverReceivedTs));
         };

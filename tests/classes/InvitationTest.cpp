@@ -17,13 +17,15 @@ struct Party {
         : person(service.url(), std::move(userId), std::move(queue)),
           listener(std::make_shared<KvPimInvitationDelegate>()) {
         auto const note = [this](char const* what) {
-            return [this, what](KvPimInvitationKit&, Invitation invitation) { heard.emplace_back(what, invitation); };
+            return [this, what](KvPimInvitationKit&, Invitation const& invitation) {
+                heard.emplace_back(what, invitation);
+            };
         };
         listener->invitationArrived = note("arrived");
         listener->invitationCanceled = note("canceled");
         listener->invitationAccept = note("accepted");
         listener->invitationRefused = note("refused");
-        listener->invitationFailed = [this](KvPimInvitationKit&, Invitation invitation, std::int64_t code) {
+        listener->invitationFailed = [this](KvPimInvitationKit&, Invitation const& invitation, std::int64_t code) {
             heard.emplace_back("failed " + std::to_string(code), invitation);
         };
         kit = person.kit->getPimInvitationKit();

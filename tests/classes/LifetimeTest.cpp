@@ -20,9 +20,7 @@ struct Scene {
         client.connectionStateChanged = [this](KvPimKit&, std::int64_t state, std::int64_t) {
             on("state " + std::to_string(state));
         };
-        client.messageReceived = [this](KvPimKit&, std::shared_ptr<KvPimMessage>, std::string const&) {
-            on("message");
-        };
+        client.messageReceived = [this](KvPimKit&, auto const&, std::string const&) { on("message"); };
         client.peersOnlineStatusChanged = [this](KvPimKit&, auto const&) { on("status"); };
         client.peersUserAttributesChanged = [this](KvPimKit&, auto const&) { on("attributes"); };
         listener->memberJoined = [this](KvPimChannel&, KvPimMember const&) { on("joined"); };
@@ -98,8 +96,8 @@ protected:
         std::function<void(Service const&)> cause;
     };
     static std::vector<Trigger> triggers() {
-        auto const emitting = [](char const* event, json::value item) {
-            return [event, item](Service const& service) { service.emit("alice", event, item); };
+        auto const emitting = [](char const* event, json::value const& item) {
+            return [event, item](Service const& server) { server.emit("alice", event, item); };
         };
         json::value const from{{"channelId", "room"}, {"userId", "bob"}};
         json::value const content{{"text", "x"}};
@@ -120,8 +118,8 @@ protected:
             {"failed",
              emitting("InvitationNotify", {{"invitation", {{"inviter", "bob"}, {"invitee", "alice"}, {"state", 1}}}})},
             {"state 4",
-             [](Service const& service) {
-                 service.control("drop", {{"userId", "alice"}});
+             [](Service const& server) {
+                 server.control("drop", {{"userId", "alice"}});
              }},
         };
     }

@@ -10,17 +10,21 @@ namespace kv::test {
 namespace {
 
 namespace json = boost::json;
-using Done = KvPimKit::Completion;
+using Done = KvPimKit::Completion const&;
+
+/// What a completion hears of answers.
+struct Codes {
+    std::int64_t tooMany, noAck;
+    std::map<int, std::int64_t> results;  // of the server; any other gives `otherwise`
+    std::int64_t otherwise;
+    bool refusalBeatsSuccess = false;
+};
 
 struct Operation {
-    char const* name;
     char const* command;
+    Codes codes;
     std::function<void(Person&, KvPimChannel&, Done)> start;
-    std::int64_t tooMany, noAck;
-    std::map<int, std::int64_t> codes;  // of server results; any other gives `otherwise`
-    std::int64_t otherwise;
     int timeout = 6;
-    bool refusalBeatsSuccess = false;
 };
 
 auto codeOnly(Done done) {
@@ -34,205 +38,80 @@ std::vector<KvPimAttribute> const kAttributes{{"k", "v"}};
 std::vector<std::string> const kIds{"bob"};
 
 std::vector<Operation> operations() {
+    Codes const writeChannel{5, 7, {{4, 4}}, 2, true};
+    Codes const writeOwn{5, 7, {{4, 4}}, 2};
+    Codes const readUser{5, 7, {{6, 6}}, 2};
+    Codes const subscribe{5, 4, {{6, 6}}, 1};
+    Codes const otherPeers{5, 4, {}, 1};
     return {
         {"join",
-         "join",
-         [](Person&, KvPimChannel& c, Done d) { c.joinWithCompletion(d); },
-         1,
-         4,
-         {{3, 3}, {5, 5}, {6, 6}},
-         1},
-        {"leave", "leave", [](Person&, KvPimChannel& c, Done d) { c.leaveWithCompletion(d); }, 1, 1, {{6, 3}}, 1},
-        {"members",
-         "getChannelMembers",
-         [](Person&, KvPimChannel& c, Done d) { c.getMembersWithCompletion(codeOnly(d)); },
-         4,
-         3,
-         {{5, 5}},
-         1},
-        {"channel message",
-         "sendChannelMessage",
-         [](Person&, KvPimChannel& c, Done d) { c.sendMessage(std::make_shared<KvPimMessage>("x"), {}, d); },
-         3,
-         2,
-         {{4, 4}, {5, 5}},
-         1},
-        {"set channel",
-         "setChannelAttributes",
-         [](Person& p, KvPimChannel&, Done d) { p.kit->setChannelAttributes("c", kAttributes, {}, d); },
-         5,
-         7,
-         {{4, 4}},
-         2,
-         6,
-         true},
-        {"add channel",
-         "addOrUpdateChannelAttributes",
-         [](Person& p, KvPimChannel&, Done d) { p.kit->addOrUpdateChannelAttributes("c", kAttributes, {}, d); },
-         5,
-         7,
-         {{4, 4}},
-         2,
-         6,
-         true},
-        {"delete channel",
-         "deleteChannelAttributesByKeys",
-         [](Person& p, KvPimChannel&, Done d) { p.kit->deleteChannelAttributesByKeys("c", {"k"}, {}, d); },
-         5,
-         7,
-         {{4, 4}},
-         2,
-         6,
-         true},
-        {"clear channel",
-         "clearChannelAttributes",
-         [](Person& p, KvPimChannel&, Done d) { p.kit->clearChannelAttributes("c", {}, d); },
-         5,
-         7,
-         {{4, 4}},
-         2,
-         6,
-         true},
-        {"get channel",
-         "getChannelAttributes",
-         [](Person& p, KvPimChannel&, Done d) { p.kit->getChannelAttributes("c", codeOnly(d)); },
-         5,
-         7,
-         {},
-         2},
-        {"get channel keys",
-         "getChannelAttributesByKeys",
-         [](Person& p, KvPimChannel&, Done d) { p.kit->getChannelAttributesByKeys("c", {"k"}, codeOnly(d)); },
-         5,
-         7,
-         {{3, 3}},
-         2},
-        {"counts",
-         "getChannelMemberCount",
-         [](Person& p, KvPimChannel&, Done d) { p.kit->getChannelMemberCount({"c"}, codeOnly(d)); },
-         3,
-         4,
-         {{2, 2}, {5, 5}},
-         1},
-        {"set own",
-         "setLocalUserAttributes",
-         [](Person& p, KvPimChannel&, Done d) { p.kit->setLocalUserAttributes(kAttributes, d); },
-         5,
-         7,
-         {{4, 4}},
-         2},
-        {"add own",
-         "addOrUpdateLocalUserAttributes",
-         [](Person& p, KvPimChannel&, Done d) { p.kit->addOrUpdateLocalUserAttributes(kAttributes, d); },
-         5,
-         7,
-         {{4, 4}},
-         2},
-        {"delete own",
-         "deleteLocalUserAttributesByKeys",
-         [](Person& p, KvPimChannel&, Done d) { p.kit->deleteLocalUserAttributesByKeys({"k"}, d); },
-         5,
-         7,
-         {},
-         2},
-        {"clear own",
-         "clearLocalUserAttributes",
+         {1, 4, {{3, 3}, {5, 5}, {6, 6}}, 1},
+         [](Person&, KvPimChannel& c, Done d) { c.joinWithCompletion(d); }},
+        {"leave", {1, 1, {{6, 3}}, 1}, [](Person&, KvPimChannel& c, Done d) { c.leaveWithCompletion(d); }},
+        {"getChannelMembers",
+         {4, 3, {{5, 5}}, 1},
+         [](Person&, KvPimChannel& c, Done d) { c.getMembersWithCompletion(codeOnly(d)); }},
+        {"sendChannelMessage",
+         {3, 2, {{4, 4}, {5, 5}}, 1},
+         [](Person&, KvPimChannel& c, Done d) { c.sendMessage(std::make_shared<KvPimMessage>("x"), {}, d); }},
+        {"setChannelAttributes", writeChannel,
+         [](Person& p, KvPimChannel&, Done d) { p.kit->setChannelAttributes("c", kAttributes, {}, d); }},
+        {"addOrUpdateChannelAttributes", writeChannel,
+         [](Person& p, KvPimChannel&, Done d) { p.kit->addOrUpdateChannelAttributes("c", kAttributes, {}, d); }},
+        {"deleteChannelAttributesByKeys", writeChannel,
+         [](Person& p, KvPimChannel&, Done d) { p.kit->deleteChannelAttributesByKeys("c", {"k"}, {}, d); }},
+        {"clearChannelAttributes", writeChannel,
+         [](Person& p, KvPimChannel&, Done d) { p.kit->clearChannelAttributes("c", {}, d); }},
+        {"getChannelAttributes",
+         {5, 7, {}, 2},
+         [](Person& p, KvPimChannel&, Done d) { p.kit->getChannelAttributes("c", codeOnly(d)); }},
+        {"getChannelAttributesByKeys",
+         {5, 7, {{3, 3}}, 2},
+         [](Person& p, KvPimChannel&, Done d) { p.kit->getChannelAttributesByKeys("c", {"k"}, codeOnly(d)); }},
+        {"getChannelMemberCount",
+         {3, 4, {{2, 2}, {5, 5}}, 1},
+         [](Person& p, KvPimChannel&, Done d) { p.kit->getChannelMemberCount({"c"}, codeOnly(d)); }},
+        {"setLocalUserAttributes", writeOwn,
+         [](Person& p, KvPimChannel&, Done d) { p.kit->setLocalUserAttributes(kAttributes, d); }},
+        {"addOrUpdateLocalUserAttributes", writeOwn,
+         [](Person& p, KvPimChannel&, Done d) { p.kit->addOrUpdateLocalUserAttributes(kAttributes, d); }},
+        {"deleteLocalUserAttributesByKeys",
+         {5, 7, {}, 2},
+         [](Person& p, KvPimChannel&, Done d) { p.kit->deleteLocalUserAttributesByKeys({"k"}, d); }},
+        {"clearLocalUserAttributes",
+         {5, 7, {}, 2},
          [](Person& p, KvPimChannel&, Done d) { p.kit->clearLocalUserAttributesWithCompletion(d); },
-         5,
-         7,
-         {},
-         2,
          10},
-        {"get user",
-         "getUserAttributes",
-         [](Person& p, KvPimChannel&, Done d) { p.kit->getUserAttributes("bob", codeOfUser(d)); },
-         5,
-         7,
-         {{6, 6}},
-         2},
-        {"get user keys",
-         "getUserAttributesByKeys",
-         [](Person& p, KvPimChannel&, Done d) { p.kit->getUserAttributesByKeys("bob", {"k"}, codeOfUser(d)); },
-         5,
-         7,
-         {{6, 6}},
-         2},
-        {"subscribe attributes",
-         "subscribePeersUserAttributes",
-         [](Person& p, KvPimChannel&, Done d) { p.kit->subscribePeersUserAttribes(kIds, d); },
-         5,
-         4,
-         {{6, 6}},
-         1},
-        {"unsubscribe attributes",
-         "unsubscribePeersUserAttributes",
-         [](Person& p, KvPimChannel&, Done d) { p.kit->unsubscribePeersUserAttribes(kIds, d); },
-         5,
-         4,
-         {},
-         1},
-        {"get peers",
-         "getPeersUserAttributes",
-         [](Person& p, KvPimChannel&, Done d) { p.kit->getPeersUserAttributes(kIds, codeOnly(d)); },
-         5,
-         4,
-         {},
-         1},
-        {"get peers keys",
-         "getPeersUserAttributesByKeys",
-         [](Person& p, KvPimChannel&, Done d) { p.kit->getPeersUserAttributesByKeys(kIds, {"k"}, codeOnly(d)); },
-         5,
-         4,
-         {},
-         1},
-        {"subscribe status",
-         "subscribePeersOnlineStatus",
-         [](Person& p, KvPimChannel&, Done d) { p.kit->subscribePeersOnlineStatus(kIds, d); },
-         5,
-         4,
-         {{6, 6}},
-         1},
-        {"unsubscribe status",
-         "unsubscribePeersOnlineStatus",
-         [](Person& p, KvPimChannel&, Done d) { p.kit->unsubscribePeersOnlineStatus(kIds, d); },
-         5,
-         4,
-         {},
-         1},
-        {"query status",
-         "queryPeersOnlineStatus",
-         [](Person& p, KvPimChannel&, Done d) { p.kit->queryPeersOnlineStatus(kIds, codeOnly(d)); },
-         5,
-         4,
-         {},
-         1},
-        {"query subscriptions",
-         "queryPeersBySubscriptionOption",
-         [](Person& p, KvPimChannel&, Done d) { p.kit->queryPeersBySubscriptionOption(0, codeOnly(d)); },
-         5,
-         4,
-         {},
-         1},
-        {"peer message",
-         "sendMessageToPeer",
+        {"getUserAttributes", readUser,
+         [](Person& p, KvPimChannel&, Done d) { p.kit->getUserAttributes("bob", codeOfUser(d)); }},
+        {"getUserAttributesByKeys", readUser,
+         [](Person& p, KvPimChannel&, Done d) { p.kit->getUserAttributesByKeys("bob", {"k"}, codeOfUser(d)); }},
+        {"subscribePeersUserAttributes", subscribe,
+         [](Person& p, KvPimChannel&, Done d) { p.kit->subscribePeersUserAttribes(kIds, d); }},
+        {"unsubscribePeersUserAttributes", otherPeers,
+         [](Person& p, KvPimChannel&, Done d) { p.kit->unsubscribePeersUserAttribes(kIds, d); }},
+        {"getPeersUserAttributes", otherPeers,
+         [](Person& p, KvPimChannel&, Done d) { p.kit->getPeersUserAttributes(kIds, codeOnly(d)); }},
+        {"getPeersUserAttributesByKeys", otherPeers,
+         [](Person& p, KvPimChannel&, Done d) { p.kit->getPeersUserAttributesByKeys(kIds, {"k"}, codeOnly(d)); }},
+        {"subscribePeersOnlineStatus", subscribe,
+         [](Person& p, KvPimChannel&, Done d) { p.kit->subscribePeersOnlineStatus(kIds, d); }},
+        {"unsubscribePeersOnlineStatus", otherPeers,
+         [](Person& p, KvPimChannel&, Done d) { p.kit->unsubscribePeersOnlineStatus(kIds, d); }},
+        {"queryPeersOnlineStatus", otherPeers,
+         [](Person& p, KvPimChannel&, Done d) { p.kit->queryPeersOnlineStatus(kIds, codeOnly(d)); }},
+        {"queryPeersBySubscriptionOption", otherPeers,
+         [](Person& p, KvPimChannel&, Done d) { p.kit->queryPeersBySubscriptionOption(0, codeOnly(d)); }},
+        {"sendMessageToPeer",
+         {5, 2, {{3, 3}, {4, 4}, {6, 6}, {7, 7}}, 1},
          [](Person& p, KvPimChannel&, Done d) {
              p.kit->sendMessageToPeer(std::make_shared<KvPimMessage>("x"), "", {}, d);
-         },
-         5,
-         2,
-         {{3, 3}, {4, 4}, {6, 6}, {7, 7}},
-         1},
-        {"invitation",
-         "invitationOp",
+         }},
+        {"invitationOp",
+         {0, 1, {{3, 3}, {4, 4}}, 0, true},
          [](Person& p, KvPimChannel&, Done d) {
              p.kit->getPimInvitationKit()->cancelInvitation(KvPimInvitation::initWithInviter("alice", "bob"), d);
-         },
-         0,
-         1,
-         {{3, 3}, {4, 4}},
-         0,
-         6,
-         true},
+         }},
     };
 }
 
@@ -252,20 +131,20 @@ TEST_F(OperationTest, EachOutcomeHasTheOperationsOwnCode) {
             service.answer(operation.command, items);
             return alice.codeOf([&](Done done) { operation.start(alice, *channel, done); });
         };
-        EXPECT_EQ(answered(json::array{{{"result", 0}}}), 0) << operation.name;
-        EXPECT_EQ(answered(json::array{"done", {{"result", "0"}}}), 0) << operation.name;
-        EXPECT_EQ(answered(json::array{"Too Many Requests"}), operation.tooMany) << operation.name;
+        EXPECT_EQ(answered(json::array{{{"result", 0}}}), 0) << operation.command;
+        EXPECT_EQ(answered(json::array{"done", {{"result", "0"}}}), 0) << operation.command;
+        EXPECT_EQ(answered(json::array{"Too Many Requests"}), operation.codes.tooMany) << operation.command;
         auto const both = answered(json::array{"Too Many Requests", {{"result", 0}}});
-        EXPECT_EQ(both, operation.refusalBeatsSuccess ? operation.tooMany : 0) << operation.name;
+        EXPECT_EQ(both, operation.codes.refusalBeatsSuccess ? operation.codes.tooMany : 0) << operation.command;
         for (int result = 1; result <= 9; ++result) {
-            auto const own = operation.codes.find(result);
+            auto const own = operation.codes.results.find(result);
             EXPECT_EQ(answered(json::array{{{"result", result}}}),
-                      own != operation.codes.end() ? own->second : operation.otherwise)
-                << operation.name << ' ' << result;
+                      own != operation.codes.results.end() ? own->second : operation.codes.otherwise)
+                << operation.command << ' ' << result;
         }
         for (json::value const& odd :
              {json::value(json::array()), json::value(json::array{"?"}), json::value(json::array{7})}) {
-            EXPECT_EQ(answered(odd), operation.otherwise) << operation.name << ' ' << odd;
+            EXPECT_EQ(answered(odd), operation.codes.otherwise) << operation.command << ' ' << odd;
         }
     }
 }
@@ -283,11 +162,11 @@ TEST_F(OperationTest, SilenceEndsAtTheTimeOutAndNotBefore) {
         service.answer(operation.command, nullptr);
         std::int64_t code = -1;
         operation.start(alice, *channel, [&](std::int64_t result) { code = result; });
-        EXPECT_TRUE(runUntil(*queue, [&] { return sent() == before + 1; })) << operation.name;
+        EXPECT_TRUE(runUntil(*queue, [&] { return sent() == before + 1; })) << operation.command;
         queue->advance(std::chrono::seconds(operation.timeout) - std::chrono::milliseconds(1));
-        EXPECT_EQ(code, -1) << operation.name;
+        EXPECT_EQ(code, -1) << operation.command;
         queue->advance(std::chrono::milliseconds(1));
-        EXPECT_EQ(code, operation.noAck) << operation.name;
+        EXPECT_EQ(code, operation.codes.noAck) << operation.command;
     }
 }
 
@@ -296,7 +175,7 @@ TEST_F(OperationTest, WithoutALoginNothingIsSent) {
     for (auto const& operation : operations()) {
         std::int64_t code = -1;
         operation.start(alice, *channel, [&](std::int64_t result) { code = result; });
-        EXPECT_EQ(code, 102) << operation.name;
+        EXPECT_EQ(code, 102) << operation.command;
     }
 }
 

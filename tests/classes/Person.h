@@ -82,7 +82,7 @@ struct Person {
     }
 
     std::shared_ptr<KvPimChannel> join(std::string const& channelId,
-                                       std::shared_ptr<KvPimChannelDelegate> listener = nullptr) {
+                                       std::shared_ptr<KvPimChannelDelegate> const& listener = nullptr) {
         auto channel = kit->createChannelWithId(channelId, listener);
         EXPECT_EQ(codeOf([&](auto done) { channel->joinWithCompletion(done); }), 0);
         return channel;

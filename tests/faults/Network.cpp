@@ -14,6 +14,7 @@ namespace {
 constexpr char kOurAddress[] = "10.201.7.1";
 constexpr char kOtherAddress[] = "10.201.7.2";
 
+// NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread does it
 bool run(std::string const& command) { return std::system((command + " 2>/dev/null").c_str()) == 0; }
 
 std::vector<std::string> wordsOf(std::string const& text) {
@@ -35,6 +36,7 @@ void Network::inNamespace(std::function<void()> const& body) {
         {
             if (::unshare(CLONE_NEWNET) != 0) throw std::system_error(errno, std::generic_category(), "unshare");
             body();
+            // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing else ends the process
             std::exit(testing::Test::HasFailure() ? 1 : 0);
         },
         testing::ExitedWithCode(0), "");

@@ -39,14 +39,14 @@ public:
         : person_(service.url(), "user" + std::to_string(number), std::move(queue)),
           all_(all),
           random_(static_cast<unsigned>(number)) {
-        person_.delegate->messageReceived = [this](KvPimKit&, std::shared_ptr<KvPimMessage> message,
-                                                   std::string const& peer) { note(lastFromPeers_[peer], *message); };
+        person_.delegate->messageReceived = [this](KvPimKit&, auto const& message, std::string const& peer) {
+            note(lastFromPeers_[peer], *message);
+        };
         person_.delegate->connectionStateChanged = {};
-        listener_->messageReceived = [this](KvPimChannel& channel, std::shared_ptr<KvPimMessage> message,
-                                            KvPimMember const& from) {
+        listener_->messageReceived = [this](KvPimChannel& channel, auto const& message, KvPimMember const& from) {
             note(lastInChannels_[channel.channelId() + " " + from.userId], *message);
         };
-        invitations_->invitationArrived = [this](KvPimInvitationKit& kit, std::shared_ptr<KvPimInvitation> invitation) {
+        invitations_->invitationArrived = [](KvPimInvitationKit& kit, auto const& invitation) {
             ++counts.invitations;
             kit.acceptInvitation(invitation, {});
         };

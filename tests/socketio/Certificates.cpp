@@ -8,7 +8,7 @@
 namespace kv::test {
 namespace {
 
-constexpr long kDay = 24 * 3600;
+constexpr long kDay = 24L * 3600;
 
 void addExtension(X509* certificate, X509* issuer, int id, char const* value) {
     X509V3_CTX context;
@@ -21,7 +21,7 @@ void addExtension(X509* certificate, X509* issuer, int id, char const* value) {
 std::shared_ptr<EVP_PKEY> makeKey() { return {EVP_EC_gen("P-256"), EVP_PKEY_free}; }
 
 std::shared_ptr<X509> makeCertificate(EVP_PKEY* key, X509* issuer, char const* name, int days) {
-    std::shared_ptr<X509> const made(X509_new(), X509_free);
+    std::shared_ptr<X509> made(X509_new(), X509_free);
     static long serial = 1;
     X509_set_version(made.get(), X509_VERSION_3);
     ASN1_INTEGER_set(X509_get_serialNumber(made.get()), serial++);

@@ -201,7 +201,7 @@ TEST(EngineOnMainQueue, ARequestWhoseTimeIsOverIsNotSentLater) {
     for (int i = 0; i < 32; ++i) {
         SocketItems items;
         items.values = {items.binary(makeData(KvBytes(1u << 20)))};
-        client.socket().emit("blob", std::move(items));
+        client.socket().emit("blob", items);
     }
     queue->poll();  // the socket takes what it can
     client.socket().emitWithAck("late", {}).timingOutAfter(6s, nullptr);

@@ -56,7 +56,7 @@ void talk(Client& client) {
     });
     SocketItems count;
     count.values = {500};
-    client.socket().emit("push", std::move(count));
+    client.socket().emit("push", count);
     EXPECT_TRUE(runUntil(*client.queue, [&] { return pushed == 500; })) << pushed;
 }
 

@@ -20,6 +20,7 @@ Outbox::Time const kLater = kNow + 1s;
 
 std::vector<KvData> attachments(std::vector<std::string> const& texts) {
     std::vector<KvData> all;
+    all.reserve(texts.size());
     for (auto const& text : texts) all.push_back(makeData(std::string_view(text)));
     return all;
 }

@@ -25,7 +25,6 @@ void close(int& fd) {
 }  // namespace
 
 ChildProcess::ChildProcess(std::vector<std::string> const& command) {
-    std::signal(SIGPIPE, SIG_IGN);
     int in[2];
     int out[2];
     if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0)
@@ -35,6 +34,7 @@ ChildProcess::ChildProcess(std::vector<std::string> const& command) {
     ::posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
     ::posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
     std::vector<char*> arguments;
+    arguments.reserve(command.size() + 1);
     for (auto const& argument : command) arguments.push_back(const_cast<char*>(argument.c_str()));
     arguments.push_back(nullptr);
     int const error = ::posix_spawnp(&pid_, arguments[0], &actions, nullptr, arguments.data(), environ);
@@ -58,6 +58,7 @@ ChildProcess::~ChildProcess() {
 }
 
 bool ChildProcess::write(std::string_view bytes) {
+    std::signal(SIGPIPE, SIG_IGN);  // not before it has to be: the library under test must do without
     while (!bytes.empty()) {
         auto const count = ::write(input_, bytes.data(), bytes.size());
         if (count < 0 && errno != EINTR) return false;

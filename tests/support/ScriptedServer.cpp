@@ -172,7 +172,7 @@ ScriptedPeer::Message ScriptedPeer::readMessage() {
     }
     auto const mask = take(4);
     message.payload = take(size);
-    for (std::size_t i = 0; i < message.payload.size(); ++i) message.payload[i] ^= mask[i % 4];
+    for (std::size_t i = 0; auto& byte : message.payload) byte = static_cast<char>(byte ^ mask[i++ % 4]);
     return message;
 }
 

@@ -1,28 +1,28 @@
 #include "support/Service.h"
 
+#include <chrono>
+#include <csignal>
+
 #include <boost/json/parse.hpp>
 #include <boost/json/serialize.hpp>
 #include <curl/curl.h>
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace kv::test {
 namespace json = boost::json;
 namespace {
 
-std::string readLine(int fd, int timeoutMs) {
-    std::string line;
-    for (;;) {
-        pollfd waiting{fd, POLLIN, 0};
-        char c = 0;
-        if (::poll(&waiting, 1, timeoutMs) <= 0 || ::read(fd, &c, 1) != 1) return {};
-        if (c == '\n') return line;
-        line += c;
-    }
+std::vector<std::string> commandOf(Service::Options const& options) {
+    auto command = options.runner;
+    auto const port = std::to_string(options.port);
+    command.insert(command.end(),
+                   {"node", KV_SERVICE_MAIN, "--port", port, "--control", "--exit-with-stdin", "--quiet"});
+    command.insert(command.end(), options.arguments.begin(), options.arguments.end());
+    return command;
+}
+
+std::chrono::steady_clock::time_point in20Seconds() {
+    return std::chrono::steady_clock::now() + std::chrono::seconds(20);
 }
 
 bool tryRequest(std::string const& url, std::string const* body, std::string& answer) {
@@ -53,51 +53,24 @@ std::string request(std::string const& url, std::string const* body) {
 
 Service::Service(int port) : Service(Options{port}) {}
 
-Service::Service(Options const& options) {
-    int in[2], out[2];
-    if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0) return;
-    auto command = options.runner;
-    auto const port = std::to_string(options.port);
-    command.insert(command.end(),
-                   {"node", KV_SERVICE_MAIN, "--port", port, "--control", "--exit-with-stdin", "--quiet"});
-    command.insert(command.end(), options.arguments.begin(), options.arguments.end());
-    std::vector<char*> arguments;
-    for (auto& argument : command) arguments.push_back(argument.data());
-    arguments.push_back(nullptr);
-    pid_ = ::fork();
-    if (pid_ == 0) {
-        ::dup2(in[0], STDIN_FILENO);
-        ::dup2(out[1], STDOUT_FILENO);
-        ::execvp(arguments[0], arguments.data());
-        ::_exit(127);
-    }
-    ::close(in[0]);
-    ::close(out[1]);
-    input_ = in[1];
-    auto const line = readLine(out[0], 20000);
-    ::close(out[0]);
+Service::Service(Options const& options) : process_(commandOf(options)) {
+    auto const line = process_.readLine(in20Seconds()).value_or("");
+    process_.closeOutput();
     auto const at = line.find("http");
     EXPECT_NE(at, std::string::npos) << "the service did not start: \"" << line
                                      << "\"; is service/node_modules installed?";
     if (at != std::string::npos) url_ = line.substr(at);
 }
 
-Service::~Service() {
-    if (input_ >= 0) ::close(input_);
-    kill();
-}
-
 int Service::port() const { return std::stoi(url_.substr(url_.rfind(':') + 1)); }
 
 void Service::kill() {
-    if (pid_ <= 0) return;
-    ::kill(pid_, SIGKILL);
-    ::waitpid(pid_, nullptr, 0);
-    pid_ = -1;
+    process_.kill(SIGKILL);
+    process_.wait(in20Seconds());
 }
 
-void Service::freeze() { ::kill(pid_, SIGSTOP); }
-void Service::thaw() { ::kill(pid_, SIGCONT); }
+void Service::freeze() { process_.kill(SIGSTOP); }
+void Service::thaw() { process_.kill(SIGCONT); }
 
 json::value Service::state() const { return json::parse(request(url_ + "/control/state", nullptr)); }
 

@@ -2,12 +2,13 @@
 // server.
 #pragma once
 
+#include "support/ChildProcess.h"
+
 #include <string>
 #include <vector>
 
 #include <boost/json/array.hpp>
 #include <boost/json/value.hpp>
-#include <sys/types.h>
 
 namespace kv::test {
 
@@ -22,7 +23,6 @@ public:
     /// Starts it; on `port`, or a free one. The test fails, and `url` is empty, when it does not get ready.
     explicit Service(int port = 0);
     explicit Service(Options const& options);
-    ~Service();
 
     std::string const& url() const { return url_; }
     int port() const;
@@ -44,8 +44,7 @@ public:
     void emit(std::string const& userId, std::string const& event, boost::json::value const& item) const;
 
 private:
-    pid_t pid_ = -1;
-    int input_ = -1;  // the process ends when this closes, so it never outlives the test
+    ChildProcess process_;  // ends with its input, so it never outlives the test
     std::string url_;
 };
 
