@@ -23,7 +23,6 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr long kMostRedirects = 16;
-constexpr long kLongestIdle = 1;  // seconds
 constexpr std::chrono::milliseconds kLongestSleep{60'000};
 constexpr std::chrono::milliseconds kShortSleep{10};
 constexpr std::chrono::seconds kLongestExit{1};
@@ -108,8 +107,7 @@ private:
         set(CURLOPT_FOLLOWLOCATION, 1L);
         set(CURLOPT_MAXREDIRS, kMostRedirects);
         set(CURLOPT_NOSIGNAL, 1L);
-        // Kept for clients that log in one after the other. An older connection may have died without a word.
-        set(CURLOPT_MAXAGE_CONN, kLongestIdle);
+        set(CURLOPT_FORBID_REUSE, 1L);  // a kept connection may have died without a word, and requests are rare
         set(CURLOPT_QUICK_EXIT, 1L);  // a host name that nobody resolves must not hold up the thread when given up
         // The directory of the system's authorities, which curl knows by itself, stays in force beside this file.
         if (!task_.caFile.empty()) set(CURLOPT_CAINFO, task_.caFile.c_str());
