@@ -1,4 +1,5 @@
 // Every operation against every outcome: each has its own codes.
+#include "Operations.h"
 #include "Person.h"
 
 #include <map>
@@ -10,12 +11,7 @@ namespace kv::test {
 namespace {
 
 namespace json = boost::json;
-using Done = KvPimKit::Completion;
-
-struct Operation {
-    char const* name;
-    char const* command;
-    std::function<void(Person&, KvPimChannel&, Done)> start;
+struct Outcome {
     std::int64_t tooMany, noAck;
     std::map<int, std::int64_t> codes;  // of server results; any other gives `otherwise`
     std::int64_t otherwise;
@@ -23,217 +19,37 @@ struct Operation {
     bool refusalBeatsSuccess = false;
 };
 
-auto codeOnly(Done done) {
-    return [done](auto const&, std::int64_t code) { done(code); };
-}
-auto codeOfUser(Done done) {
-    return [done](auto const&, std::string const&, std::int64_t code) { done(code); };
-}
-
-std::vector<KvPimAttribute> const kAttributes{{"k", "v"}};
-std::vector<std::string> const kIds{"bob"};
-
-std::vector<Operation> operations() {
-    return {
-        {"join",
-         "join",
-         [](Person&, KvPimChannel& c, Done d) { c.joinWithCompletion(d); },
-         1,
-         4,
-         {{3, 3}, {5, 5}, {6, 6}},
-         1},
-        {"leave", "leave", [](Person&, KvPimChannel& c, Done d) { c.leaveWithCompletion(d); }, 1, 1, {{6, 3}}, 1},
-        {"members",
-         "getChannelMembers",
-         [](Person&, KvPimChannel& c, Done d) { c.getMembersWithCompletion(codeOnly(d)); },
-         4,
-         3,
-         {{5, 5}},
-         1},
-        {"channel message",
-         "sendChannelMessage",
-         [](Person&, KvPimChannel& c, Done d) { c.sendMessage(std::make_shared<KvPimMessage>("x"), {}, d); },
-         3,
-         2,
-         {{4, 4}, {5, 5}},
-         1},
-        {"set channel",
-         "setChannelAttributes",
-         [](Person& p, KvPimChannel&, Done d) { p.kit->setChannelAttributes("c", kAttributes, {}, d); },
-         5,
-         7,
-         {{4, 4}},
-         2,
-         6,
-         true},
-        {"add channel",
-         "addOrUpdateChannelAttributes",
-         [](Person& p, KvPimChannel&, Done d) { p.kit->addOrUpdateChannelAttributes("c", kAttributes, {}, d); },
-         5,
-         7,
-         {{4, 4}},
-         2,
-         6,
-         true},
-        {"delete channel",
-         "deleteChannelAttributesByKeys",
-         [](Person& p, KvPimChannel&, Done d) { p.kit->deleteChannelAttributesByKeys("c", {"k"}, {}, d); },
-         5,
-         7,
-         {{4, 4}},
-         2,
-         6,
-         true},
-        {"clear channel",
-         "clearChannelAttributes",
-         [](Person& p, KvPimChannel&, Done d) { p.kit->clearChannelAttributes("c", {}, d); },
-         5,
-         7,
-         {{4, 4}},
-         2,
-         6,
-         true},
-        {"get channel",
-         "getChannelAttributes",
-         [](Person& p, KvPimChannel&, Done d) { p.kit->getChannelAttributes("c", codeOnly(d)); },
-         5,
-         7,
-         {},
-         2},
-        {"get channel keys",
-         "getChannelAttributesByKeys",
-         [](Person& p, KvPimChannel&, Done d) { p.kit->getChannelAttributesByKeys("c", {"k"}, codeOnly(d)); },
-         5,
-         7,
-         {{3, 3}},
-         2},
-        {"counts",
-         "getChannelMemberCount",
-         [](Person& p, KvPimChannel&, Done d) { p.kit->getChannelMemberCount({"c"}, codeOnly(d)); },
-         3,
-         4,
-         {{2, 2}, {5, 5}},
-         1},
-        {"set own",
-         "setLocalUserAttributes",
-         [](Person& p, KvPimChannel&, Done d) { p.kit->setLocalUserAttributes(kAttributes, d); },
-         5,
-         7,
-         {{4, 4}},
-         2},
-        {"add own",
-         "addOrUpdateLocalUserAttributes",
-         [](Person& p, KvPimChannel&, Done d) { p.kit->addOrUpdateLocalUserAttributes(kAttributes, d); },
-         5,
-         7,
-         {{4, 4}},
-         2},
-        {"delete own",
-         "deleteLocalUserAttributesByKeys",
-         [](Person& p, KvPimChannel&, Done d) { p.kit->deleteLocalUserAttributesByKeys({"k"}, d); },
-         5,
-         7,
-         {},
-         2},
-        {"clear own",
-         "clearLocalUserAttributes",
-         [](Person& p, KvPimChannel&, Done d) { p.kit->clearLocalUserAttributesWithCompletion(d); },
-         5,
-         7,
-         {},
-         2,
-         10},
-        {"get user",
-         "getUserAttributes",
-         [](Person& p, KvPimChannel&, Done d) { p.kit->getUserAttributes("bob", codeOfUser(d)); },
-         5,
-         7,
-         {{6, 6}},
-         2},
-        {"get user keys",
-         "getUserAttributesByKeys",
-         [](Person& p, KvPimChannel&, Done d) { p.kit->getUserAttributesByKeys("bob", {"k"}, codeOfUser(d)); },
-         5,
-         7,
-         {{6, 6}},
-         2},
-        {"subscribe attributes",
-         "subscribePeersUserAttributes",
-         [](Person& p, KvPimChannel&, Done d) { p.kit->subscribePeersUserAttribes(kIds, d); },
-         5,
-         4,
-         {{6, 6}},
-         1},
-        {"unsubscribe attributes",
-         "unsubscribePeersUserAttributes",
-         [](Person& p, KvPimChannel&, Done d) { p.kit->unsubscribePeersUserAttribes(kIds, d); },
-         5,
-         4,
-         {},
-         1},
-        {"get peers",
-         "getPeersUserAttributes",
-         [](Person& p, KvPimChannel&, Done d) { p.kit->getPeersUserAttributes(kIds, codeOnly(d)); },
-         5,
-         4,
-         {},
-         1},
-        {"get peers keys",
-         "getPeersUserAttributesByKeys",
-         [](Person& p, KvPimChannel&, Done d) { p.kit->getPeersUserAttributesByKeys(kIds, {"k"}, codeOnly(d)); },
-         5,
-         4,
-         {},
-         1},
-        {"subscribe status",
-         "subscribePeersOnlineStatus",
-         [](Person& p, KvPimChannel&, Done d) { p.kit->subscribePeersOnlineStatus(kIds, d); },
-         5,
-         4,
-         {{6, 6}},
-         1},
-        {"unsubscribe status",
-         "unsubscribePeersOnlineStatus",
-         [](Person& p, KvPimChannel&, Done d) { p.kit->unsubscribePeersOnlineStatus(kIds, d); },
-         5,
-         4,
-         {},
-         1},
-        {"query status",
-         "queryPeersOnlineStatus",
-         [](Person& p, KvPimChannel&, Done d) { p.kit->queryPeersOnlineStatus(kIds, codeOnly(d)); },
-         5,
-         4,
-         {},
-         1},
-        {"query subscriptions",
-         "queryPeersBySubscriptionOption",
-         [](Person& p, KvPimChannel&, Done d) { p.kit->queryPeersBySubscriptionOption(0, codeOnly(d)); },
-         5,
-         4,
-         {},
-         1},
-        {"peer message",
-         "sendMessageToPeer",
-         [](Person& p, KvPimChannel&, Done d) {
-             p.kit->sendMessageToPeer(std::make_shared<KvPimMessage>("x"), "", {}, d);
-         },
-         5,
-         2,
-         {{3, 3}, {4, 4}, {6, 6}, {7, 7}},
-         1},
-        {"invitation",
-         "invitationOp",
-         [](Person& p, KvPimChannel&, Done d) {
-             p.kit->getPimInvitationKit()->cancelInvitation(KvPimInvitation::initWithInviter("alice", "bob"), d);
-         },
-         0,
-         1,
-         {{3, 3}, {4, 4}},
-         0,
-         6,
-         true},
+Outcome const& outcomeOf(Request const& request) {
+    static std::map<std::string, Outcome> const outcomes{
+        {"join", {1, 4, {{3, 3}, {5, 5}, {6, 6}}, 1}},
+        {"leave", {1, 1, {{6, 3}}, 1}},
+        {"getChannelMembers", {4, 3, {{5, 5}}, 1}},
+        {"sendChannelMessage", {3, 2, {{4, 4}, {5, 5}}, 1}},
+        {"setChannelAttributes", {5, 7, {{4, 4}}, 2, 6, true}},
+        {"addOrUpdateChannelAttributes", {5, 7, {{4, 4}}, 2, 6, true}},
+        {"deleteChannelAttributesByKeys", {5, 7, {{4, 4}}, 2, 6, true}},
+        {"clearChannelAttributes", {5, 7, {{4, 4}}, 2, 6, true}},
+        {"getChannelAttributes", {5, 7, {}, 2}},
+        {"getChannelAttributesByKeys", {5, 7, {{3, 3}}, 2}},
+        {"getChannelMemberCount", {3, 4, {{2, 2}, {5, 5}}, 1}},
+        {"setLocalUserAttributes", {5, 7, {{4, 4}}, 2}},
+        {"addOrUpdateLocalUserAttributes", {5, 7, {{4, 4}}, 2}},
+        {"deleteLocalUserAttributesByKeys", {5, 7, {}, 2}},
+        {"clearLocalUserAttributes", {5, 7, {}, 2, 10}},
+        {"getUserAttributes", {5, 7, {{6, 6}}, 2}},
+        {"getUserAttributesByKeys", {5, 7, {{6, 6}}, 2}},
+        {"subscribePeersUserAttributes", {5, 4, {{6, 6}}, 1}},
+        {"unsubscribePeersUserAttributes", {5, 4, {}, 1}},
+        {"getPeersUserAttributes", {5, 4, {}, 1}},
+        {"getPeersUserAttributesByKeys", {5, 4, {}, 1}},
+        {"subscribePeersOnlineStatus", {5, 4, {{6, 6}}, 1}},
+        {"unsubscribePeersOnlineStatus", {5, 4, {}, 1}},
+        {"queryPeersOnlineStatus", {5, 4, {}, 1}},
+        {"queryPeersBySubscriptionOption", {5, 4, {}, 1}},
+        {"sendMessageToPeer", {5, 2, {{3, 3}, {4, 4}, {6, 6}, {7, 7}}, 1}},
+        {"invitationOp", {0, 1, {{3, 3}, {4, 4}}, 0, 6, true}},
     };
+    return outcomes.at(request.command);
 }
 
 class OperationTest : public testing::Test {
@@ -246,26 +62,27 @@ protected:
 TEST_F(OperationTest, EachOutcomeHasTheOperationsOwnCode) {
     ASSERT_TRUE(alice.login());
     auto const channel = alice.join("c");
-    for (auto const& operation : operations()) {
+    for (auto const& request : kRequests) {
+        auto const& outcome = outcomeOf(request);
         auto const answered = [&](json::value const& items) {
             if (!channel->isInChannel()) alice.join("c");  // a leave that worked would refuse what comes after it
-            service.answer(operation.command, items);
-            return alice.codeOf([&](Done done) { operation.start(alice, *channel, done); });
+            service.answer(request.command, items);
+            return alice.codeOf([&](Done done) { request.start(*alice.kit, *channel, done); });
         };
-        EXPECT_EQ(answered(json::array{{{"result", 0}}}), 0) << operation.name;
-        EXPECT_EQ(answered(json::array{"done", {{"result", "0"}}}), 0) << operation.name;
-        EXPECT_EQ(answered(json::array{"Too Many Requests"}), operation.tooMany) << operation.name;
+        EXPECT_EQ(answered(json::array{{{"result", 0}}}), 0) << request.name;
+        EXPECT_EQ(answered(json::array{"done", {{"result", "0"}}}), 0) << request.name;
+        EXPECT_EQ(answered(json::array{"Too Many Requests"}), outcome.tooMany) << request.name;
         auto const both = answered(json::array{"Too Many Requests", {{"result", 0}}});
-        EXPECT_EQ(both, operation.refusalBeatsSuccess ? operation.tooMany : 0) << operation.name;
+        EXPECT_EQ(both, outcome.refusalBeatsSuccess ? outcome.tooMany : 0) << request.name;
         for (int result = 1; result <= 9; ++result) {
-            auto const own = operation.codes.find(result);
+            auto const own = outcome.codes.find(result);
             EXPECT_EQ(answered(json::array{{{"result", result}}}),
-                      own != operation.codes.end() ? own->second : operation.otherwise)
-                << operation.name << ' ' << result;
+                      own != outcome.codes.end() ? own->second : outcome.otherwise)
+                << request.name << ' ' << result;
         }
         for (json::value const& odd :
              {json::value(json::array()), json::value(json::array{"?"}), json::value(json::array{7})}) {
-            EXPECT_EQ(answered(odd), operation.otherwise) << operation.name << ' ' << odd;
+            EXPECT_EQ(answered(odd), outcome.otherwise) << request.name << ' ' << odd;
         }
     }
 }
@@ -273,30 +90,31 @@ TEST_F(OperationTest, EachOutcomeHasTheOperationsOwnCode) {
 TEST_F(OperationTest, SilenceEndsAtTheTimeOutAndNotBefore) {
     ASSERT_TRUE(alice.login());
     auto const channel = alice.join("c");
-    for (auto const& operation : operations()) {
+    for (auto const& request : kRequests) {
+        auto const& outcome = outcomeOf(request);
         auto const sent = [&] {
             auto const state = service.state();
-            auto const* count = state.at("commands").as_object().if_contains(operation.command);
+            auto const* count = state.at("commands").as_object().if_contains(request.command);
             return count == nullptr ? 0 : count->as_int64();
         };
         auto const before = sent();
-        service.answer(operation.command, nullptr);
+        service.answer(request.command, nullptr);
         std::int64_t code = -1;
-        operation.start(alice, *channel, [&](std::int64_t result) { code = result; });
-        EXPECT_TRUE(runUntil(*queue, [&] { return sent() == before + 1; })) << operation.name;
-        queue->advance(std::chrono::seconds(operation.timeout) - std::chrono::milliseconds(1));
-        EXPECT_EQ(code, -1) << operation.name;
+        request.start(*alice.kit, *channel, [&](std::int64_t result) { code = result; });
+        EXPECT_TRUE(runUntil(*queue, [&] { return sent() == before + 1; })) << request.name;
+        queue->advance(std::chrono::seconds(outcome.timeout) - std::chrono::milliseconds(1));
+        EXPECT_EQ(code, -1) << request.name;
         queue->advance(std::chrono::milliseconds(1));
-        EXPECT_EQ(code, operation.noAck) << operation.name;
+        EXPECT_EQ(code, outcome.noAck) << request.name;
     }
 }
 
 TEST_F(OperationTest, WithoutALoginNothingIsSent) {
     auto const channel = alice.kit->createChannelWithId("c", {});
-    for (auto const& operation : operations()) {
+    for (auto const& request : kRequests) {
         std::int64_t code = -1;
-        operation.start(alice, *channel, [&](std::int64_t result) { code = result; });
-        EXPECT_EQ(code, 102) << operation.name;
+        request.start(*alice.kit, *channel, [&](std::int64_t result) { code = result; });
+        EXPECT_EQ(code, 102) << request.name;
     }
 }
 
