@@ -14,7 +14,7 @@ function(kv_target name)
   target_compile_options(${name} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor
                                          $<$<BOOL:${KVPIM_WARNINGS_AS_ERRORS}>:-Werror>)
   if(KVPIM_SANITIZE)
-    target_compile_options(${name} PRIVATE -fsanitize=${KVPIM_SANITIZE} -fno-omit-frame-pointer -g)
+    target_compile_options(${name} PRIVATE -fsanitize=${KVPIM_SANITIZE} -fno-omit-frame-pointer)
     target_link_options(${name} PUBLIC -fsanitize=${KVPIM_SANITIZE})
     if(KVPIM_SANITIZE STREQUAL "thread")
       target_compile_options(${name} PRIVATE -Wno-tsan)  # Asio's fences stand beside locks, which it does understand

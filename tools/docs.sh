@@ -3,8 +3,13 @@
 
 completion_codes() { node tools/completion_codes.mjs; }
 
-# Fails if the page of completion codes is not what the headers say, or if a link in a Markdown page leads nowhere.
+# readme_block LANGUAGE: the first block of code in this language that README.md shows.
+readme_block() { awk -v fence='```'"$1" '$0 == fence { shown = 1; next } shown && /^```$/ { exit } shown' README.md; }
+
+# Fails if README.md shows another program than the one that is compiled, if the page of completion codes is not what the
+# headers say, or if a link in a Markdown page leads nowhere.
 check_pages() {
+    readme_block cpp | diff - examples/first_steps.cpp || fail "README.md shows another program."
     completion_codes | cmp -s - docs/completion_codes.md || fail "docs/completion_codes.md is out of date: ./run docs"
     find . '(' -path './build*' -o -name node_modules ')' -prune -o -name '*.md' -print0 |
         xargs -0 node tools/check_links.mjs

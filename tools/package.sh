@@ -70,7 +70,7 @@ headers_stand_alone() {
     done
 }
 
-# Installs the packages where nothing else is, has the client and the program of README.md talk, and removes them again.
+# Installs the packages where nothing else is, has the client talk and the project of README.md built, and removes them again.
 packages_work_in_a_fresh_debian() {
     local root status
     root=$(mktemp -d) || return
@@ -84,8 +84,8 @@ fresh_debian() {
     local root=$1 mirror said
     mirror=$(debian_mirror) || return
     run_job debootstrap --variant=minbase bookworm "$root" "$mirror" >"$package_folder/debootstrap.log" || return
-    cp "$package_folder"/*.deb examples/first_steps.cpp "$root/root"
-    in_debian "$root" 'apt-get update -qq && DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends /root/*.deb' \
+    cp "$package_folder"/*.deb "$root/root"
+    in_debian "$root" 'apt-get update -qq && apt-get install -y --no-install-recommends /root/kvpim-tools_*.deb /root/libkvpim1_*.deb' \
         >"$package_folder/install.log" 2>&1 || { tail -n 20 "$package_folder/install.log"; return 1; }
     start_service "$package_folder/service.log"
     # The line is one of the client's input; its home keeps what it writes.
@@ -94,11 +94,32 @@ fresh_debian() {
         HOME=/tmp kvpim console --app-id demo --api-server $service_url --linger 2")
     printf '%s\n' "$said"
     [[ $said == *'"op":"loginByToken","code":0'* ]] || return
+    readme_works "$root" || return
     in_debian "$root" 'dpkg --purge kvpim-tools libkvpim-dev libkvpim1 >/dev/null && ! ls -d /usr/lib/*/libkv* /usr/include/KvPim \
         /usr/lib/*/cmake/KvPim /usr/share/doc/*kvpim* /usr/bin/kvpim 2>/dev/null'
 }
 
-in_debian() { run_job chroot "$1" /usr/bin/env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin sh -c "$2"; }
+# What README.md shows, word for word: its program, its project and its commands.
+readme_works() {
+    local project=$1/root/project way commands
+    mkdir "$project"
+    readme_block cpp >"$project/main.cpp"
+    readme_block cmake >"$project/CMakeLists.txt"
+    in_debian "$1" 'apt-get install -y --no-install-recommends g++ cmake make pkg-config /root/libkvpim-dev_*.deb' \
+        >>"$package_folder/install.log" 2>&1 || { tail -n 20 "$package_folder/install.log"; return 1; }
+    for way in 'cmake -B build' 'g[+][+] .*pkg-config'; do
+        commands=$(sed -nE "s/^    ($way .*)/\1/p" README.md)
+        [[ -n $commands ]] || return
+        [[ $commands == cmake* ]] || commands+=' && ./hello'
+        said=$(in_debian "$1" "cd /root/project && export HOME=/tmp && $commands $service_url")
+        printf '%s\n' "$said"
+        [[ $said == *"alice says: Hello, world"* ]] || return
+    done
+}
+
+in_debian() {
+    run_job chroot "$1" /usr/bin/env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin DEBIAN_FRONTEND=noninteractive sh -c "$2"
+}
 
 # The one that this machine's own packages come from.
 debian_mirror() {

@@ -61,6 +61,11 @@ TEST_P(Machine, WithoutDescriptorsItWaitsForSome) {
 // The process's first request, too, may find no descriptors: those after it must not suffer from that.
 TEST_P(Machine, TheFirstLoginMayComeWithoutDescriptors) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");  // a process of its own
+    // A sanitizer asks for an object's type through a pipe, and believes the worst when it gets none.
+    TemporaryDirectory const directory;
+    makeFile(directory.path("suppressions"), "vptr_check:*\n");
+    auto const options = "suppressions=" + directory.path("suppressions");
+    ::setenv("UBSAN_OPTIONS", options.c_str(), 1);  // NOLINT(concurrency-mt-unsafe): no other thread runs yet
     auto const body = [] {
         Service const service;
         Session session(service.url(), GetParam());
@@ -88,7 +93,7 @@ TEST_P(Machine, TheTimeOfDayMayJump) {
         EXPECT_TRUE(session.alice.states.empty()) << step.count();
         EXPECT_EQ(session.difference(service), "");
         service.control("drop", {{"userId", "alice"}});
-        EXPECT_TRUE(session.waitForState(KvPimConnectionStateReconnecting));
+        EXPECT_TRUE(session.waitForLoss());
         session.expectRestored(service);
     }
 }
@@ -104,7 +109,7 @@ TEST_P(Machine, AMainThreadThatIsBusyForLongKeepsTheSession) {
         EXPECT_EQ(socketId(), before) << "the engine's own thread answers the pings";
         EXPECT_TRUE(session.alice.states.empty());
     } else {
-        EXPECT_TRUE(session.waitForState(KvPimConnectionStateReconnecting));
+        EXPECT_TRUE(session.waitForLoss());
     }
     session.expectRestored(service);
 }

@@ -67,7 +67,7 @@ std::vector<Fault> const kFaults{
     {"KilledAndRestarted",
      [](Scene& scene) {
          scene.service->kill();
-         EXPECT_TRUE(scene.session.waitForState(KvPimConnectionStateReconnecting));
+         EXPECT_TRUE(scene.session.waitForLoss());
          scene.run(200ms);  // the first attempt is refused
          scene.restart();
      },
@@ -89,7 +89,7 @@ std::vector<Fault> const kFaults{
      [](Scene& scene) {
          scene.service->control("drop", {{"userId", "alice"}});
          scene.service->freeze();
-         EXPECT_TRUE(scene.session.waitForState(KvPimConnectionStateReconnecting));
+         EXPECT_TRUE(scene.session.waitForLoss());
          scene.run(500ms);
          EXPECT_FALSE(scene.session.isConnected());
          scene.service->thaw();
@@ -97,14 +97,14 @@ std::vector<Fault> const kFaults{
     {"StopsForLongerThanTheHeartbeat",
      [](Scene& scene) {
          scene.service->freeze();
-         EXPECT_TRUE(scene.session.waitForState(KvPimConnectionStateReconnecting));
+         EXPECT_TRUE(scene.session.waitForLoss());
          scene.run(kLongerThanTheHeartbeat);
          scene.service->thaw();
      }},
     {"GoesWithoutAWord",
      [](Scene& scene) {
          scene.relay.goSilent();
-         EXPECT_TRUE(scene.session.waitForState(KvPimConnectionStateReconnecting));
+         EXPECT_TRUE(scene.session.waitForLoss());
      },
      false, true},
 };
@@ -141,7 +141,7 @@ void loseTheNetwork(KvPimEngine engine, bool serviceDiesMeanwhile) {
     Session session(service->url(), engine);
     ASSERT_TRUE(session.begin());
     network.pullCable();
-    EXPECT_TRUE(session.waitForState(KvPimConnectionStateReconnecting));
+    EXPECT_TRUE(session.waitForLoss());
     if (serviceDiesMeanwhile) {
         auto options = network.options(kHastyHeartbeat);
         options.port = service->port();

@@ -37,7 +37,7 @@ TEST_P(Restoring, RefusedLoginsOnTheRoadBackAreTriedAgain) {
     for (char const* reason : {"loginFail: ExpiredToken", "loginFail: AuthFail", "ExpireSession"})
         service.control("login", {{"reason", reason}});
     service.control("drop", {{"userId", "alice"}});
-    EXPECT_TRUE(session.waitForState(KvPimConnectionStateReconnecting));
+    EXPECT_TRUE(session.waitForLoss());
     session.expectRestored(service);
     EXPECT_EQ(session.alice.states, (States{{4, 5}, {3, 2}}));
 }

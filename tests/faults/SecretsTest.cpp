@@ -29,7 +29,7 @@ void liveThroughEverything() {
     ASSERT_TRUE(session.begin());
     service.answer("join", json::array{"Too Many Requests"});
     service.control("drop", {{"userId", "alice"}});
-    EXPECT_TRUE(session.waitForState(KvPimConnectionStateReconnecting));
+    EXPECT_TRUE(session.waitForLoss());
     session.expectRestored(service);
     service.emit("alice", "MessageToPeerReceived", {{"msgs", "not a list"}});
     alice.kit->renewToken(kRenewedToken, 2, {});

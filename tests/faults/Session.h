@@ -89,8 +89,12 @@ public:
     }
 
     bool isConnected() const { return alice.kit->stateManager().state == KvPimConnectionStateConnected; }
-    bool waitForState(std::int64_t state) {
-        return waitFor([&] { return alice.kit->stateManager().state == state; });
+    /// Waits until the client has told that its connection is lost; it may be back by then.
+    bool waitForLoss() {
+        return waitFor([&] {
+            return std::ranges::any_of(alice.states,
+                                       [](auto const& told) { return told.first == KvPimConnectionStateReconnecting; });
+        });
     }
     /// A manual clock is moved meanwhile: delays go by faster than they would.
     bool waitFor(std::function<bool()> const& holds) {

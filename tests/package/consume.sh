@@ -4,7 +4,7 @@
 #   consume.sh add_subdirectory|FetchContent "" WORK           with the sources
 # WORK is a folder that is made and removed; arguments behind it are handed to CMake.
 set -eu
-way=$1 prefix=$2 work=$3
+way=$1 prefix=$2 work=$(realpath -m "$3")
 cd "$(dirname "$(readlink -f "$0")")/../.."
 fail() {
     printf '%s\n' "$*" >&2
@@ -30,7 +30,9 @@ else
 fi
 
 start_service "$work/service.log"
-run_job "$work/consumer" "$service_url" | tee "$work/said"
+# What the program keeps stays out of the user's own directories.
+run_job env XDG_CACHE_HOME="$work" XDG_DATA_HOME="$work" DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent \
+    "$work/consumer" "$service_url" | tee "$work/said"
 if [[ $way == socketio ]]; then expected=connect; else expected="alice says: Hello, world"; fi
 grep -qxF "$expected" "$work/said" || fail "It did not say: $expected"
 rm -rf "$work"
