@@ -25,10 +25,7 @@ KvPimKitImpl::KvPimKitImpl(std::string appId, std::weak_ptr<KvPimDelegate> liste
     stateManager->appId = std::move(appId);
 }
 
-KvPimKitImpl::~KvPimKitImpl() {
-    // A login that is still in progress ends here.
-    if (loginBlcok) mainQueue->post([done = std::move(loginBlcok), code = loginError] { done(code); });
-}
+KvPimKitImpl::~KvPimKitImpl() { abandonLogin(); }
 
 std::shared_ptr<KvPimInvitationKit> KvPimKitImpl::getPimInvitationKit() {
     if (!invitationKit) {

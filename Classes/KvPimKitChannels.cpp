@@ -120,7 +120,9 @@ std::shared_ptr<KvPimChannel> KvPimKitImpl::createChannelWithId(std::string cons
 bool KvPimKitImpl::destroyChannelWithId(std::string const& channelId) {
     KvLog::shared().info("destroy channel: %@", channelId);
     auto const destroyed = channelDict.extract(channelId);  // an invalid id is never in there
-    return !destroyed.empty();
+    if (destroyed.empty()) return false;
+    destroyed.mapped()->delegate_.reset();  // an event that is being told may have more to tell it
+    return true;
 }
 
 std::shared_ptr<KvPimChannel> KvPimKit::createChannelWithId(std::string const& channelId,

@@ -49,6 +49,7 @@ namespace {
     F(secret_value_new)                    \
     F(secret_value_unref)
 
+// NOLINTBEGIN(bugprone-macro-parentheses): a name that is declared stands in none
 #define KV_DECLARE(name) decltype(&::name) name = nullptr;
 KV_LIBSECRET_FUNCTIONS(KV_DECLARE)
 #undef KV_DECLARE
@@ -63,6 +64,7 @@ bool loadLibsecret() {
     if (name == nullptr) return false;
         KV_LIBSECRET_FUNCTIONS(KV_FIND)
 #undef KV_FIND
+        // NOLINTEND(bugprone-macro-parentheses)
         return true;
     }();
     return isLoaded;

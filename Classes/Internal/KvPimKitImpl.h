@@ -101,6 +101,8 @@ private:
     static KvWork login(std::weak_ptr<KvPimKitImpl> client, boost::json::object config,
                         std::shared_ptr<KvOwedCompletion> owed);
     static KvWork reconnectAfterDelay(std::weak_ptr<KvPimKitImpl> client);
+    /// A login in progress ends here: its completion is called at a later turn.
+    void abandonLogin();
     void cleanResourcesAfterLogout();
     void makeSocketManager(boost::json::object const& config);
     void handOutSocket();

@@ -53,9 +53,8 @@ void KvPimKitImpl::onDisconnect(SocketData const& data) {
     if (loginBlcok) {
         reporter.setTsConnectServer(currentTimeStamp() - reporter.tsConnectServer());
         reporter.loginResult(0, loginError);
-        auto const done = loginBlcok;
+        auto const done = std::exchange(loginBlcok, nullptr);  // which may begin another login
         done(loginError);
-        loginBlcok = nullptr;
         stateManager->state = KvPimConnectionStateDisconnected;
         tellAndReportState(KvPimConnectionStateDisconnected, KvPimConnectionChangeReasonLoginFailure);
         return;

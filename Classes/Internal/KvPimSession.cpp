@@ -99,6 +99,7 @@ void KvPimKitImpl::loginWithConfig(json::object const& config, Completion done) 
     }
     KvLog::shared().info("brivelServer: %@", brivelServer);
     makeSocketManager(config);
+    abandonLogin();
     loginBlcok = done ? done : [](std::int64_t) {};  // a login is in progress even if nobody wants to hear of its end
     loginError = KvPimLoginErrorUnknown;
     connectIndex = 0;
@@ -112,6 +113,10 @@ void KvPimKitImpl::loginWithConfig(json::object const& config, Completion done) 
         self->tell<&KvPimDelegate::connectionStateChanged>(KvPimConnectionStateDisconnected,
                                                            KvPimConnectionChangeReasonLoginTimeout);
     });
+}
+
+void KvPimKitImpl::abandonLogin() {
+    if (loginBlcok) mainQueue->post([done = std::exchange(loginBlcok, nullptr), code = loginError] { done(code); });
 }
 
 void KvPimKitImpl::makeSocketManager(json::object const& config) {
@@ -140,9 +145,9 @@ void KvPimKitImpl::loginSuccess(SocketData const& data) {
     stateManager->state = KvPimConnectionStateConnected;
     if (auto const connected = socket.lock()) debugInfo.getConnectionId(connected->sid());
     if (stateManager->login) restoreStateAfterReconnection();
+    auto const done = std::exchange(loginBlcok, nullptr);  // the delegate may begin another login
     tellAndReportState(KvPimConnectionStateConnected, KvPimConnectionChangeReasonLoginSuccess);
     stateManager->login = true;
-    auto const done = std::exchange(loginBlcok, nullptr);
     if (!done) return;
     reporter.setTsConnectServer(currentTimeStamp() - reporter.tsConnectServer());
     reporter.loginResult(1, KvPimLoginErrorOk);

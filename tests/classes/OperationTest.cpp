@@ -1,4 +1,5 @@
 // Every operation against every outcome: each has its own codes.
+#include "Operations.h"
 #include "Person.h"
 
 #include <map>
@@ -10,109 +11,45 @@ namespace kv::test {
 namespace {
 
 namespace json = boost::json;
-using Done = KvPimKit::Completion const&;
-
-/// What a completion hears of answers.
-struct Codes {
+struct Outcome {
     std::int64_t tooMany, noAck;
-    std::map<int, std::int64_t> results;  // of the server; any other gives `otherwise`
+    std::map<int, std::int64_t> codes;  // of server results; any other gives `otherwise`
     std::int64_t otherwise;
+    int timeout = 6;
     bool refusalBeatsSuccess = false;
 };
 
-struct Operation {
-    char const* command;
-    Codes codes;
-    std::function<void(Person&, KvPimChannel&, Done)> start;
-    int timeout = 6;
-};
-
-auto codeOnly(Done done) {
-    return [done](auto const&, std::int64_t code) { done(code); };
-}
-auto codeOfUser(Done done) {
-    return [done](auto const&, std::string const&, std::int64_t code) { done(code); };
-}
-
-std::vector<KvPimAttribute> const kAttributes{{"k", "v"}};
-std::vector<std::string> const kIds{"bob"};
-
-std::vector<Operation> operations() {
-    Codes const writeChannel{5, 7, {{4, 4}}, 2, true};
-    Codes const writeOwn{5, 7, {{4, 4}}, 2};
-    Codes const readUser{5, 7, {{6, 6}}, 2};
-    Codes const subscribe{5, 4, {{6, 6}}, 1};
-    Codes const otherPeers{5, 4, {}, 1};
-    return {
-        {"join",
-         {1, 4, {{3, 3}, {5, 5}, {6, 6}}, 1},
-         [](Person&, KvPimChannel& c, Done d) { c.joinWithCompletion(d); }},
-        {"leave", {1, 1, {{6, 3}}, 1}, [](Person&, KvPimChannel& c, Done d) { c.leaveWithCompletion(d); }},
-        {"getChannelMembers",
-         {4, 3, {{5, 5}}, 1},
-         [](Person&, KvPimChannel& c, Done d) { c.getMembersWithCompletion(codeOnly(d)); }},
-        {"sendChannelMessage",
-         {3, 2, {{4, 4}, {5, 5}}, 1},
-         [](Person&, KvPimChannel& c, Done d) { c.sendMessage(std::make_shared<KvPimMessage>("x"), {}, d); }},
-        {"setChannelAttributes", writeChannel,
-         [](Person& p, KvPimChannel&, Done d) { p.kit->setChannelAttributes("c", kAttributes, {}, d); }},
-        {"addOrUpdateChannelAttributes", writeChannel,
-         [](Person& p, KvPimChannel&, Done d) { p.kit->addOrUpdateChannelAttributes("c", kAttributes, {}, d); }},
-        {"deleteChannelAttributesByKeys", writeChannel,
-         [](Person& p, KvPimChannel&, Done d) { p.kit->deleteChannelAttributesByKeys("c", {"k"}, {}, d); }},
-        {"clearChannelAttributes", writeChannel,
-         [](Person& p, KvPimChannel&, Done d) { p.kit->clearChannelAttributes("c", {}, d); }},
-        {"getChannelAttributes",
-         {5, 7, {}, 2},
-         [](Person& p, KvPimChannel&, Done d) { p.kit->getChannelAttributes("c", codeOnly(d)); }},
-        {"getChannelAttributesByKeys",
-         {5, 7, {{3, 3}}, 2},
-         [](Person& p, KvPimChannel&, Done d) { p.kit->getChannelAttributesByKeys("c", {"k"}, codeOnly(d)); }},
-        {"getChannelMemberCount",
-         {3, 4, {{2, 2}, {5, 5}}, 1},
-         [](Person& p, KvPimChannel&, Done d) { p.kit->getChannelMemberCount({"c"}, codeOnly(d)); }},
-        {"setLocalUserAttributes", writeOwn,
-         [](Person& p, KvPimChannel&, Done d) { p.kit->setLocalUserAttributes(kAttributes, d); }},
-        {"addOrUpdateLocalUserAttributes", writeOwn,
-         [](Person& p, KvPimChannel&, Done d) { p.kit->addOrUpdateLocalUserAttributes(kAttributes, d); }},
-        {"deleteLocalUserAttributesByKeys",
-         {5, 7, {}, 2},
-         [](Person& p, KvPimChannel&, Done d) { p.kit->deleteLocalUserAttributesByKeys({"k"}, d); }},
-        {"clearLocalUserAttributes",
-         {5, 7, {}, 2},
-         [](Person& p, KvPimChannel&, Done d) { p.kit->clearLocalUserAttributesWithCompletion(d); },
-         10},
-        {"getUserAttributes", readUser,
-         [](Person& p, KvPimChannel&, Done d) { p.kit->getUserAttributes("bob", codeOfUser(d)); }},
-        {"getUserAttributesByKeys", readUser,
-         [](Person& p, KvPimChannel&, Done d) { p.kit->getUserAttributesByKeys("bob", {"k"}, codeOfUser(d)); }},
-        {"subscribePeersUserAttributes", subscribe,
-         [](Person& p, KvPimChannel&, Done d) { p.kit->subscribePeersUserAttribes(kIds, d); }},
-        {"unsubscribePeersUserAttributes", otherPeers,
-         [](Person& p, KvPimChannel&, Done d) { p.kit->unsubscribePeersUserAttribes(kIds, d); }},
-        {"getPeersUserAttributes", otherPeers,
-         [](Person& p, KvPimChannel&, Done d) { p.kit->getPeersUserAttributes(kIds, codeOnly(d)); }},
-        {"getPeersUserAttributesByKeys", otherPeers,
-         [](Person& p, KvPimChannel&, Done d) { p.kit->getPeersUserAttributesByKeys(kIds, {"k"}, codeOnly(d)); }},
-        {"subscribePeersOnlineStatus", subscribe,
-         [](Person& p, KvPimChannel&, Done d) { p.kit->subscribePeersOnlineStatus(kIds, d); }},
-        {"unsubscribePeersOnlineStatus", otherPeers,
-         [](Person& p, KvPimChannel&, Done d) { p.kit->unsubscribePeersOnlineStatus(kIds, d); }},
-        {"queryPeersOnlineStatus", otherPeers,
-         [](Person& p, KvPimChannel&, Done d) { p.kit->queryPeersOnlineStatus(kIds, codeOnly(d)); }},
-        {"queryPeersBySubscriptionOption", otherPeers,
-         [](Person& p, KvPimChannel&, Done d) { p.kit->queryPeersBySubscriptionOption(0, codeOnly(d)); }},
-        {"sendMessageToPeer",
-         {5, 2, {{3, 3}, {4, 4}, {6, 6}, {7, 7}}, 1},
-         [](Person& p, KvPimChannel&, Done d) {
-             p.kit->sendMessageToPeer(std::make_shared<KvPimMessage>("x"), "", {}, d);
-         }},
-        {"invitationOp",
-         {0, 1, {{3, 3}, {4, 4}}, 0, true},
-         [](Person& p, KvPimChannel&, Done d) {
-             p.kit->getPimInvitationKit()->cancelInvitation(KvPimInvitation::initWithInviter("alice", "bob"), d);
-         }},
+Outcome const& outcomeOf(Request const& request) {
+    static std::map<std::string, Outcome> const outcomes{
+        {"join", {1, 4, {{3, 3}, {5, 5}, {6, 6}}, 1}},
+        {"leave", {1, 1, {{6, 3}}, 1}},
+        {"getChannelMembers", {4, 3, {{5, 5}}, 1}},
+        {"sendChannelMessage", {3, 2, {{4, 4}, {5, 5}}, 1}},
+        {"setChannelAttributes", {5, 7, {{4, 4}}, 2, 6, true}},
+        {"addOrUpdateChannelAttributes", {5, 7, {{4, 4}}, 2, 6, true}},
+        {"deleteChannelAttributesByKeys", {5, 7, {{4, 4}}, 2, 6, true}},
+        {"clearChannelAttributes", {5, 7, {{4, 4}}, 2, 6, true}},
+        {"getChannelAttributes", {5, 7, {}, 2}},
+        {"getChannelAttributesByKeys", {5, 7, {{3, 3}}, 2}},
+        {"getChannelMemberCount", {3, 4, {{2, 2}, {5, 5}}, 1}},
+        {"setLocalUserAttributes", {5, 7, {{4, 4}}, 2}},
+        {"addOrUpdateLocalUserAttributes", {5, 7, {{4, 4}}, 2}},
+        {"deleteLocalUserAttributesByKeys", {5, 7, {}, 2}},
+        {"clearLocalUserAttributes", {5, 7, {}, 2, 10}},
+        {"getUserAttributes", {5, 7, {{6, 6}}, 2}},
+        {"getUserAttributesByKeys", {5, 7, {{6, 6}}, 2}},
+        {"subscribePeersUserAttributes", {5, 4, {{6, 6}}, 1}},
+        {"unsubscribePeersUserAttributes", {5, 4, {}, 1}},
+        {"getPeersUserAttributes", {5, 4, {}, 1}},
+        {"getPeersUserAttributesByKeys", {5, 4, {}, 1}},
+        {"subscribePeersOnlineStatus", {5, 4, {{6, 6}}, 1}},
+        {"unsubscribePeersOnlineStatus", {5, 4, {}, 1}},
+        {"queryPeersOnlineStatus", {5, 4, {}, 1}},
+        {"queryPeersBySubscriptionOption", {5, 4, {}, 1}},
+        {"sendMessageToPeer", {5, 2, {{3, 3}, {4, 4}, {6, 6}, {7, 7}}, 1}},
+        {"invitationOp", {0, 1, {{3, 3}, {4, 4}}, 0, 6, true}},
     };
+    return outcomes.at(request.command);
 }
 
 class OperationTest : public testing::Test {
@@ -125,26 +62,27 @@ protected:
 TEST_F(OperationTest, EachOutcomeHasTheOperationsOwnCode) {
     ASSERT_TRUE(alice.login());
     auto const channel = alice.join("c");
-    for (auto const& operation : operations()) {
+    for (auto const& request : kRequests) {
+        auto const& outcome = outcomeOf(request);
         auto const answered = [&](json::value const& items) {
             if (!channel->isInChannel()) alice.join("c");  // a leave that worked would refuse what comes after it
-            service.answer(operation.command, items);
-            return alice.codeOf([&](Done done) { operation.start(alice, *channel, done); });
+            service.answer(request.command, items);
+            return alice.codeOf([&](Done done) { request.start(*alice.kit, *channel, done); });
         };
-        EXPECT_EQ(answered(json::array{{{"result", 0}}}), 0) << operation.command;
-        EXPECT_EQ(answered(json::array{"done", {{"result", "0"}}}), 0) << operation.command;
-        EXPECT_EQ(answered(json::array{"Too Many Requests"}), operation.codes.tooMany) << operation.command;
+        EXPECT_EQ(answered(json::array{{{"result", 0}}}), 0) << request.name;
+        EXPECT_EQ(answered(json::array{"done", {{"result", "0"}}}), 0) << request.name;
+        EXPECT_EQ(answered(json::array{"Too Many Requests"}), outcome.tooMany) << request.name;
         auto const both = answered(json::array{"Too Many Requests", {{"result", 0}}});
-        EXPECT_EQ(both, operation.codes.refusalBeatsSuccess ? operation.codes.tooMany : 0) << operation.command;
+        EXPECT_EQ(both, outcome.refusalBeatsSuccess ? outcome.tooMany : 0) << request.name;
         for (int result = 1; result <= 9; ++result) {
-            auto const own = operation.codes.results.find(result);
+            auto const own = outcome.codes.find(result);
             EXPECT_EQ(answered(json::array{{{"result", result}}}),
-                      own != operation.codes.results.end() ? own->second : operation.codes.otherwise)
-                << operation.command << ' ' << result;
+                      own != outcome.codes.end() ? own->second : outcome.otherwise)
+                << request.name << ' ' << result;
         }
         for (json::value const& odd :
              {json::value(json::array()), json::value(json::array{"?"}), json::value(json::array{7})}) {
-            EXPECT_EQ(answered(odd), operation.codes.otherwise) << operation.command << ' ' << odd;
+            EXPECT_EQ(answered(odd), outcome.otherwise) << request.name << ' ' << odd;
         }
     }
 }
@@ -152,30 +90,31 @@ TEST_F(OperationTest, EachOutcomeHasTheOperationsOwnCode) {
 TEST_F(OperationTest, SilenceEndsAtTheTimeOutAndNotBefore) {
     ASSERT_TRUE(alice.login());
     auto const channel = alice.join("c");
-    for (auto const& operation : operations()) {
+    for (auto const& request : kRequests) {
+        auto const& outcome = outcomeOf(request);
         auto const sent = [&] {
             auto const state = service.state();
-            auto const* count = state.at("commands").as_object().if_contains(operation.command);
+            auto const* count = state.at("commands").as_object().if_contains(request.command);
             return count == nullptr ? 0 : count->as_int64();
         };
         auto const before = sent();
-        service.answer(operation.command, nullptr);
+        service.answer(request.command, nullptr);
         std::int64_t code = -1;
-        operation.start(alice, *channel, [&](std::int64_t result) { code = result; });
-        EXPECT_TRUE(runUntil(*queue, [&] { return sent() == before + 1; })) << operation.command;
-        queue->advance(std::chrono::seconds(operation.timeout) - std::chrono::milliseconds(1));
-        EXPECT_EQ(code, -1) << operation.command;
+        request.start(*alice.kit, *channel, [&](std::int64_t result) { code = result; });
+        EXPECT_TRUE(runUntil(*queue, [&] { return sent() == before + 1; })) << request.name;
+        queue->advance(std::chrono::seconds(outcome.timeout) - std::chrono::milliseconds(1));
+        EXPECT_EQ(code, -1) << request.name;
         queue->advance(std::chrono::milliseconds(1));
-        EXPECT_EQ(code, operation.codes.noAck) << operation.command;
+        EXPECT_EQ(code, outcome.noAck) << request.name;
     }
 }
 
 TEST_F(OperationTest, WithoutALoginNothingIsSent) {
     auto const channel = alice.kit->createChannelWithId("c", {});
-    for (auto const& operation : operations()) {
+    for (auto const& request : kRequests) {
         std::int64_t code = -1;
-        operation.start(alice, *channel, [&](std::int64_t result) { code = result; });
-        EXPECT_EQ(code, 102) << operation.command;
+        request.start(*alice.kit, *channel, [&](std::int64_t result) { code = result; });
+        EXPECT_EQ(code, 102) << request.name;
     }
 }
 

@@ -77,6 +77,7 @@ public:
     }
 
     std::string receive() {
+        if (socket_ < 0) throw ScriptEnds("hung up");
         std::string bytes(64 << 10, '\0');
         if (!ssl_ || SSL_pending(ssl_) == 0) {
             pollfd ready{socket_, POLLIN, 0};
@@ -293,7 +294,7 @@ ScriptedServer::ScriptedServer(Script script, Options options)
     ::inet_pton(address->sa_family, options_.address.c_str(),
                 isIpv6 ? static_cast<void*>(&address6.sin6_addr) : static_cast<void*>(&address4.sin_addr));
     listener_ = ::socket(address->sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (listener_ < 0 || ::bind(listener_, address, size) != 0 || ::listen(listener_, 64) != 0 ||
+    if (listener_ < 0 || ::bind(listener_, address, size) != 0 || ::listen(listener_, SOMAXCONN) != 0 ||
         ::getsockname(listener_, address, &size) != 0) {
         throw std::system_error(errno, std::generic_category(), "scripted server");
     }

@@ -227,9 +227,9 @@ void LoganManager::writeWaiting() {
     for (auto& [time, common, details] : reports) {
         common.back() = ',';
         details.front() = ',';
-        auto const content = common + R"("deviceId":)" + quoted(deviceId_) + details;
+        common.append(R"("deviceId":)").append(quoted(deviceId_)).append(details);
         auto line = R"({"logType":1,"deviceId":)" + deviceId + R"(,"os":"ios","timestamp":)" + std::to_string(time) +
-                    R"(,"encrypt":false,"content":)" + quoted(content) + '}';
+                    R"(,"encrypt":false,"content":)" + quoted(common) + '}';
         // No blank survives, not even within a value: that is what makes a record one line for its reader.
         std::erase_if(line, [](char c) { return c == ' ' || c == '\n'; });
         sio::replaceInvalidUtf8(line);
