@@ -1,5 +1,5 @@
-// All HTTP of the process, on one thread. Redirects are followed, servers' certificates verified, connections kept for
-// a moment. Callable from any thread.
+// All HTTP of the process, on one thread. Redirects are followed, servers' certificates verified; each request has a
+// connection of its own. Callable from any thread.
 #pragma once
 
 #include "Platform/KvExport.h"
