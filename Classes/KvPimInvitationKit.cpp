@@ -30,6 +30,11 @@ struct KvPimInvitationKit::Operation {
     bool starts;                              // makes the invitation pending, instead of ending it
 };
 
+void KvPimInvitationKit::setDelegate(std::weak_ptr<KvPimInvitationDelegate> delegate) {
+    assertMainThread(*mainQueue_);
+    delegate_ = std::move(delegate);
+}
+
 void KvPimInvitationKit::sendInvitation(std::shared_ptr<KvPimInvitation> invitation, Completion done) {
     run({"send", &KvPimInvitation::inviter, true}, std::move(invitation), std::move(done));
 }

@@ -44,7 +44,7 @@ public:
     using Completion = std::function<void(std::int64_t errorCode)>;
 
     /// Not owned.
-    void setDelegate(std::weak_ptr<KvPimInvitationDelegate> delegate) { delegate_ = std::move(delegate); }
+    void setDelegate(std::weak_ptr<KvPimInvitationDelegate> delegate);
 
     /// Sends an invitation of the local user. Once acknowledged it is pending, for 60 seconds; without an answer of the
     /// server it has failed. @param done a KvPimInvitationErrorCode.

@@ -51,7 +51,7 @@ std::shared_ptr<KvPimKit> KvPimKit::initWithAppId(std::string appId, std::weak_p
 
 KvPimKit::KvPimKit(std::shared_ptr<KvPimKitImpl> impl) : impl_(std::move(impl)) {}
 
-KvPimKit::~KvPimKit() = default;
+KvPimKit::~KvPimKit() { assertMainThread(*impl_->mainQueue); }
 
 std::shared_ptr<KvPimKitImpl> const& KvPimKit::impl() const {
     assertMainThread(*impl_->mainQueue);

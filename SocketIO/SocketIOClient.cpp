@@ -164,9 +164,15 @@ void SocketIOClient::disconnect() {
     impl_->disconnect();
 }
 
-std::string const& SocketIOClient::sid() const { return impl_->sid; }
+std::string const& SocketIOClient::sid() const {
+    impl_->assertMainThread();
+    return impl_->sid;
+}
 
-SocketStatus SocketIOClient::status() const { return impl_->status; }
+SocketStatus SocketIOClient::status() const {
+    impl_->assertMainThread();
+    return impl_->status;
+}
 
 void SocketIOClient::emit(std::string_view event, SocketItems const& items) {
     impl_->assertMainThread();
