@@ -5,31 +5,11 @@
 
 #include <thread>
 
-#include <fcntl.h>
-#include <sys/resource.h>
-#include <unistd.h>
-
 namespace kv::test {
 namespace {
 
 class Machine : public testing::TestWithParam<KvPimEngine> {};
 INSTANTIATE_TEST_SUITE_P(Engines, Machine, testing::Values(KvPimEngine::thread, KvPimEngine::mainQueue), engineName);
-
-// While one lives, this process gets no new descriptor.
-class NoDescriptors {
-public:
-    NoDescriptors() {
-        ::getrlimit(RLIMIT_NOFILE, &before_);
-        int const lowestFree = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
-        ::close(lowestFree);
-        rlimit const none{static_cast<rlim_t>(lowestFree), before_.rlim_max};
-        ::setrlimit(RLIMIT_NOFILE, &none);
-    }
-    ~NoDescriptors() { ::setrlimit(RLIMIT_NOFILE, &before_); }
-
-private:
-    rlimit before_{};
-};
 
 std::string logOf(Session& session, std::function<void()> const& act) {
     session.alice.kit->setLogFilters(1);
@@ -61,11 +41,6 @@ TEST_P(Machine, WithoutDescriptorsItWaitsForSome) {
 // The process's first request, too, may find no descriptors: those after it must not suffer from that.
 TEST_P(Machine, TheFirstLoginMayComeWithoutDescriptors) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");  // a process of its own
-    // A sanitizer asks for an object's type through a pipe, and believes the worst when it gets none.
-    TemporaryDirectory const directory;
-    makeFile(directory.path("suppressions"), "vptr_check:*\n");
-    auto const options = "suppressions=" + directory.path("suppressions");
-    ::setenv("UBSAN_OPTIONS", options.c_str(), 1);  // NOLINT(concurrency-mt-unsafe): no other thread runs yet
     auto const body = [] {
         Service const service;
         Session session(service.url(), GetParam());

@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <string>
 
+#include <sys/resource.h>
+
 namespace kv::test {
 
 /// While one lives, each `send` and `recv` takes so many bytes at most.
@@ -13,6 +15,16 @@ class ShortReadsAndWrites {
 public:
     explicit ShortReadsAndWrites(std::size_t most);
     ~ShortReadsAndWrites();
+};
+
+/// While one lives, this process gets no new descriptor.
+class NoDescriptors {
+public:
+    NoDescriptors();
+    ~NoDescriptors();
+
+private:
+    rlimit before_{};
 };
 
 /// While one lives, the wall clock is off by this much. Other clocks are as they were.
