@@ -3,6 +3,7 @@
 #include "Classes/Network/KvHttpRequest.h"
 #include "Classes/Network/KvHttpSession.h"
 #include "diagnostics/Shell.h"
+#include "support/Certificates.h"
 #include "support/HttpTestServer.h"
 #include "support/TemporaryDirectory.h"
 
@@ -205,20 +206,21 @@ TEST(Http, ServesManyAtOnce) {
 }
 
 TEST(Http, TrustsTheExtraAuthoritiesAndNobodyElse) {
-    TemporaryDirectory const home;
-    HttpTestServer::Tls const tls{home.path("certificate.pem"), home.path("key.pem")};
-    auto const command =
-        "openssl req -x509 -newkey rsa:2048 -nodes -days 1 -subj /CN=test -addext subjectAltName=IP:127.0.0.1 "
-        "-keyout " +
-        tls.keyFile + " -out " + tls.certificateFile + " 2>/dev/null";
-    ASSERT_EQ(runShell(command).exitCode, 0);
-    HttpTestServer const server(tls, always({.body = R"({"code":200,"data":{"brivelServers":["s"]}})"}));
-    EXPECT_EQ(discovered(server.url()), std::nullopt);
-    EXPECT_EQ(discovered(server.url(), "app", tls.certificateFile), "s");
-    EXPECT_EQ(discovered(server.url(), "app", home.path("missing.pem")), std::nullopt);
-    auto const otherName = "https://localhost" + server.url().substr(server.url().rfind(':'));
-    EXPECT_EQ(discovered(otherName, "app", tls.certificateFile), std::nullopt);
-    EXPECT_EQ(discovered(server.url()), std::nullopt);  // what one request trusts is not kept for the next
+    test::CertificateAuthority const authority, stranger("Another authority");
+    for (auto const& c : test::tlsCases(authority, stranger)) {
+        SCOPED_TRACE(c.what);
+        test::ScriptedServer const server([](auto&) {}, c.server);  // answers the discovery
+        auto const url = "https://" + (c.host + (":" + std::to_string(server.port())));
+        auto task = taskFor(url + "/config/");
+        task.caFile = authority.caFile();
+        auto const error = answerTo(task).error.value_or("");
+        EXPECT_EQ(error.empty(), *c.httpError == 0) << error;
+        EXPECT_NE(error.find(c.httpError), std::string::npos) << error;
+        EXPECT_EQ(discovered(url, "app", authority.caFile()).has_value(), *c.httpError == 0);
+        // What one request trusts is not kept for the next.
+        EXPECT_EQ(discovered(url, "app", "/nonexistent/ca.pem"), std::nullopt);
+        EXPECT_EQ(discovered(url), std::nullopt);
+    }
 }
 
 TEST(Http, PostRequestDoesNothing) {

@@ -1,9 +1,12 @@
-// Where a session's token is written down: in two lines of the log, where the filter lets information through, and
-// nowhere else.
+// Where a session's token is written down: in two lines of the log, where the filter lets information through, in the
+// event report of a login, and nowhere else.
 #include "Classes/Utils/KvLog.h"
+#include "Classes/Utils/Logan/LoganManager.h"
 #include "Session.h"
 #include "support/ScriptedServer.h"
 #include "support/TemporaryDirectory.h"
+
+#include <filesystem>
 
 namespace kv::test {
 namespace {
@@ -19,11 +22,13 @@ bool holdsToken(std::string const& line) {
     return false;
 }
 
-// A session with all that writes to the log: refusals, a server that cannot be connected to, losses, a renewal.
-void liveThroughEverything() {
+// A session with all that writes to the log: refusals, a server that cannot be connected to, losses, a renewal. Sets
+// the caches directory, which is the process's.
+void liveThroughEverything(std::string& caches) {
     Service const service;
     Session session(service.url(), KvPimEngine::thread, Session::Time::manual);
     auto& alice = session.alice;
+    caches = alice.cachesDirectory;
     service.control("login", {{"reason", "loginFail: InvalidToken"}});
     EXPECT_EQ(alice.codeOf([&](auto done) { alice.kit->loginByToken(kToken, 1, "alice", done); }), 5);
     ASSERT_TRUE(session.begin());
@@ -54,6 +59,7 @@ void liveThroughEverything() {
 
 TEST(Secrets, TheTokenIsLoggedWhereItIsSaidAndNowhereElse) {
     std::size_t lines = 0;
+    std::string caches;
     for (std::int64_t const filter : {0, 1, 2, 8}) {
         TemporaryDirectory directory;
         auto const file = directory.path("session.log");
@@ -62,7 +68,7 @@ TEST(Secrets, TheTokenIsLoggedWhereItIsSaidAndNowhereElse) {
         KvLog::shared().setLogFilter(filter);
         testing::internal::CaptureStdout();
         testing::internal::CaptureStderr();
-        liveThroughEverything();
+        liveThroughEverything(caches);
         if (testing::Test::HasFailure()) {
             FAIL() << testing::internal::GetCapturedStdout() << testing::internal::GetCapturedStderr();
         }
@@ -83,6 +89,18 @@ TEST(Secrets, TheTokenIsLoggedWhereItIsSaidAndNowhereElse) {
         }
     }
     EXPECT_GT(lines, 40u);
+
+    LoganManager::sharedInstance().drain();
+    int logins = 0;
+    for (auto const& file : std::filesystem::recursive_directory_iterator(caches)) {
+        if (!file.is_regular_file()) continue;
+        for (auto const& line : linesOf(file.path())) {
+            if (!holdsToken(line)) continue;
+            ++logins;
+            EXPECT_NE(line.find(R"(\"type\":\"StartLogin\")"), std::string::npos) << file.path() << ": " << line;
+        }
+    }
+    EXPECT_GT(logins, 0);
 }
 
 }  // namespace

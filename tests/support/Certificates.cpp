@@ -1,4 +1,4 @@
-#include "Certificates.h"
+#include "support/Certificates.h"
 
 #include <cstdio>
 
@@ -20,12 +20,12 @@ void addExtension(X509* certificate, X509* issuer, int id, char const* value) {
 
 std::shared_ptr<EVP_PKEY> makeKey() { return {EVP_EC_gen("P-256"), EVP_PKEY_free}; }
 
-std::shared_ptr<X509> makeCertificate(EVP_PKEY* key, X509* issuer, char const* name, int days) {
+std::shared_ptr<X509> makeCertificate(EVP_PKEY* key, X509* issuer, char const* name, int days, int since = -2) {
     std::shared_ptr<X509> made(X509_new(), X509_free);
     static long serial = 1;
     X509_set_version(made.get(), X509_VERSION_3);
     ASN1_INTEGER_set(X509_get_serialNumber(made.get()), serial++);
-    X509_gmtime_adj(X509_getm_notBefore(made.get()), -2 * kDay);
+    X509_gmtime_adj(X509_getm_notBefore(made.get()), since * kDay);
     X509_gmtime_adj(X509_getm_notAfter(made.get()), days * kDay);
     X509_NAME_add_entry_by_txt(X509_get_subject_name(made.get()), "CN", MBSTRING_ASC,
                                reinterpret_cast<unsigned char const*>(name), -1, -1, 0);
@@ -51,16 +51,59 @@ CertificateAuthority::CertificateAuthority(char const* name) : key_(makeKey()) {
     write(caFile_, [this](FILE* out) { PEM_write_X509(out, certificate_.get()); });
 }
 
-CertificateAuthority::Certificate CertificateAuthority::issue(std::string const& names, int days) const {
+CertificateAuthority::Certificate CertificateAuthority::issue(std::string const& names, int days, int since) const {
     auto const key = makeKey();
-    auto const made = makeCertificate(key.get(), certificate_.get(), "Test server", days);
-    addExtension(made.get(), certificate_.get(), NID_subject_alt_name, names.c_str());
-    X509_sign(made.get(), key_.get(), EVP_sha256());
+    auto const made = makeCertificate(key.get(), certificate_.get(), "Test server", days, since);
+    return sign(made.get(), key.get(), certificate_.get(), key_.get(), names);
+}
+
+CertificateAuthority::Certificate CertificateAuthority::selfSigned(std::string const& names) const {
+    auto const key = makeKey();
+    auto const made = makeCertificate(key.get(), nullptr, "Test server", 1);
+    return sign(made.get(), key.get(), made.get(), key.get(), names);
+}
+
+CertificateAuthority::Certificate CertificateAuthority::sign(X509* made, EVP_PKEY* key, X509* issuer,
+                                                             EVP_PKEY* issuersKey, std::string const& names) const {
+    addExtension(made, issuer, NID_subject_alt_name, names.c_str());
+    X509_sign(made, issuersKey, EVP_sha256());
     auto const base = directory_.path("server" + std::to_string(count_++));
-    write(base + ".pem", [&](FILE* out) { PEM_write_X509(out, made.get()); });
-    write(base + ".key",
-          [&](FILE* out) { PEM_write_PrivateKey(out, key.get(), nullptr, nullptr, 0, nullptr, nullptr); });
+    write(base + ".pem", [&](FILE* out) { PEM_write_X509(out, made); });
+    write(base + ".key", [&](FILE* out) { PEM_write_PrivateKey(out, key, nullptr, nullptr, 0, nullptr, nullptr); });
     return {base + ".pem", base + ".key"};
+}
+
+std::vector<TlsCase> tlsCases(CertificateAuthority const& authority, CertificateAuthority const& stranger) {
+    auto const with = [](CertificateAuthority::Certificate const& certificate, char const* address = "127.0.0.1",
+                         bool isOld = false) {
+        return ScriptedServer::Options{address, certificate.certificateFile, certificate.keyFile, isOld, {}};
+    };
+    auto const name = authority.issue("DNS:localhost");
+    auto const ipv6 = authority.issue("IP:::1");
+    ScriptedServer::Options plain;
+    plain.greeting = "220 mail.example ready\r\n";
+    return {
+        {"a name", with(name), "localhost", "", ""},
+        {"an address", with(authority.issue("IP:127.0.0.1")), "127.0.0.1", "", ""},
+        {"an address of IPv6", with(ipv6, "::1"), "[::1]", "", ""},
+        {"another name", with(authority.issue("DNS:example.org")), "localhost", "TLS: hostname mismatch",
+         "no alternative certificate subject name matches"},
+        {"a name for an address", with(name), "127.0.0.1", "TLS: IP address mismatch",
+         "no alternative certificate subject name matches"},
+        {"another address of IPv6", with(authority.issue("IP:::2"), "::1"), "[::1]", "TLS: IP address mismatch",
+         "no alternative certificate subject name matches"},
+        {"too old", with(authority.issue("DNS:localhost", -1)), "localhost", "TLS: certificate has expired",
+         "certificate has expired"},
+        {"too young", with(authority.issue("DNS:localhost", 2, 1)), "localhost", "TLS: certificate is not yet valid",
+         "certificate is not yet valid"},
+        {"a stranger's", with(stranger.issue("DNS:localhost")), "localhost",
+         "TLS: unable to get local issuer certificate", "unable to get local issuer certificate"},
+        {"its own", with(authority.selfSigned("DNS:localhost")), "localhost", "TLS: self-signed certificate",
+         "self-signed certificate"},
+        {"TLS 1.1", with(name, "127.0.0.1", true), "localhost", "TLS: the server speaks no TLS 1.2 or later",
+         "alert protocol version"},
+        {"plain text", plain, "localhost", "TLS: the server does not speak TLS", "wrong version number"},
+    };
 }
 
 }  // namespace kv::test

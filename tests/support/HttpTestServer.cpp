@@ -12,8 +12,6 @@
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/read.hpp>
 #include <boost/asio/read_until.hpp>
-#include <boost/asio/ssl/context.hpp>
-#include <boost/asio/ssl/stream.hpp>
 #include <boost/asio/write.hpp>
 
 namespace kv {
@@ -44,8 +42,7 @@ std::size_t bodySizeOf(HttpTestRequest const& request) {
     return size;
 }
 
-template <class Stream>
-std::optional<HttpTestRequest> readRequest(Stream& stream) {
+std::optional<HttpTestRequest> readRequest(tcp::socket& stream) {
     boost::system::error_code error;
     std::string received;
     auto const headSize = asio::read_until(stream, asio::dynamic_buffer(received), "\r\n\r\n", error);
@@ -70,12 +67,7 @@ std::string textOf(HttpTestAnswer const& answer) {
 
 class HttpTestServer::Impl {
 public:
-    Impl(std::optional<Tls> const& tls, Script answering) : script(std::move(answering)) {
-        if (tls) {
-            sslContext.emplace(asio::ssl::context::tls_server);
-            sslContext->use_certificate_chain_file(tls->certificateFile);
-            sslContext->use_private_key_file(tls->keyFile, asio::ssl::context::pem);
-        }
+    explicit Impl(Script answering) : script(std::move(answering)) {
         accepting = std::thread([this] { accept(); });
     }
 
@@ -106,22 +98,12 @@ public:
 
     void serve(tcp::socket& socket) {
         boost::system::error_code error;
-        if (!sslContext) {
-            converse(socket);
-        } else {
-            asio::ssl::stream<tcp::socket&> stream(socket, *sslContext);
-            stream.handshake(asio::ssl::stream_base::server, error);
-            if (!error) {
-                converse(stream);
-                stream.shutdown(error);
-            }
-        }
+        converse(socket);
         std::lock_guard lock(mutex);
         socket.shutdown(tcp::socket::shutdown_both, error);
     }
 
-    template <class Stream>
-    void converse(Stream& stream) {
+    void converse(tcp::socket& stream) {
         auto const request = readRequest(stream);
         if (!request) return;
         auto const answer = script(*request);
@@ -139,7 +121,6 @@ public:
     Script const script;
     asio::io_context context;
     tcp::acceptor acceptor{context, tcp::endpoint(asio::ip::address_v4::loopback(), 0)};
-    std::optional<asio::ssl::context> sslContext;
     std::thread accepting;
 
     mutable std::mutex mutex;
@@ -151,15 +132,12 @@ public:
     std::vector<HttpTestRequest> requests;
 };
 
-HttpTestServer::HttpTestServer(Script script) : impl_(std::make_unique<Impl>(std::nullopt, std::move(script))) {}
-
-HttpTestServer::HttpTestServer(Tls const& tls, Script script) : impl_(std::make_unique<Impl>(tls, std::move(script))) {}
+HttpTestServer::HttpTestServer(Script script) : impl_(std::make_unique<Impl>(std::move(script))) {}
 
 HttpTestServer::~HttpTestServer() = default;
 
 std::string HttpTestServer::url() const {
-    return (impl_->sslContext ? "https://127.0.0.1:" : "http://127.0.0.1:") +
-           std::to_string(impl_->acceptor.local_endpoint().port());
+    return "http://127.0.0.1:" + std::to_string(impl_->acceptor.local_endpoint().port());
 }
 
 std::vector<HttpTestRequest> HttpTestServer::requests() const {

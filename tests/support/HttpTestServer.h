@@ -35,16 +35,11 @@ class HttpTestServer {
 public:
     /// Called by several threads at once if there are several connections.
     using Script = std::function<HttpTestAnswer(HttpTestRequest const& request)>;
-    struct Tls {
-        std::string certificateFile;
-        std::string keyFile;
-    };
 
     explicit HttpTestServer(Script script);
-    HttpTestServer(Tls const& tls, Script script);
     ~HttpTestServer();
 
-    /// "http://127.0.0.1:PORT", or https.
+    /// "http://127.0.0.1:PORT".
     std::string url() const;
     std::vector<HttpTestRequest> requests() const;
     /// Whether so many requests have come within the time.

@@ -282,6 +282,11 @@ ScriptedServer::ScriptedServer(Script script, Options options)
     if (!options_.certificateFile.empty()) {
         SSL_CTX* const context = SSL_CTX_new(TLS_server_method());
         tls_ = std::shared_ptr<void>(context, [](void* held) { SSL_CTX_free(static_cast<SSL_CTX*>(held)); });
+        if (options_.isOldTls) {
+            SSL_CTX_set_min_proto_version(context, TLS1_1_VERSION);
+            SSL_CTX_set_max_proto_version(context, TLS1_1_VERSION);
+            SSL_CTX_set_cipher_list(context, "DEFAULT:@SECLEVEL=0");
+        }
         SSL_CTX_use_certificate_chain_file(context, options_.certificateFile.c_str());
         SSL_CTX_use_PrivateKey_file(context, options_.keyFile.c_str(), SSL_FILETYPE_PEM);
     }

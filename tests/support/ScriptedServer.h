@@ -117,6 +117,7 @@ public:
         std::string address = "127.0.0.1";
         /// PEM files; with them the server speaks TLS.
         std::string certificateFile, keyFile;
+        bool isOldTls = false;  // TLS 1.1 and nothing later
         /// Sent before anything is read.
         std::string greeting;
     };
