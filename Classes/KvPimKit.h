@@ -120,7 +120,8 @@ public:
     ///     (1, 4)) is not the end: the attempt goes on, and `done` is called once more with its outcome. A 1 also when
     ///     the client is destroyed meanwhile.
     void loginByToken(std::string token, std::int64_t timeStamp, std::string userId, Completion done);
-    /// The second half of a login, for a configuration made before; not meant for applications.
+    /// The second half of a login, for a configuration made before; not meant for applications. A login that still
+    /// waits for its outcome fails.
     /// @param config  as `generateSocketConfig` makes it.
     /// @param done    as for `loginByToken`: a KvPimLoginErrorCode, never 8.
     void loginWithConfig(boost::json::object const& config, Completion done);
