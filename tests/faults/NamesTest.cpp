@@ -16,7 +16,7 @@ TEST_P(ServerName, IsLookedUpForEachAttemptAndEachLogin) {
     ASSERT_TRUE(session.begin());
     names.set("");
     before.kill();
-    EXPECT_TRUE(session.waitForState(KvPimConnectionStateReconnecting));
+    EXPECT_TRUE(session.waitForLoss());
     for (int turn = 0; turn < 100; ++turn) session.alice.queue->advance(200ms);  // attempts that find no address
     EXPECT_FALSE(session.isConnected());
 
