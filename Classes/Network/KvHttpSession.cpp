@@ -25,7 +25,7 @@ using Clock = std::chrono::steady_clock;
 constexpr long kMostRedirects = 16;
 constexpr std::chrono::milliseconds kLongestSleep{60'000};
 constexpr std::chrono::milliseconds kShortSleep{10};
-constexpr std::chrono::seconds kLongestExit{1};
+constexpr std::chrono::seconds kLongestExit{3};  // a handshake on a busy machine takes long
 
 // A line break would end the request line or a header and begin something else; a zero byte would end the URL.
 bool hasControlCharacter(std::string_view url) {

@@ -21,7 +21,7 @@ using namespace std::chrono_literals;
 using Ending = HttpTestAnswer::Ending;
 
 bool waitUntil(std::function<bool()> const& condition) {
-    auto const deadline = std::chrono::steady_clock::now() + 10s;
+    auto const deadline = std::chrono::steady_clock::now() + 60s;
     while (!condition()) {
         if (std::chrono::steady_clock::now() > deadline) return false;
         std::this_thread::sleep_for(2ms);
