@@ -129,7 +129,7 @@ Script afterJoin(Script cause) {
     };
 }
 
-Script emitting(char const* event, json::value item) {
+Script emitting(char const* event, json::value const& item) {
     return afterJoin([=](ScriptedPeer& peer) { peer.emit(event, json::array{item}); });
 }
 
@@ -234,7 +234,7 @@ struct Wait {
     Scene::Action whenJoined = {};
 };
 
-Script onceLost(Script next, char const* lastCommand = "join") {
+Script onceLost(Script const& next, char const* lastCommand = "join") {
     return [=](ScriptedPeer& peer) {
         if (peer.number() > 0) return next(peer);
         logIn(peer);

@@ -10,7 +10,7 @@
 
 namespace kv::test {
 
-using Done = KvPimKit::Completion;
+using Done = KvPimKit::Completion const&;
 
 inline auto codeOnly(Done done) {
     return [done](auto const&, std::int64_t code) { done(code); };
@@ -28,7 +28,7 @@ struct Request {
     void (*start)(KvPimKit& kit, KvPimChannel& channel, Done done);
 };
 
-template <void (KvPimInvitationKit::*Operation)(std::shared_ptr<KvPimInvitation>, Done)>
+template <void (KvPimInvitationKit::*Operation)(std::shared_ptr<KvPimInvitation>, KvPimKit::Completion)>
 void startInvitation(KvPimKit& kit, KvPimChannel&, Done d) {
     auto const& me = kit.stateManager().userId;
     ((*kit.getPimInvitationKit()).*Operation)(KvPimInvitation::initWithInviter(me, me), d);

@@ -74,7 +74,7 @@ public:
     }
 
     /// The completion of something that begins now.
-    Done counted(std::string const& what, Calls calls = Calls::once) {
+    KvPimKit::Completion counted(std::string const& what, Calls calls = Calls::once) {
         auto& begun = begun_.emplace_back(Begun{what, calls, {}, {}});
         return [this, &begun](std::int64_t code) {
             begun.codes.push_back(code);
