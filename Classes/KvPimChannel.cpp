@@ -12,6 +12,7 @@
 #include "SocketIO/SocketIOClient.h"
 
 namespace kv {
+namespace json = boost::json;
 namespace {
 
 constexpr KvOperation kJoin{
@@ -120,13 +121,15 @@ void KvPimChannel::sendMessage(std::shared_ptr<KvPimMessage const> message, std:
     auto const self = shared_from_this();  // the completion that a long message gets at once may drop the channel
     auto const session = stateManager_.lock();
     if (session && session->login && isInChannel_) reportTooLong(message.get(), KvPimChannelMessageErrorTooLong, done);
+    KvPayloadMemory memory;
     request(
         kSendMessage, isInChannel_,
         [&] {
-            SocketItems payload;
+            auto payload = memory.payload();
             auto content = contentOf(message.get(), payload);
-            payload.values.push_back(
-                {{"channelId", channelId_}, {"content", std::move(content)}, {"option", boost::json::object()}});
+            payload.values.emplace_back(
+                json::object({{"channelId", channelId_}, {"content", std::move(content)}, {"option", json::object()}},
+                             payload.values.storage()));
             return payload;
         },
         completing(std::move(done)));

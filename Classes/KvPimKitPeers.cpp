@@ -169,14 +169,16 @@ void KvPimKit::sendMessageToPeer(std::shared_ptr<KvPimMessage const> message, st
     auto const client = impl();  // the completion that a long message gets at once may drop this object
     auto const target = peerId;
     if (client->stateManager->login) reportTooLong(message.get(), KvPimPeerMessageErrorTooLong, done);
+    KvPayloadMemory memory;
     client->request(
         kSendMessage, true,
         [&] {
-            SocketItems payload;
+            auto payload = memory.payload();
             auto content = contentOf(message.get(), payload);
             bool const offline = options && options->enableOfflineMessaging;
-            payload.values.push_back(
-                {{"targetUserId", target}, {"content", std::move(content)}, {"option", {{"offline", offline}}}});
+            payload.values.emplace_back(json::object(
+                {{"targetUserId", target}, {"content", std::move(content)}, {"option", {{"offline", offline}}}},
+                payload.values.storage()));
             return payload;
         },
         completing(std::move(done)));

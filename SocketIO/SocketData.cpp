@@ -10,7 +10,7 @@ namespace json = boost::json;
 json::value SocketItems::binary(KvData data) {
     if (!data) return nullptr;
     attachments.push_back(std::move(data));
-    return {{"_placeholder", true}, {"num", attachments.size() - 1}};
+    return json::value({{"_placeholder", true}, {"num", attachments.size() - 1}}, values.storage());
 }
 
 KvData SocketData::binary(json::value const& value) const {

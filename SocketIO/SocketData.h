@@ -14,6 +14,9 @@ namespace kv {
 /// The items of a packet to send. A binary value is put in with `binary`:
 ///     SocketItems items;
 ///     items.values = {"photo", {{"bytes", items.binary(data)}}};
+/// The values are text when the call that sends them returns, so they may live in memory of the caller's:
+///     boost::json::monotonic_resource memory(buffer, sizeof buffer);
+///     SocketItems items{boost::json::array(&memory), {}};
 struct KV_EXPORT SocketItems {
     boost::json::array values;
     std::vector<KvData> attachments;

@@ -180,11 +180,7 @@ void SocketIOClient::emit(std::string_view event, SocketItems const& items) {
 }
 
 SocketIOClient::Acknowledgement SocketIOClient::emitWithAck(std::string_view event, SocketItems items) {
-    Acknowledgement acknowledgement;
-    acknowledgement.socket_ = shared_from_this();
-    acknowledgement.event_ = event;
-    acknowledgement.items_ = std::move(items);
-    return acknowledgement;
+    return {shared_from_this(), event, std::move(items)};
 }
 
 void SocketIOClient::Acknowledgement::timingOutAfter(std::chrono::duration<double> timeout, Handler done) && {

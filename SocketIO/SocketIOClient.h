@@ -11,6 +11,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace kv {
 
@@ -31,6 +32,8 @@ public:
 
     private:
         friend class SocketIOClient;
+        Acknowledgement(std::shared_ptr<SocketIOClient> socket, std::string_view event, SocketItems&& items)
+            : socket_(std::move(socket)), event_(event), items_(std::move(items)) {}
         std::shared_ptr<SocketIOClient> socket_;
         std::string event_;
         SocketItems items_;

@@ -4,8 +4,10 @@
 #include "SocketIO/SocketManager.h"
 #include "bench/Client.h"
 
+#include <array>
 #include <utility>
 
+#include <boost/json/monotonic_resource.hpp>
 #include <boost/json/object.hpp>
 
 namespace bench {
@@ -50,16 +52,18 @@ public:
     }
 
     void send(Content content, Answered answered) override {
-        kv::SocketItems items;
-        json::object body;
+        std::array<unsigned char, 1024> buffer;
+        json::monotonic_resource memory(buffer.data(), buffer.size());
+        kv::SocketItems items{json::array(&memory), {}};
+        json::object body(&memory);
         if (content == Content::text) {
             body = {{"text", std::string(kTextBytes, 'x')}, {"binary", nullptr}};
         } else {
             body = {{"text", nullptr}, {"binary", items.binary(blob())}};
         }
         items.values.emplace_back("sendMessageToPeer");
-        items.values.emplace_back(
-            json::object{{"targetUserId", "bob"}, {"content", std::move(body)}, {"option", {{"offline", false}}}});
+        items.values.emplace_back(json::object(
+            {{"targetUserId", "bob"}, {"content", std::move(body)}, {"option", {{"offline", false}}}}, &memory));
         socket_->emitWithAck("command", std::move(items))
             .timingOutAfter(kTimeout, [answered = std::move(answered)](kv::SocketData const& data) {
                 auto const* answer = data.items().empty() ? nullptr : data.items().front().if_object();

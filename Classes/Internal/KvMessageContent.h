@@ -4,17 +4,37 @@
 #include "Classes/Internal/KvPimRequest.h"
 #include "Classes/Model/KvPimMessage.h"
 
+#include <array>
 #include <cstdint>
 
+#include <boost/json/monotonic_resource.hpp>
 #include <boost/json/object.hpp>
 
 namespace kv {
 
 inline constexpr std::size_t kMostMessageBytes = 32768;
 
+/// Where a message's payload is made, for the time of the call that sends it: messages are what an application sends
+/// thousands of, and each value in here would cost an allocation otherwise.
+class KvPayloadMemory {
+public:
+    KvPayloadMemory() = default;
+    KvPayloadMemory(KvPayloadMemory const&) = delete;
+    KvPayloadMemory& operator=(KvPayloadMemory const&) = delete;
+    SocketItems payload() {
+        SocketItems payload{boost::json::array(&resource_), {}};
+        payload.values.reserve(2);  // the command's name joins it
+        return payload;
+    }
+
+private:
+    std::array<unsigned char, 1024> buffer_;
+    boost::json::monotonic_resource resource_{buffer_.data(), buffer_.size()};
+};
+
 /// {"text","binary"} of a message, null for what it lacks; the bytes join the payload's attachments.
 inline boost::json::object contentOf(KvPimMessage const* message, SocketItems& payload) {
-    boost::json::object content;
+    boost::json::object content(payload.values.storage());
     if (message != nullptr && message->text) {
         content["text"] = *message->text;
     } else {

@@ -52,7 +52,7 @@ void emitCommand(KvMainQueue& queue, std::shared_ptr<SocketIOClient> const& sock
         });
         return;
     }
-    payload.values.insert(payload.values.begin(), boost::json::value(command));
+    payload.values.emplace(payload.values.begin(), command);
     socket->emitWithAck("command", std::move(payload))
         .timingOutAfter(timeout, [answered = std::move(answered)](SocketData const& data) {
             answered(KvPimResult::resultWithArray(data));
