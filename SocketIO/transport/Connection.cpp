@@ -30,7 +30,9 @@ void Connection::start(std::weak_ptr<ConnectionListener> listener) {
 
 bool Connection::put(std::string_view text, std::vector<KvData> const& attachments, Outbox::Time expires) {
     auto const put = outbox_.put(text, attachments, expires);
-    if (put == Outbox::Put::queuedFirst) engine_.lock()->post([self = shared_from_this()] { self->flush(); });
+    bool const isInTurn = delivery_->isDirect() && isReading_;  // which ends with a flush
+    if (put == Outbox::Put::queuedFirst && !isInTurn)
+        engine_.lock()->post([self = shared_from_this()] { self->flush(); });
     return put != Outbox::Put::full;
 }
 
