@@ -3,6 +3,8 @@
 #include "Classes/Catagory/KvString.h"
 #include "Classes/Internal/KvPimLoginParams.h"
 #include "Classes/Internal/KvPimStateHelper.h"
+#include "Classes/Model/KvPimPeerOnlineStatus.h"
+#include "Classes/Model/KvPimUserAttributes.h"
 
 #include <cmath>
 #include <limits>
@@ -81,6 +83,19 @@ TEST(HelperTest, LogoutEmptiesWhatTheLoginBuiltUp) {
     state.logout();
     EXPECT_TRUE(state.subscribedAttributesPeerIds().empty());
     EXPECT_TRUE(state.localUserAttributes.pimAttributes().empty());
+}
+
+TEST(HelperTest, RecordsHaveATextForm) {
+    KvPimAttribute const mood{"mood", "say \"hi\""};
+    std::string const text = R"({"key":"mood","value":"say \"hi\""})";
+    EXPECT_EQ(mood.description(), text);
+    KvPimAttributeWithState const kept{mood, false}, deleted{{"city", ""}, true};
+    EXPECT_EQ(kept.description(), R"({"key":"mood","value":"say \"hi\"","deleted":0})");
+    EXPECT_EQ(
+        (KvPimUserAttributes{"anna", {{kept, deleted}}}.description()),
+        R"({"userId":"anna","attributes":[)" + kept.description() + R"(,{"key":"city","value":"","deleted":1}]})");
+    EXPECT_EQ((KvPimUserAttributes{"anna", std::nullopt}.description()), R"({"userId":"anna","attributes":[]})");
+    EXPECT_EQ((KvPimPeerOnlineStatus{"anna", true}.description()), "peerId: anna, isOnline: 1");
 }
 
 }  // namespace
