@@ -13,6 +13,8 @@
 namespace kv {
 namespace {
 
+// NOLINTBEGIN(concurrency-mt-unsafe) the tests of this file have one thread
+
 // Variables of the environment, for the time of a test.
 class Environment {
 public:
@@ -60,6 +62,8 @@ TEST(Directories, AreAbsoluteWhateverTheEnvironmentSays) {
         EXPECT_EQ(dataDirectory(), c.data);
     }
 }
+
+// NOLINTEND(concurrency-mt-unsafe)
 
 }  // namespace
 }  // namespace kv

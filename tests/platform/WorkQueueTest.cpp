@@ -61,12 +61,12 @@ TEST_F(WorkQueue, EndsItemsWhereTheyWaitAndDropsTheOthers) {
     auto const witness = std::make_shared<int>();
     auto const signal = std::make_shared<KvSignal>(queue);
     auto const delayed = [this, witness]() -> KvWork {
-        auto const held = witness;
+        auto const held = std::make_unique<std::shared_ptr<int>>(witness);
         co_await KvDelay{*queue, 1s};
         ADD_FAILURE() << "the queue is gone";
     };
     auto const signalled = [witness, signal]() -> KvWork {
-        auto const held = witness;
+        auto const held = std::make_unique<std::shared_ptr<int>>(witness);
         co_await KvSignal::Wait{signal};
         ADD_FAILURE() << "the queue is gone";
     };
