@@ -3,6 +3,7 @@
 #include "Classes/Catagory/KvDate.h"
 #include "Classes/Catagory/KvJson.h"
 #include "Classes/Catagory/KvString.h"
+#include "Classes/Internal/KvCollections.h"
 #include "Classes/Internal/KvMessageContent.h"
 #include "Classes/Internal/KvPimChannelTell.h"
 #include "Classes/Internal/KvPimKitImpl.h"
@@ -18,7 +19,7 @@ namespace {
 constexpr KvOperation kJoin{
     .command = "join",
     .codes = KvCodesOf<KvPimJoinChannelErrorCode>{.noAck = KvPimJoinChannelErrorTimeout,
-                                                  .tooManyRequests = KvPimJoinChannelErrorFailure,
+                                                  .tooManyRequests = std::nullopt,
                                                   .other = KvPimJoinChannelErrorFailure,
                                                   .passed = {{{3, KvPimJoinChannelErrorInvalidArgument},
                                                               {5, KvPimJoinChannelErrorServer5},
@@ -27,8 +28,8 @@ constexpr KvOperation kJoin{
 // Coarser than the join's on purpose: a leave that nobody answered is just a failed one.
 constexpr KvOperation kLeave{
     .command = "leave",
-    .codes = KvCodesOf<KvPimLeaveChannelErrorCode>{.noAck = KvPimLeaveChannelErrorFailure,
-                                                   .tooManyRequests = KvPimLeaveChannelErrorFailure,
+    .codes = KvCodesOf<KvPimLeaveChannelErrorCode>{.noAck = std::nullopt,
+                                                   .tooManyRequests = std::nullopt,
                                                    .other = KvPimLeaveChannelErrorFailure,
                                                    .passed = {{{6, KvPimLeaveChannelErrorServer6}}}}};
 constexpr KvOperation kGetMembers{
@@ -107,10 +108,10 @@ void KvPimChannel::getMembersWithCompletion(MembersCompletion done) {
             std::optional<std::vector<KvPimMember>> members;
             // The server's own "not in the channel" may bring the list all the same.
             if (result != nullptr && (code == 0 || code == KvPimChannelMembersErrorNotInChannel)) {
-                members.emplace();
-                for (auto& userId : stringsFrom(arrayOf(result->response, "members"))) {
-                    members->push_back({std::move(userId), id});
-                }
+                members = kv_map(stringsFrom(arrayOf(result->response, "members")),
+                                 [&id](std::string const& userId, std::size_t, bool&) {
+                                     return KvPimMember{userId, id};
+                                 });
             }
             complete(done, members, code);
         });

@@ -17,7 +17,7 @@ constexpr std::size_t kMostInfoBytes = 8192;
 // The server's 3 and 4 are the only refusals; any other answer means that it took the invitation.
 constexpr KvCodes kCodes = KvCodesOf<KvPimInvitationErrorCode>{
     .noAck = KvPimInvitationErrorTimeout,
-    .tooManyRequests = KvPimInvitationErrorOk,
+    .tooManyRequests = std::nullopt,
     .other = KvPimInvitationErrorOk,
     .passed = {{{3, KvPimInvitationErrorServer3}, {4, KvPimInvitationErrorServer4}}},
     .refusalBeforeSuccess = true};

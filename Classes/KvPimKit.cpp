@@ -95,6 +95,20 @@ void KvPimKit::setLogFilters(std::int64_t filters) { KvLog::shared().setLogFilte
 
 KvPimStateManager const& KvPimKit::stateManager() const { return *impl()->stateManager; }
 
+std::shared_ptr<KvPimDelegate> KvPimKit::delegate() const { return impl()->delegate.lock(); }
+
+void KvPimKit::setDelegate(std::weak_ptr<KvPimDelegate> delegate) { impl()->delegate = std::move(delegate); }
+
+std::string const& KvPimKit::apiServer() const { return impl()->apiServer; }
+
+std::string const& KvPimKit::brivelServer() const { return impl()->brivelServer; }
+
+std::int32_t KvPimKit::connectIndex() const { return impl()->connectIndex; }
+
+std::int64_t KvPimKit::disconnectReason() const { return impl()->disconnectReason; }
+
+std::int64_t KvPimKit::loginError() const { return impl()->loginError; }
+
 boost::json::object KvPimKit::generateSocketConfig(std::string const& token, std::string const& userId,
                                                    std::string const& appId, std::int64_t timeStamp) const {
     return socketConfigOf({{"token", token}, {"userId", userId}, {"timestamp", timeStamp}}, appId);

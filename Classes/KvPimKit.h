@@ -260,6 +260,20 @@ public:
     void setLogFilters(std::int64_t filters);
     /// What the client knows of its session, as it changes. Lives as long as the client.
     KvPimStateManager const& stateManager() const;
+    /// Who is told of things; null when there is nobody (any more).
+    std::shared_ptr<KvPimDelegate> delegate() const;
+    /// Has another one told from now on. It is not owned.
+    void setDelegate(std::weak_ptr<KvPimDelegate> delegate);
+    /// The API server that logins ask for a socket server.
+    std::string const& apiServer() const;
+    /// The socket server of the last login; empty before it was found.
+    std::string const& brivelServer() const;
+    /// How many delays before an attempt to reconnect were used up since the login; 3 is the last one, and stays.
+    std::int32_t connectIndex() const;
+    /// What the server announced last before it closed a connection: a KvPimConnectionChangeReason, 8 or 9, or 0.
+    std::int64_t disconnectReason() const;
+    /// What a login would fail with, or last failed with: a KvPimLoginErrorCode.
+    std::int64_t loginError() const;
     /// An older form of the socket configuration of a login; nothing in the library uses it.
     boost::json::object generateSocketConfig(std::string const& token, std::string const& userId,
                                              std::string const& appId, std::int64_t timeStamp) const;

@@ -2,6 +2,7 @@
 // are reported before the completion hears of them.
 #include "Classes/Catagory/KvJson.h"
 #include "Classes/Catagory/KvString.h"
+#include "Classes/Internal/KvCollections.h"
 #include "Classes/Internal/KvMessageContent.h"
 #include "Classes/Internal/KvPimKitImpl.h"
 #include "Classes/Internal/KvWireForms.h"
@@ -20,13 +21,16 @@ constexpr KvCodesOf<KvPimPeersErrorCode> kOtherCodes{.noAck = KvPimPeersErrorTim
                                                      .tooManyRequests = KvPimPeersErrorTooManyRequests,
                                                      .other = KvPimPeersErrorFailure};
 
+enum class Reported { always, withClient };
+
 constexpr KvOperation row(std::string_view command, KvCodesOf<KvPimPeersErrorCode> codes, std::string_view logLine,
-                          std::string_view action, std::string_view interface) {
+                          std::string_view action, std::string_view interface, Reported reported = Reported::always) {
     return {.command = command,
             .codes = codes,
             .invalidArgument = KvPimPeersErrorInvalidArgument,
             .logLine = logLine,
-            .report = {KvReport::About::user, action, interface, KvReport::Order::beforeCompletion}};
+            .report = {KvReport::About::user, action, interface, KvReport::Order::beforeCompletion,
+                       reported == Reported::withClient}};
 }
 
 constexpr KvOperation kSubscribeAttributes =
@@ -35,11 +39,12 @@ constexpr KvOperation kSubscribeAttributes =
 constexpr KvOperation kUnsubscribeAttributes =
     row("unsubscribePeersUserAttributes", kOtherCodes, "unsubscribePeersUserAttribes: %@", KvLoganActionStringUnsub,
         "-[KvPimKit unsubscribePeersUserAttribes:completion:]");
-constexpr KvOperation kGetAttributes = row("getPeersUserAttributes", kOtherCodes, "getPeersUserAttributes: %@",
-                                           KvLoganActionStringGet, "-[KvPimKit getPeersUserAttributes:completion:]");
+constexpr KvOperation kGetAttributes =
+    row("getPeersUserAttributes", kOtherCodes, "getPeersUserAttributes: %@", KvLoganActionStringGet,
+        "-[KvPimKit getPeersUserAttributes:completion:]", Reported::withClient);
 constexpr KvOperation kGetAttributesByKeys =
     row("getPeersUserAttributesByKeys", kOtherCodes, "getPeersUserAttributesByKeys: %@", KvLoganActionStringGet,
-        "-[KvPimKit getPeersUserAttributes:byKeys:completion:]");
+        "-[KvPimKit getPeersUserAttributes:byKeys:completion:]", Reported::withClient);
 constexpr KvOperation kSubscribeStatus =
     row("subscribePeersOnlineStatus", kSubscribeCodes, "subscribe user onlineStatus: %@", KvLoganActionStringSub,
         "-[KvPimKit subscribePeersOnlineStatus:completion:]");
@@ -140,12 +145,13 @@ void KvPimKit::queryPeersOnlineStatus(std::vector<std::string> const& peerIds, O
                     [done = std::move(done)](std::int64_t code, KvPimResult const* result) {
                         std::optional<std::vector<KvPimPeerOnlineStatus>> statuses;
                         if (code == 0) {
+                            auto const* status = objectOf(result->response, "status");
                             statuses.emplace();
-                            if (auto const* status = objectOf(result->response, "status")) {
-                                // An answer counts online as true, unlike the pushes.
-                                for (auto const& [id, value] : *status)
-                                    statuses->push_back({id, asInteger(&value) != 0});
-                            }
+                            // An answer counts online as true, unlike the pushes.
+                            if (status != nullptr)
+                                statuses = kv_map(*status, [](auto const& id, auto const& value) {
+                                    return KvPimPeerOnlineStatus{id, asTruth(&value)};
+                                });
                         }
                         complete(done, statuses, code);
                     });

@@ -26,19 +26,11 @@ class KvWork {
 public:
     struct promise_type {
         promise_type() {}  // no aggregate: it would be made from the coroutine's arguments
-        std::function<void()> finished;
-        bool isAtWork = false;  // not waiting for anything
+        std::function<void()> returned;
+        bool isAtWork = false;
         KvWork get_return_object() { return KvWork(std::coroutine_handle<promise_type>::from_promise(*this)); }
         std::suspend_always initial_suspend() noexcept { return {}; }
-        auto final_suspend() noexcept {
-            struct Finish : std::suspend_always {
-                void await_suspend(std::coroutine_handle<promise_type> handle) const noexcept {
-                    handle.promise().isAtWork = false;
-                    handle.promise().finished();
-                }
-            };
-            return Finish{};
-        }
+        std::suspend_always final_suspend() noexcept { return {}; }
         void return_void() {}
         void unhandled_exception() { std::terminate(); }  // items answer for their own failures
     };
@@ -51,19 +43,24 @@ public:
     ~KvWork() {
         if (handle_) handle_.destroy();
     }
-    void start(std::function<void()> finished) {
-        handle_.promise().finished = std::move(finished);
+    /// Runs it up to its first wait. `returned` is called then, after each further piece of work, and at its end.
+    void start(std::function<void()> returned) {
+        handle_.promise().returned = std::move(returned);
         resume(handle_);
     }
-    bool isAtWork() const { return handle_ && handle_.promise().isAtWork; }
+    /// Whether it is on somebody's stack. It must not be destroyed meanwhile.
+    bool isAtWork() const { return handle_.promise().isAtWork; }
+    bool isDone() const { return handle_.done(); }
 
     using Handle = std::coroutine_handle<promise_type>;
     static void resume(Handle handle) {
-        handle.promise().isAtWork = true;
+        auto& promise = handle.promise();
+        promise.isAtWork = true;
         handle.resume();
+        promise.isAtWork = false;
+        auto const returned = promise.returned;  // it may destroy the coroutine
+        returned();
     }
-    /// What an awaiter does when it suspends the item.
-    static void suspend(Handle handle) { handle.promise().isAtWork = false; }
 
 private:
     explicit KvWork(std::coroutine_handle<promise_type> handle) : handle_(handle) {}
@@ -80,7 +77,8 @@ public:
     KvWorkQueue(KvWorkQueue const&) = delete;
     KvWorkQueue& operator=(KvWorkQueue const&) = delete;
 
-    /// Queues an item. It starts at a later turn of the main queue, never inside the call.
+    /// Queues an item. It starts right behind the end of the one before, or else at the next turn of the main queue;
+    /// never inside the call.
     void add(Item item);
 
 private:
@@ -96,7 +94,6 @@ struct KvDelay {
 
     bool await_ready() const noexcept { return false; }
     void await_suspend(KvWork::Handle waiting) {
-        KvWork::suspend(waiting);
         timer = queue.after(duration, [waiting] { KvWork::resume(waiting); });
     }
     void await_resume() const noexcept {}
@@ -115,10 +112,7 @@ public:
         Wait& operator=(Wait const&) = delete;
         ~Wait() { signal->waiting_ = nullptr; }
         bool await_ready() const noexcept { return signal->isSet_; }
-        void await_suspend(KvWork::Handle waiting) {
-            KvWork::suspend(waiting);
-            signal->waiting_ = waiting;
-        }
+        void await_suspend(KvWork::Handle waiting) { signal->waiting_ = waiting; }
         void await_resume() const noexcept {}
     };
 

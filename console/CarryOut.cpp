@@ -2,10 +2,24 @@
 
 #include "console/Operations.h"
 
+#include <algorithm>
+#include <cmath>
+
 namespace kv::console {
+namespace json = boost::json;
 namespace {
 
-void carryOut(Session& session, boost::json::object const& request) {
+constexpr std::size_t kMostDepth = 1000;
+
+// A number beyond a double is read as infinity, which cannot be written back.
+bool isFinite(json::value const& value) {
+    if (auto const* number = value.if_double()) return std::isfinite(*number);
+    if (auto const* array = value.if_array()) return std::ranges::all_of(*array, isFinite);
+    auto const* object = value.if_object();
+    return object == nullptr || std::ranges::all_of(*object, [](auto const& entry) { return isFinite(entry.value()); });
+}
+
+void carryOut(Session& session, json::object const& request) {
     Arguments const arguments(request);
     auto const* const operation = findOperation(arguments.text("op"));
     if (operation == nullptr) throw BadLine("\"op\" names no operation");
@@ -25,8 +39,11 @@ void carryOut(Session& session, InputLines::Line const& line) {
     try {
         if (line.isTooLong) throw BadLine("the line is longer than 16 MiB");
         boost::system::error_code error;
-        auto const request = boost::json::parse(line.text, error);
+        json::parse_options options;
+        options.max_depth = kMostDepth;
+        auto const request = json::parse(line.text, error, {}, options);
         if (error) throw BadLine("not JSON: " + error.message());
+        if (!isFinite(request)) throw BadLine("a number is out of range");
         if (!request.is_object()) throw BadLine("not a JSON object");
         carryOut(session, request.get_object());
     } catch (BadLine const& bad) {

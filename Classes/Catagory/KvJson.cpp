@@ -102,6 +102,11 @@ std::int32_t asInteger32(json::value const* value) {
     return static_cast<std::int32_t>(std::clamp<std::int64_t>(asInteger(value), Limits::min(), Limits::max()));
 }
 
+bool asTruth(json::value const* value) {
+    auto const* fraction = value == nullptr ? nullptr : value->if_double();
+    return fraction != nullptr ? *fraction != 0 : asInteger(value) != 0;
+}
+
 json::value const* firstOf(json::array const& items) { return items.empty() ? nullptr : &items.front(); }
 
 }  // namespace kv

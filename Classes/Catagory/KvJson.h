@@ -29,6 +29,8 @@ std::optional<std::string> asString(boost::json::value const* value);
 /// the range is its nearest end.
 std::int64_t asInteger(boost::json::value const* value);
 std::int32_t asInteger32(boost::json::value const* value);
+/// Whether it is another number than 0, with anything read as a number like `asInteger` does.
+bool asTruth(boost::json::value const* value);
 /// The first item of a list when there is one.
 boost::json::value const* firstOf(boost::json::array const& items);
 

@@ -111,7 +111,7 @@ private:
     std::shared_ptr<KvPimChannel> findChannel(std::optional<std::string> const& channelId) const;
 
     using Channels = std::vector<std::shared_ptr<KvPimChannel>>;
-    void restoreJoinedChannels(Channels const& channels);
+    void restoreJoinedChannels(Channels channels);
     void restoreLocalUserAttributes(std::vector<KvPimAttribute> const& attributes);
     void restoreSubscribedOnlineStatusOfPeers(Strings const& peerIds);
     void restoreSubscribedAttributesOfPeers(Strings const& peerIds);
@@ -133,15 +133,17 @@ template <class MakePayload, class Finish>
 void KvPimKitImpl::requestOn(std::shared_ptr<SocketIOClient> const& on, KvOperation const& operation, bool isValid,
                              MakePayload const& payload, Finish finish, std::string const& channelId) {
     // Keeps nothing of this client: it may be gone when the answer comes, or when a completion returns.
-    auto conclude = [&operation, channelId, finish = std::move(finish)](std::int64_t code, KvPimResult const* result) {
+    auto conclude = [&operation, channelId, weak = weak_from_this(), finish = std::move(finish)](
+                        std::int64_t code, KvPimResult const* result) {
         auto const& report = operation.report;
         bool const first = report.order == KvReport::Order::beforeCompletion;
         bool const isAnswer = result != nullptr;
+        bool const isReported = code != 0 && !(report.needsClient && weak.expired());
         bool const differs = report.codeOfInvalidArgument != 0 && !isAnswer && code == operation.invalidArgument;
         auto const reported = differs ? report.codeOfInvalidArgument : code;
-        if (code != 0 && first) report.failure(reported, isAnswer, channelId);
+        if (isReported && first) report.failure(reported, isAnswer, channelId);
         finish(code, result);
-        if (code != 0 && !first) report.failure(reported, isAnswer, channelId);
+        if (isReported && !first) report.failure(reported, isAnswer, channelId);
     };
     if (!stateManager->login) return conclude(KvPimErrorNotLogin, nullptr);
     if (!isValid) return conclude(operation.invalidArgument, nullptr);

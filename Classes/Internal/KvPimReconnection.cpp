@@ -91,12 +91,9 @@ KvWork KvPimKitImpl::reconnectAfterDelay(std::weak_ptr<KvPimKitImpl> client) {
     self = client.lock();
     if (!self) co_return;
     if (self->stateManager->state != KvPimConnectionStateReconnecting) {
-        mainQueue->post([client] {
-            if (auto const told = client.lock()) {
-                told->tell<&KvPimDelegate::connectionStateChanged>(KvPimConnectionStateReconnecting,
-                                                                   KvPimConnectionChangeReasonInterrupted);
-            }
-        });
+        self->tell<&KvPimDelegate::connectionStateChanged>(KvPimConnectionStateReconnecting,
+                                                           KvPimConnectionChangeReasonInterrupted);
+        if (self->kit.expired()) co_return;
     }
     self->rebuildSocketManagerWithConfig(self->stateHelper.loginParams.generateSocketConfig());
     self->socket.lock()->connect();
@@ -132,7 +129,9 @@ void KvPimKitImpl::retryAtNextTurn(std::uint64_t login, Again again) {
     });
 }
 
-void KvPimKitImpl::restoreJoinedChannels(Channels const& channels) {
+void KvPimKitImpl::restoreJoinedChannels(Channels channels) {
+    // A channel object that was destroyed got no socket of this connection, and would ask in vain for ever.
+    std::erase_if(channels, [](auto const& channel) { return channel->socket_.expired(); });
     if (!stateManager->login || channels.empty()) return;
     struct Group {
         std::size_t open;

@@ -10,8 +10,8 @@ namespace kv {
 
 std::int64_t KvCodes::of(KvPimResult const& result) const {
     if (result.code == 0 && !refusalBeforeSuccess) return 0;
-    if (result.errorString == "NO ACK") return noAck;
-    if (result.errorString == "Too Many Requests") return tooManyRequests;
+    if (noAck && result.errorString == "NO ACK") return *noAck;
+    if (tooManyRequests && result.errorString == "Too Many Requests") return *tooManyRequests;
     if (result.code == 0) return 0;
     for (auto const& row : passed) {
         if (row.result != 0 && row.result == result.code) return row.code;

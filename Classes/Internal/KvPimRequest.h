@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -22,14 +23,15 @@ namespace kv {
 
 class SocketIOClient;
 
-/// What a completion receives for each outcome of one operation.
+/// What a completion receives for each outcome of one operation. Where a text of the server's has no code, the
+/// operation does not look at it, and the result decides.
 struct KvCodes {
     struct Passed {
         std::int32_t result = 0;  // as the server answered; 0 for an unused row
         std::int64_t code = 0;
     };
-    std::int64_t noAck;
-    std::int64_t tooManyRequests;
+    std::optional<std::int64_t> noAck;
+    std::optional<std::int64_t> tooManyRequests;
     std::int64_t other;
     std::array<Passed, 4> passed{};
     /// The texts of a refusal are looked at before the result, so that one beats even a result of 0.
@@ -45,8 +47,8 @@ struct KvCodesOf {
         std::int32_t result;
         Code code;
     };
-    Code noAck;
-    Code tooManyRequests;
+    std::optional<Code> noAck;
+    std::optional<Code> tooManyRequests;
     Code other;
     std::array<Passed, 4> passed{};
     bool refusalBeforeSuccess = false;
@@ -68,6 +70,7 @@ struct KvReport {
     std::string_view action{};
     std::string_view interface {};
     Order order = Order::afterCompletion;
+    bool needsClient = false;                // what is answered when the client is gone is not reported
     std::int64_t codeOfInvalidArgument = 0;  // in the report, where it differs from what the completion hears
 
     /// `channelId` matters to reports about channels only.

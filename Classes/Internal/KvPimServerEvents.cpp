@@ -1,5 +1,6 @@
 // What the server says without being asked: who hears which event, and what its fields are.
 #include "Classes/Catagory/KvJson.h"
+#include "Classes/Internal/KvCollections.h"
 #include "Classes/Internal/KvPimChannelTell.h"
 #include "Classes/Internal/KvPimKitImpl.h"
 #include "Classes/Internal/KvWireForms.h"
@@ -31,10 +32,6 @@ std::shared_ptr<KvPimMessage> messageFrom(json::object const* carrier, SocketDat
     message->text = std::move(text);
     message->serverReceivedTs = asInteger(valueOf(carrier, "serverReceivedTs"));
     return message;
-}
-
-KvPimMember memberFrom(json::object const* dictionary) {
-    return {stringOf(dictionary, "userId").value_or(""), stringOf(dictionary, "channelId").value_or("")};
 }
 
 std::int64_t memberLeftReason(std::optional<std::string> const& reason) {
@@ -80,11 +77,11 @@ void KvPimKitImpl::channelAttributesUpdated(SocketData const& data) {
 void KvPimKitImpl::peersOnlineStatusChanged(SocketData const& data) {
     auto const* status = objectOf(firstDictionary(data), "status");
     if (status == nullptr) return;
-    std::vector<KvPimPeerOnlineStatus> statuses;
-    for (auto const& [peerId, number] : stateHelper.onlinePeersManager.onPeersOnlineStatusChanged(*status)) {
-        statuses.push_back({peerId, number == 0});  // pushes count online as 0, unlike the answers to queries
-    }
-    if (statuses.empty()) return;
+    auto const changes = stateHelper.onlinePeersManager.onPeersOnlineStatusChanged(*status);
+    if (changes.empty()) return;
+    auto const statuses = kv_map(changes, [](std::string const& peerId, std::int64_t number) {
+        return KvPimPeerOnlineStatus{peerId, number == 0};  // pushes count online as 0, unlike the answers to queries
+    });
     KvLog::shared().info("PeersOnlineStatusChanged: %@", statuses);
     tell<&KvPimDelegate::peersOnlineStatusChanged>(statuses);
 }
@@ -136,13 +133,13 @@ void KvPimKitImpl::channelMemberCountNotify(SocketData const& data) {
 }
 
 void KvPimKitImpl::memberJoined(SocketData const& data) {
-    auto const member = memberFrom(firstDictionary(data));
+    auto const member = KvPimMember::initWithDict(firstDictionary(data));
     if (auto const channel = findChannel(member.channelId)) channel->onMemberJoined(member);
 }
 
 void KvPimKitImpl::memberLeft(SocketData const& data) {
     auto const* notice = firstDictionary(data);
-    auto const member = memberFrom(notice);
+    auto const member = KvPimMember::initWithDict(notice);
     if (auto const channel = findChannel(member.channelId)) {
         channel->onMemberLeft(member, memberLeftReason(stringOf(notice, "reason")));
     }
@@ -155,7 +152,7 @@ void KvPimKitImpl::channelMessageReceived(SocketData const& data) {
         KvLog::shared().critical("received invaliad message: %@", KvLogPayload::firstOf(data));
         return;
     }
-    auto const member = memberFrom(objectOf(notice, "from"));
+    auto const member = KvPimMember::initWithDict(objectOf(notice, "from"));
     if (auto const channel = findChannel(member.channelId)) {
         channel->onChannelMessageReceived(member.channelId, message, member);
     }

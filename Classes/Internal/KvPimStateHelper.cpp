@@ -1,6 +1,7 @@
 #include "Classes/Internal/KvPimStateHelper.h"
 
 #include "Classes/Catagory/KvJson.h"
+#include "Classes/Internal/KvCollections.h"
 #include "Classes/KvPimChannel.h"
 
 namespace kv {
@@ -26,9 +27,7 @@ void KvPimLocalUserAttributes::clearLocalUserAttributes() {
 }
 
 std::vector<KvPimAttribute> KvPimLocalUserAttributes::pimAttributes() const {
-    std::vector<KvPimAttribute> list;
-    for (auto const& [key, value] : attributes_) list.push_back({key, value});
-    return list;
+    return kv_map(attributes_, [](auto const& key, auto const& value) { return KvPimAttribute{key, value}; });
 }
 
 KvPimOnlinePeersManager::Changes KvPimOnlinePeersManager::onPeersOnlineStatusChanged(
@@ -55,9 +54,7 @@ void KvPimChannelManager::onJoinChannel(std::shared_ptr<KvPimChannel> channel) {
 void KvPimChannelManager::onLeaveChannel(KvPimChannel const& channel) { channelsMap_.erase(channel.channelId()); }
 
 std::vector<std::shared_ptr<KvPimChannel>> KvPimChannelManager::channels() const {
-    std::vector<std::shared_ptr<KvPimChannel>> list;
-    for (auto const& [id, channel] : channelsMap_) list.push_back(channel);
-    return list;
+    return kv_map(channelsMap_, [](auto const&, auto const& channel) { return channel; });
 }
 
 void KvPimStateHelper::subscribeOnlineStatusOf(PeerIds const& peerIds) {

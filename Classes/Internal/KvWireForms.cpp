@@ -10,6 +10,10 @@ namespace {
 
 constexpr std::string_view kDeletedMarker = "!!&@#DELETED#@&!!";
 
+void addUnlessEmpty(json::object& dictionary, std::string_view key, std::string const& text) {
+    if (!text.empty()) dictionary[key] = text;
+}
+
 }  // namespace
 
 json::object attributeMapOf(std::vector<KvPimAttribute> const& attributes) {
@@ -57,15 +61,20 @@ std::vector<std::string> stringsFrom(json::array const* list) {
 }
 
 json::object dictionaryFrom(KvPimMember const& member) {
-    return {{"userId", member.userId}, {"channelId", member.channelId}};
+    json::object dictionary;
+    addUnlessEmpty(dictionary, "userId", member.userId);
+    addUnlessEmpty(dictionary, "channelId", member.channelId);
+    return dictionary;
 }
 
 json::object dictionaryFrom(KvPimInvitation const& invitation) {
-    return {{"inviter", invitation.inviter},
-            {"invitee", invitation.invitee},
-            {"requestInfo", invitation.requestInfo},
-            {"responseInfo", invitation.responseInfo},
-            {"state", invitation.state}};
+    json::object dictionary;
+    addUnlessEmpty(dictionary, "inviter", invitation.inviter);
+    addUnlessEmpty(dictionary, "invitee", invitation.invitee);
+    addUnlessEmpty(dictionary, "requestInfo", invitation.requestInfo);
+    addUnlessEmpty(dictionary, "responseInfo", invitation.responseInfo);
+    dictionary["state"] = invitation.state;
+    return dictionary;
 }
 
 std::shared_ptr<KvPimInvitation> invitationFrom(json::object const* dictionary) {

@@ -26,6 +26,7 @@ std::vector<KvPimAttributeWithState> attributesWithStateFrom(boost::json::object
 /// The texts of a list; null gives none.
 std::vector<std::string> stringsFrom(boost::json::array const* list);
 
+// Without the texts that are empty.
 boost::json::object dictionaryFrom(KvPimMember const& member);
 boost::json::object dictionaryFrom(KvPimInvitation const& invitation);
 std::shared_ptr<KvPimInvitation> invitationFrom(boost::json::object const* dictionary);

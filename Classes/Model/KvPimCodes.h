@@ -1,7 +1,8 @@
-// The states and reasons that delegates are told of. The numbers are permanent.
+// The states and reasons that delegates are told of, and the words of event reports. All of them are permanent.
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 namespace kv {
 
@@ -31,5 +32,14 @@ enum KvPimMemberLeftReason : std::int64_t {
     KvPimMemberLeftReasonQuit = 1,        ///< The member left the channel.
     KvPimMemberLeftReasonDisconnect = 2,  ///< The member's connection ended.
 };
+
+// What was tried, in the event report of a failed attribute operation.
+
+inline constexpr std::string_view KvLoganActionStringGet = "get";
+inline constexpr std::string_view KvLoganActionStringSet = "set";
+inline constexpr std::string_view KvLoganActionStringUpdate = "update";
+inline constexpr std::string_view KvLoganActionStringDelete = "delete";
+inline constexpr std::string_view KvLoganActionStringSub = "sub";
+inline constexpr std::string_view KvLoganActionStringUnsub = "unsub";
 
 }  // namespace kv

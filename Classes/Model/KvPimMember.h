@@ -1,14 +1,23 @@
 #pragma once
 
+#include "Platform/KvExport.h"
+
 #include <string>
+#include <vector>
+
+#include <boost/json/fwd.hpp>
 
 namespace kv {
 
 /// A member of a channel.
-struct KvPimMember {
+struct KV_EXPORT KvPimMember {
     std::string userId;
     std::string channelId;
     bool operator==(KvPimMember const&) const = default;
+    /// The member of {"userId":...,"channelId":...}. What is missing, or no text, is empty; null gives an empty member.
+    static KvPimMember initWithDict(boost::json::object const* dictionary);
+    /// The members of a list of such dictionaries.
+    static std::vector<KvPimMember> membersFromArray(boost::json::array const& dictionaries);
 };
 
 }  // namespace kv

@@ -10,7 +10,8 @@ KvPimResult KvPimResult::resultWithArray(SocketData const& data) {
     auto const& items = data.items();
     if (items.empty()) return result;
     if (auto const* text = items.front().if_string()) result.errorString = *text;
-    if (auto const* response = items.back().if_object()) {
+    bool const isBinary = data.binary(items.back()) != nullptr;
+    if (auto const* response = items.back().if_object(); response != nullptr && !isBinary) {
         result.response = response;
         result.code = asInteger32(valueOf(response, "result"));
     }

@@ -1,10 +1,14 @@
 // The helpers whose exact results end up on the wire and in logs, and the configuration of a login.
 #include "Classes/Catagory/KvJson.h"
 #include "Classes/Catagory/KvString.h"
+#include "Classes/Internal/KvCollections.h"
 #include "Classes/Internal/KvPimLoginParams.h"
 #include "Classes/Internal/KvPimStateHelper.h"
+#include "Classes/Internal/KvWireForms.h"
 #include "Classes/Model/KvPimPeerOnlineStatus.h"
+#include "Classes/Model/KvPimResult.h"
 #include "Classes/Model/KvPimUserAttributes.h"
+#include "SocketIO/SocketData.h"
 
 #include <cmath>
 #include <limits>
@@ -83,6 +87,51 @@ TEST(HelperTest, LogoutEmptiesWhatTheLoginBuiltUp) {
     state.logout();
     EXPECT_TRUE(state.subscribedAttributesPeerIds().empty());
     EXPECT_TRUE(state.localUserAttributes.pimAttributes().empty());
+}
+
+TEST(HelperTest, ListsAreMadeOfCollectionsUntilStopped) {
+    std::vector<int> const numbers{5, 6, 7};
+    auto const half = [](int number, std::size_t, bool&) {
+        return number % 2 == 0 ? std::optional(number / 2) : std::nullopt;
+    };
+    EXPECT_EQ(kv_map(numbers, half), (std::vector<std::optional<int>>{std::nullopt, 3, std::nullopt}));
+    EXPECT_TRUE(kv_map(std::vector<int>(), half).empty());
+    EXPECT_EQ(kv_map(numbers,
+                     [](int, std::size_t index, bool& stop) {
+                         stop = index == 1;
+                         return index;
+                     }),
+              (std::vector<std::size_t>{0, 1}));
+    json::object const dictionary{{"b", 1}, {"a", 2}, {"c", 3}};
+    EXPECT_EQ(kv_map(dictionary, [](auto const& key, auto const&) { return std::string(key); }),
+              (std::vector<std::string>{"b", "a", "c"}));
+    std::string seen;
+    kv_each(dictionary, [&](auto const& key, auto const& value, bool& stop) {
+        seen += key;
+        stop = value == 2;
+    });
+    EXPECT_EQ(seen, "ba");
+}
+
+TEST(HelperTest, RecordsAreReadAndWrittenWithoutWhatTheyLack) {
+    KvPimInvitation invitation;
+    invitation.inviter = "anna";
+    invitation.invitee = "ben";
+    EXPECT_EQ(dictionaryFrom(invitation), (json::object{{"inviter", "anna"}, {"invitee", "ben"}, {"state", 0}}));
+    invitation.responseInfo = "yes";
+    EXPECT_EQ(dictionaryFrom(invitation).at("responseInfo"), "yes");
+    json::array const dictionaries{{{"channelId", "c"}, {"userId", "anna"}}, {{"userId", 7}, {"channelId", "c"}}, 7};
+    auto const members = KvPimMember::membersFromArray(dictionaries);
+    EXPECT_EQ(members, (std::vector<KvPimMember>{{"anna", "c"}, {"", "c"}, {"", ""}}));
+    EXPECT_EQ(dictionaryFrom(members[1]), (json::object{{"channelId", "c"}}));
+}
+
+// On the wire binary data are a placeholder, which looks like a dictionary.
+TEST(HelperTest, BytesAreNoDictionaryOfAnAnswer) {
+    json::array const items{{{"_placeholder", true}, {"num", 0}}};
+    std::vector<KvData> const attachments{makeData(std::string("\1\2"))};
+    EXPECT_EQ(KvPimResult::resultWithArray(SocketData(items, attachments)).code, -1);
+    EXPECT_EQ(KvPimResult::resultWithArray(SocketData(items, {})).code, 0);  // no attachment: it is one
 }
 
 TEST(HelperTest, RecordsHaveATextForm) {

@@ -63,5 +63,29 @@ TEST(Reports, OfASessionReachTheCollectorAndAreKept) {
                                                    {"ConnectState", 3}}));
 }
 
+// A batch of attributes whose reader is gone is nobody's failure; what else a client asked for still is.
+TEST(Reports, OfUnansweredRequestsOutliveTheirClientOrNot) {
+    Service service;
+    auto const queue = KvMainQueue::create(KvMainQueue::Time::manual);
+    Person person(service.url(), "vanished", queue);
+    ASSERT_TRUE(person.login());
+    service.answer("getPeersUserAttributes", nullptr);
+    service.answer("queryPeersOnlineStatus", nullptr);
+    person.kit->getPeersUserAttributes({"bob"}, {});
+    person.kit->queryPeersOnlineStatus({"bob"}, {});
+    person.kit.reset();
+    queue->advance(7s);
+    LoganManager::sharedInstance().drain();
+    std::vector<std::string> failures;
+    for (auto const& file : fs::directory_iterator(person.cachesDirectory + "/logan")) {
+        for (auto const& line : linesOf(file.path())) {
+            bool const isOfPerson = line.find("vanished") != std::string::npos;
+            if (isOfPerson && line.find("UserAttributes") != std::string::npos) failures.push_back(line);
+        }
+    }
+    ASSERT_EQ(failures.size(), 1u);
+    EXPECT_NE(failures[0].find("queryPeersOnlineStatus"), std::string::npos);
+}
+
 }  // namespace
 }  // namespace kv::test

@@ -2,6 +2,8 @@
 #include "Person.h"
 #include "support/ScriptedServer.h"
 
+#include <optional>
+
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
 
@@ -261,6 +263,43 @@ TEST_P(SessionTest, ALogoutDuringTheWaitForAnAttemptEndsTheCycle) {
     EXPECT_EQ(alice.states.back(), (States::value_type{1, 6}));
     queue->advance(30s);
     EXPECT_EQ(alice.kit->stateManager().state, KvPimConnectionStateDisconnected);
+}
+
+// The attempt that goes before the logout fails the moment it is made: there must be something left to log out from.
+TEST_P(SessionTest, ALogoutBehindARefusedAttemptIsTold) {
+    std::optional<Service> dying(std::in_place);
+    Person bob(dying->url(), "bob", queue, GetParam());
+    for (int round = 0; round < 5; ++round) {
+        ASSERT_TRUE(bob.login());
+        int const port = dying->port();
+        dying.reset();
+        EXPECT_TRUE(waitFor([&] { return bob.kit->stateManager().state == KvPimConnectionStateDisconnected; }));
+        std::int64_t code = -1;
+        bob.kit->logoutWithCompletion([&](std::int64_t result) { code = result; });
+        queue->advance(1s);
+        EXPECT_TRUE(waitFor([&] { return code == 0; }));
+        EXPECT_EQ(bob.states, (States{{2, 1}, {3, 2}, {4, 5}, {1, 6}}));
+        EXPECT_EQ(bob.kit->stateManager().state, KvPimConnectionStateDisconnected);
+        EXPECT_EQ(bob.kit->getDebugInfo().size(), 2u);
+        bob.states.clear();
+        dying.emplace(port);
+    }
+}
+
+TEST_P(SessionTest, AnotherDelegateMayTakeOver) {
+    auto const successor = std::make_shared<KvPimDelegate>();
+    States told;
+    successor->connectionStateChanged = [&](KvPimKit&, std::int64_t state, std::int64_t reason) {
+        told.emplace_back(state, reason);
+    };
+    ASSERT_TRUE(alice.login());
+    EXPECT_EQ(alice.kit->delegate(), alice.delegate);
+    EXPECT_EQ(alice.kit->apiServer(), service.url());
+    EXPECT_EQ(alice.kit->brivelServer(), service.url());
+    alice.kit->setDelegate(successor);
+    EXPECT_EQ(alice.codeOf([&](auto done) { alice.kit->logoutWithCompletion(done); }), 0);
+    EXPECT_EQ(alice.states, (States{{2, 1}, {3, 2}}));
+    EXPECT_EQ(told, (States{{1, 6}}));
 }
 
 TEST_P(SessionTest, RenewalReplacesTheTokenOfConnectionsToCome) {

@@ -48,6 +48,7 @@ TEST(Console, BadLinesAreToldByNumberAndTheNextLineIsRead) {
         {R"(login)", "not JSON*"},
         {R"({"op":"state")", "not JSON*"},
         {"{\"op\":\"state\",\"id\":\"\xff\"}", "not JSON*"},
+        {R"({"op":"state","id":[{"a":-1e999}]})", "a number is out of range"},
         {R"(["op"])", "not a JSON object"},
         {R"({"id":1})", R"(\"op\" is missing)"},
         {R"({"op":1})", R"(\"op\" must be *)"},

@@ -114,6 +114,13 @@ TEST_F(LoganFileManager, OffersTheOldestFileWithSomethingInItAndTheCurrentOneLas
     EXPECT_EQ(names(directory + "_bak"), (std::vector<std::string>{"aa", "zz"}));
 }
 
+TEST_F(LoganFileManager, MakesItsDirectoriesWithoutBeingAsked) {
+    open();
+    files->drain();
+    EXPECT_EQ(names(directory), std::vector<std::string>{"logan"});
+    EXPECT_TRUE(names(directory + "_bak").empty());
+}
+
 TEST_F(LoganFileManager, DeletesUploadedFilesWithoutBackup) {
     open(false);
     write(1);

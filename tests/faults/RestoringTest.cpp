@@ -97,6 +97,16 @@ TEST_P(Restoring, RefusalsLeaveTurnsForOtherWork) {
     EXPECT_TRUE(session.waitFor([&] { return asked() > after; })) << "it has given up";
 }
 
+TEST_P(Restoring, AChannelThatWasDestroyedIsNotAskedForAgain) {
+    ASSERT_TRUE(session.begin());
+    EXPECT_TRUE(session.alice.kit->destroyChannelWithId("lobby"));
+    auto const before = asked();
+    service.control("drop", {{"userId", "alice"}});
+    EXPECT_TRUE(session.waitFor([&] { return session.isConnected() && asked() == before + 4; }));
+    for (int turn = 0; turn < 100; ++turn) session.alice.queue->advance(100ms);
+    EXPECT_EQ(asked(), before + 4);  // one join beside the other three
+}
+
 // Answers that were still to come when a login ended belong to it, not to the one that follows.
 TEST_P(Restoring, OneLoginRestoresNothingOfAnother) {
     ASSERT_TRUE(session.begin());

@@ -57,6 +57,23 @@ TEST_F(WorkQueue, ItemsMayAddItems) {
     EXPECT_EQ(order, "ab");
 }
 
+// What an item begins, say a connection, the next one finds begun: nothing that was posted meanwhile has ended it.
+TEST_F(WorkQueue, LetsNothingGetBetweenTwoItems) {
+    for (bool const hasWaited : {false, true}) {
+        work->add([this, hasWaited]() -> KvWork {
+            if (hasWaited) co_await KvDelay{*queue, 1s};
+            queue->post([this] { order += 'c'; });
+            order += 'a';
+        });
+        work->add([this]() -> KvWork {
+            order += 'b';
+            co_return;
+        });
+        queue->advance(1s);
+    }
+    EXPECT_EQ(order, "abcabc");
+}
+
 TEST_F(WorkQueue, EndsItemsWhereTheyWaitAndDropsTheOthers) {
     auto const witness = std::make_shared<int>();
     auto const signal = std::make_shared<KvSignal>(queue);
@@ -90,7 +107,10 @@ TEST_F(WorkQueue, MayBeDestroyedByTheItemAtWork) {
             auto const text = std::make_unique<std::string>("still here ");
             if (hasWaited) co_await KvDelay{*queue, 1s};
             work.reset();
+            queue->poll();  // as a dialogue in a callback does
             order += *text;
+            co_await KvDelay{*queue, 0s};
+            order += "no more";
         });
         work->add([this]() -> KvWork {
             order += "dropped";

@@ -4,6 +4,7 @@
 // id included, is done in the background, in the order of the calls.
 #pragma once
 
+#include "Classes/Model/KvPimCodes.h"
 #include "Classes/Model/KvPimOptions.h"
 #include "Platform/KvClock.h"
 #include "Platform/KvExport.h"
@@ -21,13 +22,6 @@
 namespace kv {
 
 class WnDataCollectManager;
-
-inline constexpr std::string_view KvLoganActionStringGet = "get";
-inline constexpr std::string_view KvLoganActionStringSet = "set";
-inline constexpr std::string_view KvLoganActionStringUpdate = "update";
-inline constexpr std::string_view KvLoganActionStringDelete = "delete";
-inline constexpr std::string_view KvLoganActionStringSub = "sub";
-inline constexpr std::string_view KvLoganActionStringUnsub = "unsub";
 
 class KV_EXPORT LoganManager final {
 public:

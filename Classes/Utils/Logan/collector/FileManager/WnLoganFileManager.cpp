@@ -68,7 +68,12 @@ WnLoganFileManager::WnLoganFileManager(std::string loganDirPath, bool backup, st
       loganDirPath_(std::move(loganDirPath)),
       loganBackupDirPath_(loganDirPath_ + "_bak"),
       loganFileToWrite_(loganDirPath_ + "/" + kCurrentName),
-      clock_(std::move(clock)) {}
+      clock_(std::move(clock)) {
+    queue_.async([this] {
+        std::lock_guard lock(filelock_);
+        openOnce();
+    });
+}
 
 WnLoganFileManager::~WnLoganFileManager() {
     drain();

@@ -22,7 +22,7 @@ namespace kv {
 
 class KV_EXPORT WnLoganFileManager final : public WnLoganFileProtocol {
 public:
-    /// Does nothing on the disk before the first record or question.
+    /// Makes the directories and the current file soon, in the background.
     /// @param backup  whether uploaded files are kept.
     WnLoganFileManager(std::string loganDirPath, bool backup, std::shared_ptr<KvClock> clock = KvClock::real());
     ~WnLoganFileManager() override;
