@@ -33,13 +33,19 @@ enum KvPimMemberLeftReason : std::int64_t {
     KvPimMemberLeftReasonDisconnect = 2,  ///< The member's connection ended.
 };
 
-// What was tried, in the event report of a failed attribute operation.
+// What was tried, in the event report of a failed operation with attributes or peers.
 
+/// Attributes were read.
 inline constexpr std::string_view KvLoganActionStringGet = "get";
+/// All attributes were replaced.
 inline constexpr std::string_view KvLoganActionStringSet = "set";
+/// Attributes were added or changed.
 inline constexpr std::string_view KvLoganActionStringUpdate = "update";
+/// Attributes were removed.
 inline constexpr std::string_view KvLoganActionStringDelete = "delete";
+/// Peers were subscribed to.
 inline constexpr std::string_view KvLoganActionStringSub = "sub";
+/// A subscription to peers was ended.
 inline constexpr std::string_view KvLoganActionStringUnsub = "unsub";
 
 }  // namespace kv
