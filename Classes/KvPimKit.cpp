@@ -44,8 +44,11 @@ std::shared_ptr<KvPimKit> KvPimKit::initWithAppId(std::string appId, std::weak_p
     auto impl = std::make_shared<KvPimKitImpl>(std::move(appId), std::move(delegate), std::move(options));
     if (!isValidApiServer(impl->apiServer)) return nullptr;
     impl->debugInfo.getApiServer(impl->apiServer);
-    auto kit = std::shared_ptr<KvPimKit>(new KvPimKit(impl));
+    auto const object = std::shared_ptr<KvPimKit>(new KvPimKit(impl));
+    // Counted apart from what a callback holds, which must not look like the application's own.
+    std::shared_ptr<KvPimKit> kit(object.get(), [held = object](KvPimKit*) mutable { held.reset(); });
     impl->kit = kit;
+    impl->object = object;
     return kit;
 }
 

@@ -81,7 +81,7 @@ auto payloadOfIds(std::vector<std::string> const& ids) {
 /// Reads a batch of users' attributes. Without the client there is nobody to hand it to: the completion is dropped.
 auto readingPeers(std::weak_ptr<KvPimKitImpl> client, KvPimKit::PeersAttributesCompletion done) {
     return [client = std::move(client), done = std::move(done)](std::int64_t code, KvPimResult const* result) {
-        if (client.expired()) return;
+        if (!KvPimKitImpl::living(client)) return;
         std::optional<std::vector<KvPimUserAttributes>> users;
         if (code == 0) {
             users.emplace();

@@ -28,6 +28,11 @@ public:
 
     KvPimKitImpl(std::string appId, std::weak_ptr<KvPimDelegate> delegate, KvPimOptions options);
     ~KvPimKitImpl();
+    /// The client, if the application still holds it. What is at work in it may keep the inside for longer.
+    static std::shared_ptr<KvPimKitImpl> living(std::weak_ptr<KvPimKitImpl> const& client) {
+        auto inside = client.lock();
+        return inside && !inside->kit.expired() ? inside : nullptr;
+    }
 
     // ---- Session (KvPimSession.cpp)
     void loginByToken(std::string token, std::int64_t timeStamp, std::string userId, Completion done);
@@ -63,7 +68,8 @@ public:
     std::shared_ptr<KvMainQueue> const mainQueue;
     std::shared_ptr<KvMainQueue> const engine;
     KvPimOptions const options;
-    std::weak_ptr<KvPimKit> kit;
+    std::weak_ptr<KvPimKit> kit;     // expires the moment the application lets go, also in the middle of a callback
+    std::weak_ptr<KvPimKit> object;  // the same one, for as long as a callback has it
 
     std::uint64_t loginNumber = 0;  // counts logouts: tells one login from the next
     std::int32_t connectIndex = 0;  // into the table of reconnection delays
@@ -138,7 +144,7 @@ void KvPimKitImpl::requestOn(std::shared_ptr<SocketIOClient> const& on, KvOperat
         auto const& report = operation.report;
         bool const first = report.order == KvReport::Order::beforeCompletion;
         bool const isAnswer = result != nullptr;
-        bool const isReported = code != 0 && !(report.needsClient && weak.expired());
+        bool const isReported = code != 0 && !(report.needsClient && !living(weak));
         bool const differs = report.codeOfInvalidArgument != 0 && !isAnswer && code == operation.invalidArgument;
         auto const reported = differs ? report.codeOfInvalidArgument : code;
         if (isReported && first) report.failure(reported, isAnswer, channelId);
@@ -157,9 +163,9 @@ void KvPimKitImpl::requestOn(std::shared_ptr<SocketIOClient> const& on, KvOperat
 
 template <auto Member, class... Arguments>
 bool KvPimKitImpl::tell(Arguments const&... arguments) {
-    auto const client = kit.lock();
+    auto const client = object.lock();
     auto const listener = delegate.lock();
-    if (!client || !listener || !((*listener).*Member)) return false;
+    if (kit.expired() || !client || !listener || !((*listener).*Member)) return false;
     ((*listener).*Member)(*client, arguments...);
     return true;
 }

@@ -81,14 +81,14 @@ void KvPimKitImpl::reconnect() {
 }
 
 KvWork KvPimKitImpl::reconnectAfterDelay(std::weak_ptr<KvPimKitImpl> client) {
-    auto self = client.lock();
+    auto self = living(client);
     if (!self || !self->stateManager->login) co_return;
     auto const mainQueue = self->mainQueue;
     auto const delay = kConnectInterval[static_cast<std::size_t>(self->connectIndex)];
     self.reset();  // the application may let go of the client meanwhile
     co_await KvDelay{*mainQueue, delay};
 
-    self = client.lock();
+    self = living(client);
     if (!self) co_return;
     if (self->stateManager->state != KvPimConnectionStateReconnecting) {
         self->tell<&KvPimDelegate::connectionStateChanged>(KvPimConnectionStateReconnecting,
@@ -125,7 +125,7 @@ template <class Again>
 void KvPimKitImpl::retryAtNextTurn(std::uint64_t login, Again again) {
     if (login != loginNumber) return;
     mainQueue->post([weak = weak_from_this(), login, again = std::move(again)] {
-        if (auto const self = weak.lock(); self && self->loginNumber == login) again(*self);
+        if (auto const self = living(weak); self && self->loginNumber == login) again(*self);
     });
 }
 
@@ -142,7 +142,7 @@ void KvPimKitImpl::restoreJoinedChannels(Channels channels) {
         channel->joinWithCompletion([weak = weak_from_this(), login = loginNumber, group, channel](std::int64_t code) {
             if (code != 0) group->failed.push_back(channel);
             if (--group->open > 0 || group->failed.empty()) return;
-            if (auto const self = weak.lock()) {
+            if (auto const self = living(weak)) {
                 self->retryAtNextTurn(login,
                                       [group](KvPimKitImpl& client) { client.restoreJoinedChannels(group->failed); });
             }
@@ -152,10 +152,10 @@ void KvPimKitImpl::restoreJoinedChannels(Channels channels) {
 
 template <auto Operation, class List>
 void KvPimKitImpl::restore(List const& list) {
-    auto const client = kit.lock();
+    auto const client = object.lock();
     if (!stateManager->login || list.empty() || !client) return;
     ((*client).*Operation)(list, [weak = weak_from_this(), login = loginNumber, list](std::int64_t code) {
-        auto const self = weak.lock();
+        auto const self = living(weak);
         if (code == 0 || !self) return;
         self->retryAtNextTurn(login, [list](KvPimKitImpl& again) { again.restore<Operation>(list); });
     });

@@ -61,7 +61,7 @@ void KvPimKitImpl::registerCallback() {
     auto const subscribing = socket.lock();
     for (auto const& [event, handler] : kHandlers) {
         subscribing->on(event, [weak = weak_from_this(), handler = handler](SocketData const& data) {
-            if (auto const self = weak.lock()) (self.get()->*handler)(data);
+            if (auto const self = living(weak)) (self.get()->*handler)(data);
         });
     }
 }

@@ -65,7 +65,7 @@ KvWork KvPimKitImpl::login(std::weak_ptr<KvPimKitImpl> client, json::object conf
         std::optional<std::string> server;
         std::int64_t elapsed = 0;
     };
-    auto self = client.lock();
+    auto self = living(client);
     if (!self) co_return;
     auto const found = std::make_shared<Discovery>();
     auto const discovered = std::make_shared<KvSignal>(self->mainQueue);
@@ -80,7 +80,7 @@ KvWork KvPimKitImpl::login(std::weak_ptr<KvPimKitImpl> client, json::object conf
     self.reset();  // the application may let go of the client meanwhile
     co_await KvSignal::Wait{discovered};
 
-    self = client.lock();
+    self = living(client);
     if (!self) co_return;
     LoganManager::sharedInstance().setTsGetServers(found->elapsed);
     self->brivelServer = found->server.value_or("");
@@ -105,7 +105,7 @@ void KvPimKitImpl::loginWithConfig(json::object const& config, Completion done) 
     connectIndex = 0;
     reporter.setTsConnectServer(currentTimeStamp());
     socket.lock()->connectWithTimeoutAfter(kConnectTimeout, [weak = weak_from_this(), done = std::move(done)] {
-        auto const self = weak.lock();
+        auto const self = living(weak);
         if (!self) return;
         // The attempt goes on: what becomes of it decides the state, and answers the login once more.
         complete(done, KvPimLoginErrorTimeout);
@@ -167,7 +167,7 @@ void KvPimKitImpl::logoutWithCompletion(Completion done) {
     // A client that is destroyed before its turn is as logged out as can be.
     auto owed = std::make_shared<KvOwedCompletion>(mainQueue, std::move(done), 0);
     queue.add([weak = weak_from_this(), owed = std::move(owed), start]() -> KvWork {
-        auto const self = weak.lock();
+        auto const self = living(weak);
         if (!self) co_return;
         self->cleanResourcesAfterLogout();
         complete(owed->take(), 0);

@@ -211,8 +211,18 @@ Scene::Action thenDestroy(Scene::Action action) {
         scene.destroy();
     };
 }
-std::vector<Turn> const kAll{
-    {"destruction", &Scene::destroy}, {"everything", startAll}, {"everything, destruction", thenDestroy(startAll)}};
+// As a dialogue does that the application shows there.
+Scene::Action thenRunTheQueue(Scene::Action action) {
+    return [action = std::move(action)](Scene& scene) {
+        action(scene);
+        for (int turn = 0; turn < 5; ++turn) scene.queue().poll();
+    };
+}
+std::vector<Turn> const kAll{{"destruction", &Scene::destroy},
+                             {"destruction, other turns", thenRunTheQueue(&Scene::destroy)},
+                             {"everything", startAll},
+                             {"everything, other turns", thenRunTheQueue(startAll)},
+                             {"everything, destruction", thenDestroy(startAll)}};
 std::vector<Turn> const& each() {
     static auto const turns = [] {
         auto list = kAll;

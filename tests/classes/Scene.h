@@ -49,6 +49,7 @@ public:
         kit().getPimInvitationKit()->setDelegate(invitations_);
     }
 
+    KvMainQueue& queue() { return *person_.queue; }
     KvPimKit& kit() { return *person_.kit; }
     KvPimChannel& channel() { return *channel_; }
     bool isAlive() const { return person_.kit != nullptr; }
