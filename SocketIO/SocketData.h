@@ -4,6 +4,8 @@
 #include "Platform/KvData.h"
 #include "Platform/KvExport.h"
 
+#include <functional>
+#include <utility>
 #include <vector>
 
 #include <boost/json/array.hpp>
@@ -25,23 +27,44 @@ struct KV_EXPORT SocketItems {
     boost::json::value binary(KvData data);
 };
 
+/// Answers one event of the server that asks for an answer (there, `socket.emit(name, ..., callback)`). May be kept and
+/// copied; belongs to the main queue. The first call answers, further ones do nothing, as does one after the connection
+/// that the question came over has ended.
+class KV_EXPORT SocketAnswer {
+public:
+    SocketAnswer() = default;
+    explicit SocketAnswer(std::function<void(SocketItems const&)> send) : send_(std::move(send)) {}
+    /// Whether the server asked.
+    explicit operator bool() const { return send_ != nullptr; }
+    /// Sends the answer. Does nothing when nobody asked.
+    void operator()(SocketItems const& items) const {
+        if (send_) send_(items);
+    }
+
+private:
+    std::function<void(SocketItems const&)> send_;
+};
+
 /// The items of a received packet (without the event's name). Lives for the time of the call that it is handed to:
 /// whoever needs a value longer copies it. Attachments are shared, so keeping one costs nothing.
 class KV_EXPORT SocketData {
 public:
     /// Refers to both; copies nothing.
-    SocketData(boost::json::array const& items, std::vector<KvData> const& attachments)
-        : items_(items), attachments_(attachments) {}
+    SocketData(boost::json::array const& items, std::vector<KvData> const& attachments, SocketAnswer answer = {})
+        : items_(items), attachments_(attachments), answer_(std::move(answer)) {}
 
     /// The values, with placeholders where binary data were.
     boost::json::array const& items() const { return items_; }
     /// The bytes that `value` stands for, or null when it is not binary data. An object that only looks like a
     /// placeholder, without an attachment of its number, is not binary data.
     KvData binary(boost::json::value const& value) const;
+    /// Answers an event, now or later; empty when the server asked for no answer.
+    SocketAnswer const& answer() const { return answer_; }
 
 private:
     boost::json::array const& items_;
     std::vector<KvData> const& attachments_;
+    SocketAnswer answer_;
 };
 
 }  // namespace kv

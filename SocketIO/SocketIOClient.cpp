@@ -8,22 +8,29 @@
 
 namespace kv {
 namespace json = boost::json;
+namespace {
+
+// The names that a Socket.IO library gives events of its own, and does not take from the other side.
+constexpr std::string_view kReserved[] = {"connect",       "connect_error", "disconnect",
+                                          "disconnecting", "newListener",   "removeListener"};
+constexpr std::size_t kUsualAttachments = 10;  // what the reference server takes unless it is told otherwise
+
+}  // namespace
 
 // Joins a socket to one connection, until either drops it.
-class SocketIOClient::Impl::Link final : public sio::ConnectionListener {
+class SocketIOClient::Impl::Link final : public sio::ConnectionListener, public std::enable_shared_from_this<Link> {
 public:
     explicit Link(Impl& owner) : owner_(&owner) {}
 
     void onPacket(sio::ReceivedPacket const& packet) override {
         auto const keep = owner_->socket->shared_from_this();  // a handler may drop the socket
-        SocketData const data(packet.items, packet.attachments);
         switch (packet.kind) {
             case sio::ReceivedPacket::Kind::connected:
                 return owner_->onConnected(*this, packet.name);
             case sio::ReceivedPacket::Kind::event:
-                return owner_->deliver(this, packet.name, data);
+                return owner_->onEvent(shared_from_this(), packet);
             case sio::ReceivedPacket::Kind::ack:
-                return owner_->acks->answer(packet.id, data);
+                return owner_->acks->answer(packet.id, SocketData(packet.items, packet.attachments));
         }
     }
 
@@ -66,7 +73,7 @@ void SocketIOClient::Impl::connect() {
     if (status == SocketStatus::connecting || status == SocketStatus::connected || isAbandoned) return;
     status = SocketStatus::connecting;
     link_ = std::make_shared<Link>(*this);
-    link_->connection = std::make_shared<sio::Connection>(url, config, mainQueue, engine);
+    link_->connection = std::make_shared<sio::Connection>(url, config, names, mainQueue, engine);
     link_->connection->start(link_);
 }
 
@@ -80,7 +87,7 @@ void SocketIOClient::Impl::leave() {
 void SocketIOClient::Impl::disconnect() {
     if (!link_) return;
     leave();
-    deliverText("disconnect", "Namespace leave");
+    deliverText("disconnect", sio::kNamespaceLeave);
 }
 
 void SocketIOClient::Impl::abandon() {
@@ -101,6 +108,46 @@ void SocketIOClient::Impl::onConnected(Link const& link, std::string_view sessio
     deliver(&link, "connect", SocketData({}, {}));
 }
 
+void SocketIOClient::Impl::onEvent(std::shared_ptr<Link> const& link, sio::ReceivedPacket const& packet) {
+    std::string_view const name = packet.name;
+    if (name == "connect" || name == "error") return;  // which this side alone can tell
+    if (!handlers.contains(name)) return;
+    json::array late;  // of an event whose handler was not there yet when it came
+    if (!packet.unread.empty()) {
+        if (auto const problem = sio::readItems(packet.unread, true, late); !problem.empty()) return log(problem);
+    }
+    auto const& items = packet.unread.empty() ? packet.items : late;
+    auto const* reason = items.empty() ? nullptr : items.front().if_string();
+    if (name == "disconnect" && reason && sio::isOwnReason(*reason)) return;
+    deliver(link.get(), name, SocketData(items, packet.attachments, answerTo(link, packet.id)));
+}
+
+SocketAnswer SocketIOClient::Impl::answerTo(std::shared_ptr<Link> const& link, std::optional<std::uint64_t> id) {
+    if (!id) return {};
+    return SocketAnswer([weak = std::weak_ptr(link), id = *id, isSent = std::make_shared<bool>(false),
+                         log = config.log](SocketItems const& items) {
+        auto const asked = weak.lock();
+        if (!asked || !asked->connection || std::exchange(*isSent, true)) return;
+        std::string text;
+        sio::writeAck(text, items, id);
+        auto const never = std::chrono::steady_clock::time_point::max();
+        if (!asked->connection->put(text, items.attachments, never) && log)
+            log("Too much waits to be sent: dropped an answer to the server");
+    });
+}
+
+void SocketIOClient::Impl::log(std::string_view line) const {
+    if (config.log) config.log(line);
+}
+
+void SocketIOClient::Impl::addHandler(std::string event, Handler handler) {
+    names->add(event);
+    auto& list = handlers[std::move(event)];
+    auto longer = list ? *list : std::vector<Handler>();
+    longer.push_back(std::move(handler));
+    list = std::make_shared<std::vector<Handler> const>(std::move(longer));
+}
+
 void SocketIOClient::Impl::send(std::string_view event, SocketItems const& items, std::optional<std::uint64_t> ackId,
                                 std::chrono::steady_clock::time_point expires) {
     if (status != SocketStatus::connected) {
@@ -109,14 +156,18 @@ void SocketIOClient::Impl::send(std::string_view event, SocketItems const& items
         });
         return;
     }
+    if (std::ranges::find(kReserved, event) != std::end(kReserved))
+        log("Sent the event " + std::string(event) + ", whose name is reserved: servers refuse it");
+    if (items.attachments.size() > kUsualAttachments)
+        log("Sent " + std::to_string(items.attachments.size()) +
+            " attachments at once: many servers refuse more than 10");
     thread_local std::string text;
     constexpr std::size_t kMostKept = 64u << 10;
     if (text.capacity() > kMostKept) text = {};
     text.clear();
     sio::writeEvent(text, event, items, ackId);
-    if (!link_->connection->put(text, items.attachments, expires) && config.log) {
-        config.log("Too much waits to be sent: dropped the event " + std::string(event));
-    }
+    if (!link_->connection->put(text, items.attachments, expires))
+        log("Too much waits to be sent: dropped the event " + std::string(event));
 }
 
 void SocketIOClient::Impl::deliver(Link const* link, std::string_view event, SocketData const& data) {
@@ -142,10 +193,7 @@ SocketIOClient::~SocketIOClient() = default;
 void SocketIOClient::on(std::string event, Handler handler) {
     impl_->assertMainThread();
     if (!handler) return;
-    auto& handlers = impl_->handlers[std::move(event)];
-    auto list = handlers ? *handlers : std::vector<Handler>();
-    list.push_back(std::move(handler));
-    handlers = std::make_shared<std::vector<Handler> const>(std::move(list));
+    impl_->addHandler(std::move(event), std::move(handler));
 }
 
 void SocketIOClient::connect() {
@@ -172,6 +220,11 @@ std::string const& SocketIOClient::sid() const {
 SocketStatus SocketIOClient::status() const {
     impl_->assertMainThread();
     return impl_->status;
+}
+
+std::uint64_t SocketIOClient::unaskedAcknowledgements() const {
+    impl_->assertMainThread();
+    return impl_->acks->unasked();
 }
 
 void SocketIOClient::emit(std::string_view event, SocketItems const& items) {

@@ -7,6 +7,7 @@
 #include "SocketIO/SocketData.h"
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -58,8 +59,11 @@ public:
     std::string const& sid() const;
     /// How far the socket is at this moment.
     SocketStatus status() const;
+    /// How many acknowledgements came that answer nothing that was ever asked: signs of a server that is broken.
+    std::uint64_t unaskedAcknowledgements() const;
 
-    /// Sends an event. While the socket is not connected nothing is sent and "error" is delivered.
+    /// Sends an event. While the socket is not connected nothing is sent and "error" is delivered. Reserved names
+    /// ("connect", "disconnect", ...) and more than ten attachments, which many servers refuse, are told to the log.
     void emit(std::string_view event, SocketItems const& items);
     /// Prepares an event that the server is to acknowledge: `timingOutAfter` of the result sends it.
     Acknowledgement emitWithAck(std::string_view event, SocketItems items);

@@ -4,6 +4,7 @@
 #include "SocketIO/SocketIOClient.h"
 #include "SocketIO/SocketManager.h"
 #include "SocketIO/core/AckTable.h"
+#include "SocketIO/core/EventNames.h"
 #include "SocketIO/transport/Connection.h"
 
 #include <functional>
@@ -31,6 +32,7 @@ public:
     void callIfStillConnecting(std::chrono::duration<double> timeout, std::function<void()> handler);
     void send(std::string_view event, SocketItems const& items, std::optional<std::uint64_t> ackId,
               std::chrono::steady_clock::time_point expires);
+    void addHandler(std::string event, Handler handler);
     void assertMainThread() const;
 
     SocketIOClient* socket = nullptr;  // whose inside this is
@@ -45,16 +47,16 @@ public:
 
     // A list is replaced, never changed: handlers may add handlers while it runs.
     using Handlers = std::shared_ptr<std::vector<Handler> const>;
-    struct Hash {
-        using is_transparent = void;
-        std::size_t operator()(std::string_view text) const { return std::hash<std::string_view>()(text); }
-    };
-    std::unordered_map<std::string, Handlers, Hash, std::equal_to<>> handlers;
+    std::unordered_map<std::string, Handlers, sio::TextHash, std::equal_to<>> handlers;
+    std::shared_ptr<sio::EventNames> const names = std::make_shared<sio::EventNames>();  // of `handlers`
 
 private:
     class Link;
 
     void onConnected(Link const& link, std::string_view sessionId);
+    void onEvent(std::shared_ptr<Link> const& link, sio::ReceivedPacket const& packet);
+    SocketAnswer answerTo(std::shared_ptr<Link> const& link, std::optional<std::uint64_t> id);
+    void log(std::string_view line) const;
     void deliver(Link const* link, std::string_view event, SocketData const& data);
     void deliverText(std::string_view event, std::string_view text);
 

@@ -35,8 +35,12 @@ AckTable::Pending AckTable::add(std::chrono::duration<double> timeout, Handler d
     return {id, deadline};
 }
 
-void AckTable::answer(std::uint64_t id, SocketData const& data) {
-    auto const entry = handlers_.extract(id);
+void AckTable::answer(std::optional<std::uint64_t> id, SocketData const& data) {
+    if (!id || *id >= nextId_) {
+        ++unasked_;
+        return;
+    }
+    auto const entry = handlers_.extract(*id);
     if (!entry.empty() && entry.mapped()) entry.mapped()(data);
 }
 

@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -32,8 +33,10 @@ public:
 
     /// Ids are never used twice, so an answer to a lost connection cannot be taken for another one's.
     Pending add(std::chrono::duration<double> timeout, Handler done);
-    /// An answer without a pending acknowledgement comes too late and is dropped.
-    void answer(std::uint64_t id, SocketData const& data);
+    /// An answer without a pending acknowledgement comes too late and is dropped; one that never was asked for is
+    /// counted too.
+    void answer(std::optional<std::uint64_t> id, SocketData const& data);
+    std::uint64_t unasked() const { return unasked_; }
     std::size_t size() const { return handlers_.size(); }
 
 private:
@@ -46,6 +49,7 @@ private:
     // Weak: the queue's timer holds the table.
     std::weak_ptr<KvMainQueue> const queue_;
     std::uint64_t nextId_ = 0;
+    std::uint64_t unasked_ = 0;
     std::unordered_map<std::uint64_t, Handler> handlers_;
     std::vector<Entry> deadlines_;  // a heap, the earliest first; those of answered ones are cleared out in bulk
     KvQueueTimer timer_;

@@ -9,15 +9,20 @@
 namespace kv::sio {
 namespace {
 
-constexpr int kRawDeflate = -15;  // no zlib header, the largest window
+constexpr int kRawDeflate = -1;  // times the bits of the window: no zlib header
+constexpr int kLargestWindow = 15;
 constexpr std::size_t kFirstOutput = 4096;
+// A few kilobytes can be made to inflate to a thousand times as much; what people write inflates to tens.
+constexpr std::size_t kMostRatio = 100;
+constexpr std::size_t kFreeOfRatio = 4u << 20;
 constexpr std::array<std::uint8_t, 4> kTail = {0x00, 0x00, 0xFF, 0xFF};  // what the sender cuts off each message
 
 // Contexts are not kept from message to message, so all connections of a thread share one.
 class Deflater {
 public:
-    Deflater() {
-        if (deflateInit2(&stream_, Z_DEFAULT_COMPRESSION, Z_DEFLATED, kRawDeflate, 8, Z_DEFAULT_STRATEGY) != Z_OK) {
+    explicit Deflater(int windowBits) {
+        if (deflateInit2(&stream_, Z_DEFAULT_COMPRESSION, Z_DEFLATED, kRawDeflate * windowBits, 8,
+                         Z_DEFAULT_STRATEGY) != Z_OK) {
             throw std::bad_alloc();
         }
     }
@@ -40,15 +45,17 @@ private:
 
 }  // namespace
 
-void deflateMessage(std::span<std::uint8_t const> message, KvBytes& out) {
-    thread_local Deflater deflater;
-    deflater.run(message, out);
+void deflateMessage(std::span<std::uint8_t const> message, int windowBits, KvBytes& out) {
+    thread_local std::array<std::unique_ptr<Deflater>, kLargestWindow + 1> deflaters;
+    auto& deflater = deflaters.at(static_cast<std::size_t>(windowBits));
+    if (!deflater) deflater = std::make_unique<Deflater>(windowBits);
+    deflater->run(message, out);
 }
 
 class Inflater::Stream {
 public:
     Stream() {
-        if (inflateInit2(&stream_, kRawDeflate) != Z_OK) throw std::bad_alloc();
+        if (inflateInit2(&stream_, kRawDeflate * kLargestWindow) != Z_OK) throw std::bad_alloc();
     }
     ~Stream() { inflateEnd(&stream_); }
 
@@ -97,6 +104,7 @@ Inflater::Inflater(Inflater&&) noexcept = default;
 Inflater::~Inflater() = default;
 
 std::string Inflater::inflate(std::span<std::uint8_t const> message, KvBytes& out, std::size_t limit) {
+    limit = std::min(limit, std::max(kFreeOfRatio, message.size() * kMostRatio));
     if (context_ == Context::kept) {
         if (!own_) own_ = std::make_unique<Stream>();
         return own_->run(message, out, limit);

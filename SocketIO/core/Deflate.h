@@ -11,8 +11,9 @@
 
 namespace kv::sio {
 
-/// Compresses a message on its own (no context is kept between messages).
-void deflateMessage(std::span<std::uint8_t const> message, KvBytes& out);
+/// Compresses a message on its own (no context is kept between messages), for a window of 2 to the `windowBits` bytes:
+/// 9 to 15.
+void deflateMessage(std::span<std::uint8_t const> message, int windowBits, KvBytes& out);
 
 /// Inflates the messages of one connection.
 class Inflater {
@@ -22,7 +23,8 @@ public:
     Inflater(Inflater&&) noexcept;
     ~Inflater();
 
-    /// Returns an empty text, or what is wrong with the message. Never makes more than `limit` bytes.
+    /// Returns an empty text, or what is wrong with the message. Never makes more than `limit` bytes, nor more than a
+    /// few mebibytes out of a few kilobytes.
     std::string inflate(std::span<std::uint8_t const> message, KvBytes& out, std::size_t limit);
 
 private:

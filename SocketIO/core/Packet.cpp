@@ -1,11 +1,11 @@
 #include "SocketIO/core/Packet.h"
 
-#include "SocketIO/core/Utf8.h"
+#include "Platform/KvJsonText.h"
+#include "Platform/KvUtf8.h"
 
+#include <algorithm>
+#include <array>
 #include <charconv>
-
-#include <boost/json/parser.hpp>
-#include <boost/json/serializer.hpp>
 
 namespace kv::sio {
 namespace json = boost::json;
@@ -28,17 +28,42 @@ std::optional<std::uint64_t> takeNumber(std::string_view& text) {
 
 bool hasAttachments(PacketType type) { return type == PacketType::binaryEvent || type == PacketType::binaryAck; }
 
+bool isAck(PacketType type) { return type == PacketType::ack || type == PacketType::binaryAck; }
+
 void appendNumber(std::string& out, std::uint64_t value) {
     std::array<char, 20> digits;
     out.append(digits.data(), std::to_chars(digits.data(), digits.data() + digits.size(), value).ptr);
 }
 
-template <class Json>
-void appendJson(std::string& out, Json const& value) {
-    thread_local json::serializer serializer;
-    serializer.reset(&value);
-    std::array<char, 4096> piece;
-    while (!serializer.done()) out.append(serializer.read(piece.data(), piece.size()));
+void writeStart(std::string& out, bool isAnswer, SocketItems const& items, std::optional<std::uint64_t> id) {
+    out.push_back(static_cast<char>(EngineType::message));
+    if (items.attachments.empty()) {
+        out.push_back(static_cast<char>(isAnswer ? PacketType::ack : PacketType::event));
+    } else {
+        out.push_back(static_cast<char>(isAnswer ? PacketType::binaryAck : PacketType::binaryEvent));
+        appendNumber(out, items.attachments.size());
+        out.push_back('-');
+    }
+    if (id) appendNumber(out, *id);
+    out.push_back('[');
+}
+
+// A server drops the whole connection for one bad byte.
+void repairUtf8(std::string& out, std::size_t start) {
+    std::string_view const written = std::string_view(out).substr(start);
+    if (isValidUtf8(written)) return;
+    std::string repaired(written);
+    replaceInvalidUtf8(repaired);
+    out.replace(start, std::string::npos, repaired);
+}
+
+// The JSON text that begins with a quote, up to the quote that ends it.
+std::string_view firstText(std::string_view json) {
+    for (std::size_t at = 1; at < json.size(); ++at) {
+        if (json[at] == '"') return json.substr(0, at + 1);
+        if (json[at] == '\\') ++at;
+    }
+    return {};
 }
 
 }  // namespace
@@ -63,59 +88,67 @@ std::string readPacketHeader(std::string_view packet, PacketHeader& header) {
     }
     if (!packet.empty() && isDigit(packet[0])) {
         header.id = takeNumber(packet);
-        if (!header.id) return "Socket.IO: bad acknowledgement id";
+        // An answer to what cannot have been asked is none; a question whose number cannot be kept is an error.
+        if (!header.id && !isAck(header.type)) return "Socket.IO: bad acknowledgement id";
+        packet.remove_prefix(std::min(packet.find_first_not_of("0123456789"), packet.size()));
     }
     header.json = packet;
     return {};
 }
 
-std::string parseJson(std::string_view text, json::storage_ptr storage, json::value& out) {
-    thread_local json::parser parser({}, [] {
-        json::parse_options options;
-        options.max_depth = kMostJsonDepth;
-        return options;
-    }());
-    parser.reset(std::move(storage));
-    json::error_code error;
-    parser.write(text.data(), text.size(), error);
-    if (!error) {
-        out = parser.release();
-    } else if (error == json::error::too_deep) {
-        return "Socket.IO: JSON nested too deeply";
-    } else {
-        return "Socket.IO: bad JSON: " + error.message();
+std::optional<std::string_view> eventNameOf(std::string_view json, std::string& decoded) {
+    constexpr std::string_view kSpace = " \t\r\n", kBehindNumber = " \t\r\n,]";
+    if (!json.starts_with('[')) return {};
+    json.remove_prefix(std::min(json.find_first_not_of(kSpace, 1), json.size()));
+    if (!json.starts_with('"')) {  // an integer is a name too; nothing else is
+        auto const number = json.substr(0, json.find_first_of(kBehindNumber));
+        auto const digits = number.substr(number.starts_with('-') ? 1 : 0);
+        bool const isInteger = !digits.empty() && digits.size() <= kMostDigits && std::ranges::all_of(digits, isDigit);
+        return isInteger ? std::optional(number) : std::nullopt;
     }
+    auto const quoted = firstText(json);
+    if (quoted.empty()) return {};
+    if (quoted.find('\\') == std::string_view::npos) return quoted.substr(1, quoted.size() - 2);
+    json::value name;
+    if (!readJson(quoted, {}, name).empty()) return {};
+    decoded = name.get_string();
+    return decoded;
+}
+
+std::string readItems(std::string_view json, bool isEvent, json::array& items) {
+    json::value value(items.storage());
+    if (auto problem = readJson(json, items.storage(), value); !problem.empty()) return "Socket.IO: " + problem;
+    auto* read = value.if_array();
+    if (!read) return "Socket.IO: the items are not an array";
+    if (isEvent) {
+        if (read->empty()) return "Socket.IO: event without a name";
+        read->erase(read->begin());
+    }
+    items = std::move(*read);
     return {};
 }
 
 void writeEvent(std::string& out, std::string_view event, SocketItems const& items, std::optional<std::uint64_t> id) {
     auto const start = out.size();
-    out.push_back(static_cast<char>(EngineType::message));
-    if (items.attachments.empty()) {
-        out.push_back(static_cast<char>(PacketType::event));
-    } else {
-        out.push_back(static_cast<char>(PacketType::binaryEvent));
-        appendNumber(out, items.attachments.size());
-        out.push_back('-');
-    }
-    if (id) appendNumber(out, *id);
-    out.push_back('[');
-    json::string_view const name(event.data(), event.size());
-    thread_local json::serializer serializer;
-    serializer.reset(name);
-    std::array<char, 256> piece;
-    while (!serializer.done()) out.append(serializer.read(piece.data(), piece.size()));
+    writeStart(out, false, items, id);
+    appendJson(out, json::string_view(event.data(), event.size()));
     for (auto const& item : items.values) {
         out.push_back(',');
         appendJson(out, item);
     }
     out.push_back(']');
-    // Not only the serializer's text is at stake: a server drops the whole connection for one bad byte.
-    if (std::string_view const written = std::string_view(out).substr(start); !isValidUtf8(written)) {
-        std::string repaired(written);
-        replaceInvalidUtf8(repaired);
-        out.replace(start, std::string::npos, repaired);
+    repairUtf8(out, start);
+}
+
+void writeAck(std::string& out, SocketItems const& items, std::uint64_t id) {
+    auto const start = out.size();
+    writeStart(out, true, items, id);
+    for (auto const& item : items.values) {
+        if (&item != items.values.data()) out.push_back(',');
+        appendJson(out, item);
     }
+    out.push_back(']');
+    repairUtf8(out, start);
 }
 
 }  // namespace kv::sio

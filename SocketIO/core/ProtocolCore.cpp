@@ -1,5 +1,6 @@
 #include "SocketIO/core/ProtocolCore.h"
 
+#include "Platform/KvJsonText.h"
 #include "SocketIO/core/WebSocketCodec.h"
 
 #include <utility>
@@ -12,6 +13,7 @@ namespace json = boost::json;
 namespace {
 
 constexpr std::int64_t kMostMilliseconds = 86'400'000;  // a day
+constexpr std::size_t kMostPingBytes = 125;             // its echo goes ahead of everything: a small frame
 
 std::optional<std::int64_t> durationAt(json::object const& object, json::string_view key) {
     auto const* value = object.if_contains(key);
@@ -29,9 +31,14 @@ json::string const* stringAt(json::value const& value, json::string_view key) {
 
 }  // namespace
 
+bool isOwnReason(std::string_view text) {
+    return text == kGotDisconnect || text == kNamespaceLeave || text == kPingTimeout;
+}
+
 bool ProtocolCore::fail(std::string reason) {
     reason_ = std::move(reason);
     unfinished_.reset();
+    early_.clear();
     return false;
 }
 
@@ -45,6 +52,7 @@ bool ProtocolCore::onText(std::string_view text, Time now) {
             return fail("The server closed the session");
         case EngineType::ping:
             if (!isOpen()) return fail("Engine.IO: packet before the session was opened");
+            if (body.size() > kMostPingBytes) return fail("Engine.IO: ping of more than 125 bytes");
             deadline_ = now + patience_;
             host_.sendText(std::string(1, static_cast<char>(EngineType::pong)).append(body));
             return true;
@@ -60,7 +68,7 @@ bool ProtocolCore::onText(std::string_view text, Time now) {
 bool ProtocolCore::onOpen(std::string_view text, Time now) {
     if (isOpen()) return fail("Engine.IO: the session was opened twice");
     json::value value;
-    if (auto problem = parseJson(text, {}, value); !problem.empty()) return fail(std::move(problem));
+    if (auto problem = readJson(text, {}, value); !problem.empty()) return fail("Engine.IO: " + problem);
     auto const* sid = stringAt(value, "sid");
     auto const* object = value.if_object();
     auto const interval = object ? durationAt(*object, "pingInterval") : std::nullopt;
@@ -82,54 +90,66 @@ bool ProtocolCore::onMessage(std::string_view text) {
         case PacketType::connect:
             return onConnect(header);
         case PacketType::disconnect:
-            return fail("Got Disconnect");
+            return fail(std::string(kGotDisconnect));
         case PacketType::connectError:
             return onConnectError(header);
         default:
-            return onItems(header);
+            return isConnected() ? onItems(header) : onEarly(text, true);
     }
 }
 
 bool ProtocolCore::onConnect(PacketHeader const& header) {
     if (isConnected()) return fail("Socket.IO: the namespace was connected twice");
+    if (header.json.empty()) return fail("Socket.IO: the server speaks version 2, and this side only later ones");
     json::value value;
-    if (auto problem = parseJson(header.json, {}, value); !problem.empty()) return fail(std::move(problem));
+    if (auto problem = readJson(header.json, {}, value); !problem.empty()) return fail("Socket.IO: " + problem);
     auto const* sid = stringAt(value, "sid");
     if (!sid) return fail("Socket.IO: bad connect packet");
     state_ = State::connected;
     ReceivedPacket packet(ReceivedPacket::Kind::connected);
     packet.name = *sid;
-    return deliver(std::move(packet));
+    deliver(std::move(packet));
+    for (auto& early : std::exchange(early_, {})) {
+        bool const goesOn =
+            early.isText ? onMessage(early.message) : onBinary({early.message.begin(), early.message.end()});
+        if (!goesOn) return false;
+    }
+    return true;
+}
+
+bool ProtocolCore::onEarly(std::string_view message, bool isText) {
+    earlyBytes_ += sizeof(Early) + message.size();
+    if (earlyBytes_ > kMostMessageBytes) return fail("Socket.IO: too much before the namespace was connected");
+    early_.push_back({std::string(message), isText});
+    return true;
 }
 
 bool ProtocolCore::onConnectError(PacketHeader const& header) {
     json::value value;
-    if (auto problem = parseJson(header.json, {}, value); !problem.empty()) return fail(std::move(problem));
+    if (auto problem = readJson(header.json, {}, value); !problem.empty()) return fail("Socket.IO: " + problem);
     auto const* message = value.is_string() ? value.if_string() : stringAt(value, "message");
-    return fail(message ? std::string(message->data(), message->size())
-                        : "Socket.IO: the server refused the connection");
+    bool const isSaid = message && !isOwnReason(*message);
+    return fail(isSaid ? std::string(*message) : "Socket.IO: the server refused the connection");
 }
 
 bool ProtocolCore::onItems(PacketHeader const& header) {
-    if (!isConnected()) return fail("Socket.IO: packet before the namespace was connected");
-    bool const isAck = header.type == PacketType::ack || header.type == PacketType::binaryAck;
+    bool const isEvent = header.type == PacketType::event || header.type == PacketType::binaryEvent;
     auto const memory = host_.packetMemory();
-    memory->addUsed(header.json.size());
-    json::value value(memory->storage());
-    if (auto problem = parseJson(header.json, memory->storage(), value); !problem.empty())
-        return fail(std::move(problem));
-    auto* items = value.if_array();
-    if (!items) return fail("Socket.IO: the items are not an array");
-    if (isAck && !header.id) return fail("Socket.IO: acknowledgement without an id");
-    ReceivedPacket packet(isAck ? ReceivedPacket::Kind::ack : ReceivedPacket::Kind::event, memory->storage());
-    if (isAck) {
-        packet.id = *header.id;
-    } else {
-        if (items->empty() || !items->front().is_string()) return fail("Socket.IO: event without a name");
-        packet.name = std::move(items->front().get_string());
-        items->erase(items->begin());
+    ReceivedPacket packet(isEvent ? ReceivedPacket::Kind::event : ReceivedPacket::Kind::ack, memory->storage());
+    packet.id = header.id;
+    bool isRead = true;
+    if (isEvent) {
+        std::string decoded;
+        auto const name = eventNameOf(header.json, decoded);
+        if (!name) return fail("Socket.IO: event without a name");
+        packet.name = *name;
+        isRead = host_.isAwaited(*name);
     }
-    packet.items = std::move(*items);
+    if (!isRead) {
+        packet.unread = header.json;
+    } else if (auto problem = readItems(header.json, isEvent, packet.items); !problem.empty()) {
+        return fail(std::move(problem));
+    }
     if (header.attachments == 0) return deliver(std::move(packet));
     packet.memory = memory;
     unfinished_ = std::make_unique<Unfinished>(Unfinished{std::move(packet), header.attachments});
@@ -137,6 +157,8 @@ bool ProtocolCore::onItems(PacketHeader const& header) {
 }
 
 bool ProtocolCore::onBinary(KvBytes bytes) {
+    if (!isConnected() && !early_.empty())
+        return onEarly({reinterpret_cast<char const*>(bytes.data()), bytes.size()}, false);
     if (!unfinished_) return fail("Socket.IO: attachment of no packet");
     unfinished_->bytes += bytes.size();
     if (unfinished_->bytes > kMostMessageBytes) return fail("Socket.IO: attachments over the limit of 16 MiB");
@@ -151,6 +173,6 @@ bool ProtocolCore::deliver(ReceivedPacket&& packet) {
     return true;
 }
 
-bool ProtocolCore::onTime(Time now) { return deadline_ && now >= *deadline_ ? fail("Ping timeout") : true; }
+bool ProtocolCore::onTime(Time now) { return deadline_ && now >= *deadline_ ? fail(std::string(kPingTimeout)) : true; }
 
 }  // namespace kv::sio

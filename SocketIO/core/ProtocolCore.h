@@ -11,8 +11,15 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace kv::sio {
+
+// Why a connection ended, in the words of this side alone.
+inline constexpr std::string_view kGotDisconnect = "Got Disconnect", kNamespaceLeave = "Namespace leave",
+                                  kPingTimeout = "Ping timeout";
+/// Whether a text is one of them, which no server can say.
+bool isOwnReason(std::string_view text);
 
 /// Whoever carries the messages of a ProtocolCore.
 class ProtocolHost {
@@ -20,6 +27,8 @@ public:
     virtual ~ProtocolHost() = default;
     /// Where the next packet is parsed into.
     virtual std::shared_ptr<PacketMemory> const& packetMemory() = 0;
+    /// Whether someone awaits events of this name. The items of others are not parsed.
+    virtual bool isAwaited(std::string_view event) = 0;
     virtual void onPacket(ReceivedPacket&& packet) = 0;
     virtual void sendText(std::string_view text) = 0;
 };
@@ -50,6 +59,7 @@ private:
     bool onConnect(PacketHeader const& header);
     bool onConnectError(PacketHeader const& header);
     bool onItems(PacketHeader const& header);
+    bool onEarly(std::string_view message, bool isText);
     bool deliver(ReceivedPacket&& packet);
 
     struct Unfinished {
@@ -58,11 +68,19 @@ private:
         std::size_t bytes = 0;
     };
 
+    // What came before the namespace was connected, as servers do that emit while they accept.
+    struct Early {
+        std::string message;
+        bool isText;
+    };
+
     ProtocolHost& host_;
     State state_ = State::awaitingOpen;
     std::optional<Time> deadline_;
     std::chrono::milliseconds patience_{0};
     std::unique_ptr<Unfinished> unfinished_;
+    std::vector<Early> early_;
+    std::size_t earlyBytes_ = 0;
     std::string reason_;
 };
 

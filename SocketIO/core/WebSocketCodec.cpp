@@ -1,6 +1,6 @@
 #include "SocketIO/core/WebSocketCodec.h"
 
-#include "SocketIO/core/Utf8.h"
+#include "Platform/KvUtf8.h"
 
 #include <algorithm>
 #include <bit>
@@ -229,16 +229,16 @@ FrameReader::Step FrameReader::finishMessage(WsOpcode opcode) {
 }
 
 WsClose readClose(std::string_view payload) {
-    if (payload.empty()) return {true, "The server closed the connection", {}};
-    if (payload.size() < 2) return {false, "WebSocket: close frame of one byte", {}};
+    if (payload.empty()) return {"The server closed the connection"};
+    if (payload.size() < 2) return {"WebSocket: close frame of one byte", WsCloseCode::protocolError};
     auto const code =
         static_cast<unsigned>(static_cast<std::uint8_t>(payload[0]) << 8 | static_cast<std::uint8_t>(payload[1]));
     auto const reason = payload.substr(2);
-    if (!isCloseCode(code)) return {false, "WebSocket: close code " + std::to_string(code), {}};
-    if (!isValidUtf8(reason)) return {false, "WebSocket: close reason is not UTF-8", {}};
+    if (!isCloseCode(code)) return {"WebSocket: close code " + std::to_string(code), WsCloseCode::protocolError};
+    if (!isValidUtf8(reason)) return {"WebSocket: close reason is not UTF-8", WsCloseCode::badText};
     auto text = "The server closed the connection: " + std::to_string(code);
     if (!reason.empty()) text.append(" ").append(reason);
-    return {true, std::move(text), std::string(payload.substr(0, 2))};
+    return {std::move(text), static_cast<WsCloseCode>(code)};
 }
 
 }  // namespace kv::sio

@@ -16,7 +16,7 @@ namespace kv::sio {
 
 enum class WsOpcode : std::uint8_t { continuation = 0, text = 1, binary = 2, close = 8, ping = 9, pong = 10 };
 
-/// Close codes that this side sends.
+/// Close codes that this side sends of itself.
 enum class WsCloseCode : std::uint16_t { normal = 1000, protocolError = 1002, badText = 1007, tooBig = 1009 };
 
 constexpr std::size_t kMostMessageBytes = 16u << 20;
@@ -92,9 +92,8 @@ private:
 
 /// What a close frame says. The text is for people: code and reason, or what is wrong with the frame.
 struct WsClose {
-    bool isValid = true;
     std::string text;
-    std::string answer;  // the payload to answer with
+    WsCloseCode answer = WsCloseCode::normal;  // the code that was received, or what is wrong with the frame
 };
 WsClose readClose(std::string_view payload);
 

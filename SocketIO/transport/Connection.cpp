@@ -10,15 +10,21 @@ namespace {
 
 constexpr seconds kHandshakeTime{30};
 constexpr seconds kFarewellTime{3};
+constexpr seconds kClosingTime{1};
 constexpr seconds kBehindTime{1};
 constexpr std::size_t kMostReadInOneTurn = 512u << 10;  // then timers and other connections get their turn
 constexpr char const* kClosedByServer = "The server closed the connection";
 
 }  // namespace
 
-Connection::Connection(std::string url, SocketConfig const& config, std::shared_ptr<KvMainQueue> const& mainQueue,
-                       std::shared_ptr<KvMainQueue> const& engine)
-    : url_(std::move(url)), config_(config), mainQueue_(mainQueue), engine_(engine), outbox_(config.maxQueuedBytes) {}
+Connection::Connection(std::string url, SocketConfig const& config, std::shared_ptr<EventNames const> names,
+                       std::shared_ptr<KvMainQueue> const& mainQueue, std::shared_ptr<KvMainQueue> const& engine)
+    : url_(std::move(url)),
+      config_(config),
+      names_(std::move(names)),
+      mainQueue_(mainQueue),
+      engine_(engine),
+      outbox_(config.maxQueuedBytes) {}
 
 void Connection::start(std::weak_ptr<ConnectionListener> listener) {
     auto const engine = engine_.lock();
@@ -65,7 +71,7 @@ void Connection::onDialed(Dialer::Dialed dialed) {
     if (dialed.agreement.isEnabled) {
         auto const keeps = dialed.agreement.serverKeepsContext ? Inflater::Context::kept : Inflater::Context::dropped;
         reader_.setInflater(Inflater(keeps));
-        sender_.writer().setDeflates(true);
+        sender_.writer().setDeflates(dialed.agreement.clientWindowBits);
     }
     unread_ = std::move(dialed.early);
     if (unread_.empty() && !stream_->isSecure()) return awaitReadable(socket_base::wait_read);
@@ -86,7 +92,7 @@ void Connection::wakeAfter(KvMainQueue::Clock::duration delay) {
 
 void Connection::onTime() {
     if (phase_ == Phase::closed) return;
-    if (phase_ == Phase::leaving) return shutDown();
+    if (phase_ == Phase::leaving || phase_ == Phase::closing) return shutDown();
     auto const now = engine_.lock()->now();
     if (!core_.isOpen()) return fail((dialer_ ? dialer_->stage() : "Opening the session at " + url_) + ": timed out");
     // A thread that was busy for long finds the time over and the server's pings unread.
@@ -114,6 +120,7 @@ void Connection::awaitWritable() {
 }
 
 void Connection::readTurn() {
+    if (phase_ == Phase::closing) return discard();
     if (phase_ == Phase::dialing || phase_ == Phase::closed || std::exchange(isReading_, true)) return;
     auto const self = shared_from_this();
     turnTime_ = engine_.lock()->now();
@@ -123,7 +130,7 @@ void Connection::readTurn() {
         bool const isDrained = readAll(memory.readBuffer());
         turn_ = nullptr;
         isReading_ = false;
-        if (phase_ == Phase::closed) return;
+        if (phase_ == Phase::closed || phase_ == Phase::closing) return;
         if (!isDrained) engine_.lock()->post([self] { self->readTurn(); });
     }
     delivery_->flush();
@@ -138,6 +145,8 @@ bool Connection::readAll(std::span<std::uint8_t> buffer) {
     }
     for (std::size_t total = 0; total < kMostReadInOneTurn;) {
         if (!mayRead()) return true;
+        // What was left over comes first, also when the main queue has caught up meanwhile.
+        if (!unread_.empty()) return false;
         auto result = stream_->read(buffer.data(), buffer.size());
         switch (result.status) {
             case IoStatus::wantRead:
@@ -158,7 +167,7 @@ bool Connection::readAll(std::span<std::uint8_t> buffer) {
         consume(buffer.first(result.bytes));
         total += result.bytes;
         // A read that left room has taken all there was; TLS may still hold bytes back.
-        if (phase_ != Phase::closed && !stream_->isSecure() && result.bytes < buffer.size()) {
+        if (mayRead() && unread_.empty() && !stream_->isSecure() && result.bytes < buffer.size()) {
             awaitReadable(socket_base::wait_read);
             return true;
         }
@@ -181,7 +190,7 @@ void Connection::consume(std::span<std::uint8_t const> bytes) {
                 onMessage();
         }
     }
-    if (phase_ != Phase::closed) unread_.assign(bytes.begin(), bytes.end());
+    if (phase_ == Phase::open) unread_.assign(bytes.begin(), bytes.end());
 }
 
 void Connection::onMessage() {
@@ -200,24 +209,21 @@ void Connection::onMessage() {
 void Connection::onData() {
     bool const wasOpen = core_.isOpen();
     bool const isText = reader_.opcode() == WsOpcode::text;
-    auto const size = reader_.payload().size();
     bool const goesOn = isText ? core_.onText(reader_.text(), turnTime_) : core_.onBinary(reader_.takePayload());
     if (phase_ != Phase::open) return;
     if (!goesOn) return fail(core_.reason(), WsCloseCode::normal);
     if (!wasOpen && core_.isOpen()) watch();
-    delivery_->count(size);
+    delivery_->flushMuch();
 }
 
 void Connection::onCloseFrame() {
     auto close = readClose(reader_.text());
     if (phase_ == Phase::leaving) return shutDown();
-    if (!close.isValid) return fail(std::move(close.text));
-    sender_.sendClose(*stream_, WsCloseCode::normal);
-    end(std::move(close.text));
+    this->close(std::move(close.text), close.answer);
 }
 
 void Connection::sayFarewell() {
-    if (phase_ == Phase::closed || phase_ == Phase::leaving) return;
+    if (phase_ != Phase::open && phase_ != Phase::dialing) return;
     if (phase_ == Phase::dialing) return shutDown();
     phase_ = Phase::leaving;
     // Behind what was sent before, but not held back by the bound on what waits.
@@ -229,13 +235,40 @@ void Connection::sayFarewell() {
 }
 
 void Connection::fail(std::string reason, WsCloseCode code) {
-    if (phase_ == Phase::open) sender_.sendClose(*stream_, code);
+    if (phase_ == Phase::open) return close(std::move(reason), code);
     end(std::move(reason));
+}
+
+// The socket stays for a moment: closed with bytes unread, it would take the close frame away from the server.
+void Connection::close(std::string reason, WsCloseCode code) {
+    auto const self = shared_from_this();
+    bool const isSaid = sender_.sendClose(*stream_, code);
+    if (!isSaid) return end(std::move(reason));
+    phase_ = Phase::closing;
+    sender_.clear();
+    stream_->finishSending();
+    wakeAfter(kClosingTime);
+    delivery_->close(std::move(reason));
+    discard();
+}
+
+void Connection::discard() {
+    if (phase_ != Phase::closing) return;
+    TurnMemory memory;
+    auto const buffer = memory.readBuffer();
+    for (std::size_t total = 0; total < kMostReadInOneTurn;) {
+        auto const result = stream_->read(buffer.data(), buffer.size());
+        if (result.status == IoStatus::wantRead || result.status == IoStatus::wantWrite)
+            return awaitReadable(socket_base::wait_read);
+        if (result.status != IoStatus::done) return shutDown();
+        total += result.bytes;
+    }
+    engine_.lock()->post([self = shared_from_this()] { self->discard(); });
 }
 
 // Ends the connection and tells of it behind everything that came before.
 void Connection::end(std::string reason) {
-    bool const isTold = phase_ != Phase::leaving && phase_ != Phase::closed;
+    bool const isTold = phase_ == Phase::dialing || phase_ == Phase::open;
     auto const self = shared_from_this();
     shutDown();
     if (isTold) delivery_->close(std::move(reason));
@@ -250,7 +283,7 @@ void Connection::shutDown() {
 }
 
 void Connection::flush() {
-    if (phase_ == Phase::dialing || phase_ == Phase::closed || isAwaitingWrite_) return;
+    if ((phase_ != Phase::open && phase_ != Phase::leaving) || isAwaitingWrite_) return;
     auto const mainQueue = mainQueue_.lock();
     if (!mainQueue) return;
     switch (sender_.send(*stream_, mainQueue->now())) {
@@ -267,6 +300,13 @@ void Connection::flush() {
 
 std::shared_ptr<PacketMemory> const& Connection::packetMemory() {
     return delivery_->isDirect() ? turn_->packetMemory() : delivery_->packetMemory();
+}
+
+bool Connection::isAwaited(std::string_view event) {
+    if (event == awaited_) return true;
+    if (!names_->contains(event)) return false;
+    awaited_ = event;
+    return true;
 }
 
 void Connection::onPacket(ReceivedPacket&& packet) { delivery_->add(std::move(packet)); }

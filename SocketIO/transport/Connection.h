@@ -4,6 +4,7 @@
 
 #include "Platform/KvMainQueue.h"
 #include "SocketIO/SocketManager.h"
+#include "SocketIO/core/EventNames.h"
 #include "SocketIO/core/ProtocolCore.h"
 #include "SocketIO/core/WebSocketCodec.h"
 #include "SocketIO/transport/Delivery.h"
@@ -23,8 +24,8 @@ namespace kv::sio {
 
 class Connection final : public std::enable_shared_from_this<Connection>, ProtocolHost {
 public:
-    Connection(std::string url, SocketConfig const& config, std::shared_ptr<KvMainQueue> const& mainQueue,
-               std::shared_ptr<KvMainQueue> const& engine);
+    Connection(std::string url, SocketConfig const& config, std::shared_ptr<sio::EventNames const> names,
+               std::shared_ptr<KvMainQueue> const& mainQueue, std::shared_ptr<KvMainQueue> const& engine);
 
     // Main queue.
     void start(std::weak_ptr<ConnectionListener> listener);
@@ -34,7 +35,9 @@ public:
     static void leave(std::shared_ptr<Connection> connection);
 
 private:
-    enum class Phase { dialing, open, leaving, closed };
+    // `leaving`: this side says goodbye behind all that it sent. `closing`: it sent a close frame, and the server has a
+    // moment to read it.
+    enum class Phase { dialing, open, leaving, closing, closed };
 
     // Engine queue, in the order of a connection's life.
     void dial();
@@ -53,17 +56,21 @@ private:
     void onCloseFrame();
     void sayFarewell();
     void fail(std::string reason, WsCloseCode code = WsCloseCode::protocolError);
+    void close(std::string reason, WsCloseCode code);
     void end(std::string reason);
+    void discard();
     void shutDown();
     void flush();
 
     // ProtocolHost
     std::shared_ptr<PacketMemory> const& packetMemory() override;
+    bool isAwaited(std::string_view event) override;
     void onPacket(ReceivedPacket&& packet) override;
     void sendText(std::string_view text) override;
 
     std::string const url_;
     SocketConfig const config_;
+    std::shared_ptr<EventNames const> const names_;
     // Weak: work that waits on a queue holds the connection.
     std::weak_ptr<KvMainQueue> const mainQueue_;
     std::weak_ptr<KvMainQueue> const engine_;
@@ -77,7 +84,8 @@ private:
     FrameReader reader_;
     ProtocolCore core_{*this};
     Sender sender_{outbox_};
-    KvBytes unread_;  // was read, but the main queue was too far behind to take it
+    std::string awaited_;  // the event that was awaited last: most are like the one before
+    KvBytes unread_;       // was read, but the main queue was too far behind to take it
     bool isReading_ = false;
     bool isAwaitingRead_ = false;
     bool isAwaitingWrite_ = false;

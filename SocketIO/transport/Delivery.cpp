@@ -17,7 +17,17 @@ constexpr std::size_t kMostUnderWay = 32u << 20;
 struct Delivery::Batch {
     std::shared_ptr<PacketMemory> memory = std::make_shared<PacketMemory>();  // goes last
     std::vector<ReceivedPacket> packets;
-    std::size_t bytes = 0;
+    std::size_t bytesOutside = 0;  // of what is in no memory of the batch's
+    std::size_t counted = 0;       // of its bytes, in `underWay_`
+
+    void add(ReceivedPacket&& packet) {
+        bytesOutside += packet.unread.size();
+        for (auto const& attachment : packet.attachments) bytesOutside += sizeof(KvData) + attachment->size();
+        packets.push_back(std::move(packet));
+    }
+    /// What it occupies, which is many times the text that it came as.
+    std::size_t bytes() const { return memory->bytes() + packets.capacity() * sizeof(ReceivedPacket) + bytesOutside; }
+    bool isFull() const { return packets.size() >= kMostInBatch || bytes() >= kMostBytesInBatch; }
 };
 
 Delivery::Delivery(std::shared_ptr<KvMainQueue> const& mainQueue, std::shared_ptr<KvMainQueue> const& engine,
@@ -31,6 +41,15 @@ Delivery::Delivery(std::shared_ptr<KvMainQueue> const& mainQueue, std::shared_pt
 Delivery::~Delivery() = default;
 
 Delivery::Batch& Delivery::batch() {
+    if (batch_) return *batch_;
+    {
+        // While the main queue is busy, the few packets of each turn go where there is room: a batch takes much memory.
+        std::lock_guard const lock(mutex_);
+        if (!waiting_.empty() && !waiting_.back()->isFull()) {
+            batch_ = std::move(waiting_.back());
+            waiting_.pop_back();
+        }
+    }
     if (!batch_) batch_ = std::make_unique<Batch>();
     return *batch_;
 }
@@ -38,43 +57,71 @@ Delivery::Batch& Delivery::batch() {
 std::shared_ptr<PacketMemory> const& Delivery::packetMemory() { return batch().memory; }
 
 void Delivery::add(ReceivedPacket&& packet) {
-    if (!isDirect_) return batch().packets.push_back(std::move(packet));
+    if (!isDirect_) return batch().add(std::move(packet));
     if (auto const listener = listener_.lock(); listener && listener->isListening()) listener->onPacket(packet);
 }
 
-void Delivery::count(std::size_t bytes) {
-    if (!batch_) return;
-    batch_->bytes += bytes;
-    if (batch_->bytes >= kMostBytesInBatch || batch_->packets.size() >= kMostInBatch) flush();
+void Delivery::flushMuch() {
+    if (batch_ && batch_->isFull()) flush();
 }
 
 void Delivery::flush() {
     if (!batch_ || batch_->packets.empty()) return;
-    auto const mainQueue = mainQueue_.lock();
-    if (!mainQueue) return batch_.reset();
-    underWay_ += batch_->bytes;
-    mainQueue->post([self = shared_from_this(), handed = std::shared_ptr<Batch>(std::move(batch_))] {
-        auto const listener = self->listener_.lock();
-        for (auto const& packet : handed->packets) {
-            if (!listener || !listener->isListening()) break;
-            listener->onPacket(packet);
-        }
-        self->onHandled(handed->bytes);
-    });
+    underWay_ += batch_->bytes() - batch_->counted;
+    batch_->counted = batch_->bytes();
+    std::lock_guard const lock(mutex_);
+    waiting_.push_back(std::move(batch_));
+    wake();
 }
 
 void Delivery::close(std::string reason) {
+    if (isDirect_) {
+        auto const listener = listener_.lock();
+        if (listener && listener->isListening()) listener->onClosed(reason);
+        return;
+    }
     flush();
-    auto tell = [self = shared_from_this(), text = std::move(reason)] {
-        if (auto const listener = self->listener_.lock(); listener && listener->isListening()) listener->onClosed(text);
-    };
-    if (isDirect_) return tell();
-    if (auto const mainQueue = mainQueue_.lock()) mainQueue->post(std::move(tell));
+    std::lock_guard const lock(mutex_);
+    reason_ = std::move(reason);
+    wake();
+}
+
+// With the lock held: one work at a time is on the main queue, so that what it does in between has its turn.
+void Delivery::wake() {
+    auto const mainQueue = mainQueue_.lock();
+    if (mainQueue && !std::exchange(isWoken_, true)) mainQueue->post([self = shared_from_this()] { self->handOne(); });
 }
 
 bool Delivery::isBehind() const { return underWay_ > kMostUnderWay; }
 
 // On the main queue.
+void Delivery::handOne() {
+    std::unique_ptr<Batch> batch;
+    std::optional<std::string> reason;
+    {
+        std::lock_guard const lock(mutex_);
+        isWoken_ = false;
+        if (waiting_.empty()) {
+            reason.swap(reason_);
+        } else {
+            batch = std::move(waiting_.front());
+            waiting_.pop_front();
+        }
+        // Before the work: a handler may run the queue itself, and is to find the rest there.
+        if (!waiting_.empty() || reason_) wake();
+    }
+    auto const listener = listener_.lock();
+    if (batch) {
+        for (auto const& packet : batch->packets) {
+            if (!listener || !listener->isListening()) break;
+            listener->onPacket(packet);
+        }
+        onHandled(batch->counted);
+    } else if (reason && listener && listener->isListening()) {
+        listener->onClosed(*reason);
+    }
+}
+
 void Delivery::onHandled(std::size_t bytes) {
     auto const before = underWay_.fetch_sub(bytes);
     if (before <= kMostUnderWay || before - bytes > kMostUnderWay) return;

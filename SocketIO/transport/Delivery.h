@@ -7,8 +7,11 @@
 
 #include <atomic>
 #include <cstddef>
+#include <deque>
 #include <functional>
 #include <memory>
+#include <mutex>
+#include <optional>
 #include <string>
 
 namespace kv::sio {
@@ -37,8 +40,8 @@ public:
     /// Where the next packet is parsed into, unless delivery is direct.
     std::shared_ptr<PacketMemory> const& packetMemory();
     void add(ReceivedPacket&& packet);
-    /// Tells how much arrived since the last call; it bounds the batches.
-    void count(std::size_t bytes);
+    /// Hands over what was added, if it is much: to be called after each message.
+    void flushMuch();
     /// Hands over what was added.
     void flush();
     /// Hands over what was added and then the end of the connection.
@@ -49,6 +52,8 @@ public:
 private:
     struct Batch;
     Batch& batch();
+    void wake();
+    void handOne();
     void onHandled(std::size_t bytes);
 
     bool const isDirect_;
@@ -57,7 +62,13 @@ private:
     std::weak_ptr<ConnectionListener> const listener_;
     std::function<void()> const resume_;
     std::atomic<std::size_t> underWay_{0};  // bytes in batches that the main queue has not handled yet
-    std::unique_ptr<Batch> batch_;          // engine queue
+    std::unique_ptr<Batch> batch_;          // engine queue: the one that packets are added to
+
+    std::mutex mutex_;
+    // Guarded by mutex_: what the main queue has not taken yet, and whether it was told so.
+    std::deque<std::unique_ptr<Batch>> waiting_;
+    std::optional<std::string> reason_;
+    bool isWoken_ = false;
 };
 
 }  // namespace kv::sio

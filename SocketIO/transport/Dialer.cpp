@@ -99,9 +99,13 @@ void Dialer::readAnswer() {
         auto const result = stream_->read(piece.data(), piece.size());
         if (result.status != IoStatus::done) return goOnLater(result, &Dialer::readAnswer);
         answer_.insert(answer_.end(), piece.begin(), piece.begin() + static_cast<std::ptrdiff_t>(result.bytes));
-        std::string_view const text(reinterpret_cast<char const*>(answer_.data()), answer_.size());
+        std::string_view text(reinterpret_cast<char const*>(answer_.data()), answer_.size());
+        auto end = text.find("\r\n\r\n");
+        while (end != std::string_view::npos && Upgrade::isInterim(text.substr(0, end + 2))) {
+            text.remove_prefix(end + 4);
+            end = text.find("\r\n\r\n");
+        }
         if (!Upgrade::mayBeHttp(text)) return fail("The server does not speak HTTP");
-        auto const end = text.find("\r\n\r\n");
         if (end == std::string_view::npos) {
             if (answer_.size() > kMostResponseBytes)
                 return fail("The server's answer to the WebSocket handshake is too long");
@@ -110,7 +114,7 @@ void Dialer::readAnswer() {
         Dialed dialed;
         dialed.error = upgrade_->check(text.substr(0, end + 2), dialed.agreement);
         if (!dialed.error.empty()) return fail(std::move(dialed.error));
-        dialed.early.assign(answer_.begin() + static_cast<std::ptrdiff_t>(end + 4), answer_.end());
+        dialed.early.assign(text.begin() + static_cast<std::ptrdiff_t>(end + 4), text.end());
         dialed.stream = std::move(stream_);
         return finish(std::move(dialed));
     }

@@ -30,13 +30,13 @@ Sender::Step Sender::send(Stream& stream, Outbox::Time now) {
     return Step::more;
 }
 
-void Sender::sendClose(Stream& stream, WsCloseCode code) {
-    if (isBroken_ || writer_.isInsideFrame() || !unsent_.empty()) return;
+bool Sender::sendClose(Stream& stream, WsCloseCode code) {
+    if (isBroken_ || writer_.isInsideFrame() || !unsent_.empty()) return false;
     auto const number = static_cast<std::uint16_t>(code);
     char const payload[] = {static_cast<char>(number >> 8), static_cast<char>(number & 0xFF)};
     KvBytes frame;
     appendFrame(frame, WsOpcode::close, {payload, sizeof payload});
-    write(stream, frame);
+    return write(stream, frame) == Step::idle;
 }
 
 // `idle` when all of it went out.

@@ -22,8 +22,8 @@ public:
     /// Sends until nothing waits any more (`idle`), the socket must become ready first, others shall have their turn
     /// (`more`), or the socket is broken: reading tells how. `now` is the main queue's.
     Step send(Stream& stream, Outbox::Time now);
-    /// A last close frame, if it can go out at once.
-    void sendClose(Stream& stream, WsCloseCode code);
+    /// A last close frame. Returns whether it could go out at once.
+    bool sendClose(Stream& stream, WsCloseCode code);
     void clear() { unsent_ = KvBytes(); }
 
 private:

@@ -201,6 +201,11 @@ IoResult Stream::write(std::uint8_t const* data, std::size_t size) {
     return {IoStatus::failed, 0, errnoText()};
 }
 
+void Stream::finishSending() {
+    if (ssl_) SSL_shutdown(ssl_.get());
+    ::shutdown(socket_.native_handle(), SHUT_WR);
+}
+
 void Stream::close() {
     boost::system::error_code ignored;
     socket_.close(ignored);

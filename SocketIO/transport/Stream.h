@@ -37,6 +37,8 @@ public:
     IoResult handshake();
     IoResult read(std::uint8_t* data, std::size_t size);
     IoResult write(std::uint8_t const* data, std::size_t size);
+    /// Tells the other side that nothing follows. Reading goes on.
+    void finishSending();
     bool isSecure() const { return ssl_ != nullptr; }
     void close();
 

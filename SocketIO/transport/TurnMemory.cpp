@@ -31,6 +31,7 @@ TurnMemory::TurnMemory() {
 
 TurnMemory::~TurnMemory() {
     auto& blocks = free();
+    if (block_->packets.use_count() == 1) block_->packets->reset();  // a large packet's values are not kept
     if (blocks.empty()) blocks.push_back(std::move(block_));  // turns inside turns are rare: one is enough to keep
 }
 

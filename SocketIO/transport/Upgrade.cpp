@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <optional>
+#include <set>
 #include <utility>
 
 #include <openssl/evp.h>
@@ -13,6 +14,13 @@ namespace kv::sio {
 namespace {
 
 constexpr std::size_t kMostStatusText = 80;
+// The best first. Servers can be set so that they take only one that keeps context, or one whose window they may
+// choose.
+constexpr char const* kDeflateOffers =
+    "permessage-deflate; client_no_context_takeover; server_no_context_takeover; client_max_window_bits, "
+    "permessage-deflate; client_max_window_bits, permessage-deflate";
+// zlib cannot deflate for a window of 256 bytes; nothing obliges this side to deflate.
+constexpr int kLeastDeflateBits = 9;
 
 std::string base64(unsigned char const* data, std::size_t size) {
     std::string text(4 * ((size + 2) / 3), '\0');
@@ -69,6 +77,40 @@ bool listContains(std::optional<std::string> const& list, std::string_view wante
     return contains;
 }
 
+std::string_view statusOf(std::string_view head) { return trimmed(head.substr(9, head.find_first_of("\r\n") - 9)); }
+
+// The bits of a window as a server may write them: 8 to 15, perhaps in quotes; 0 for anything else.
+int windowBits(std::string_view text) {
+    if (text.size() > 2 && text.front() == '"' && text.back() == '"') text = text.substr(1, text.size() - 2);
+    if (text == "8" || text == "9") return text[0] - '0';
+    return text.size() == 2 && text[0] == '1' && text[1] >= '0' && text[1] <= '5' ? 10 + text[1] - '0' : 0;
+}
+
+// Reads what the server agreed to, of what was offered. Returns whether it makes sense.
+bool readAgreement(std::string_view extension, DeflateAgreement& agreement) {
+    agreement = {true, true, 15};
+    std::set<std::string_view> names;
+    bool isGood = true;
+    forEachPart(extension, ';', [&](std::string_view part) {
+        auto const equals = part.find('=');
+        auto const name = trimmed(part.substr(0, equals));
+        auto const bits = equals == std::string_view::npos ? 0 : windowBits(trimmed(part.substr(equals + 1)));
+        bool const isFirst = names.empty(), isNew = names.insert(name).second;
+        bool isKnown = false;
+        if (isFirst) {
+            isKnown = part == "permessage-deflate";
+        } else if (name == "server_max_window_bits" || name == "client_max_window_bits") {
+            isKnown = bits != 0;
+            if (name == "client_max_window_bits") agreement.clientWindowBits = bits >= kLeastDeflateBits ? bits : 0;
+        } else {
+            isKnown = part == "server_no_context_takeover" || part == "client_no_context_takeover";
+            if (part == "server_no_context_takeover") agreement.serverKeepsContext = false;
+        }
+        isGood = isGood && isNew && isKnown;
+    });
+    return isGood;
+}
+
 }  // namespace
 
 Upgrade::Upgrade(std::string_view authority, std::string_view target, bool offersDeflate)
@@ -81,10 +123,7 @@ Upgrade::Upgrade(std::string_view authority, std::string_view target, bool offer
     request_ +=
         "\r\nUpgrade: websocket\r\nConnection: Upgrade\r\nSec-WebSocket-Version: 13\r\nSec-WebSocket-Key: " + key +
         "\r\n";
-    if (offersDeflate) {
-        request_ +=
-            "Sec-WebSocket-Extensions: permessage-deflate; client_no_context_takeover; server_no_context_takeover\r\n";
-    }
+    if (offersDeflate) request_.append("Sec-WebSocket-Extensions: ").append(kDeflateOffers).append("\r\n");
     request_ += "\r\n";
 }
 
@@ -94,9 +133,15 @@ bool Upgrade::mayBeHttp(std::string_view start) {
     return start.substr(0, size) == kStart.substr(0, size);
 }
 
+bool Upgrade::isInterim(std::string_view head) {
+    if (!head.starts_with("HTTP/1.1 1")) return false;
+    auto const code = statusOf(head).substr(0, statusOf(head).find(' '));
+    return code.size() == 3 && code != "101";
+}
+
 std::string Upgrade::check(std::string_view head, DeflateAgreement& agreement) const {
     if (!head.starts_with("HTTP/1.1 ")) return "The server does not speak HTTP";
-    auto const status = trimmed(head.substr(9, head.find_first_of("\r\n") - 9));
+    auto const status = statusOf(head);
     if (status.substr(0, status.find(' ')) != "101")
         return "The server answered with HTTP status " + std::string(status.substr(0, kMostStatusText));
     if (!listContains(headerOf(head, "Upgrade"), "websocket") ||
@@ -106,18 +151,9 @@ std::string Upgrade::check(std::string_view head, DeflateAgreement& agreement) c
     if (headerOf(head, "Sec-WebSocket-Accept") != expectedAccept_) return "Bad Sec-WebSocket-Accept from the server";
     auto const extensions = headerOf(head, "Sec-WebSocket-Extensions");
     if (!extensions) return {};
-    agreement = {true, true};
-    bool isFirst = true, isGood = offersDeflate_;
-    forEachPart(*extensions, ';', [&](std::string_view part) {
-        if (std::exchange(isFirst, false)) {
-            isGood = isGood && part == "permessage-deflate";
-        } else if (part == "server_no_context_takeover") {
-            agreement.serverKeepsContext = false;
-        } else if (part != "client_no_context_takeover" && !part.starts_with("server_max_window_bits=")) {
-            isGood = false;
-        }
-    });
-    return isGood ? std::string() : "The server answered with an extension that was not offered";
+    if (!offersDeflate_ || !readAgreement(*extensions, agreement))
+        return "The server answered with an extension that was not offered";
+    return {};
 }
 
 }  // namespace kv::sio

@@ -12,6 +12,7 @@ inline constexpr std::size_t kMostResponseBytes = 16384;
 struct DeflateAgreement {
     bool isEnabled = false;
     bool serverKeepsContext = true;
+    int clientWindowBits = 0;  // of what this side deflates; 0 when it deflates nothing
 };
 
 class Upgrade {
@@ -23,7 +24,9 @@ public:
     static bool mayBeHttp(std::string_view start);
 
     std::string const& request() const { return request_; }
-    /// Judges the head of the response (up to and with the empty line). Returns an error text, empty when it is right.
+    /// Whether a head is one that another one follows (100 Continue, 103 Early Hints), and says nothing itself.
+    static bool isInterim(std::string_view head);
+    /// Judges the head of the response (without the empty line). Returns an error text, empty when it is right.
     std::string check(std::string_view head, DeflateAgreement& agreement) const;
 
 private:

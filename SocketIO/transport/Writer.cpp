@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cassert>
 #include <string_view>
 #include <utility>
 
@@ -17,6 +18,7 @@ constexpr std::string_view kNormalClosure("\x03\xE8", 2);
 }  // namespace
 
 void Writer::putAhead(WsOpcode opcode, std::string_view payload) {
+    assert(payload.size() <= kMostPayloadAhead && "what goes ahead must fit a send buffer together");
     // Only a server that floods this side with pings and reads nothing gets here; it need not be answered each time.
     if (ahead_.size() > kMostAhead) return;
     appendFrame(ahead_, opcode, payload);
@@ -83,8 +85,8 @@ bool Writer::nextMessage(Outbox::Time now) {
 
 void Writer::startFrame(SendBuffer& out, WsOpcode opcode, std::span<std::uint8_t const> payload) {
     bool isCompressed = false;
-    if (deflates_ && payload.size() >= kLeastDeflated) {
-        deflateMessage(payload, deflated_);
+    if (windowBits_ > 0 && payload.size() >= kLeastDeflated) {
+        deflateMessage(payload, windowBits_, deflated_);
         isCompressed = deflated_.size() < payload.size();
         if (isCompressed) payload = deflated_;
     }

@@ -32,10 +32,13 @@ private:
 
 class Writer {
 public:
+    static constexpr std::size_t kMostPayloadAhead = 256;
+
     explicit Writer(Outbox& outbox) : outbox_(outbox) {}
 
-    void setDeflates(bool deflates) { deflates_ = deflates; }
-    /// A frame that goes ahead of the messages that wait.
+    /// Deflates messages with a window of so many bits, 8 to 15; 0 for not at all.
+    void setDeflates(int windowBits) { windowBits_ = windowBits; }
+    /// A small frame, of `kMostPayloadAhead` bytes at most, that goes ahead of the messages that wait.
     void putAhead(WsOpcode opcode, std::string_view payload);
     /// Sends a last text, if it is not empty, and closes, both behind all that waits.
     void closeWhenEmpty(std::string_view lastText);
@@ -50,7 +53,7 @@ private:
     void startFrame(SendBuffer& out, WsOpcode opcode, std::span<std::uint8_t const> payload);
 
     Outbox& outbox_;
-    bool deflates_ = false;
+    int windowBits_ = 0;
     KvBytes ahead_;
     KvBytes last_;
 

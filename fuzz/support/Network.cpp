@@ -3,6 +3,7 @@
 #include "Classes/Utils/KvInvitationStore.h"
 #include "Classes/Utils/KvLog.h"
 #include "Classes/Utils/Logan/LoganManager.h"
+#include "Platform/KvJsonText.h"
 #include "Platform/KvKeyStore.h"
 #include "Platform/KvQueueContext.h"
 #include "SocketIO/core/Packet.h"
@@ -108,7 +109,7 @@ void ServerEnd::onMessage() {
     sio::PacketHeader header;
     require(text.starts_with('4') && sio::readPacketHeader(text.substr(1), header).empty(), "packets have a header");
     boost::json::value items;
-    require(sio::parseJson(header.json, {}, items).empty() && items.is_array(), "packets have items");
+    require(readJson(header.json, {}, items).empty() && items.is_array(), "packets have items");
     attachmentsLeft_ = header.attachments;
     lastId_ = header.id.value_or(lastId_);
 }

@@ -42,7 +42,7 @@ inline std::string framesOfLine(std::string_view line) {
             return serverFrame(kFin | opcode(sio::WsOpcode::close), rest.substr(0, kMostControlBytes));
         case '~': {
             KvBytes compressed;
-            sio::deflateMessage({reinterpret_cast<std::uint8_t const*>(rest.data()), rest.size()}, compressed);
+            sio::deflateMessage({reinterpret_cast<std::uint8_t const*>(rest.data()), rest.size()}, 15, compressed);
             return serverFrame(kFin | kCompressed | text,
                                {reinterpret_cast<char const*>(compressed.data()), compressed.size()});
         }

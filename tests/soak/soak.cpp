@@ -9,6 +9,7 @@
 #include <map>
 #include <random>
 #include <set>
+#include <thread>
 
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
@@ -160,7 +161,7 @@ int soak(int seconds, int clients, unsigned seed) {
     std::minstd_rand random(seed);
     auto const start = std::chrono::steady_clock::now();
     auto const elapsed = [&] { return std::chrono::steady_clock::now() - start; };
-    auto nextCut = 1s, nextLine = 10s;
+    auto nextCut = 1s, nextLine = 10s, nextPause = 15s;
     long early = 0;
     while (elapsed() < std::chrono::seconds(seconds)) {
         for (auto const& soldier : soldiers) {
@@ -171,6 +172,10 @@ int soak(int seconds, int clients, unsigned seed) {
             nextCut += 1s;
             auto const& unlucky = *soldiers[random() % soldiers.size()];
             if (service.drop(unlucky.userId())) ++counts.cuts;
+        }
+        if (elapsed() > nextPause) {  // the application stands still, and what comes must wait
+            nextPause += 15s;
+            std::this_thread::sleep_for(3s);
         }
         if (early == 0 && elapsed() > std::chrono::seconds(seconds) / 4) early = residentKiB();
         if (elapsed() > nextLine) {

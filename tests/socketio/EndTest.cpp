@@ -92,7 +92,7 @@ TEST_P(Ends, EveryEndIsToldOnceWithItsReason) {
         {"bad JSON", afterLogin(text("42[\"event\",")), "bad JSON"},
         {"deep nesting", afterLogin(text("42[\"event\"," + std::string(5000, '[') + std::string(5000, ']') + "]")),
          "too deeply"},
-        {"event without a name", afterLogin(text("42[1]")), "without a name"},
+        {"event without a name", afterLogin(text("42[{}]")), "without a name"},
         {"attachment missing",
          afterLogin(text("451-[\"event\",{\"_placeholder\":true,\"num\":0}]") + text("42[\"event\"]")),
          "instead of an attachment"},
@@ -117,6 +117,34 @@ TEST_P(Ends, EveryEndIsToldOnceWithItsReason) {
         client.socket().disconnect();
         client.queue->runFor(2ms);
         EXPECT_EQ(client.lines.size(), told) << client.lines.back();
+    }
+}
+
+// The close frame must reach the server, though much that it sent is still unread.
+TEST_P(Ends, TellsTheServerWhy) {
+    auto const text = ScriptedPeer::textFrame;
+    struct Case {
+        std::string last;
+        std::string code;
+    };
+    for (auto const& c : std::vector<Case>{{ScriptedPeer::frame(0x88, "\x0F\xA1 why"), "\x0F\xA1"},
+                                           {ScriptedPeer::frame(0x88, ""), "\x03\xE8"},
+                                           {ScriptedPeer::frame(0x88, "\x03\xED"), "\x03\xEA"},
+                                           {text("42[\"\xFF\"]"), "\x03\xEF"},
+                                           {std::string("\x09\x00", 2), "\x03\xEA"}}) {
+        std::string code;
+        std::atomic<bool> isOver{false};
+        ScriptedServer server([&](ScriptedPeer& peer) {
+            peer.login();
+            peer.send(c.last + std::string(1u << 20, 'x'));
+            for (auto const& message : peer.readToEnd()) code = message.opcode == 8 ? message.payload : "";
+            isOver = true;
+        });
+        Client client(GetParam(), server.url());
+        client.socket().connect();
+        EXPECT_TRUE(client.waitForEvent("disconnect"));
+        EXPECT_TRUE(runUntil(*client.queue, [&] { return isOver.load(); }));
+        EXPECT_EQ(code, c.code);
     }
 }
 

@@ -18,7 +18,7 @@ constexpr char const* kConnect = R"(40{"sid":"socket"})";
 
 struct Packet {
     Kind kind;
-    std::uint64_t id;
+    std::optional<std::uint64_t> id;
     std::string name;
     std::string items;
     std::vector<std::string> attachments;
@@ -51,8 +51,9 @@ private:
         std::vector<std::string> attachments;
         for (auto const& data : packet.attachments) attachments.emplace_back(data->begin(), data->end());
         packets.push_back({packet.kind, packet.id, std::string(packet.name.c_str()),
-                           boost::json::serialize(packet.items), std::move(attachments)});
+                           packet.unread + boost::json::serialize(packet.items), std::move(attachments)});
     }
+    bool isAwaited(std::string_view event) override { return event != "nobody's"; }
     void sendText(std::string_view text) override { sent.emplace_back(text); }
 
     std::shared_ptr<PacketMemory> memory_;
@@ -67,7 +68,7 @@ TEST(ProtocolCore, OpensTheSessionAndJoinsTheNamespace) {
     EXPECT_FALSE(bench.core.isConnected());
     ASSERT_TRUE(bench.text(kConnect));
     EXPECT_TRUE(bench.core.isConnected());
-    EXPECT_EQ(bench.packets, (std::vector<Packet>{{Kind::connected, 0, "socket", "[]", {}}}));
+    EXPECT_EQ(bench.packets, (std::vector<Packet>{{Kind::connected, {}, "socket", "[]", {}}}));
 }
 
 TEST(ProtocolCore, DeliversEventsAndAcknowledgements) {
@@ -75,17 +76,21 @@ TEST(ProtocolCore, DeliversEventsAndAcknowledgements) {
     bench.connect();
     ASSERT_TRUE(bench.text(R"(42["news",{"a":[1,2]},null])"));
     ASSERT_TRUE(bench.text(R"(4217["asks for an answer"])"));
-    ASSERT_TRUE(bench.text(R"(42["disconnect","by name only"])"));
+    ASSERT_TRUE(bench.text(R"(42[1,"by number"])"));
+    ASSERT_TRUE(bench.text(R"(42["nobody's",{{{)"));
+    ASSERT_TRUE(bench.text(R"(43["answers nothing"])"));
     ASSERT_TRUE(bench.text(R"(433[{"result":0}])"));
     ASSERT_TRUE(bench.text("434[]"));
     ASSERT_TRUE(bench.text(R"(450-["no attachments",{"_placeholder":true,"num":0}])"));
     EXPECT_EQ(bench.packets, (std::vector<Packet>{
-                                 {Kind::event, 0, "news", R"([{"a":[1,2]},null])", {}},
-                                 {Kind::event, 0, "asks for an answer", "[]", {}},
-                                 {Kind::event, 0, "disconnect", R"(["by name only"])", {}},
+                                 {Kind::event, {}, "news", R"([{"a":[1,2]},null])", {}},
+                                 {Kind::event, 17, "asks for an answer", "[]", {}},
+                                 {Kind::event, {}, "1", R"(["by number"])", {}},
+                                 {Kind::event, {}, "nobody's", R"(["nobody's",{{{[])", {}},
+                                 {Kind::ack, {}, "", R"(["answers nothing"])", {}},
                                  {Kind::ack, 3, "", R"([{"result":0}])", {}},
                                  {Kind::ack, 4, "", "[]", {}},
-                                 {Kind::event, 0, "no attachments", R"([{"_placeholder":true,"num":0}])", {}},
+                                 {Kind::event, {}, "no attachments", R"([{"_placeholder":true,"num":0}])", {}},
                              }));
 }
 
@@ -100,10 +105,24 @@ TEST(ProtocolCore, CollectsAttachmentsAcrossHeartbeats) {
     ASSERT_TRUE(bench.text(R"(461-8[{"_placeholder":true,"num":0}])"));
     ASSERT_TRUE(bench.binary("answer"));
     EXPECT_EQ(bench.packets, (std::vector<Packet>{
-                                 {Kind::event, 0, "photo", R"([{"_placeholder":true,"num":1}])", {"one", ""}},
+                                 {Kind::event, {}, "photo", R"([{"_placeholder":true,"num":1}])", {"one", ""}},
                                  {Kind::ack, 8, "", R"([{"_placeholder":true,"num":0}])", {"answer"}},
                              }));
     EXPECT_EQ(bench.sent, std::vector<std::string>{"3"});
+}
+
+TEST(ProtocolCore, HoldsWhatComesBeforeTheNamespaceIsConnected) {
+    Bench bench;
+    ASSERT_TRUE(bench.text(kOpen));
+    ASSERT_TRUE(bench.text(R"(42["early"])"));
+    ASSERT_TRUE(bench.text(R"(451-["photo",{"_placeholder":true,"num":0}])"));
+    ASSERT_TRUE(bench.binary("bytes"));
+    EXPECT_TRUE(bench.packets.empty());
+    ASSERT_TRUE(bench.text(kConnect));
+    ASSERT_EQ(bench.packets.size(), 3u);
+    EXPECT_EQ(bench.packets[0].kind, Kind::connected);
+    EXPECT_EQ(bench.packets[1].name, "early");
+    EXPECT_EQ(bench.packets[2].attachments, std::vector<std::string>{"bytes"});
 }
 
 TEST(ProtocolCore, AnswersPingsWithTheirPayload) {
@@ -142,6 +161,7 @@ TEST(ProtocolCore, EndsWithTheServersReason) {
              {R"(44{"message":"not allowed","data":{}})", "not allowed"},
              {R"(44"old servers say it so")", "old servers say it so"},
              {"44{}", "Socket.IO: the server refused the connection"},
+             {R"(44{"message":"Namespace leave"})", "Socket.IO: the server refused the connection"},
          }) {
         Bench joining;
         ASSERT_TRUE(joining.text(kOpen));
@@ -175,9 +195,12 @@ TEST(ProtocolCore, RefusesBadInputWithTheCause) {
         {{R"(0{"sid":"a","pingInterval":-1,"pingTimeout":1})"}, "bad open packet"},
         {{R"(0{"sid":"a","pingInterval":9223372036854775807,"pingTimeout":9223372036854775807})"}, "bad open packet"},
         {{kOpen, kOpen}, "opened twice"},
-        {{kOpen, "42[\"a\"]"}, "before the namespace was connected"},
-        {{kOpen, "431[]"}, "before the namespace was connected"},
-        {{kOpen, "40"}, "bad JSON"},
+        {{kOpen, "42[\"a\"]" + std::string(9u << 20, ' '), "42[\"a\"]" + std::string(9u << 20, ' ')},
+         "too much before the namespace was connected"},
+        {{kOpen, "42x", kConnect}, "without a name"},
+        {{kOpen, "40"}, "speaks version 2"},
+        {{kOpen, "2" + std::string(126, 'x')}, "ping of more than 125 bytes"},
+        {{kOpen, kConnect, "421234567890123456[\"a\"]"}, "acknowledgement id"},
         {{kOpen, "40{}"}, "bad connect packet"},
         {{kOpen, kConnect, kConnect}, "connected twice"},
         {{kOpen, kConnect, ""}, "Engine.IO: empty packet"},
@@ -185,18 +208,17 @@ TEST(ProtocolCore, RefusesBadInputWithTheCause) {
         {{kOpen, kConnect, "9"}, "unexpected packet type"},
         {{kOpen, kConnect, "4"}, "Socket.IO: empty packet"},
         {{kOpen, kConnect, "47[]"}, "unknown packet type"},
-        {{kOpen, kConnect, "42"}, "bad JSON"},
         {{kOpen, kConnect, "42[\"a\""}, "bad JSON"},
         {{kOpen, kConnect, "42[\"a\"]x"}, "bad JSON"},
         {{kOpen, kConnect, deep}, "nested too deeply"},
-        {{kOpen, kConnect, "42{}"}, "not an array"},
+        {{kOpen, kConnect, "42{}"}, "without a name"},
         {{kOpen, kConnect, "42[]"}, "without a name"},
-        {{kOpen, kConnect, "42[1]"}, "without a name"},
-        {{kOpen, kConnect, "43[]"}, "without an id"},
+        {{kOpen, kConnect, "42[1.5]"}, "without a name"},
         {{kOpen, kConnect, "431{}"}, "not an array"},
         {{kOpen, kConnect, "42/chat,[\"a\"]"}, "another namespace"},
         {{kOpen, kConnect, "451000000-[\"a\"]"}, "more than 1000 attachments"},
         {{kOpen, kConnect, "45[\"a\"]"}, "number of attachments"},
+        {{kOpen, kConnect, "4599999999999999999999-[]"}, "number of attachments"},
         {{kOpen, kConnect, "#bytes"}, "attachment of no packet"},
         {{kOpen, kConnect, "451-[\"a\"]", "#one", "#two"}, "attachment of no packet"},
         {{kOpen, kConnect, "452-[\"a\"]", "#one", "42[\"b\"]"}, "text instead of an attachment"},

@@ -2,6 +2,8 @@
 #include "Sockets.h"
 #include "support/ChildProcess.h"
 
+#include <cmath>
+
 #include <boost/json/parse.hpp>
 
 namespace kv::test {
@@ -12,17 +14,34 @@ INSTANTIATE_TEST_SUITE_P(Engines, Reference, testing::Values(Engine::mainQueue, 
 
 class ReferenceServer {
 public:
-    explicit ReferenceServer(char const* option = "plain")
-        : process_({"node", KV_REFERENCE_SERVER, KV_SERVICE_PACKAGE, option}) {
-        port_ = nextLine();
+    /// `deflate`: its settings of permessage-deflate.
+    explicit ReferenceServer(char const* deflate = "false")
+        : ReferenceServer(std::vector<std::string>{"node", KV_REFERENCE_SERVER, KV_SERVICE_PACKAGE, deflate}) {}
+    static ReferenceServer python() {
+        return ReferenceServer(std::vector<std::string>{"/usr/bin/python3", KV_PYTHON_SERVER});
     }
     std::string url() const { return "http://127.0.0.1:" + port_; }
     std::string nextLine() { return process_.readLine(std::chrono::steady_clock::now() + 20s).value_or("nothing"); }
 
 private:
+    explicit ReferenceServer(std::vector<std::string> const& command) : process_(command) { port_ = nextLine(); }
+
     ChildProcess process_;
     std::string port_;
 };
+
+void answerQuestions(Client& client) {
+    client.socket().on("question", [&](SocketData const& data) {
+        SocketItems items;
+        items.values = {{data.items().at(0), std::nan(""), "\xF0\x9F\x98\x80"}};
+        client.queue->post([answer = data.answer(), items] {
+            answer(items);
+            answer({});  // once is enough
+        });
+    });
+    client.socket().emit("ask", {});
+    EXPECT_TRUE(client.waitFor("event [[1,null,\"\xF0\x9F\x98\x80\"]]"));
+}
 
 void talk(Client& client) {
     ASSERT_TRUE(client.connect()) << client.lineOf("disconnect");
@@ -48,6 +67,7 @@ void talk(Client& client) {
             });
     }
     EXPECT_TRUE(runUntil(*client.queue, [&] { return answers == 9; })) << client.lineOf("disconnect");
+    answerQuestions(client);
     int pushed = 0;
     client.socket().on("pushed", [&](SocketData const& data) {
         EXPECT_EQ(data.items().at(0).as_int64(), pushed);
@@ -68,8 +88,10 @@ SocketConfig withQuery(bool compress) {
 }
 
 TEST_P(Reference, TalksToTheReferenceServer) {
-    for (bool const deflates : {false, true}) {
-        ReferenceServer server(deflates ? "deflate" : "plain");
+    for (auto const* deflate : {"false", R"({"threshold":0})", R"({"threshold":0,"serverNoContextTakeover":false})",
+                                R"({"threshold":0,"clientMaxWindowBits":9,"serverMaxWindowBits":10})"}) {
+        SCOPED_TRACE(deflate);
+        ReferenceServer server(deflate);
         Client client(GetParam(), server.url(), withQuery(true));
         talk(client);
         client.queue->runFor(700ms);  // two heartbeats
@@ -78,6 +100,15 @@ TEST_P(Reference, TalksToTheReferenceServer) {
         client.queue->runFor(50ms);
         EXPECT_EQ(server.nextLine(), "left: client namespace disconnect");
     }
+}
+
+TEST_P(Reference, TalksToThePythonServer) {
+    auto const server = ReferenceServer::python();
+    if (server.url().ends_with("nothing")) GTEST_SKIP() << "this machine has no python3-socketio";
+    Client client(GetParam(), server.url(), withQuery(true));
+    ASSERT_TRUE(client.connect()) << client.lineOf("disconnect");
+    EXPECT_TRUE(client.waitFor("event [\"early\"]"));
+    answerQuestions(client);
 }
 
 TEST_P(Reference, HearsHowTheReferenceServerEnds) {

@@ -28,7 +28,9 @@ std::string acceptOf(Upgrade const& upgrade) {
     return base64Sha1(valueOf(upgrade.request(), "Sec-WebSocket-Key") + "258EAFA5-E914-47DA-95CA-C5AB0DC85B11");
 }
 
-std::string const kOffer = "permessage-deflate; client_no_context_takeover; server_no_context_takeover";
+std::string const kOffer =
+    "permessage-deflate; client_no_context_takeover; server_no_context_takeover; client_max_window_bits, "
+    "permessage-deflate; client_max_window_bits, permessage-deflate";
 
 TEST(Upgrade, AsksForAWebSocket) {
     Upgrade const plain("host:81", "/socket.io/?EIO=4", false), offering("[::1]", "/", true);
@@ -56,6 +58,7 @@ TEST(Upgrade, JudgesTheAnswer) {
         char const* error;
         bool offers = false;
         Deflates deflates = no;
+        int bits = 15;
     };
     std::vector<Case> const cases{
         {good, ""},
@@ -67,7 +70,14 @@ TEST(Upgrade, JudgesTheAnswer) {
         {good + deflate + ";server_no_context_takeover ; server_max_window_bits=10\r\n", "", true, droppingContext},
         {good + deflate + "\r\n", "", true, keepingContext},
         {good + deflate + "\r\n", "extension that was not offered", false},
-        {good + deflate + "; client_max_window_bits=10\r\n", "extension that was not offered", true},
+        {good + deflate + "; client_max_window_bits=\"10\"\r\n", "", true, keepingContext, 10},
+        {good + deflate + "; client_max_window_bits=8\r\n", "", true, keepingContext, 0},
+        {good + deflate + "; client_max_window_bits=7\r\n", "extension that was not offered", true},
+        {good + deflate + "; server_max_window_bits=16\r\n", "extension that was not offered", true},
+        {good + deflate + "; server_max_window_bits=010\r\n", "extension that was not offered", true},
+        {good + deflate + "; client_max_window_bits\r\n", "extension that was not offered", true},
+        {good + deflate + "; server_no_context_takeover=1\r\n", "extension that was not offered", true},
+        {good + deflate + "; server_max_window_bits=9;server_max_window_bits=9\r\n", "not offered", true},
         {good + deflate + "; unknown\r\n", "extension that was not offered", true},
         {good + deflate + ", x-other\r\n", "extension that was not offered", true},
         {good + deflate + "\r\n" + deflate + "\r\n", "extension that was not offered", true},
@@ -97,11 +107,16 @@ TEST(Upgrade, JudgesTheAnswer) {
         }
         EXPECT_EQ(error, "") << head;
         EXPECT_EQ(agreement.isEnabled, c.deflates != no) << head;
+        EXPECT_EQ(agreement.isEnabled ? agreement.clientWindowBits : c.bits, c.bits) << head;
         EXPECT_EQ(agreement.isEnabled && agreement.serverKeepsContext, c.deflates == keepingContext) << head;
     }
 }
 
 TEST(Upgrade, KnowsEarlyWhatIsNoHttp) {
+    for (auto const* interim : {"HTTP/1.1 100 Continue\r\n", "HTTP/1.1 103\r\n"})
+        EXPECT_TRUE(Upgrade::isInterim(interim));
+    for (auto const* last : {"HTTP/1.1 101 x\r\n", "HTTP/1.1 1010 Odd\r\n", "HTTP/1.1 200\r\n", "x"})
+        EXPECT_FALSE(Upgrade::isInterim(last)) << last;
     for (auto const* start : {"", "H", "HTTP", "HTTP/1.1 101"}) EXPECT_TRUE(Upgrade::mayBeHttp(start)) << start;
     for (auto const* start : {"h", "SSH-2.0", "\x15\x03\x01", "HTTQ/"})
         EXPECT_FALSE(Upgrade::mayBeHttp(start)) << start;

@@ -126,7 +126,7 @@ TEST_F(WriterTest, ClosesBehindWhatWaits) {
 TEST_F(WriterTest, DeflatesLargeMessagesOnly) {
     Outbox outbox(kNoBound);
     Writer writer(outbox);
-    writer.setDeflates(true);
+    writer.setDeflates(9);
     std::string const below(1023, 'x'), above(1024, 'x');
     ASSERT_EQ(outbox.put(below, attachments({below, above}), kLater), Put::queuedFirst);
     ASSERT_EQ(outbox.put(above, {}, kLater), Put::queued);

@@ -1,6 +1,6 @@
 'use strict';
 // The reference socket.io server, for the tests: echoes, pushes, and closes in every way. Ends with its standard input.
-// Arguments: the package.json whose modules it uses; "deflate" for permessage-deflate.
+// Arguments: the package.json whose modules it uses; the settings of permessage-deflate as JSON, "false" for none.
 const http = require('http');
 const { createRequire } = require('module');
 const { Server } = createRequire(process.argv[2])('socket.io');
@@ -12,7 +12,7 @@ const io = new Server(httpServer, {
   maxHttpBufferSize: 32 << 20,
   pingInterval: 300,
   pingTimeout: 10000,
-  perMessageDeflate: process.argv[3] === 'deflate' ? { threshold: 0 } : false,
+  perMessageDeflate: JSON.parse(process.argv[3]),
 });
 
 io.use((socket, next) => {
@@ -30,6 +30,7 @@ io.on('connection', (socket) => {
   socket.on('push', (count) => {
     for (let i = 0; i < count; i += 1) socket.emit('pushed', i, Buffer.alloc(i % 7, i % 256));
   });
+  socket.on('ask', () => socket.emit('question', 1, (...answer) => socket.emit('event', ...answer)));
   socket.on('leaveMe', () => socket.disconnect());
   socket.on('closeMe', () => socket.disconnect(true));
   socket.on('dropMe', () => socket.conn.transport.socket.terminate());

@@ -8,7 +8,7 @@
 #include "Platform/KvConsole.h"
 #include "Platform/KvDirectories.h"
 #include "Platform/KvKeyStore.h"
-#include "SocketIO/core/Utf8.h"
+#include "Platform/KvUtf8.h"
 
 #include <mutex>
 #include <utility>
@@ -232,7 +232,7 @@ void LoganManager::writeWaiting() {
                     R"(,"encrypt":false,"content":)" + quoted(common) + '}';
         // No blank survives, not even within a value: that is what makes a record one line for its reader.
         std::erase_if(line, [](char c) { return c == ' ' || c == '\n'; });
-        sio::replaceInvalidUtf8(line);
+        replaceInvalidUtf8(line);
         collectManager_->writeLog(std::move(line));
     }
 }

@@ -1,6 +1,6 @@
 #include "Classes/Utils/Logan/collector/Util/WnKeyChainStore.h"
 
-#include "SocketIO/core/Utf8.h"
+#include "Platform/KvUtf8.h"
 
 #include <array>
 #include <cstdio>
@@ -53,7 +53,7 @@ bool WnKeyChainStore::setString(std::string_view string, std::string_view key) {
 
 std::optional<std::string> WnKeyChainStore::stringForKey(std::string_view key) {
     auto match = KvKeyStore::shared()->copyMatching(getKeychainQuery(key));
-    if (!succeeded(match.status, kReadError) || !sio::isValidUtf8(match.value)) return std::nullopt;
+    if (!succeeded(match.status, kReadError) || !isValidUtf8(match.value)) return std::nullopt;
     return std::move(match.value);
 }
 

@@ -4,10 +4,10 @@
 #include <string>
 #include <string_view>
 
-namespace kv::sio {
+namespace kv {
 
 bool isValidUtf8(std::string_view text);
 /// Replaces every byte that is not part of well-formed UTF-8 with U+FFFD.
 void replaceInvalidUtf8(std::string& text);
 
-}  // namespace kv::sio
+}  // namespace kv

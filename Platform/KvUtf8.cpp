@@ -1,9 +1,9 @@
-#include "SocketIO/core/Utf8.h"
+#include "Platform/KvUtf8.h"
 
 #include <cstdint>
 #include <cstring>
 
-namespace kv::sio {
+namespace kv {
 namespace {
 
 constexpr std::string_view kReplacement = "\xEF\xBF\xBD";
@@ -64,4 +64,4 @@ void replaceInvalidUtf8(std::string& text) {
     text = std::move(repaired);
 }
 
-}  // namespace kv::sio
+}  // namespace kv
