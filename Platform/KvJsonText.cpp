@@ -24,14 +24,19 @@ public:
 
     void reset(json::storage_ptr storage) {
         stack_.reset(std::move(storage));
-        values_ = 0;
+        values_ = keyWork_ = 0;
     }
     json::value release() { return stack_.release(); }
 
     bool on_document_begin(json::error_code&) { return true; }
     bool on_document_end(json::error_code&) { return true; }
     bool on_object_begin(json::error_code& error) { return countValue(error); }
-    bool on_object_end(std::size_t size, json::error_code&) { return stack_.push_object(size), true; }
+    bool on_object_end(std::size_t size, json::error_code& error) {
+        // What it costs if all its keys were made to meet in one place.
+        if (size > kFewKeys) keyWork_ += size * size;
+        if (keyWork_ > kMostKeyWork) return error = json::error::object_too_large, false;
+        return stack_.push_object(size), true;
+    }
     bool on_array_begin(json::error_code& error) { return countValue(error); }
     bool on_array_end(std::size_t size, json::error_code&) { return stack_.push_array(size), true; }
     bool on_key_part(json::string_view part, std::size_t, json::error_code&) { return stack_.push_chars(part), true; }
@@ -64,8 +69,12 @@ private:
         return false;
     }
 
+    static constexpr std::size_t kFewKeys = 32;
+    static constexpr std::size_t kMostKeyWork = 4 * kMostJsonKeys * kMostJsonKeys;
+
     json::value_stack stack_;
     std::size_t values_ = 0;
+    std::size_t keyWork_ = 0;
 };
 
 using Parser = json::basic_parser<Builder>;
@@ -133,7 +142,7 @@ bool replaceHalfPairs(std::string& text) {
 
 std::string describe(json::error_code const& error) {
     if (error == json::error::too_deep) return "JSON nested too deeply";
-    if (error == json::error::object_too_large) return "JSON with more than 10000 keys in one object";
+    if (error == json::error::object_too_large) return "JSON with too many keys in one object";
     if (error == json::error::array_too_large) return "JSON with more than a million values";
     return "bad JSON: " + error.message();
 }

@@ -11,8 +11,8 @@
 namespace kv {
 
 inline constexpr std::size_t kMostJsonDepth = 64;
-/// Keys of one object. Names can be made so that they all fall into one place of its table, and then each costs as much
-/// as all before it.
+/// Keys of one object; of a few objects of this size, or many small ones. Names can be made so that they all fall into
+/// one place of a table, and then each costs as much as all before it.
 inline constexpr std::size_t kMostJsonKeys = 10'000;
 /// Values of one text, which need many times the memory of their characters.
 inline constexpr std::size_t kMostJsonValues = 1u << 20;

@@ -34,7 +34,10 @@ TEST(JsonText, IsReadWithinBounds) {
         {repeated("[", 64) + repeated("]", 64), ""},
         {repeated("[", 65) + repeated("]", 65), "nested too deeply"},
         {objectOf(10'000), ""},
-        {objectOf(10'001), "more than 10000 keys"},
+        {objectOf(10'001), "too many keys"},
+        {"[" + objectOf(10'000) + "," + objectOf(10'000) + "]", ""},
+        {"[" + repeated(objectOf(5'000) + ",", 17) + "0]", "too many keys"},
+        {"[" + repeated(objectOf(30) + ",", 20'000) + "0]", ""},
         {"[" + repeated("0,", (1u << 20) - 2) + "0]", ""},
         {"[" + repeated("[],", 1u << 20) + "0]", "more than a million values"},
     };
