@@ -256,7 +256,6 @@ KvHttpSession& KvHttpSession::shared() {
 }
 
 KvHttpSession::KvHttpSession() : multi_(makeMulti()), canWake_(curl_multi_wakeup(multi_) == CURLM_OK) {
-    startThread("kv.http", [this] { Loop(*this).run(); });
     // OpenSSL, which curl has set up by now, cleans up behind this and must find nobody using it.
     static pid_t const process = ::getpid();
     std::atexit([] {
@@ -275,6 +274,7 @@ void KvHttpSession::stopAtExit() {
     stopping_ = true;
     {
         std::lock_guard lock(mutex_);
+        if (!hasThread_) return;
         curl_multi_wakeup(multi_);
     }
     auto const end = Clock::now() + kLongestExit;
@@ -285,9 +285,14 @@ void KvHttpSession::start(KvHttpTask task, Completion completion) {
     auto transfer = std::make_unique<Transfer>(std::move(task), std::move(completion));
     {
         std::lock_guard lock(mutex_);
-        started_.push_back(std::move(transfer));
-        curl_multi_wakeup(multi_);
+        if (!hasThread_) hasThread_ = startThread("kv.http", [this] { Loop(*this).run(); });
+        if (hasThread_) {
+            started_.push_back(std::move(transfer));
+            curl_multi_wakeup(multi_);
+            return;
+        }
     }
+    transfer->conclude("no thread is left for it");
 }
 
 }  // namespace kv
