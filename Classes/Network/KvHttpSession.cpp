@@ -14,6 +14,8 @@
 
 #include <curl/curl.h>
 #include <fcntl.h>
+#include <openssl/ssl.h>
+#include <openssl/x509v3.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -30,6 +32,37 @@ constexpr std::chrono::seconds kLongestExit{3};  // a handshake on a busy machin
 // A line break would end the request line or a header and begin something else; a zero byte would end the URL.
 bool hasControlCharacter(std::string_view url) {
     return std::ranges::any_of(url, [](unsigned char c) { return c < 0x20 || c == 0x7f; });
+}
+
+bool hasAlternativeNameOfHost(X509* certificate) {
+    auto* const names =
+        static_cast<GENERAL_NAMES*>(X509_get_ext_d2i(certificate, NID_subject_alt_name, nullptr, nullptr));
+    bool isFound = false;
+    for (int i = 0; i < sk_GENERAL_NAME_num(names) && !isFound; ++i) {
+        auto const type = sk_GENERAL_NAME_value(names, i)->type;
+        isFound = type == GEN_DNS || type == GEN_IPADD;
+    }
+    GENERAL_NAMES_free(names);
+    return isFound;
+}
+
+// Where there is no alternative name to look at, curl looks at the common name, which authorities do not check alike.
+int verifyCertificate(int isGood, X509_STORE_CTX* chain) {
+    if (isGood != 1 || X509_STORE_CTX_get_error_depth(chain) > 0) return isGood;
+    if (hasAlternativeNameOfHost(X509_STORE_CTX_get_current_cert(chain))) return 1;
+    X509_STORE_CTX_set_error(chain, X509_V_ERR_HOSTNAME_MISMATCH);
+    return 0;
+}
+
+CURLcode onTlsContext(CURL*, void* context, void*) {
+    SSL_CTX_set_verify(static_cast<SSL_CTX*>(context), SSL_VERIFY_PEER, &verifyCertificate);
+    return CURLE_OK;
+}
+
+// Other libraries have contexts of another kind, and OpenSSL's descendants may.
+bool curlHasOpenSsl() {
+    char const* const library = curl_version_info(CURLVERSION_NOW)->ssl_version;
+    return library != nullptr && std::string_view(library).starts_with("OpenSSL/");
 }
 
 CURLM* makeMulti() {
@@ -112,6 +145,7 @@ private:
         set(CURLOPT_QUICK_EXIT, 1L);  // a host name that nobody resolves must not hold up the thread when given up
         // The directory of the system's authorities, which curl knows by itself, stays in force beside this file.
         if (!task_.caFile.empty()) set(CURLOPT_CAINFO, task_.caFile.c_str());
+        if (curlHasOpenSsl()) set(CURLOPT_SSL_CTX_FUNCTION, &onTlsContext);
         set(CURLOPT_HEADERFUNCTION, &onHeader);
         set(CURLOPT_HEADERDATA, this);
         set(CURLOPT_WRITEFUNCTION, &onBody);
