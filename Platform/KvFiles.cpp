@@ -78,6 +78,22 @@ bool createDirectories(std::string const& path) {
     return ::mkdir(path.c_str(), 0700) == 0 || isDirectory(path);  // another process may have been faster
 }
 
+std::string asFileName(std::string_view text) {
+    constexpr char kDigits[] = "0123456789ABCDEF";
+    std::string name;
+    for (char const c : text) {
+        bool const isPlain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' ||
+                             c == '_' || (c == '.' && !name.empty());
+        if (isPlain) {
+            name += c;
+        } else {
+            auto const byte = static_cast<unsigned char>(c);
+            name += {'%', kDigits[byte >> 4], kDigits[byte & 15]};
+        }
+    }
+    return name;
+}
+
 std::error_code renameWithoutReplacing(std::string const& from, std::string const& to) {
     if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return {};
     if (errno != EINVAL && errno != ENOSYS) return lastError();

@@ -81,7 +81,7 @@ void createFile(std::string const& directory, std::string const& path) {
 }  // namespace
 
 KvLog& KvLog::shared() {
-    static auto& log = *new KvLog(sharedDirectory(cachesDirectory()));
+    static auto& log = *new KvLog(sharedDirectory(cachesDirectoryOf(executableName())));
     return log;
 }
 
