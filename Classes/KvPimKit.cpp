@@ -42,7 +42,7 @@ std::shared_ptr<KvPimKit> KvPimKit::initWithAppId(std::string appId, std::weak_p
     LoganManager::configure(options.envConfig);
     LoganManager::sharedInstance().setAppId(appId);
     auto impl = std::make_shared<KvPimKitImpl>(std::move(appId), std::move(delegate), std::move(options));
-    if (!isValidApiServer(impl->apiServer)) return nullptr;
+    if (!impl->mainQueue || !impl->engine || !isValidApiServer(impl->apiServer)) return nullptr;
     impl->debugInfo.getApiServer(impl->apiServer);
     auto const object = std::shared_ptr<KvPimKit>(new KvPimKit(impl));
     // Counted apart from what a callback holds, which must not look like the application's own.

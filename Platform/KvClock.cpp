@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <utility>
 
-#include <boost/asio/steady_timer.hpp>
-
 namespace kv {
 namespace {
 
@@ -14,10 +12,7 @@ class RealClock final : public KvClock {
 public:
     WallTime wallTime() const override { return std::chrono::system_clock::now(); }
     void callAfter(std::chrono::nanoseconds delay, std::function<void()> work) override {
-        auto const timer = std::make_shared<boost::asio::steady_timer>(KvBackgroundPool::shared().context(), delay);
-        timer->async_wait([timer, work = std::move(work)](boost::system::error_code error) {
-            if (!error) work();
-        });
+        KvBackgroundPool::shared().runAfter(delay, std::move(work));
     }
 };
 

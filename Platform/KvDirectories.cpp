@@ -1,8 +1,12 @@
 #include "Platform/KvDirectories.h"
 
+#include "Platform/KvFiles.h"
+
 #include <array>
 #include <cstdlib>
+#include <filesystem>
 #include <optional>
+#include <system_error>
 
 #include <pwd.h>
 #include <unistd.h>
@@ -37,9 +41,21 @@ std::string cachesDirectory() {
     return homeDirectory() + "/.cache";
 }
 
+std::string cachesDirectoryOf(std::string_view program) {
+    return cachesDirectory() + "/kvpim/" + (program.empty() ? "unnamed" : asFileName(program));
+}
+
 std::string dataDirectory() {
     if (auto path = absolutePathFrom("XDG_DATA_HOME")) return *path;
     return homeDirectory() + "/.local/share";
+}
+
+std::string executableName() {
+    std::error_code error;
+    std::string name = std::filesystem::read_symlink("/proc/self/exe", error).filename();
+    // The mark of a program that was replaced while it runs.
+    if (std::string_view const mark = " (deleted)"; name.ends_with(mark)) name.resize(name.size() - mark.size());
+    return name;
 }
 
 }  // namespace kv

@@ -4,12 +4,17 @@
 #include "Platform/KvExport.h"
 
 #include <string>
+#include <string_view>
 
 namespace kv {
 
 /// What the program can do without: `$XDG_CACHE_HOME` when it is an absolute path, else `.cache` in the home directory.
 KV_EXPORT std::string cachesDirectory();
+/// Below it, the directory of one of the user's programs.
+KV_EXPORT std::string cachesDirectoryOf(std::string_view program);
 /// What must last: `$XDG_DATA_HOME` when it is an absolute path, else `.local/share` in the home directory.
 KV_EXPORT std::string dataDirectory();
+/// The name of this program's executable, which an update leaves as it is; empty when the system does not tell it.
+KV_EXPORT std::string executableName();
 
 }  // namespace kv

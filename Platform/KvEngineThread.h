@@ -8,7 +8,8 @@
 
 namespace kv {
 
-/// The queue of the engine thread. The thread starts with the first call and lives as long as the process. Any thread.
+/// The queue of the engine thread. The thread starts with the first call and lives as long as the process. Null while
+/// the system has no thread or no descriptor for it. Any thread.
 KV_EXPORT std::shared_ptr<KvMainQueue> engineThreadQueue();
 
 }  // namespace kv

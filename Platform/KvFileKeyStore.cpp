@@ -16,25 +16,9 @@ namespace {
 
 constexpr off_t kLargestValue = 1 << 20;
 
-// Letters, digits, "-" and "_" stand for themselves, and "." anywhere but at the start; so no name leaves the
-// directory.
-std::string escaped(std::string_view text) {
-    constexpr char kDigits[] = "0123456789ABCDEF";
-    std::string name;
-    for (char const c : text) {
-        bool const isPlain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' ||
-                             c == '_' || (c == '.' && !name.empty());
-        if (isPlain) {
-            name += c;
-        } else {
-            auto const byte = static_cast<unsigned char>(c);
-            name += {'%', kDigits[byte >> 4], kDigits[byte & 15]};
-        }
-    }
-    return name;
+std::string fileNameOf(KvKeyStoreQuery const& query) {
+    return asFileName(query.service) + "~" + asFileName(query.account);
 }
-
-std::string fileNameOf(KvKeyStoreQuery const& query) { return escaped(query.service) + "~" + escaped(query.account); }
 
 std::string temporaryName() {
     std::uint64_t number = 0;  // no process id: those of two containers that share a home may be equal

@@ -39,8 +39,15 @@ struct KvFileId {
 
 /// Writes all of it, or says false, with errno set.
 KV_EXPORT bool writeAll(int fd, std::string_view bytes);
+/// Writes all of it at the end of a file, or says false; a line for which there was no room is not left there in part.
+KV_EXPORT bool appendLines(int fd, std::string_view lines);
+/// Takes away what is behind the last line break of a file. The descriptor must be open for reading, too.
+KV_EXPORT void cutHalfLine(int fd);
 /// Makes a directory and whatever is missing above it, for this user alone. True when it is there afterwards.
 KV_EXPORT bool createDirectories(std::string const& path);
+/// A name that stands for any text, and for no other, and leaves no directory: letters, digits, "-", "_" and, but at
+/// the start, "." stand for themselves.
+KV_EXPORT std::string asFileName(std::string_view text);
 /// Like rename, but fails when `to` exists.
 KV_EXPORT std::error_code renameWithoutReplacing(std::string const& from, std::string const& to);
 /// The error that errno stands for.

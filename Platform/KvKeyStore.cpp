@@ -24,8 +24,9 @@ Choice& choice() {
 
 std::shared_ptr<KvKeyStore> choose(std::string const& directory) {
     if (!directory.empty()) return makeFileKeyStore(directory);
-    if (auto store = openSecretServiceKeyStore(kLongestWait)) return store;
-    return makeFileKeyStore(dataDirectory() + "/kvpim/keys");
+    auto files = makeFileKeyStore(dataDirectory() + "/kvpim/keys");
+    auto service = openSecretServiceKeyStore(kLongestWait);
+    return service ? makeTwinKeyStore(std::move(service), std::move(files)) : files;
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
-// A small store of secrets that lasts: texts under a service and an account. The user's secret service keeps them where
-// there is one that can be used without asking the user anything; private files elsewhere.
+// A small store of texts that lasts, under a service and an account. The user's secret service keeps them where there
+// is one that can be used without asking the user anything; private files keep them everywhere, so that nothing is lost
+// while the service is locked.
 //
 // Callable from any thread, but not from one that must not wait: an operation may take two seconds.
 #pragma once
@@ -36,8 +37,8 @@ struct KvKeyStoreMatch {
 
 class KV_EXPORT KvKeyStore {
 public:
-    /// The store of the process, chosen once, at first use: the secret service if it answers within two seconds and
-    /// needs no consent, else private files below the user's data directory.
+    /// The store of the process, chosen once, at first use: private files below the user's data directory, and in front
+    /// of them the secret service if it answers within two seconds and needs no consent.
     static std::shared_ptr<KvKeyStore> shared();
     /// Private files in `directory` instead; an empty name leaves the choice. Before the first use of `shared`.
     static void configure(std::string directory);
@@ -53,6 +54,10 @@ public:
 
 /// One file for each item. The directory is made when it is needed.
 KV_EXPORT std::shared_ptr<KvKeyStore> makeFileKeyStore(std::string directory);
+/// Two stores that hold the same: what one of them lacks or refuses is in the other. `first` is right where they
+/// differ.
+KV_EXPORT std::shared_ptr<KvKeyStore> makeTwinKeyStore(std::shared_ptr<KvKeyStore> first,
+                                                       std::shared_ptr<KvKeyStore> second);
 /// Null when there is no secret service that answers within `limit` and can be used at once. `limit` holds for each
 /// later operation too.
 KV_EXPORT std::shared_ptr<KvKeyStore> openSecretServiceKeyStore(std::chrono::milliseconds limit);

@@ -4,10 +4,12 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cassert>
 #include <cerrno>
 #include <deque>
 #include <mutex>
 #include <set>
+#include <stdexcept>
 #include <system_error>
 #include <thread>
 
@@ -33,12 +35,6 @@ struct EpollFd {
 };
 template struct EpollFd<&asio::detail::epoll_reactor::epoll_fd_>;
 
-int makeEventFd() {
-    int const fd = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
-    if (fd < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
-    return fd;
-}
-
 }  // namespace
 
 class KvQueueTimer::Entry {
@@ -59,16 +55,38 @@ public:
         }
     };
 
-    explicit Impl(Time mode)
-        : manual(mode == Time::manual), start(Clock::now()), wakeUp(context, makeEventFd()), alarm(context) {
+    explicit Impl(Time mode) : manual(mode == Time::manual), start(Clock::now()), wakeUp(context), alarm(context) {
+        int const fd = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+        if (fd < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
+        boost::system::error_code error;
+        if (wakeUp.assign(fd, error); error) {
+            ::close(fd);
+            throw boost::system::system_error(error);
+        }
         awaitWakeUp();
     }
 
     Clock::time_point now() const { return manual ? start + std::chrono::nanoseconds(moved.load()) : Clock::now(); }
     bool isCurrent() const { return executor.running_in_this_thread(); }
-    void enter() {
-        owner.store(std::this_thread::get_id(), std::memory_order_relaxed);
-        // Work that a handler posted before it ran the queue itself is in Asio's hands for when that handler is back.
+    // While it lives, the calling thread drives the queue: no other may, but a handler may run the queue once more.
+    class Driving {
+    public:
+        explicit Driving(Impl& impl) : impl_(impl), before_(impl.driver.exchange(std::this_thread::get_id())) {
+            assert((before_ == std::thread::id() || before_ == std::this_thread::get_id()) &&
+                   "a queue is driven by one thread at a time");
+            impl.owner.store(std::this_thread::get_id(), std::memory_order_relaxed);
+        }
+        Driving(Driving const&) = delete;
+        Driving& operator=(Driving const&) = delete;
+        ~Driving() { impl_.driver.store(before_); }
+
+    private:
+        Impl& impl_;
+        std::thread::id const before_;
+    };
+
+    // Work that a handler posted before it ran the queue itself is in Asio's hands for when that handler is back.
+    void drainWhatAHandlerPosted() {
         if (isCurrent()) drain();
     }
 
@@ -171,8 +189,9 @@ public:
 
     bool const manual;
     Clock::time_point const start;
-    std::atomic<std::int64_t> moved{0};  // of a manual clock, in nanoseconds
-    std::atomic<std::thread::id> owner{};
+    std::atomic<std::int64_t> moved{0};     // of a manual clock, in nanoseconds
+    std::atomic<std::thread::id> owner{};   // who drove the queue last
+    std::atomic<std::thread::id> driver{};  // who does at this moment
     std::atomic<bool> stopping{false};
 
     asio::io_context context{1};
@@ -214,12 +233,17 @@ void KvQueueTimer::cancel() {
 bool KvQueueTimer::isActive() const { return entry_ && entry_->active; }
 
 std::shared_ptr<KvMainQueue> KvMainQueue::main() {
-    static auto& queue = *new std::shared_ptr<KvMainQueue>(create());  // outlives every static client
+    static std::mutex mutex;
+    static auto& queue = *new std::shared_ptr<KvMainQueue>;  // outlives every static client
+    std::lock_guard lock(mutex);
+    if (!queue) queue = create();
     return queue;
 }
 
-std::shared_ptr<KvMainQueue> KvMainQueue::create(Time time) {
+std::shared_ptr<KvMainQueue> KvMainQueue::create(Time time) try {
     return std::shared_ptr<KvMainQueue>(new KvMainQueue(time));
+} catch (std::runtime_error const&) {  // the system's errors, the standard library's or Asio's
+    return nullptr;
 }
 
 KvMainQueue::KvMainQueue(Time time) : impl_(std::make_unique<Impl>(time)) {}
@@ -233,7 +257,8 @@ KvMainQueue::~KvMainQueue() {
 }
 
 void KvMainQueue::run() {
-    impl_->enter();
+    Impl::Driving const driving(*impl_);
+    impl_->drainWhatAHandlerPosted();
     impl_->running = true;
     impl_->context.restart();
     while (!impl_->stopping.exchange(false)) {
@@ -244,7 +269,8 @@ void KvMainQueue::run() {
 }
 
 void KvMainQueue::runFor(std::chrono::nanoseconds duration) {
-    impl_->enter();
+    Impl::Driving const driving(*impl_);
+    impl_->drainWhatAHandlerPosted();
     auto const end = Clock::now() + duration;
     impl_->running = true;
     impl_->context.restart();
@@ -256,7 +282,8 @@ void KvMainQueue::runFor(std::chrono::nanoseconds duration) {
 }
 
 std::size_t KvMainQueue::poll() {
-    impl_->enter();
+    Impl::Driving const driving(*impl_);
+    impl_->drainWhatAHandlerPosted();
     impl_->executed = 0;
     impl_->context.restart();
     if (impl_->manual) impl_->runDue();
@@ -301,6 +328,7 @@ bool KvMainQueue::isOwnThread() const {
 KvMainQueue::Clock::time_point KvMainQueue::now() const { return impl_->now(); }
 
 void KvMainQueue::advance(std::chrono::nanoseconds duration) {
+    Impl::Driving const driving(*impl_);
     poll();
     auto const target = now() + duration;
     while (!impl_->timers.empty() && (*impl_->timers.begin())->due <= target) {

@@ -44,9 +44,11 @@ public:
     /// Whether timers go by the clock of the machine or by `advance`.
     enum class Time { real, manual };
 
-    /// The queue of the process, made on first use; clients use it unless they are given another one. Any thread.
+    /// The queue of the process, made on first use; clients use it unless they are given another one. Null while the
+    /// system has no descriptors for it. Any thread.
     static std::shared_ptr<KvMainQueue> main();
-    /// A queue of its own. With `Time::manual` its clock stands still until `advance` moves it. Any thread.
+    /// A queue of its own. With `Time::manual` its clock stands still until `advance` moves it. Null when the system
+    /// has no descriptors for it: it takes four. Any thread.
     static std::shared_ptr<KvMainQueue> create(Time time = Time::real);
     ~KvMainQueue();
 

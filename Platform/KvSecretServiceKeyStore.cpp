@@ -1,16 +1,20 @@
 // The key store of a desktop: the Secret Service, which is a process of its own that may be absent, locked or stuck.
 // Each conversation with it runs on a thread that is left behind when it takes too long, and no prompt is ever shown.
+#include "Platform/KvFiles.h"
 #include "Platform/KvKeyStore.h"
+#include "Platform/KvThread.h"
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <cstdlib>
 #include <future>
 #include <optional>
-#include <thread>
 
 #define G_DISABLE_CAST_CHECKS
 #include <dlfcn.h>
 #include <libsecret/secret.h>
+#include <sys/eventfd.h>
 #include <unistd.h>
 
 namespace kv {
@@ -153,14 +157,25 @@ Owned<SecretService> openService(GCancellable* cancellable) {
 
 // ---- Talking to it
 
+// GLib ends the process when it finds no descriptor for a conversation.
+bool hasDescriptorsToSpare() {
+    std::array<KvFileDescriptor, 8> spare;
+    return std::ranges::all_of(spare, [](KvFileDescriptor& one) {
+        one = KvFileDescriptor(::eventfd(0, EFD_CLOEXEC));
+        return static_cast<bool>(one);
+    });
+}
+
 /// Runs `work(cancellable)` on a thread of its own. Nothing when it has not ended within `limit`; it is told to stop.
 template <class Work>
 auto runWithin(std::chrono::milliseconds limit, Work work) {
     using Answer = decltype(work(static_cast<GCancellable*>(nullptr)));
+    if (!hasDescriptorsToSpare()) return std::optional<Answer>();
     std::shared_ptr<GCancellable> const cancellable(g_cancellable_new(), Unref());
-    std::packaged_task<Answer()> task([cancellable, work = std::move(work)] { return work(cancellable.get()); });
-    auto answer = task.get_future();
-    std::thread(std::move(task)).detach();
+    auto const task = std::make_shared<std::packaged_task<Answer()>>(
+        [cancellable, work = std::move(work)] { return work(cancellable.get()); });
+    auto answer = task->get_future();
+    if (!startThread("kv.secrets", [task] { (*task)(); })) return std::optional<Answer>();
     if (answer.wait_for(limit) == std::future_status::ready) return std::optional<Answer>(answer.get());
     g_cancellable_cancel(cancellable.get());
     return std::optional<Answer>();

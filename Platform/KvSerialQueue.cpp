@@ -3,30 +3,53 @@
 #include "Platform/KvBackgroundPool.h"
 
 #include <cassert>
+#include <deque>
 #include <future>
+#include <mutex>
 #include <utility>
 
-#include <boost/asio/post.hpp>
-#include <boost/asio/strand.hpp>
-
 namespace kv {
-namespace asio = boost::asio;
 
-class KvSerialQueue::Impl {
+class KvSerialQueue::Impl : public std::enable_shared_from_this<Impl> {
 public:
-    void async(std::function<void()> work) {
-        KvBackgroundPool::shared().began();
-        asio::post(strand_, [work = std::move(work)]() mutable {
-            work();
-            work = nullptr;  // what it holds goes before the end of the process is let through
-            KvBackgroundPool::shared().ended();
-        });
+    using Work = std::function<void()>;
+
+    void async(Work work) {
+        std::lock_guard lock(mutex_);
+        waiting_.push_back(std::move(work));
+        if (!std::exchange(isScheduled_, true)) schedule();
     }
-    bool isCurrent() const { return strand_.running_in_this_thread(); }
+    bool isCurrent() const { return current == this; }
 
 private:
-    asio::strand<asio::io_context::executor_type> strand_{KvBackgroundPool::shared().context().get_executor()};
+    void schedule() {
+        KvBackgroundPool::shared().run([self = shared_from_this()] { self->runWaiting(); });
+    }
+
+    // One round, so that a queue whose work queues work leaves room for others.
+    void runWaiting() {
+        std::deque<Work> round;
+        {
+            std::lock_guard lock(mutex_);
+            round.swap(waiting_);
+        }
+        current = this;
+        for (auto& work : round) std::exchange(work, nullptr)();
+        current = nullptr;
+        std::lock_guard lock(mutex_);
+        isScheduled_ = !waiting_.empty();
+        if (isScheduled_) schedule();
+    }
+
+    static thread_local Impl const* current;
+
+    std::mutex mutex_;
+    // Guarded by mutex_.
+    std::deque<Work> waiting_;
+    bool isScheduled_ = false;
 };
+
+thread_local KvSerialQueue::Impl const* KvSerialQueue::Impl::current = nullptr;
 
 KvSerialQueue::KvSerialQueue(std::string label, std::shared_ptr<KvClock> clock)
     : label_(std::move(label)), clock_(std::move(clock)), impl_(std::make_shared<Impl>()) {}

@@ -1,5 +1,6 @@
 #include "Platform/KvThread.h"
 
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -8,7 +9,7 @@
 
 namespace kv {
 
-void startThread(char const* name, std::function<void()> body) {
+bool startThread(char const* name, std::function<void()> body) try {
     std::thread([name, body = std::move(body)] {
         // Signals are the application's: its own threads take them. That includes the one that a file over the size
         // limit raises in its writer, which would end the process.
@@ -18,6 +19,9 @@ void startThread(char const* name, std::function<void()> body) {
         pthread_setname_np(pthread_self(), name);
         body();
     }).detach();
+    return true;
+} catch (std::system_error const&) {
+    return false;
 }
 
 }  // namespace kv

@@ -7,8 +7,8 @@
 
 namespace kv {
 
-/// Starts a thread that nobody waits for. It takes no signals. `name`: at most 15 characters, for debuggers. Throws
-/// std::system_error when there can be no more threads.
-KV_EXPORT void startThread(char const* name, std::function<void()> body);
+/// Starts a thread that nobody waits for. It takes no signals. `name`: at most 15 characters, for debuggers. False when
+/// there can be no more threads.
+[[nodiscard]] KV_EXPORT bool startThread(char const* name, std::function<void()> body);
 
 }  // namespace kv

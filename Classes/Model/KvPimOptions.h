@@ -10,8 +10,8 @@
 namespace kv {
 
 /// Where a client finds its surroundings. An empty field stands for the built-in value. The diagnostics are those of
-/// the process: the first client that is made decides `collectServer`, `uploadInterval`, `cachesDirectory`,
-/// `keyStoreDirectory`, and which `caFile` the uploads use.
+/// the process: the first client that is made decides `collectServer`, `uploadInterval`, `applicationIdentifier`,
+/// `cachesDirectory`, `keyStoreDirectory`, and which `caFile` the uploads use.
 struct KvPimEnvConfig {
     /// Base URL of the API server: http or https, a host name or IPv4 address, an optional port, no path.
     std::string apiServer;
@@ -19,7 +19,11 @@ struct KvPimEnvConfig {
     std::string collectServer;
     /// How often event reports are uploaded, instead of once a minute: for services that one develops against.
     std::chrono::milliseconds uploadInterval{};
-    /// Directory of "kv_pim.log" and of the event reports, instead of the user's caches directory.
+    /// Tells this application from the user's others, instead of the name of its executable: for programs that share
+    /// one, as scripts do, or that may get another. Anything that stays the same, such as "com.example.chat".
+    std::string applicationIdentifier;
+    /// Directory of "kv_pim.log" and of the event reports, instead of the application's own, "kvpim" and its name below
+    /// the user's caches directory.
     std::string cachesDirectory;
     /// Directory in which the device id is kept as a private file, instead of the user's secret service.
     std::string keyStoreDirectory;

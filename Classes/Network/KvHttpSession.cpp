@@ -14,6 +14,8 @@
 
 #include <curl/curl.h>
 #include <fcntl.h>
+#include <openssl/ssl.h>
+#include <openssl/x509v3.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -30,6 +32,37 @@ constexpr std::chrono::seconds kLongestExit{3};  // a handshake on a busy machin
 // A line break would end the request line or a header and begin something else; a zero byte would end the URL.
 bool hasControlCharacter(std::string_view url) {
     return std::ranges::any_of(url, [](unsigned char c) { return c < 0x20 || c == 0x7f; });
+}
+
+bool hasAlternativeNameOfHost(X509* certificate) {
+    auto* const names =
+        static_cast<GENERAL_NAMES*>(X509_get_ext_d2i(certificate, NID_subject_alt_name, nullptr, nullptr));
+    bool isFound = false;
+    for (int i = 0; i < sk_GENERAL_NAME_num(names) && !isFound; ++i) {
+        auto const type = sk_GENERAL_NAME_value(names, i)->type;
+        isFound = type == GEN_DNS || type == GEN_IPADD;
+    }
+    GENERAL_NAMES_free(names);
+    return isFound;
+}
+
+// Where there is no alternative name to look at, curl looks at the common name, which authorities do not check alike.
+int verifyCertificate(int isGood, X509_STORE_CTX* chain) {
+    if (isGood != 1 || X509_STORE_CTX_get_error_depth(chain) > 0) return isGood;
+    if (hasAlternativeNameOfHost(X509_STORE_CTX_get_current_cert(chain))) return 1;
+    X509_STORE_CTX_set_error(chain, X509_V_ERR_HOSTNAME_MISMATCH);
+    return 0;
+}
+
+CURLcode onTlsContext(CURL*, void* context, void*) {
+    SSL_CTX_set_verify(static_cast<SSL_CTX*>(context), SSL_VERIFY_PEER, &verifyCertificate);
+    return CURLE_OK;
+}
+
+// Other libraries have contexts of another kind, and OpenSSL's descendants may.
+bool curlHasOpenSsl() {
+    char const* const library = curl_version_info(CURLVERSION_NOW)->ssl_version;
+    return library != nullptr && std::string_view(library).starts_with("OpenSSL/");
 }
 
 CURLM* makeMulti() {
@@ -112,6 +145,7 @@ private:
         set(CURLOPT_QUICK_EXIT, 1L);  // a host name that nobody resolves must not hold up the thread when given up
         // The directory of the system's authorities, which curl knows by itself, stays in force beside this file.
         if (!task_.caFile.empty()) set(CURLOPT_CAINFO, task_.caFile.c_str());
+        if (curlHasOpenSsl()) set(CURLOPT_SSL_CTX_FUNCTION, &onTlsContext);
         set(CURLOPT_HEADERFUNCTION, &onHeader);
         set(CURLOPT_HEADERDATA, this);
         set(CURLOPT_WRITEFUNCTION, &onBody);
@@ -256,7 +290,6 @@ KvHttpSession& KvHttpSession::shared() {
 }
 
 KvHttpSession::KvHttpSession() : multi_(makeMulti()), canWake_(curl_multi_wakeup(multi_) == CURLM_OK) {
-    startThread("kv.http", [this] { Loop(*this).run(); });
     // OpenSSL, which curl has set up by now, cleans up behind this and must find nobody using it.
     static pid_t const process = ::getpid();
     std::atexit([] {
@@ -275,6 +308,7 @@ void KvHttpSession::stopAtExit() {
     stopping_ = true;
     {
         std::lock_guard lock(mutex_);
+        if (!hasThread_) return;
         curl_multi_wakeup(multi_);
     }
     auto const end = Clock::now() + kLongestExit;
@@ -285,9 +319,14 @@ void KvHttpSession::start(KvHttpTask task, Completion completion) {
     auto transfer = std::make_unique<Transfer>(std::move(task), std::move(completion));
     {
         std::lock_guard lock(mutex_);
-        started_.push_back(std::move(transfer));
-        curl_multi_wakeup(multi_);
+        if (!hasThread_) hasThread_ = startThread("kv.http", [this] { Loop(*this).run(); });
+        if (hasThread_) {
+            started_.push_back(std::move(transfer));
+            curl_multi_wakeup(multi_);
+            return;
+        }
     }
+    transfer->conclude("no thread is left for it");
 }
 
 }  // namespace kv

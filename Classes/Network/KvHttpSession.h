@@ -42,13 +42,13 @@ class KV_EXPORT KvHttpSession final {
 public:
     using Completion = std::function<void(KvHttpAnswer answer)>;
 
-    /// Made, with its thread, on first use; lives as long as the process.
+    /// Made on first use; lives as long as the process, as its thread does from the first request.
     static KvHttpSession& shared();
     KvHttpSession(KvHttpSession const&) = delete;
     KvHttpSession& operator=(KvHttpSession const&) = delete;
 
-    /// `completion` is called exactly once, on the session's thread, and must not block. Only when the process ends
-    /// first it is not called.
+    /// `completion` is called exactly once, on the session's thread, and must not block; inside this call when the
+    /// system has no thread for the session. Only when the process ends first it is not called.
     void start(KvHttpTask task, Completion completion);
 
 private:
@@ -60,9 +60,12 @@ private:
     void stopAtExit();
 
     std::mutex mutex_;
-    std::vector<std::unique_ptr<Transfer>> started_;  // guarded by mutex_; waits for the thread to take it
-    void* multi_;                                     // curl's; the thread's, but for waking it up under mutex_
-    bool canWake_;                                    // the thread's
+    // Guarded by mutex_.
+    bool hasThread_ = false;
+    std::vector<std::unique_ptr<Transfer>> started_;  // waits for the thread to take it
+
+    void* multi_;   // curl's; the thread's, but for waking it up under mutex_
+    bool canWake_;  // the thread's
     std::atomic<bool> stopping_{false};
     std::atomic<bool> stopped_{false};
 };

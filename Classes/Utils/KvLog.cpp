@@ -41,25 +41,55 @@ std::string_view trimmed(std::string_view text) {
     return text.substr(first, text.find_last_not_of(kWhiteSpace) + 1 - first);
 }
 
+// What a server sends may hold line breaks, which would make lines of their own, and what a terminal takes for
+// commands. Control characters are written as JSON writes them, those behind ASCII (U+0080 to U+009F) too; a tab stays.
+std::string onOneLine(std::string_view text) {
+    constexpr char kDigits[] = "0123456789abcdef";
+    std::string line;
+    line.reserve(text.size());
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        auto byte = static_cast<unsigned char>(text[i]);
+        auto const next = i + 1 < text.size() ? static_cast<unsigned char>(text[i + 1]) : 0;
+        bool const isLateControl = byte == 0xc2 && next >= 0x80 && next < 0xa0;
+        if (isLateControl) {
+            byte = next;
+            ++i;
+        }
+        if (byte == '\n') {
+            line += "\\n";
+        } else if (byte == '\r') {
+            line += "\\r";
+        } else if (isLateControl || (byte < 0x20 && byte != '\t') || byte == 0x7f) {
+            line.append("\\u00") += {kDigits[byte >> 4], kDigits[byte & 15]};
+        } else {
+            line += text[i];
+        }
+    }
+    return line;
+}
+
 // What is logged may hold tokens, so the file is for its user alone.
 void createFile(std::string const& directory, std::string const& path) {
     createDirectories(directory);
     struct stat status {};
-    if (::stat(path.c_str(), &status) == 0 && status.st_size > kLargestKeptFile) ::unlink(path.c_str());
-    KvFileDescriptor const created(::open(path.c_str(), O_WRONLY | O_CREAT | O_NONBLOCK | O_CLOEXEC, 0600));
+    if (::lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) && status.st_size > kLargestKeptFile)
+        ::unlink(path.c_str());
+    KvFileDescriptor const created(
+        ::open(path.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600));
 }
 
 }  // namespace
 
 KvLog& KvLog::shared() {
-    static auto& log = *new KvLog(sharedDirectory(cachesDirectory()));
+    static auto& log = *new KvLog(sharedDirectory(cachesDirectoryOf(executableName())));
     return log;
 }
 
 void KvLog::configure(std::string const& cachesDirectory) { sharedDirectory(cachesDirectory); }
 
-KvLog::KvLog(std::string const& cachesDirectory) : logFilePath_(cachesDirectory + "/" + kFileName) {
-    queue_.async([directory = cachesDirectory, path = logFilePath_] { createFile(directory, path); });
+KvLog::KvLog(std::string const& cachesDirectory)
+    : defaultPath_(cachesDirectory + "/" + kFileName), logFilePath_(defaultPath_) {
+    queue_.async([directory = cachesDirectory, path = defaultPath_] { createFile(directory, path); });
 }
 
 KvLog::~KvLog() { drain(); }
@@ -71,17 +101,17 @@ void KvLog::setLogFilePath(std::string path) {
 
 void KvLog::write(Level const& level, std::string_view format, std::string const* texts, std::size_t count) {
     std::string const message = formatted(format, texts, count);
-    writeLogToFile(message);
-    printConsole(std::string(level.prefix) + message);
+    writeLogToFile(onOneLine(trimmed(message)));
+    printConsole(std::string(level.prefix) + onOneLine(message));
 }
 
-void KvLog::writeLogToFile(std::string_view message) {
+void KvLog::writeLogToFile(std::string_view line) {
     bool isFirst = false;
     {
         std::lock_guard lock(mutex_);
         if (waitingLines_.size() > kMostWaiting) return;
         isFirst = waitingLines_.empty();
-        waitingLines_.append(trimmed(message)).append("\n");
+        waitingLines_.append(line).append("\n");
     }
     if (isFirst) queue_.async([this] { appendWaitingLines(); });
 }
@@ -95,8 +125,10 @@ void KvLog::appendWaitingLines() {
         lines.swap(waitingLines_);
         path = logFilePath_;
     }
-    KvFileDescriptor const handle(::open(path.c_str(), O_WRONLY | O_APPEND | O_NONBLOCK | O_CLOEXEC));
-    if (handle && writeAll(handle.get(), lines)) ::fsync(handle.get());
+    // A link in the place of the library's own file would have somebody else's file written to.
+    int const follow = path == defaultPath_ ? O_NOFOLLOW : 0;
+    KvFileDescriptor const handle(::open(path.c_str(), O_WRONLY | O_APPEND | O_NONBLOCK | O_CLOEXEC | follow));
+    if (handle && appendLines(handle.get(), lines)) ::fsync(handle.get());
 }
 
 }  // namespace kv

@@ -35,7 +35,8 @@ public:
     /// Lines written from now on go to this file, if it exists.
     void setLogFilePath(std::string path);
 
-    // Each "%@" in `format` becomes the next argument's text; what is left without an argument stays as it is.
+    // Each "%@" in `format` becomes the next argument's text; what is left without an argument stays as it is. Line
+    // breaks and other control characters are written as "\n" or "\u001b".
     template <class... Arguments>
     void info(std::string_view format, Arguments const&... arguments) {
         log(kInfo, format, arguments...);
@@ -73,9 +74,10 @@ private:
         write(level, format, texts.data(), texts.size());
     }
     void write(Level const& level, std::string_view format, std::string const* texts, std::size_t count);
-    void writeLogToFile(std::string_view message);
+    void writeLogToFile(std::string_view line);
     void appendWaitingLines();
 
+    std::string const defaultPath_;
     std::atomic<std::int64_t> logFilter_{0};
     std::mutex mutex_;
     // Guarded by mutex_.

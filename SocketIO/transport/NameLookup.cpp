@@ -4,7 +4,6 @@
 
 #include <atomic>
 #include <cstring>
-#include <system_error>
 
 #include <boost/asio/ip/address.hpp>
 #include <netdb.h>
@@ -36,7 +35,7 @@ std::string askResolver(std::string const& host, std::uint16_t port, Endpoints& 
 
 }  // namespace
 
-void lookUp(std::string host, std::uint16_t port, std::shared_ptr<KvMainQueue> const& queue,
+void lookUp(std::string const& host, std::uint16_t port, std::shared_ptr<KvMainQueue> const& queue,
             std::function<void(Endpoints endpoints, std::string error)> done) {
     boost::system::error_code noLiteral;
     auto const address = asio::ip::make_address(host, noLiteral);
@@ -50,17 +49,15 @@ void lookUp(std::string host, std::uint16_t port, std::shared_ptr<KvMainQueue> c
         --lookUps;
         return answer({}, "Cannot find " + host + ": too many look-ups at a time");
     }
-    try {
-        startThread("kv.lookup", [host = std::move(host), port, answer] {
-            Endpoints endpoints;
-            auto error = askResolver(host, port, endpoints);
-            --lookUps;
-            answer(std::move(endpoints), std::move(error));
-        });
-    } catch (std::system_error const& failure) {
+    bool const isStarted = startThread("kv.lookup", [host, port, answer] {
+        Endpoints endpoints;
+        auto error = askResolver(host, port, endpoints);
         --lookUps;
-        answer({}, std::string("Cannot look up names: ") + failure.what());
-    }
+        answer(std::move(endpoints), std::move(error));
+    });
+    if (isStarted) return;
+    --lookUps;
+    answer({}, "Cannot find " + host + ": no thread is left to look it up");
 }
 
 }  // namespace kv::sio

@@ -18,7 +18,7 @@ using Endpoints = std::vector<boost::asio::ip::tcp::endpoint>;
 /// Finds the addresses of a host, in the order in which they are to be tried, or none and an error text. A literal
 /// address is told within the call. A name is looked up on a thread of its own, because a look-up can take minutes, and
 /// told on the queue; `done` may be destroyed on that thread and must own nothing that belongs to the queue.
-void lookUp(std::string host, std::uint16_t port, std::shared_ptr<KvMainQueue> const& queue,
+void lookUp(std::string const& host, std::uint16_t port, std::shared_ptr<KvMainQueue> const& queue,
             std::function<void(Endpoints endpoints, std::string error)> done);
 
 }  // namespace kv::sio

@@ -61,6 +61,18 @@ TEST(ThreadDeathTest, ACallFromAnotherThreadEndsWithAdvice) {
     }
 }
 
+TEST(ThreadDeathTest, TwoThreadsDoNotDriveOneQueue) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    auto const queue = KvMainQueue::create();
+    auto const poll = [&] { queue->poll(); };
+    queue->post([&] {
+        poll();  // a handler may
+        EXPECT_DEATH(std::thread(poll).join(), "a queue is driven by one thread at a time");
+    });
+    poll();
+    std::thread(poll).join();  // one after the other may
+}
+
 }  // namespace
 }  // namespace kv::test
 

@@ -133,6 +133,36 @@ TEST(FileKeyStore, ReadersNeverSeeAHalfValue) {
     EXPECT_EQ(entriesOf(home.path("keys")).size(), 1u);
 }
 
+// As a keyring and the private files beside it: the keyring may be locked at one start and open at the next.
+TEST(TwinKeyStore, HoldsOneValueWhicheverOfTheTwoIsThere) {
+    TemporaryDirectory const home;
+    auto const keyring = makeFileKeyStore(home.path("keyring"));
+    auto const files = makeFileKeyStore(home.path("files"));
+    auto const readAtStart = [&] { return makeTwinKeyStore(keyring, files)->copyMatching(kItem); };
+    auto const lock = [&] {
+        std::filesystem::rename(home.path("keyring"), home.path("locked"));
+        makeFile(home.path("keyring"), "");
+    };
+    auto const unlock = [&] {
+        std::filesystem::remove(home.path("keyring"));
+        std::filesystem::rename(home.path("locked"), home.path("keyring"));
+    };
+    EXPECT_EQ(readAtStart().status, Status::itemNotFound);
+    lock();
+    EXPECT_EQ(readAtStart().status, Status::notAvailable);
+    EXPECT_EQ(makeTwinKeyStore(keyring, files)->add(kItem, "made while locked"), Status::success);
+    unlock();
+    EXPECT_EQ(readAtStart().value, "made while locked");
+    EXPECT_EQ(keyring->copyMatching(kItem).value, "made while locked");
+    keyring->add(kItem, "older");  // they differ, as they did where only one was ever asked
+    EXPECT_EQ(readAtStart().value, "older");
+    lock();
+    EXPECT_EQ(readAtStart().value, "older");
+    unlock();
+    EXPECT_EQ(makeTwinKeyStore(keyring, files)->remove(kItem), Status::success);
+    EXPECT_EQ(readAtStart().status, Status::itemNotFound);
+}
+
 // A session bus of its own with a real keyring behind it, whose files are in a home of its own.
 class SecretServiceKeyStore : public testing::Test {
 protected:

@@ -78,7 +78,12 @@ TEST_F(LogFile, HoldsOneTrimmedLineForEachMessage) {
     log.info("100%, %@ and %@", 1);
     log.info("%@", "%@", "more than there is room for");
     log.drain();
-    EXPECT_EQ(content(), "a  b\n\n100%, 1 and %@\n%@\n");
+    testing::internal::CaptureStderr();
+    log.info("said: %@", "x\nkv_pim_critical_log:forged\r\x1b[2J\x7f\u009b\tä");
+    log.drain();
+    std::string const said = "said: x\\nkv_pim_critical_log:forged\\r\\u001b[2J\\u007f\\u009b\tä\n";
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "kv_pim_info_log:" + said);
+    EXPECT_EQ(content(), "a  b\n\n100%, 1 and %@\n%@\n" + said);
 }
 
 TEST_F(LogFile, IsPrivateAndStartsAnewOnlyWhenItHasGrownBeyondTenMebibytes) {
@@ -115,6 +120,23 @@ TEST_F(LogFile, OfTheApplicationsChoiceMustExist) {
     log.info("lost as well");
     log.drain();
     EXPECT_EQ(content(), "");
+}
+
+TEST_F(LogFile, IsWrittenToInItsOwnPlaceOnly) {
+    fs::create_directory(home.path("caches"));
+    auto const precious = home.path("precious");
+    std::ofstream(precious) << "mine\n";
+    fs::create_symlink(precious, home.path("caches/kv_pim.log"));
+    KvLog log(home.path("caches"));
+    log.setLogFilter(1);
+    log.info("lost");
+    log.drain();
+    EXPECT_EQ(contentOf(precious), "mine\n");
+    fs::create_symlink(precious, home.path("link"));  // the application's own file may be a link
+    log.setLogFilePath(home.path("link"));
+    log.info("kept");
+    log.drain();
+    EXPECT_EQ(contentOf(precious), "mine\nkept\n");
 }
 
 TEST_F(LogFile, KeepsTheOrderOfEachThread) {

@@ -130,12 +130,63 @@ TEST_F(LoganFileManager, DeletesUploadedFilesWithoutBackup) {
     EXPECT_EQ(names(directory), std::vector<std::string>{"logan"});
 }
 
+TEST_F(LoganFileManager, GivesABackupAnotherNameWhenItsOwnIsTaken) {
+    auto const backups = directory + "_bak/";
+    std::string const name = "2020_09_01_13_05_59";  // of a second that came twice, when the clock was set back
+    open();
+    files->drain();
+    for (std::string const content : {"one\n", "two\n", "three\n"}) {
+        makeFile(named(name), content);
+        files->fileWasUploaded(named(name));
+    }
+    EXPECT_EQ(names(backups), (std::vector<std::string>{name, name + "_2", name + "_3"}));
+    EXPECT_EQ(contentOf(backups + name + "_3"), "three\n");
+}
+
+TEST_F(LoganFileManager, OffersAFileToOneOfTheProcessesThatShareTheDirectory) {
+    open();
+    WnLoganFileManager other(directory, true, clock);  // locks as another process does
+    files->drain();
+    other.drain();
+    makeFile(named("a"), "a\n");
+    std::this_thread::sleep_for(15ms);
+    makeFile(named("b"), "b\n");
+    EXPECT_EQ(files->getWaitUploadFilePath(), named("a"));
+    EXPECT_EQ(other.getWaitUploadFilePath(), named("b"));
+    EXPECT_EQ(files->getWaitUploadFilePath(), named("a"));
+    files->fileWasNotUploaded();
+    EXPECT_EQ(other.getWaitUploadFilePath(), named("a"));
+    EXPECT_EQ(files->getWaitUploadFilePath(), named("b"));
+    other.fileWasUploaded(named("a"));
+    files->fileWasUploaded(named("b"));
+    EXPECT_EQ(files->getWaitUploadFilePath(), std::nullopt);
+}
+
+TEST_F(LoganFileManager, GoesOnBehindTheLastWholeLineOfAFile) {
+    std::filesystem::create_directories(directory);
+    auto const half = "{\"logType\":1,\"dev" + std::string(10'000, 'x');
+    for (std::string const before : {"", "whole\n", "one\ntwo\n"}) {
+        makeFile(named("logan"), before + half);
+        files.emplace(directory, false, clock);
+        files->writeLog("next");
+        files->drain();
+        EXPECT_EQ(contentOf(named("logan")), before + "next\n");
+        // So it is when the file is closed for its upload.
+        makeFile(named("logan"), before + "next\n" + half);
+        auto const offered = files->getWaitUploadFilePath();
+        ASSERT_TRUE(offered);
+        EXPECT_EQ(contentOf(*offered), before + "next\n");
+        files->fileWasUploaded(*offered);
+    }
+}
+
 TEST_F(LoganFileManager, OffersNoUploadedFileAgainWhenItCannotBePutAway) {
     open();
     write(1);
     auto const path = files->getWaitUploadFilePath();
     ASSERT_TRUE(path);
-    makeFile(directory + "_bak/" + currentName(), "taken");  // left by a day on which the clock was wrong
+    std::filesystem::remove(directory + "_bak");
+    makeFile(directory + "_bak", "a file where the directory should be");
     files->fileWasUploaded(*path);
     EXPECT_EQ(files->getWaitUploadFilePath(), std::nullopt);
     write(1);

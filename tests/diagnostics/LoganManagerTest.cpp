@@ -268,6 +268,20 @@ TEST_F(LoganReports, OfManyThreadsAreWholeAndInOrder) {
     EXPECT_EQ(next, (std::map<std::int64_t, std::int64_t>{{0, 30}, {1, 30}, {2, 30}}));
 }
 
+TEST_F(LoganReports, AreKeptApartFromThoseOfOtherApplications) {
+    ::setenv("XDG_CACHE_HOME", home.path().c_str(), 1);  // NOLINT(concurrency-mt-unsafe): nobody else looks at it
+    config.cachesDirectory.clear();
+    for (auto const& [identifier, place] :
+         {std::pair{"com.example/chat", "com.example%2Fchat"}, {"", "diagnostics_test"}}) {
+        config.applicationIdentifier = identifier;
+        open();
+        manager->connectState(2, 1);
+        manager->drain();
+        EXPECT_EQ(linesOf(home.path(std::string("kvpim/") + place + "/logan/logan")).size(), 1u) << place;
+    }
+    ::unsetenv("XDG_CACHE_HOME");  // NOLINT(concurrency-mt-unsafe)
+}
+
 TEST_F(LoganReports, ReachTheEndpointAMinuteAfterTheFirstUse) {
     HttpTestServer server([](HttpTestRequest const&) { return HttpTestAnswer{.status = 204}; });
     config.collectServer = server.url() + "/pim/v1/collect-logan";

@@ -10,6 +10,8 @@
 #include <thread>
 
 #include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 
@@ -82,6 +84,19 @@ int exitWithWork(char** arguments) {
     return 0;
 }
 
+// fork SECONDS: ends while a fork of it, made with work under way that takes so long, has ended before.
+int forkWithWork(char** arguments) {
+    kv::KvSerialQueue queue("probe");
+    queue.async(
+        [seconds = std::atof(arguments[0])] { std::this_thread::sleep_for(std::chrono::duration<double>(seconds)); });
+    auto const start = std::chrono::steady_clock::now();
+    pid_t const child = ::fork();
+    if (child == 0) std::exit(0);  // NOLINT(concurrency-mt-unsafe): the one thread of its process
+    ::waitpid(child, nullptr, 0);
+    auto const waited = std::chrono::steady_clock::now() - start;
+    std::_Exit(waited < std::chrono::seconds(1) ? 0 : 1);
+}
+
 }  // namespace
 
 int main(int count, char** arguments) {
@@ -90,5 +105,6 @@ int main(int count, char** arguments) {
     if (task == "records" && count == 5) return records(arguments + 2);
     if (task == "full-disk" && count == 3) return fullDisk(arguments + 2);
     if (task == "exit" && count == 4) return exitWithWork(arguments + 2);
+    if (task == "fork" && count == 3) return forkWithWork(arguments + 2);
     return 2;
 }

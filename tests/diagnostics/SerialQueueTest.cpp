@@ -114,6 +114,7 @@ TEST(SerialQueue, TheEndOfTheProcessWaitsForItsWorkButNotForEver) {
     auto const endless = runShell(probe + directory.path("endless") + " 60");
     EXPECT_EQ(endless.exitCode, 0);
     EXPECT_LT(endless.elapsed, 20s);
+    EXPECT_EQ(runShell(DIAGNOSTICS_PROBE " fork 60").exitCode, 0) << "a fork waited for threads that it does not have";
 }
 
 }  // namespace

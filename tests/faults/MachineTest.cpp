@@ -2,6 +2,7 @@
 #include "Classes/Utils/Logan/LoganManager.h"
 #include "Session.h"
 #include "SystemCalls.h"
+#include "support/TemporaryDirectory.h"
 
 #include <thread>
 
@@ -55,6 +56,23 @@ TEST_P(Machine, TheFirstLoginMayComeWithoutDescriptors) {
     };
     // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing else ends the process
     EXPECT_EXIT(body(); std::exit(testing::Test::HasFailure() ? 1 : 0), testing::ExitedWithCode(0), "");
+}
+
+// However few the process has, from the start on: it comes to no harm, and to a session as soon as there are more.
+TEST_P(Machine, FewDescriptorsOrThreadsAreNoEnd) {
+    Service const service;
+    TemporaryDirectory const home;
+    struct Case {
+        char const* what;
+        int from, to;
+    };
+    for (auto const& [what, from, to] : {Case{"descriptors", 3, 20}, Case{"threads", 0, 5}}) {
+        for (int count = from; count <= to; ++count) {
+            ChildProcess probe({FAULTS_PROBE, service.url(), GetParam() == KvPimEngine::thread ? "thread" : "mainQueue",
+                                home.path(), what, std::to_string(count)});
+            EXPECT_EQ(probe.wait(std::chrono::steady_clock::now() + 60s), 0) << count << ' ' << what;
+        }
+    }
 }
 
 TEST_P(Machine, TheTimeOfDayMayJump) {

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Builds a small program with the library as another project would, and runs it against a service of its own.
-#   consume.sh find_package|socketio|pkg-config PREFIX WORK    with what is installed below PREFIX
-#   consume.sh add_subdirectory|FetchContent "" WORK           with the sources
+#   consume.sh find_package|socketio|pkg-config|plugin PREFIX WORK    with what is installed below PREFIX
+#   consume.sh add_subdirectory|FetchContent "" WORK                  with the sources
 # WORK is a folder that is made and removed; arguments behind it are handed to CMake.
 set -eu
 way=$1 prefix=$2 work=$(realpath -m "$3")

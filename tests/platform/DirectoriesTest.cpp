@@ -59,6 +59,8 @@ TEST(Directories, AreAbsoluteWhateverTheEnvironmentSays) {
         environment.set("XDG_DATA_HOME", c.xdg);
         environment.set("HOME", c.home);
         EXPECT_EQ(cachesDirectory(), c.caches);
+        EXPECT_EQ(cachesDirectoryOf(executableName()), c.caches + "/kvpim/platform_test");
+        EXPECT_EQ(cachesDirectoryOf("../a b"), c.caches + "/kvpim/%2E.%2Fa%20b");
         EXPECT_EQ(dataDirectory(), c.data);
     }
 }

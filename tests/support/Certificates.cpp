@@ -51,9 +51,10 @@ CertificateAuthority::CertificateAuthority(char const* name) : key_(makeKey()) {
     write(caFile_, [this](FILE* out) { PEM_write_X509(out, certificate_.get()); });
 }
 
-CertificateAuthority::Certificate CertificateAuthority::issue(std::string const& names, int days, int since) const {
+CertificateAuthority::Certificate CertificateAuthority::issue(std::string const& names, int days, int since,
+                                                              char const* commonName) const {
     auto const key = makeKey();
-    auto const made = makeCertificate(key.get(), certificate_.get(), "Test server", days, since);
+    auto const made = makeCertificate(key.get(), certificate_.get(), commonName, days, since);
     return sign(made.get(), key.get(), certificate_.get(), key_.get(), names);
 }
 
@@ -65,7 +66,7 @@ CertificateAuthority::Certificate CertificateAuthority::selfSigned(std::string c
 
 CertificateAuthority::Certificate CertificateAuthority::sign(X509* made, EVP_PKEY* key, X509* issuer,
                                                              EVP_PKEY* issuersKey, std::string const& names) const {
-    addExtension(made, issuer, NID_subject_alt_name, names.c_str());
+    if (!names.empty()) addExtension(made, issuer, NID_subject_alt_name, names.c_str());
     X509_sign(made, issuersKey, EVP_sha256());
     auto const base = directory_.path("server" + std::to_string(count_++));
     write(base + ".pem", [&](FILE* out) { PEM_write_X509(out, made); });
@@ -88,6 +89,10 @@ std::vector<TlsCase> tlsCases(CertificateAuthority const& authority, Certificate
         {"an address of IPv6", with(ipv6, "::1"), "[::1]", "", ""},
         {"another name", with(authority.issue("DNS:example.org")), "localhost", "TLS: hostname mismatch",
          "no alternative certificate subject name matches"},
+        {"a common name alone", with(authority.issue("", 1, -2, "localhost")), "localhost", "TLS: hostname mismatch",
+         "hostname mismatch"},
+        {"a common name beside another name", with(authority.issue("email:a@b.example", 1, -2, "localhost")),
+         "localhost", "TLS: hostname mismatch", "hostname mismatch"},
         {"a name for an address", with(name), "127.0.0.1", "TLS: IP address mismatch",
          "no alternative certificate subject name matches"},
         {"another address of IPv6", with(authority.issue("IP:::2"), "::1"), "[::1]", "TLS: IP address mismatch",

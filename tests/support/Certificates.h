@@ -23,7 +23,8 @@ public:
 
     std::string const& caFile() const { return caFile_; }
     /// `names` as OpenSSL writes them: "DNS:localhost,IP:127.0.0.1". Valid until `days` from now, and since `since`.
-    Certificate issue(std::string const& names, int days = 1, int since = -2) const;
+    Certificate issue(std::string const& names, int days = 1, int since = -2,
+                      char const* commonName = "Test server") const;
     /// One that nobody but itself vouches for.
     Certificate selfSigned(std::string const& names) const;
 

@@ -3,6 +3,7 @@
 #include "Classes/Catagory/KvDate.h"
 #include "Classes/Internal/KvBundle.h"
 #include "Classes/Utils/KvLog.h"
+#include "Classes/Utils/Logan/collector/Util/WnKeyChainStore.h"
 #include "Classes/Utils/Logan/collector/Util/WnUUIDHelper.h"
 #include "Classes/Utils/Logan/collector/WnDataCollectManager.h"
 #include "Platform/KvConsole.h"
@@ -22,11 +23,12 @@ namespace {
 
 constexpr std::chrono::seconds kUploadInterval{60};
 
-std::string cachesDirectoryOf(KvPimEnvConfig const& config) {
-    return config.cachesDirectory.empty() ? cachesDirectory() : config.cachesDirectory;
+std::string directoryOf(KvPimEnvConfig const& config) {
+    if (!config.cachesDirectory.empty()) return config.cachesDirectory;
+    return cachesDirectoryOf(config.applicationIdentifier.empty() ? executableName() : config.applicationIdentifier);
 }
 
-std::string loganDirectoryOf(KvPimEnvConfig const& config) { return cachesDirectoryOf(config) + "/logan"; }
+std::string loganDirectoryOf(KvPimEnvConfig const& config) { return directoryOf(config) + "/logan"; }
 
 std::string collectServerOf(KvPimEnvConfig const& config) {
     return config.collectServer.empty() ? KVPIM_COLLECT_SERVER : config.collectServer;
@@ -50,8 +52,9 @@ void LoganManager::configure(KvPimEnvConfig const& config) {
     static std::once_flag once;
     std::call_once(once, [&config] {
         processConfig() = config;
-        KvLog::configure(cachesDirectoryOf(config));
+        KvLog::configure(directoryOf(config));
         KvKeyStore::configure(config.keyStoreDirectory);
+        WnKeyChainStore::configure(config.applicationIdentifier);
     });
 }
 

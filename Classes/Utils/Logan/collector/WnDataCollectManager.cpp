@@ -54,7 +54,11 @@ void WnDataCollectManager::upload() {
 
 void WnDataCollectManager::onUploaded(std::string const& path, bool success) {
     isInFlight_ = false;
-    if (success) loganFileManager_->fileWasUploaded(path);
+    if (success) {
+        loganFileManager_->fileWasUploaded(path);
+    } else {
+        loganFileManager_->fileWasNotUploaded();
+    }
 }
 
 }  // namespace kv

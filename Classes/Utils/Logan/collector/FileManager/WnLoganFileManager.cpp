@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <ctime>
 #include <filesystem>
 #include <thread>
@@ -22,8 +23,9 @@ constexpr char kCurrentName[] = "logan";
 constexpr char kIgnoredName[] = ".DS_Store";
 constexpr char kNameFormat[] = "%Y_%m_%d_%H_%M_%S";
 constexpr std::int64_t kFullCount = 100;
-constexpr int kOpenFlags = O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+constexpr int kOpenFlags = O_RDWR | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
 
+constexpr int kMostNames = 1000;  // of files in the backup directory that would have the same
 constexpr int kLockAttempts = 100;
 constexpr std::chrono::milliseconds kLockPause{5};
 
@@ -45,6 +47,15 @@ std::optional<struct stat> statusOf(KvFileDescriptor const& file) {
 }
 
 KvFileId idOf(struct stat const& status) { return {status.st_dev, status.st_ino}; }
+
+// Behind the name a number when the name is taken.
+std::error_code moveToFreeName(std::string const& from, std::string const& to) {
+    auto error = renameWithoutReplacing(from, to);
+    for (int i = 2; error == std::errc::file_exists && i < kMostNames; ++i) {
+        error = renameWithoutReplacing(from, to + "_" + std::to_string(i));
+    }
+    return error;
+}
 
 bool isEmptyOrUnknown(std::string const& path) {
     auto const status = statusOf(path);
@@ -93,6 +104,7 @@ void WnLoganFileManager::writeLog(std::string record) {
 std::optional<std::string> WnLoganFileManager::getWaitUploadFilePath() {
     std::lock_guard lock(filelock_);
     openOnce();
+    release();
     for (auto const& name : allLogPaths()) {
         // The second question is about the bare name, a path below the working directory: kept as it has always been.
         std::error_code ignored;
@@ -104,7 +116,10 @@ std::optional<std::string> WnLoganFileManager::getWaitUploadFilePath() {
         }
         auto const status = statusOf(path);
         if (!status) printConsole("error:" + lastError().message());
-        if (!status || status->st_size != 0) return path;
+        if (!status || status->st_size != 0) {
+            if (take(path)) return path;
+            continue;
+        }
         if (auto const error = removeIfEmpty(path)) printConsole(error.message());
     }
     if (!lockCurrentFile()) return std::nullopt;
@@ -113,13 +128,19 @@ std::optional<std::string> WnLoganFileManager::getWaitUploadFilePath() {
     auto path = isEmpty ? std::nullopt : std::optional(saveCurrentWritingLoganFileToWaitUpload());
     if (handle_) ::flock(handle_.get(), LOCK_UN);
     // A name that is still taken by an uploaded file is not offered, whatever else would stand for.
-    return path && wasUploaded(*path) ? std::nullopt : path;
+    return path && (wasUploaded(*path) || !take(*path)) ? std::nullopt : path;
 }
 
 void WnLoganFileManager::fileWasUploaded(std::string const& path) {
     std::lock_guard lock(filelock_);
     if (auto const status = statusOf(path)) uploaded_[path] = idOf(*status);
     dispose(path);
+    release();
+}
+
+void WnLoganFileManager::fileWasNotUploaded() {
+    std::lock_guard lock(filelock_);
+    release();
 }
 
 void WnLoganFileManager::openOnce() {
@@ -151,11 +172,7 @@ void WnLoganFileManager::append(std::string_view line) {
         writeCount_ = 0;
         if (!lockCurrentFile()) return;
     }
-    auto const before = statusOf(handle_);
-    bool const isWhole = writeAll(handle_.get(), line);
-    // On a full disk a part of the line may have found room; left there it would spoil the next record too.
-    if (!isWhole && before) [[maybe_unused]]
-        auto const restored = ::ftruncate(handle_.get(), before->st_size);
+    appendLines(handle_.get(), line);
 }
 
 std::string WnLoganFileManager::saveCurrentWritingLoganFileToWaitUpload() {
@@ -176,7 +193,34 @@ bool WnLoganFileManager::lockCurrentFile() {
         lockFile(handle_.get());
         if (holdsCurrentFile()) break;
     }
+    // Of a process or a machine that stopped in the middle of a record. The collector would refuse the file for ever.
+    cutHalfLine(handle_.get());
     return true;
+}
+
+// Keeps other processes from uploading it too, until it is released. False when one of them is about it, or was.
+bool WnLoganFileManager::take(std::string const& path) {
+    KvFileDescriptor file(::open(path.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (!file) return errno != ENOENT;
+    // Not the lock of the current file: who still holds that one open must not wait for an upload.
+    struct flock whole {};
+    whole.l_type = F_WRLCK;
+    whole.l_whence = SEEK_SET;
+    if (::fcntl(file.get(), F_OFD_SETLK, &whole) != 0) return errno != EAGAIN && errno != EACCES;
+    auto const named = statusOf(path);
+    auto const held = statusOf(file);
+    if (!named || !held || idOf(*named) != idOf(*held)) return false;
+    underWay_ = std::move(file);
+    return true;
+}
+
+void WnLoganFileManager::release() {
+    if (!underWay_) return;
+    struct flock whole {};  // a fork of this process has the descriptor, too: closing it is not enough
+    whole.l_type = F_UNLCK;
+    whole.l_whence = SEEK_SET;
+    ::fcntl(underWay_.get(), F_OFD_SETLK, &whole);
+    underWay_ = KvFileDescriptor();
 }
 
 bool WnLoganFileManager::holdsCurrentFile() const {
@@ -199,7 +243,7 @@ void WnLoganFileManager::resetFileHandle() {
         createDirectories(loganBackupDirPath_);
         auto const obstacle = statusOf(loganFileToWrite_);
         if (obstacle && !S_ISREG(obstacle->st_mode)) {
-            renameWithoutReplacing(loganFileToWrite_, loganBackupDirPath_ + "/" + nextLogName());
+            moveToFreeName(loganFileToWrite_, loganBackupDirPath_ + "/" + nextLogName());
         }
     }
 }
@@ -253,7 +297,7 @@ void WnLoganFileManager::dispose(std::string const& path) {
 
 std::error_code WnLoganFileManager::moveToBackupWithFilePath(std::string const& path) {
     createDirectories(loganBackupDirPath_);
-    auto const error = renameWithoutReplacing(path, loganBackupDirPath_ + path.substr(path.rfind('/')));
+    auto const error = moveToFreeName(path, loganBackupDirPath_ + path.substr(path.rfind('/')));
     if (error) printConsole(error.message());
     return error;
 }

@@ -32,6 +32,7 @@ public:
     void writeLog(std::string record) override;
     std::optional<std::string> getWaitUploadFilePath() override;
     void fileWasUploaded(std::string const& path) override;
+    void fileWasNotUploaded() override;
     void drain() override { queue_.drain(); }
 
 private:
@@ -46,6 +47,8 @@ private:
     std::string nextLogName() const;
     std::vector<std::string> allLogPaths() const;
     void removeEmptyFiles();
+    bool take(std::string const& path);
+    void release();
     bool wasUploaded(std::string const& path);
     void dispose(std::string const& path);
     std::error_code moveToBackupWithFilePath(std::string const& path);
@@ -64,6 +67,7 @@ private:
     bool isOpen_ = false;
     KvFileDescriptor handle_;
     std::int64_t writeCount_ = 0;
+    KvFileDescriptor underWay_;                 // what this process uploads, locked
     std::map<std::string, KvFileId> uploaded_;  // those that could be neither moved nor deleted
 
     KvSerialQueue queue_{"com.kv.paas.sdk.data.collect.queue"};

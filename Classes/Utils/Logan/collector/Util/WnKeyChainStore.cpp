@@ -1,12 +1,11 @@
 #include "Classes/Utils/Logan/collector/Util/WnKeyChainStore.h"
 
+#include "Platform/KvDirectories.h"
 #include "Platform/KvUtf8.h"
 
 #include <array>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
-#include <system_error>
 
 namespace kv {
 namespace {
@@ -27,20 +26,16 @@ bool succeeded(KvKeyStoreStatus status, char const (&format)[N]) {
     return false;
 }
 
-std::string executableName() {
-    std::error_code error;
-    std::string name = std::filesystem::read_symlink("/proc/self/exe", error).filename();
-    // The mark of a program that was replaced while it runs.
-    if (std::string_view const mark = " (deleted)"; name.ends_with(mark)) name.resize(name.size() - mark.size());
-    return name;
+std::string const& serviceNamed(std::string const& application) {
+    static auto const& service = *new std::string(application.empty() ? executableName() : application);
+    return service;
 }
 
 }  // namespace
 
-std::string const& WnKeyChainStore::defaultService() {
-    static auto const& service = *new std::string(executableName());
-    return service;
-}
+void WnKeyChainStore::configure(std::string const& application) { serviceNamed(application); }
+
+std::string const& WnKeyChainStore::defaultService() { return serviceNamed({}); }
 
 KvKeyStoreQuery WnKeyChainStore::getKeychainQuery(std::string_view key) { return {defaultService(), std::string(key)}; }
 

@@ -12,7 +12,10 @@ namespace kv {
 
 class WnKeyChainStore {
 public:
-    /// What the items of this program are kept under: the name of its executable, or "" if it has none.
+    /// What the items of this program are kept under, instead of the name of its executable; an empty name leaves that.
+    /// The first call counts, and only before the first use.
+    static void configure(std::string const& application);
+    /// What the items of this program are kept under: "" if its executable has no name.
     static std::string const& defaultService();
     static KvKeyStoreQuery getKeychainQuery(std::string_view key);
     /// Replaces what is there. False when the store refuses.
