@@ -30,6 +30,8 @@ struct KvPimInvitationKit::Operation {
     bool starts;                              // makes the invitation pending, instead of ending it
 };
 
+KvPimInvitationKit::~KvPimInvitationKit() { KvInvitationStore::shared().forget(this); }
+
 void KvPimInvitationKit::setDelegate(std::weak_ptr<KvPimInvitationDelegate> delegate) {
     assertMainThread(*mainQueue_);
     delegate_ = std::move(delegate);
@@ -60,6 +62,8 @@ void KvPimInvitationKit::run(Operation const& operation, std::shared_ptr<KvPimIn
     if (invitation->requestInfo.size() > kMostInfoBytes || invitation->responseInfo.size() > kMostInfoBytes) {
         return complete(done, KvPimInvitationErrorTooLong);
     }
+    // From here on it is this client's: the other side may live in this process too.
+    KvInvitationStore::shared().adopt(*invitation, *this);
     auto payload = payloadOf({{"type", operation.type}, {"invitation", dictionaryFrom(*invitation)}});
     // The kit is held until the answer: it is the target of the timer that an accepted invitation starts.
     emitCommand(*mainQueue_, socket_, "invitationOp", std::move(payload), std::chrono::seconds(6),
@@ -72,7 +76,7 @@ void KvPimInvitationKit::run(Operation const& operation, std::shared_ptr<KvPimIn
                         invitation->state = KvPimInvitationStatePending;
                         store.addTimerAndInvitation(invitation, self);
                     } else if (code == 0) {
-                        store.removeTimerAndInvitation(*invitation);
+                        store.removeTimerAndInvitation(*invitation, *self);
                     }
                     complete(done, code);
                 });
@@ -80,7 +84,7 @@ void KvPimInvitationKit::run(Operation const& operation, std::shared_ptr<KvPimIn
 
 void KvPimInvitationKit::parseInvitation(std::shared_ptr<KvPimInvitation> const& incoming) {
     auto& store = KvInvitationStore::shared();
-    auto invitation = store.getInvitation(*incoming);
+    auto invitation = store.getInvitation(*incoming, *this);
     if (invitation) {
         invitation->state = incoming->state;
     } else {
@@ -104,15 +108,16 @@ void KvPimInvitationKit::parseInvitation(std::shared_ptr<KvPimInvitation> const&
             return;
         case KvPimInvitationStateCanceled:
             if (tell(&KvPimInvitationDelegate::invitationCanceled, invitation))
-                store.removeTimerAndInvitation(*invitation);
+                store.removeTimerAndInvitation(*invitation, *this);
             return;
         case KvPimInvitationStateAccepted:
             // Unlike all others this one hands over what the notice said, not the object that the application holds.
-            if (tell(&KvPimInvitationDelegate::invitationAccept, incoming)) store.removeTimerAndInvitation(*invitation);
+            if (tell(&KvPimInvitationDelegate::invitationAccept, incoming))
+                store.removeTimerAndInvitation(*invitation, *this);
             return;
         case KvPimInvitationStateRefused:
             if (tell(&KvPimInvitationDelegate::invitationRefused, invitation))
-                store.removeTimerAndInvitation(*invitation);
+                store.removeTimerAndInvitation(*invitation, *this);
             return;
         default:
             return;

@@ -43,6 +43,10 @@ class KV_EXPORT KvPimInvitationKit final : public std::enable_shared_from_this<K
 public:
     using Completion = std::function<void(std::int64_t errorCode)>;
 
+    ~KvPimInvitationKit();
+    KvPimInvitationKit(KvPimInvitationKit const&) = delete;
+    KvPimInvitationKit& operator=(KvPimInvitationKit const&) = delete;
+
     /// Not owned.
     void setDelegate(std::weak_ptr<KvPimInvitationDelegate> delegate);
 

@@ -67,7 +67,7 @@ void KvPimKitImpl::onDisconnect(SocketData const& data) {
     if (reason == "Namespace leave") {
         stateManager->state = KvPimConnectionStateDisconnected;
         debugInfo.logout();
-        KvInvitationStore::shared().reset();
+        KvInvitationStore::shared().reset(invitationKit.get());
         tellAndReportState(KvPimConnectionStateDisconnected, KvPimConnectionChangeReasonLogout);
         return;
     }

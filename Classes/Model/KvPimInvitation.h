@@ -24,7 +24,8 @@ class KV_EXPORT KvPimInvitation {
 public:
     KvPimInvitation() = default;
     /// Makes an invitation and registers it as the live one between these two users, in this direction; it replaces an
-    /// earlier one there, and later notices about the two are about this object.
+    /// earlier one there, and later notices about the two are about this object. Call it on the main thread of the
+    /// client that it is for: it belongs to the client that sends it, or is told of the two users, there.
     static std::shared_ptr<KvPimInvitation> initWithInviter(std::string inviter, std::string invitee);
 
     std::string inviter;
