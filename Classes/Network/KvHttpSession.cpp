@@ -112,6 +112,7 @@ private:
         set(CURLOPT_QUICK_EXIT, 1L);  // a host name that nobody resolves must not hold up the thread when given up
         // The directory of the system's authorities, which curl knows by itself, stays in force beside this file.
         if (!task_.caFile.empty()) set(CURLOPT_CAINFO, task_.caFile.c_str());
+        set(CURLOPT_ACCEPT_ENCODING, "");  // all that curl can decode
         set(CURLOPT_HEADERFUNCTION, &onHeader);
         set(CURLOPT_HEADERDATA, this);
         set(CURLOPT_WRITEFUNCTION, &onBody);
