@@ -14,6 +14,8 @@ namespace {
 
 constexpr std::size_t kMostInfoBytes = 8192;
 
+bool isTooLong(std::optional<std::string> const& info) { return info && info->size() > kMostInfoBytes; }
+
 // The server's 3 and 4 are the only refusals; any other answer means that it took the invitation.
 constexpr KvCodes kCodes = KvCodesOf<KvPimInvitationErrorCode>{
     .noAck = KvPimInvitationErrorTimeout,
@@ -59,7 +61,7 @@ void KvPimInvitationKit::run(Operation const& operation, std::shared_ptr<KvPimIn
     if (!session || !session->login) return complete(done, KvPimErrorNotLogin);
     if (!invitation || (*invitation).*operation.localUser != session->userId)
         return complete(done, KvPimInvitationErrorNotOwn);
-    if (invitation->requestInfo.size() > kMostInfoBytes || invitation->responseInfo.size() > kMostInfoBytes) {
+    if (isTooLong(invitation->requestInfo) || isTooLong(invitation->responseInfo)) {
         return complete(done, KvPimInvitationErrorTooLong);
     }
     // From here on it is this client's: the other side may live in this process too.

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace kv {
@@ -30,10 +31,10 @@ public:
 
     std::string inviter;
     std::string invitee;
-    /// Free text of the inviter, at most 8,192 bytes of UTF-8.
-    std::string requestInfo;
-    /// Free text of the invitee, at most 8,192 bytes of UTF-8.
-    std::string responseInfo;
+    /// Free text of the inviter, at most 8,192 bytes of UTF-8. Absent is not empty: such a text is not sent.
+    std::optional<std::string> requestInfo;
+    /// Free text of the invitee, likewise.
+    std::optional<std::string> responseInfo;
     /// One of `KvPimInvitationState`; a server may send others.
     std::int64_t state = KvPimInvitationStateInitial;
 };

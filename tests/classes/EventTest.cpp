@@ -29,7 +29,7 @@ protected:
         };
         listener->attributeUpdate = [this](KvPimChannel& c, std::vector<KvPimAttribute> const& all) {
             std::string line = c.channelId() + " has";
-            for (auto const& attribute : all) line += " " + attribute.key + "=" + attribute.value;
+            for (auto const& attribute : all) line += " " + attribute.key + "=" + attribute.value.value_or("null");
             heard.push_back(line);
         };
         listener->memberCount = [this](KvPimChannel& c, std::int32_t count) {
@@ -158,9 +158,9 @@ TEST_F(EventTest, OnlyRealChangesOfStatusAreTold) {
 
 TEST_F(EventTest, DeletedAttributesAreMarked) {
     heardOf("PeersUserAttributesChanged",
-            json::parse(R"({"attributes":{"u":{"attributes":{"a":"1","b":"!!&@#DELETED#@&!!"}}}})"));
+            json::parse(R"({"attributes":{"u":{"attributes":{"a":"1","b":"!!&@#DELETED#@&!!","c":null}}}})"));
     ASSERT_EQ(alice.attributes.size(), 1u);
-    KvPimUserAttributes const want{"u", {{{{"a", "1"}, false}, {{"b", ""}, true}}}};
+    KvPimUserAttributes const want{"u", {{{{"a", "1"}, false}, {{"b", ""}, true}, {{"c", std::nullopt}, false}}}};
     EXPECT_EQ(alice.attributes[0], want);
 }
 
