@@ -144,7 +144,7 @@ void KvPimKitImpl::requestOn(std::shared_ptr<SocketIOClient> const& on, KvOperat
         auto const& report = operation.report;
         bool const first = report.order == KvReport::Order::beforeCompletion;
         bool const isAnswer = result != nullptr;
-        bool const isReported = code != 0 && !(report.needsClient && !living(weak));
+        bool const isReported = code != 0 && !(isAnswer && report.needsClient && !living(weak));
         bool const differs = report.codeOfInvalidArgument != 0 && !isAnswer && code == operation.invalidArgument;
         auto const reported = differs ? report.codeOfInvalidArgument : code;
         if (isReported && first) report.failure(reported, isAnswer, channelId);

@@ -5,6 +5,11 @@
 #include "Classes/KvPimChannel.h"
 
 namespace kv {
+namespace {
+
+constexpr std::size_t kMostStrangers = 10000;  // some hundred bytes each
+
+}  // namespace
 
 void KvPimLocalUserAttributes::setLocalUserAttributes(Map attributes) {
     std::lock_guard guard(lock_);
@@ -34,12 +39,18 @@ KvPimOnlinePeersManager::Changes KvPimOnlinePeersManager::onPeersOnlineStatusCha
     boost::json::object const& status) {
     Changes changes;
     for (auto const& [peerId, value] : status) {
+        if (!value.is_number()) continue;
         auto const number = asInteger(&value);
         auto const [known, isNew] = onlineStatus_.try_emplace(peerId, number);
         if (!isNew && std::exchange(known->second, number) == number) continue;
         changes.emplace_back(peerId, number);
     }
     return changes;
+}
+
+void KvPimOnlinePeersManager::forgetStrangers(std::set<std::string> const& subscribed) {
+    if (onlineStatus_.size() <= subscribed.size() + kMostStrangers) return;
+    std::erase_if(onlineStatus_, [&](auto const& known) { return !subscribed.contains(known.first); });
 }
 
 void KvPimOnlinePeersManager::unsubscribeOnlineStatusOf(std::vector<std::string> const& peerIds) {
@@ -70,6 +81,12 @@ void KvPimStateHelper::subscribeAttributesOf(PeerIds const& peerIds) {
 }
 
 void KvPimStateHelper::unsubscribeAttributesOf(PeerIds const& peerIds) {
+KvPimOnlinePeersManager::Changes KvPimStateHelper::onPeersOnlineStatusChanged(boost::json::object const& status) {
+    auto changes = onlinePeersManager.onPeersOnlineStatusChanged(status);
+    onlinePeersManager.forgetStrangers(onlineStatusPeerIds_);
+    return changes;
+}
+
     for (auto const& peerId : peerIds) attributesPeerIds_.erase(peerId);
 }
 

@@ -45,8 +45,11 @@ class KvPimOnlinePeersManager {
 public:
     using Changes = std::vector<std::pair<std::string, std::int64_t>>;
 
-    /// Records a pushed map of peer ids to status numbers. Returns the entries that are news, in the order received.
+    /// Records a pushed map of peer ids to status numbers. Returns the entries that are news, in the order received;
+    /// one whose value is no number is none.
     Changes onPeersOnlineStatusChanged(boost::json::object const& status);
+    /// A server may push the status of any number of peers whom nobody asked for: beyond a number they are forgotten.
+    void forgetStrangers(std::set<std::string> const& subscribed);
     void unsubscribeOnlineStatusOf(std::vector<std::string> const& peerIds);
     void logout() { onlineStatus_.clear(); }
 
@@ -84,6 +87,7 @@ public:
     KvPimChannelManager channelManager;
 
 private:
+    KvPimOnlinePeersManager::Changes onPeersOnlineStatusChanged(boost::json::object const& status);
     // No lock: only acknowledgements change the sets, and they all arrive on the main thread.
     std::set<std::string> onlineStatusPeerIds_;
     std::set<std::string> attributesPeerIds_;

@@ -151,9 +151,29 @@ TEST_F(EventTest, OnlyRealChangesOfStatusAreTold) {
     EXPECT_EQ(push(R"({"status":{"a":0}})"), (Statuses{{"a", true}}));
     EXPECT_EQ(push(R"({"status":{"a":0}})"), Statuses{});
     EXPECT_EQ(push(R"({"status":{"a":1,"b":0}})"), (Statuses{{"a", false}, {"b", true}}));
-    EXPECT_EQ(push(R"({"status":{}})"), Statuses{});
+    for (char const* odd : {R"({"status":{}})", R"({"status":{"a":null,"b":{},"c":"0","d":false}})",
+                            R"({"status":{"$base64":"AAE="}})"}) {
+        EXPECT_EQ(push(odd), Statuses{}) << odd;
+    }
     EXPECT_EQ(alice.codeOf([&](auto done) { alice.kit->unsubscribePeersOnlineStatus({"a"}, done); }), 0);
     EXPECT_EQ(push(R"({"status":{"a":1}})"), (Statuses{{"a", false}}));
+}
+
+// Nobody can make a client remember without end. What it subscribed to it does remember.
+TEST_F(EventTest, ACrowdOfStrangersIsToldAndForgotten) {
+    auto const told = [&](json::object const& status) {
+        alice.statuses.clear();
+        heardOf("PeersOnlineStatusChanged", {{"status", status}});
+        return alice.statuses.size();
+    };
+    EXPECT_EQ(told({{"stranger", 0}, {"friend", 1}}), 2u);
+    EXPECT_EQ(alice.codeOf([&](auto done) { alice.kit->subscribePeersOnlineStatus({"friend"}, done); }), 0);
+    alice.statuses.clear();
+    EXPECT_EQ(told({{"stranger", 0}, {"friend", 1}}), 0u);
+    json::object crowd;
+    for (int peer = 0; peer < 10000; ++peer) crowd["peer" + std::to_string(peer)] = 0;
+    EXPECT_EQ(told(crowd), 10000u);
+    EXPECT_EQ(told({{"stranger", 0}, {"friend", 1}}), 1u);
 }
 
 TEST_F(EventTest, DeletedAttributesAreMarked) {

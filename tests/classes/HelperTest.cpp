@@ -3,6 +3,7 @@
 #include "Classes/Catagory/KvString.h"
 #include "Classes/Internal/KvCollections.h"
 #include "Classes/Internal/KvPimLoginParams.h"
+#include "Classes/Internal/KvPimRequest.h"
 #include "Classes/Internal/KvPimStateHelper.h"
 #include "Classes/Internal/KvWireForms.h"
 #include "Classes/Model/KvPimPeerOnlineStatus.h"
@@ -137,6 +138,9 @@ TEST(HelperTest, BytesAreNoDictionaryOfAnAnswer) {
     std::vector<KvData> const attachments{makeData(std::string("\1\2"))};
     EXPECT_EQ(KvPimResult::resultWithArray(SocketData(items, attachments)).code, -1);
     EXPECT_EQ(KvPimResult::resultWithArray(SocketData(items, {})).code, 0);  // no attachment: it is one
+    json::array const answer{{{"result", 0}, {"status", items[0]}}};
+    SocketData const data(answer, attachments);
+    EXPECT_EQ(dictionaryOf(KvPimResult::resultWithArray(data), "status"), nullptr);
 }
 
 TEST(HelperTest, RecordsHaveATextForm) {
