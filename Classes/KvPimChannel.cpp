@@ -51,6 +51,22 @@ static_assert(isSound(kJoin) && isSound(kLeave) && isSound(kGetMembers) && isSou
 
 }  // namespace
 
+std::shared_ptr<KvPimKitImpl> KvPimChannel::client() const {
+    auto inside = stateDelegate_.lock();
+    if (inside) assertMainThread(*inside->mainQueue);
+    return inside;
+}
+
+std::shared_ptr<KvPimChannelDelegate> KvPimChannel::delegate() const {
+    client();
+    return delegate_.lock();
+}
+
+void KvPimChannel::setDelegate(std::weak_ptr<KvPimChannelDelegate> delegate) {
+    client();
+    delegate_ = std::move(delegate);
+}
+
 template <class MakePayload, class Finish>
 void KvPimChannel::request(KvOperation const& operation, bool isValid, MakePayload const& payload, Finish finish) {
     auto const client = stateDelegate_.lock();

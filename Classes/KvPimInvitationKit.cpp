@@ -39,6 +39,11 @@ void KvPimInvitationKit::setDelegate(std::weak_ptr<KvPimInvitationDelegate> dele
     delegate_ = std::move(delegate);
 }
 
+std::shared_ptr<KvPimInvitationDelegate> KvPimInvitationKit::delegate() const {
+    assertMainThread(*mainQueue_);
+    return delegate_.lock();
+}
+
 void KvPimInvitationKit::sendInvitation(std::shared_ptr<KvPimInvitation> invitation, Completion done) {
     run({"send", &KvPimInvitation::inviter, true}, std::move(invitation), std::move(done));
 }

@@ -47,7 +47,9 @@ public:
     KvPimInvitationKit(KvPimInvitationKit const&) = delete;
     KvPimInvitationKit& operator=(KvPimInvitationKit const&) = delete;
 
-    /// Not owned.
+    /// Who is told of invitations; null when there is nobody (any more).
+    std::shared_ptr<KvPimInvitationDelegate> delegate() const;
+    /// Has another one told from now on. It is not owned.
     void setDelegate(std::weak_ptr<KvPimInvitationDelegate> delegate);
 
     /// Sends an invitation of the local user. Once acknowledged it is pending, for 60 seconds; without an answer of the
