@@ -102,13 +102,13 @@ auto readingPeers(std::weak_ptr<KvPimKitImpl> client, KvPimKit::PeersAttributesC
 
 void KvPimKit::subscribePeersUserAttribes(std::vector<std::string> const& peerIds, Completion done) {
     impl()->request(kSubscribeAttributes, areValidIds(peerIds), payloadOfIds(peerIds),
-                    recording(impl(), std::move(done),
+                    recording(impl(), &KvPimStateHelper::attributeSubscriptions, std::move(done),
                               [peerIds](KvPimStateHelper& state) { state.subscribeAttributesOf(peerIds); }));
 }
 
 void KvPimKit::unsubscribePeersUserAttribes(std::vector<std::string> const& peerIds, Completion done) {
     impl()->request(kUnsubscribeAttributes, areValidIds(peerIds), payloadOfIds(peerIds),
-                    recording(impl(), std::move(done),
+                    recording(impl(), &KvPimStateHelper::attributeSubscriptions, std::move(done),
                               [peerIds](KvPimStateHelper& state) { state.unsubscribeAttributesOf(peerIds); }));
 }
 
@@ -128,16 +128,17 @@ void KvPimKit::getPeersUserAttributesByKeys(std::vector<std::string> const& peer
 
 void KvPimKit::subscribePeersOnlineStatus(std::vector<std::string> const& peerIds, Completion done) {
     impl()->request(kSubscribeStatus, areValidIds(peerIds), payloadOfIds(peerIds),
-                    recording(impl(), std::move(done),
+                    recording(impl(), &KvPimStateHelper::statusSubscriptions, std::move(done),
                               [peerIds](KvPimStateHelper& state) { state.subscribeOnlineStatusOf(peerIds); }));
 }
 
 void KvPimKit::unsubscribePeersOnlineStatus(std::vector<std::string> const& peerIds, Completion done) {
-    impl()->request(kUnsubscribeStatus, areValidIds(peerIds), payloadOfIds(peerIds),
-                    recording(impl(), std::move(done), [peerIds](KvPimStateHelper& state) {
-                        state.unsubscribeOnlineStatusOf(peerIds);
-                        state.onlinePeersManager.unsubscribeOnlineStatusOf(peerIds);
-                    }));
+    impl()->request(
+        kUnsubscribeStatus, areValidIds(peerIds), payloadOfIds(peerIds),
+        recording(impl(), &KvPimStateHelper::statusSubscriptions, std::move(done), [peerIds](KvPimStateHelper& state) {
+            state.unsubscribeOnlineStatusOf(peerIds);
+            state.onlinePeersManager.unsubscribeOnlineStatusOf(peerIds);
+        }));
 }
 
 void KvPimKit::queryPeersOnlineStatus(std::vector<std::string> const& peerIds, OnlineStatusCompletion done) {

@@ -163,10 +163,13 @@ std::shared_ptr<KvPimChannel> KvPimKitImpl::findChannel(std::optional<std::strin
     return found == channelDict.end() ? nullptr : found->second;
 }
 
+bool KvPimKitImpl::tellState(std::int64_t state, std::int64_t reason) {
+    toldState = state;
+    return tell<&KvPimDelegate::connectionStateChanged>(state, reason);
+}
+
 void KvPimKitImpl::tellAndReportState(std::int64_t state, std::int64_t reason) {
-    if (tell<&KvPimDelegate::connectionStateChanged>(state, reason)) {
-        LoganManager::sharedInstance().connectState(state, reason);
-    }
+    if (tellState(state, reason)) LoganManager::sharedInstance().connectState(state, reason);
 }
 
 }  // namespace kv

@@ -68,6 +68,11 @@ std::vector<std::shared_ptr<KvPimChannel>> KvPimChannelManager::channels() const
     return kv_map(channelsMap_, [](auto const&, auto const& channel) { return channel; });
 }
 
+bool KvPimChannelManager::isJoined(std::shared_ptr<KvPimChannel> const& channel) const {
+    auto const found = channelsMap_.find(channel->channelId());
+    return found != channelsMap_.end() && found->second == channel;
+}
+
 void KvPimStateHelper::subscribeOnlineStatusOf(PeerIds const& peerIds) {
     onlineStatusPeerIds_.insert(peerIds.begin(), peerIds.end());
 }
@@ -76,17 +81,17 @@ void KvPimStateHelper::unsubscribeOnlineStatusOf(PeerIds const& peerIds) {
     for (auto const& peerId : peerIds) onlineStatusPeerIds_.erase(peerId);
 }
 
-void KvPimStateHelper::subscribeAttributesOf(PeerIds const& peerIds) {
-    attributesPeerIds_.insert(peerIds.begin(), peerIds.end());
-}
-
-void KvPimStateHelper::unsubscribeAttributesOf(PeerIds const& peerIds) {
 KvPimOnlinePeersManager::Changes KvPimStateHelper::onPeersOnlineStatusChanged(boost::json::object const& status) {
     auto changes = onlinePeersManager.onPeersOnlineStatusChanged(status);
     onlinePeersManager.forgetStrangers(onlineStatusPeerIds_);
     return changes;
 }
 
+void KvPimStateHelper::subscribeAttributesOf(PeerIds const& peerIds) {
+    attributesPeerIds_.insert(peerIds.begin(), peerIds.end());
+}
+
+void KvPimStateHelper::unsubscribeAttributesOf(PeerIds const& peerIds) {
     for (auto const& peerId : peerIds) attributesPeerIds_.erase(peerId);
 }
 

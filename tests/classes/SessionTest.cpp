@@ -165,6 +165,13 @@ TEST_P(SessionTest, AttemptsWaitOneTwoFourSixSeconds) {
 
 TEST_P(SessionTest, ARemoteLoginEndsTheSessionUntilLogout) {
     ASSERT_TRUE(alice.login());
+    int arrived = 0, failed = 0;
+    auto const listener = std::make_shared<KvPimInvitationDelegate>();
+    listener->invitationArrived = [&](auto&, auto const&) { ++arrived; };
+    listener->invitationFailed = [&](auto&, auto const&, std::int64_t) { ++failed; };
+    alice.kit->getPimInvitationKit()->setDelegate(listener);
+    service.emit("alice", "InvitationNotify", {{"invitation", {{"inviter", "x"}, {"invitee", "alice"}, {"state", 2}}}});
+    EXPECT_TRUE(waitFor([&] { return arrived == 1; }));
     Person elsewhere(service.url(), "alice", queue, GetParam());
     ASSERT_TRUE(elsewhere.login());
     EXPECT_TRUE(waitFor([&] { return alice.states.back() == States::value_type{1, 8}; }));
@@ -173,7 +180,10 @@ TEST_P(SessionTest, ARemoteLoginEndsTheSessionUntilLogout) {
     EXPECT_EQ(alice.codeOf([&](auto done) { alice.kit->loginByToken(kToken, 1, "alice", done); }), 8);
     EXPECT_EQ(alice.codeOf([&](auto done) { alice.kit->logoutWithCompletion(done); }), 0);
     EXPECT_EQ(alice.states, (States{{2, 1}, {3, 2}, {1, 8}}));
+    EXPECT_EQ(alice.kit->getDebugInfo().size(), 2u);
     EXPECT_TRUE(alice.login());
+    queue->advance(61s);
+    EXPECT_EQ(failed, 0) << "an invitation of the login before";
 }
 
 TEST_P(SessionTest, OtherGoodbyesLeadToReconnection) {
@@ -283,6 +293,33 @@ TEST_P(SessionTest, ALogoutBehindARefusedAttemptIsTold) {
         EXPECT_EQ(bob.kit->getDebugInfo().size(), 2u);
         bob.states.clear();
         dying.emplace(port);
+    }
+}
+
+// The news of the end waits in the queue when the application logs out, and comes first.
+TEST_P(SessionTest, ALogoutBehindTheEndOfTheConnectionIsTold) {
+    for (int const attempts : {0, 1}) {
+        std::atomic<bool> mayEnd{false};
+        ScriptedServer server([&](ScriptedPeer& peer) {
+            if (peer.number() == 0) peer.login();
+            while (peer.number() == attempts && !mayEnd) peer.sleep(1ms);
+            peer.hangUp();
+        });
+        Person dora(server.url(), "dora", queue, GetParam());
+        ASSERT_TRUE(dora.login());
+        EXPECT_TRUE(waitFor([&] {
+            if (server.connections() <= attempts) queue->advance(100ms);
+            return server.connections() > attempts;
+        }));
+        for (int turn = 0; turn < 100; ++turn) queue->poll();  // the connection is all that is left to come
+        mayEnd = true;
+        pollfd news{queue->fd(), POLLIN, 0};
+        EXPECT_EQ(::poll(&news, 1, 10000), 1);
+        EXPECT_EQ(dora.codeOf([&](auto done) { dora.kit->logoutWithCompletion(done); }), 0);
+        EXPECT_EQ(dora.states,
+                  attempts == 0 ? (States{{2, 1}, {3, 2}, {1, 6}}) : (States{{2, 1}, {3, 2}, {4, 5}, {1, 6}}));
+        EXPECT_EQ(dora.kit->stateManager().state, KvPimConnectionStateDisconnected);
+        EXPECT_EQ(dora.kit->getDebugInfo().size(), 2u);
     }
 }
 
