@@ -211,17 +211,5 @@ TEST_F(EventTest, AnswersWithPartsMissingAreReadAsEmpty) {
     EXPECT_EQ(statuses, (std::vector<KvPimPeerOnlineStatus>{{"a", true}, {"b", false}, {"c", false}}));
 }
 
-TEST_F(EventTest, APushOfTenThousandIsOneTurnsWork) {
-    json::object status, users;
-    for (int peer = 0; peer < 10000; ++peer) {
-        status["peer" + std::to_string(peer)] = 0;
-        users["peer" + std::to_string(peer)] = {{"attributes", {{"k", "v"}}}};
-    }
-    heardOf("PeersOnlineStatusChanged", json::object{{"status", status}});
-    heardOf("PeersUserAttributesChanged", json::object{{"attributes", users}});
-    EXPECT_EQ(alice.statuses.size(), 10000u);
-    EXPECT_EQ(alice.attributes.size(), 10000u);
-}
-
 }  // namespace
 }  // namespace kv::test

@@ -1,8 +1,8 @@
-// Login, logout, renewal; what each end of a connection leads to; what is restored.
+// Login, logout, renewal; what each end of a connection leads to.
 #include "Person.h"
 #include "support/ScriptedServer.h"
 
-#include <optional>
+#include <atomic>
 
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
@@ -199,66 +199,6 @@ TEST_P(SessionTest, OtherGoodbyesLeadToReconnection) {
     }
 }
 
-TEST_P(SessionTest, ALostConnectionComesBackWithAllThatTheLoginBuiltUp) {
-    ASSERT_TRUE(alice.login());
-    auto& kit = *alice.kit;
-    alice.join("one");
-    auto const left = alice.join("left");
-    EXPECT_EQ(alice.codeOf([&](auto done) { left->leaveWithCompletion(done); }), 0);
-    EXPECT_EQ(alice.codeOf([&](auto done) {
-        kit.setLocalUserAttributes({{"a", "1"}, {"b", "2"}, {"b", "3"}}, done);
-    }),
-              0);
-    EXPECT_EQ(alice.codeOf([&](auto done) { kit.deleteLocalUserAttributesByKeys({"a"}, done); }), 0);
-    EXPECT_EQ(alice.codeOf([&](auto done) { kit.subscribePeersOnlineStatus({"bob", "carol"}, done); }), 0);
-    EXPECT_EQ(alice.codeOf([&](auto done) { kit.unsubscribePeersOnlineStatus({"carol"}, done); }), 0);
-    EXPECT_EQ(alice.codeOf([&](auto done) { kit.subscribePeersUserAttribes({"dora"}, done); }), 0);
-    auto const before = userAtServer();
-    auto const isRestored = [&](Service& server) {
-        queue->advance(500ms);
-        auto const state = server.state();
-        auto const* apps = state.at("apps").as_object().if_contains("app");
-        if (apps == nullptr || !apps->at("users").as_object().contains("alice")) return false;
-        auto const& now = apps->at("users").at("alice");
-        for (char const* field : {"channels", "attributes", "statusSubscriptions", "attributeSubscriptions"}) {
-            if (now.at(field) != before.at(field)) return false;
-        }
-        return true;
-    };
-    auto const oldSocket = before.at("socketId");
-    service.control("drop", {{"userId", "alice"}});
-    // A refusal of each step is tried again until it is taken.
-    for (char const* command :
-         {"join", "setLocalUserAttributes", "subscribePeersOnlineStatus", "subscribePeersUserAttributes"}) {
-        service.control("answer", {{"command", command}, {"times", 3}, {"answer", json::array{"Too Many Requests"}}});
-    }
-    EXPECT_TRUE(waitFor([&] { return isRestored(service) && userAtServer().at("socketId") != oldSocket; }));
-
-    int const port = service.port();
-    service.kill();
-    queue->poll();
-    Service again(port);
-    EXPECT_TRUE(waitFor([&] { return isRestored(again); }));
-    EXPECT_TRUE(isConnected());
-}
-
-TEST_P(SessionTest, RefusedRestoringStopsWithTheLogout) {
-    ASSERT_TRUE(alice.login());
-    alice.join("one");
-    service.control("answer", {{"command", "join"}, {"times", 1000000}, {"answer", json::array{"Too Many Requests"}}});
-    service.control("drop", {{"userId", "alice"}});
-    auto const joins = [&] { return service.state().at("commands").at("join").as_int64(); };
-    EXPECT_TRUE(waitFor([&] {
-        queue->advance(500ms);
-        return joins() > 20;
-    }));
-    EXPECT_EQ(alice.codeOf([&](auto done) { alice.kit->logoutWithCompletion(done); }), 0);
-    EXPECT_TRUE(waitFor([&] { return !userAtServer().at("connected").as_bool(); }));
-    auto const last = joins();
-    for (int turn = 0; turn < 50; ++turn) queue->advance(100ms);
-    EXPECT_EQ(joins(), last);
-}
-
 TEST_P(SessionTest, ALogoutDuringTheWaitForAnAttemptEndsTheCycle) {
     ASSERT_TRUE(alice.login());
     service.control("drop", {{"userId", "alice"}});
@@ -273,27 +213,6 @@ TEST_P(SessionTest, ALogoutDuringTheWaitForAnAttemptEndsTheCycle) {
     EXPECT_EQ(alice.states.back(), (States::value_type{1, 6}));
     queue->advance(30s);
     EXPECT_EQ(alice.kit->stateManager().state, KvPimConnectionStateDisconnected);
-}
-
-// The attempt that goes before the logout fails the moment it is made: there must be something left to log out from.
-TEST_P(SessionTest, ALogoutBehindARefusedAttemptIsTold) {
-    std::optional<Service> dying(std::in_place);
-    Person bob(dying->url(), "bob", queue, GetParam());
-    for (int round = 0; round < 5; ++round) {
-        ASSERT_TRUE(bob.login());
-        int const port = dying->port();
-        dying.reset();
-        EXPECT_TRUE(waitFor([&] { return bob.kit->stateManager().state == KvPimConnectionStateDisconnected; }));
-        std::int64_t code = -1;
-        bob.kit->logoutWithCompletion([&](std::int64_t result) { code = result; });
-        queue->advance(1s);
-        EXPECT_TRUE(waitFor([&] { return code == 0; }));
-        EXPECT_EQ(bob.states, (States{{2, 1}, {3, 2}, {4, 5}, {1, 6}}));
-        EXPECT_EQ(bob.kit->stateManager().state, KvPimConnectionStateDisconnected);
-        EXPECT_EQ(bob.kit->getDebugInfo().size(), 2u);
-        bob.states.clear();
-        dying.emplace(port);
-    }
 }
 
 // The news of the end waits in the queue when the application logs out, and comes first.
@@ -354,43 +273,6 @@ TEST_P(SessionTest, RenewalReplacesTheTokenOfConnectionsToCome) {
     EXPECT_EQ(renewed(fresh), std::pair(fresh, std::int64_t{0}));
     EXPECT_EQ(alice.states.back(), (States::value_type{1, 6}));
     EXPECT_TRUE(alice.kit->stateManager().login);
-}
-
-TEST_P(SessionTest, ATokenThatIsRenewedWhenItExpiredServesTheNextAttempt) {
-    std::string const fresh = "f" + std::string(kToken).substr(1);
-    std::string lastRequest;
-    std::atomic<bool> isBack{false};
-    ScriptedServer server([&](ScriptedPeer& peer) {
-        switch (peer.number()) {
-            case 0:
-                peer.login();
-                return peer.hangUp();
-            case 1:
-                peer.acceptWebSocket();
-                peer.sendText(ScriptedPeer::openPacket({}));
-                peer.sendText(R"(44{"message":"loginFail: ExpiredToken"})");
-                break;
-            default:
-                lastRequest = peer.request();
-                isBack = true;
-                peer.login();
-        }
-        peer.readToEnd();
-    });
-    Person dora(server.url(), "dora", queue, GetParam());
-    std::vector<std::int64_t> codes;
-    dora.delegate->tokenDidExpire = [&](KvPimKit& kit) {
-        kit.renewToken(fresh, 2, [&](std::string const&, std::int64_t code) { codes.push_back(code); });
-    };
-    ASSERT_TRUE(dora.login());
-    EXPECT_TRUE(waitFor([&] {
-        queue->advance(100ms);
-        return dora.states.size() == 4;
-    }));
-    EXPECT_EQ(dora.states, (States{{2, 1}, {3, 2}, {4, 5}, {3, 2}}));
-    EXPECT_EQ(codes, std::vector<std::int64_t>{0});
-    ASSERT_TRUE(isBack);
-    EXPECT_NE(lastRequest.find(fresh), std::string::npos) << lastRequest;
 }
 
 TEST_P(SessionTest, ATokenThatIsRenewedDuringAnAttemptEndsTheAttempts) {

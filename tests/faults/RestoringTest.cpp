@@ -76,27 +76,6 @@ TEST_P(Restoring, AnExpiredTokenIsToldAndItsRenewalIsUsedForTheNextAttempt) {
     EXPECT_NE(requests[2].find(kNewToken), std::string::npos);
 }
 
-TEST_P(Restoring, RefusalsLeaveTurnsForOtherWork) {
-    ASSERT_TRUE(session.begin());
-    answerAll(json::array{"Too Many Requests"});
-    service.control("drop", {{"userId", "alice"}});
-    auto const before = asked();
-    EXPECT_TRUE(session.waitFor([&] { return asked() > before + 100; }));
-    // Work of others comes between, and so does a whole request of this very client.
-    int turns = 0;
-    std::function<void()> const turn = [&] {
-        if (++turns < 1000) session.alice.queue->post(turn);
-    };
-    session.alice.queue->post(turn);
-    EXPECT_EQ(session.alice.codeOf([&](auto done) {
-        session.alice.kit->getChannelAttributes("garden", [done](auto const&, std::int64_t code) { done(code); });
-    }),
-              0);
-    EXPECT_TRUE(session.waitFor([&] { return turns == 1000; }));
-    auto const after = asked();
-    EXPECT_TRUE(session.waitFor([&] { return asked() > after; })) << "it has given up";
-}
-
 TEST_P(Restoring, RefusalsInARowAreFurtherAndFurtherApart) {
     ASSERT_TRUE(session.begin());
     answerAll(json::array{"Too Many Requests"});
