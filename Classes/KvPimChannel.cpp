@@ -51,18 +51,34 @@ static_assert(isSound(kJoin) && isSound(kLeave) && isSound(kGetMembers) && isSou
 
 }  // namespace
 
+std::shared_ptr<KvPimKitImpl> KvPimChannel::client() const {
+    auto inside = stateDelegate_.lock();
+    if (inside) assertMainThread(*inside->mainQueue);
+    return inside;
+}
+
+std::shared_ptr<KvPimChannelDelegate> KvPimChannel::delegate() const {
+    client();
+    return delegate_.lock();
+}
+
+void KvPimChannel::setDelegate(std::weak_ptr<KvPimChannelDelegate> delegate) {
+    client();
+    delegate_ = std::move(delegate);
+}
+
 template <class MakePayload, class Finish>
 void KvPimChannel::request(KvOperation const& operation, bool isValid, MakePayload const& payload, Finish finish) {
-    auto const client = stateDelegate_.lock();
-    if (!client) return finish(KvPimErrorNotLogin, nullptr);
-    assertMainThread(*client->mainQueue);
-    client->requestOn(socket_.lock(), operation, isValid, payload, std::move(finish));
+    auto const inside = client();
+    if (!inside) return finish(KvPimErrorNotLogin, nullptr);
+    inside->requestOn(socket_.lock(), operation, isValid, payload, std::move(finish));
 }
 
 void KvPimChannel::joinWithCompletion(Completion done) {
-    LoganManager::sharedInstance().setTsJoinChannel(currentTimeStamp());
-    auto const report = [id = channelId_](std::int64_t code) {
-        LoganManager::sharedInstance().joinChannel(code == 0 ? 1 : 0, id, code);
+    auto const report = [id = channelId_, start = currentTimeStamp()](std::int64_t code) {
+        auto& reporter = LoganManager::sharedInstance();
+        reporter.setTsJoinChannel(start);  // only now: joins overlap
+        reporter.joinChannel(code == 0 ? 1 : 0, id, code);
     };
     request(
         kJoin, isValidId(channelId_),
@@ -80,21 +96,26 @@ void KvPimChannel::joinWithCompletion(Completion done) {
 }
 
 void KvPimChannel::leaveWithCompletion(Completion done) {
-    LoganManager::sharedInstance().setTsLeaveChannel(currentTimeStamp());
+    auto const report = [id = channelId_, start = currentTimeStamp()](std::int64_t code) {
+        auto& reporter = LoganManager::sharedInstance();
+        reporter.setTsLeaveChannel(start);
+        reporter.leaveChannel(code == 0 ? 1 : 0, id, code);
+    };
+    auto const inside = client();
     request(
         kLeave, true,
         [&] {
             return payloadOf({{"channelId", channelId_}});
         },
-        [weak = weak_from_this(), id = channelId_, done = std::move(done)](std::int64_t code, KvPimResult const*) {
+        [weak = weak_from_this(), change = inside ? inside->stateHelper.leaves.begin() : nullptr, report,
+         done = std::move(done)](std::int64_t code, KvPimResult const*) {
             auto const self = weak.lock();
             if (code == 0 && self) {
                 self->isInChannel_ = false;
-                if (auto const client = self->stateDelegate_.lock())
-                    client->stateHelper.channelManager.onLeaveChannel(*self);
+                if (auto const now = self->stateDelegate_.lock()) now->stateHelper.channelManager.onLeaveChannel(*self);
             }
             complete(done, code);
-            LoganManager::sharedInstance().leaveChannel(code == 0 ? 1 : 0, id, code);
+            report(code);
         });
 }
 

@@ -41,7 +41,10 @@ struct KvPimChannelDelegate {
     std::function<void(KvPimChannel& channel, std::int32_t count)> memberCount;
 };
 
-/// A channel that the application created. It may outlive its client, and then answers 102 to everything.
+/// A channel that the application created. It may outlive its client, and then answers 102 to everything. One that is
+/// kept over a logout does that too; after the next login it is no channel of that login: it hears of nothing, nothing
+/// that it is asked for is sent and all ends like a request without an answer, and `isInChannel` stays as it was.
+/// `createChannelWithId` makes another one then.
 class KV_EXPORT KvPimChannel final : public std::enable_shared_from_this<KvPimChannel> {
 public:
     using Completion = std::function<void(std::int64_t errorCode)>;
@@ -52,6 +55,11 @@ public:
     std::string const& channelId() const { return channelId_; }
     /// Between a successful join and a successful leave. A lost connection does not change it.
     bool isInChannel() const { return isInChannel_; }
+
+    /// Who is told of things; null when there is nobody (any more).
+    std::shared_ptr<KvPimChannelDelegate> delegate() const;
+    /// Has another one told from now on. It is not owned.
+    void setDelegate(std::weak_ptr<KvPimChannelDelegate> delegate);
 
     /// Joins the channel, which the server makes if it is not there. Joining again is for the server to answer. A
     /// joined channel is joined again after a reconnection.
@@ -73,6 +81,8 @@ public:
 private:
     friend class KvPimKitImpl;
     KvPimChannel() = default;
+    /// Its client, which debug builds want to be called on its own thread; null when that is gone.
+    std::shared_ptr<KvPimKitImpl> client() const;
 
     template <class MakePayload, class Finish>
     void request(KvOperation const& operation, bool isValid, MakePayload const& payload, Finish finish);

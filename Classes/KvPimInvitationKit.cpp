@@ -14,6 +14,8 @@ namespace {
 
 constexpr std::size_t kMostInfoBytes = 8192;
 
+bool isTooLong(std::optional<std::string> const& info) { return info && info->size() > kMostInfoBytes; }
+
 // The server's 3 and 4 are the only refusals; any other answer means that it took the invitation.
 constexpr KvCodes kCodes = KvCodesOf<KvPimInvitationErrorCode>{
     .noAck = KvPimInvitationErrorTimeout,
@@ -30,9 +32,16 @@ struct KvPimInvitationKit::Operation {
     bool starts;                              // makes the invitation pending, instead of ending it
 };
 
+KvPimInvitationKit::~KvPimInvitationKit() { KvInvitationStore::shared().forget(this); }
+
 void KvPimInvitationKit::setDelegate(std::weak_ptr<KvPimInvitationDelegate> delegate) {
     assertMainThread(*mainQueue_);
     delegate_ = std::move(delegate);
+}
+
+std::shared_ptr<KvPimInvitationDelegate> KvPimInvitationKit::delegate() const {
+    assertMainThread(*mainQueue_);
+    return delegate_.lock();
 }
 
 void KvPimInvitationKit::sendInvitation(std::shared_ptr<KvPimInvitation> invitation, Completion done) {
@@ -57,9 +66,11 @@ void KvPimInvitationKit::run(Operation const& operation, std::shared_ptr<KvPimIn
     if (!session || !session->login) return complete(done, KvPimErrorNotLogin);
     if (!invitation || (*invitation).*operation.localUser != session->userId)
         return complete(done, KvPimInvitationErrorNotOwn);
-    if (invitation->requestInfo.size() > kMostInfoBytes || invitation->responseInfo.size() > kMostInfoBytes) {
+    if (isTooLong(invitation->requestInfo) || isTooLong(invitation->responseInfo)) {
         return complete(done, KvPimInvitationErrorTooLong);
     }
+    // From here on it is this client's: the other side may live in this process too.
+    KvInvitationStore::shared().adopt(*invitation, *this);
     auto payload = payloadOf({{"type", operation.type}, {"invitation", dictionaryFrom(*invitation)}});
     // The kit is held until the answer: it is the target of the timer that an accepted invitation starts.
     emitCommand(*mainQueue_, socket_, "invitationOp", std::move(payload), std::chrono::seconds(6),
@@ -72,7 +83,7 @@ void KvPimInvitationKit::run(Operation const& operation, std::shared_ptr<KvPimIn
                         invitation->state = KvPimInvitationStatePending;
                         store.addTimerAndInvitation(invitation, self);
                     } else if (code == 0) {
-                        store.removeTimerAndInvitation(*invitation);
+                        store.removeTimerAndInvitation(*invitation, *self);
                     }
                     complete(done, code);
                 });
@@ -80,7 +91,7 @@ void KvPimInvitationKit::run(Operation const& operation, std::shared_ptr<KvPimIn
 
 void KvPimInvitationKit::parseInvitation(std::shared_ptr<KvPimInvitation> const& incoming) {
     auto& store = KvInvitationStore::shared();
-    auto invitation = store.getInvitation(*incoming);
+    auto invitation = store.getInvitation(*incoming, *this);
     if (invitation) {
         invitation->state = incoming->state;
     } else {
@@ -104,15 +115,16 @@ void KvPimInvitationKit::parseInvitation(std::shared_ptr<KvPimInvitation> const&
             return;
         case KvPimInvitationStateCanceled:
             if (tell(&KvPimInvitationDelegate::invitationCanceled, invitation))
-                store.removeTimerAndInvitation(*invitation);
+                store.removeTimerAndInvitation(*invitation, *this);
             return;
         case KvPimInvitationStateAccepted:
             // Unlike all others this one hands over what the notice said, not the object that the application holds.
-            if (tell(&KvPimInvitationDelegate::invitationAccept, incoming)) store.removeTimerAndInvitation(*invitation);
+            if (tell(&KvPimInvitationDelegate::invitationAccept, incoming))
+                store.removeTimerAndInvitation(*invitation, *this);
             return;
         case KvPimInvitationStateRefused:
             if (tell(&KvPimInvitationDelegate::invitationRefused, invitation))
-                store.removeTimerAndInvitation(*invitation);
+                store.removeTimerAndInvitation(*invitation, *this);
             return;
         default:
             return;

@@ -43,7 +43,13 @@ class KV_EXPORT KvPimInvitationKit final : public std::enable_shared_from_this<K
 public:
     using Completion = std::function<void(std::int64_t errorCode)>;
 
-    /// Not owned.
+    ~KvPimInvitationKit();
+    KvPimInvitationKit(KvPimInvitationKit const&) = delete;
+    KvPimInvitationKit& operator=(KvPimInvitationKit const&) = delete;
+
+    /// Who is told of invitations; null when there is nobody (any more).
+    std::shared_ptr<KvPimInvitationDelegate> delegate() const;
+    /// Has another one told from now on. It is not owned.
     void setDelegate(std::weak_ptr<KvPimInvitationDelegate> delegate);
 
     /// Sends an invitation of the local user. Once acknowledged it is pending, for 60 seconds; without an answer of the

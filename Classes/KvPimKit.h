@@ -126,9 +126,9 @@ public:
     /// @param config  as `generateSocketConfig` makes it.
     /// @param done    as for `loginByToken`: a KvPimLoginErrorCode, never 8.
     void loginWithConfig(boost::json::object const& config, Completion done);
-    /// Logs out: closes the connection and forgets channels, attributes and subscriptions. If the connection was still
-    /// there, it also forgets invitations and tells the delegate (1, 6). Nothing is sent. An attempt to reconnect that
-    /// has begun goes first.
+    /// Logs out: closes the connection, if there still is one, forgets channels, attributes, subscriptions and
+    /// invitations, and tells the delegate (1, 6), unless a state 1 is what it was told last. Nothing is sent. An
+    /// attempt to reconnect that has begun goes first.
     /// @param done  a KvPimLogoutErrorCode.
     void logoutWithCompletion(Completion done);
     /// Replaces the token for the connections to come. A connection, or an attempt to make one, is closed: the delegate

@@ -187,7 +187,7 @@ void KvPimKit::getChannelMemberCount(std::vector<std::string> const& channelIds,
         std::optional<std::vector<KvChannelMemberCount>> counts;
         if (code == 0) {
             counts.emplace();
-            if (auto const* map = objectOf(result->response, "counts")) {
+            if (auto const* map = dictionaryOf(*result, "counts")) {
                 for (auto const& [channelId, count] : *map) counts->push_back({channelId, asInteger32(&count)});
             }
         }

@@ -78,16 +78,16 @@ auto payloadOfIds(std::vector<std::string> const& ids) {
     return [&ids] { return payloadOf({{"userIds", stringsOf(ids)}}); };
 }
 
-/// Reads a batch of users' attributes. Without the client there is nobody to hand it to: the completion is dropped.
+/// Reads a batch of users' attributes. An answer that finds no client any more has nobody to go to, and is dropped.
 auto readingPeers(std::weak_ptr<KvPimKitImpl> client, KvPimKit::PeersAttributesCompletion done) {
     return [client = std::move(client), done = std::move(done)](std::int64_t code, KvPimResult const* result) {
-        if (!KvPimKitImpl::living(client)) return;
+        if (result != nullptr && !KvPimKitImpl::living(client)) return;
         std::optional<std::vector<KvPimUserAttributes>> users;
         if (code == 0) {
             users.emplace();
-            if (auto const* peers = objectOf(result->response, "attributes")) {
+            if (auto const* peers = dictionaryOf(*result, "attributes")) {
                 for (auto const& [peerId, value] : *peers) {
-                    auto const* entry = value.if_object();
+                    auto const* entry = result->data->binary(value) ? nullptr : value.if_object();
                     auto& user = users->emplace_back(KvPimUserAttributes{peerId, std::nullopt});
                     bool const isGiven = entry != nullptr && asInteger(valueOf(entry, "result")) == 0;
                     if (isGiven) user.attributes = attributesWithStateFrom(objectOf(entry, "attributes"));
@@ -102,13 +102,13 @@ auto readingPeers(std::weak_ptr<KvPimKitImpl> client, KvPimKit::PeersAttributesC
 
 void KvPimKit::subscribePeersUserAttribes(std::vector<std::string> const& peerIds, Completion done) {
     impl()->request(kSubscribeAttributes, areValidIds(peerIds), payloadOfIds(peerIds),
-                    recording(impl(), std::move(done),
+                    recording(impl(), &KvPimStateHelper::attributeSubscriptions, std::move(done),
                               [peerIds](KvPimStateHelper& state) { state.subscribeAttributesOf(peerIds); }));
 }
 
 void KvPimKit::unsubscribePeersUserAttribes(std::vector<std::string> const& peerIds, Completion done) {
     impl()->request(kUnsubscribeAttributes, areValidIds(peerIds), payloadOfIds(peerIds),
-                    recording(impl(), std::move(done),
+                    recording(impl(), &KvPimStateHelper::attributeSubscriptions, std::move(done),
                               [peerIds](KvPimStateHelper& state) { state.unsubscribeAttributesOf(peerIds); }));
 }
 
@@ -128,16 +128,17 @@ void KvPimKit::getPeersUserAttributesByKeys(std::vector<std::string> const& peer
 
 void KvPimKit::subscribePeersOnlineStatus(std::vector<std::string> const& peerIds, Completion done) {
     impl()->request(kSubscribeStatus, areValidIds(peerIds), payloadOfIds(peerIds),
-                    recording(impl(), std::move(done),
+                    recording(impl(), &KvPimStateHelper::statusSubscriptions, std::move(done),
                               [peerIds](KvPimStateHelper& state) { state.subscribeOnlineStatusOf(peerIds); }));
 }
 
 void KvPimKit::unsubscribePeersOnlineStatus(std::vector<std::string> const& peerIds, Completion done) {
-    impl()->request(kUnsubscribeStatus, areValidIds(peerIds), payloadOfIds(peerIds),
-                    recording(impl(), std::move(done), [peerIds](KvPimStateHelper& state) {
-                        state.unsubscribeOnlineStatusOf(peerIds);
-                        state.onlinePeersManager.unsubscribeOnlineStatusOf(peerIds);
-                    }));
+    impl()->request(
+        kUnsubscribeStatus, areValidIds(peerIds), payloadOfIds(peerIds),
+        recording(impl(), &KvPimStateHelper::statusSubscriptions, std::move(done), [peerIds](KvPimStateHelper& state) {
+            state.unsubscribeOnlineStatusOf(peerIds);
+            state.onlinePeersManager.unsubscribeOnlineStatusOf(peerIds);
+        }));
 }
 
 void KvPimKit::queryPeersOnlineStatus(std::vector<std::string> const& peerIds, OnlineStatusCompletion done) {
@@ -145,7 +146,7 @@ void KvPimKit::queryPeersOnlineStatus(std::vector<std::string> const& peerIds, O
                     [done = std::move(done)](std::int64_t code, KvPimResult const* result) {
                         std::optional<std::vector<KvPimPeerOnlineStatus>> statuses;
                         if (code == 0) {
-                            auto const* status = objectOf(result->response, "status");
+                            auto const* status = dictionaryOf(*result, "status");
                             statuses.emplace();
                             // An answer counts online as true, unlike the pushes.
                             if (status != nullptr)

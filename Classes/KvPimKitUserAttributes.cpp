@@ -84,9 +84,10 @@ void KvPimKit::setLocalUserAttributes(std::vector<KvPimAttribute> const& attribu
         [&] {
             return payloadOf({{"attributes", attributeMapOf(attributes)}});
         },
-        recording(impl(), std::move(done), [sent = storedAttributesOf(attributes)](KvPimStateHelper& state) {
-            state.localUserAttributes.setLocalUserAttributes(sent);
-        }));
+        recording(impl(), &KvPimStateHelper::attributeWrites, std::move(done),
+                  [sent = storedAttributesOf(attributes)](KvPimStateHelper& state) {
+                      state.localUserAttributes.setLocalUserAttributes(sent);
+                  }));
 }
 
 void KvPimKit::addOrUpdateLocalUserAttributes(std::vector<KvPimAttribute> const& attributes, Completion done) {
@@ -95,9 +96,10 @@ void KvPimKit::addOrUpdateLocalUserAttributes(std::vector<KvPimAttribute> const&
         [&] {
             return payloadOf({{"attributes", attributeMapOf(attributes)}});
         },
-        recording(impl(), std::move(done), [sent = storedAttributesOf(attributes)](KvPimStateHelper& state) {
-            state.localUserAttributes.addOrUpdateLocalUserAttributes(sent);
-        }));
+        recording(impl(), &KvPimStateHelper::attributeWrites, std::move(done),
+                  [sent = storedAttributesOf(attributes)](KvPimStateHelper& state) {
+                      state.localUserAttributes.addOrUpdateLocalUserAttributes(sent);
+                  }));
 }
 
 void KvPimKit::deleteLocalUserAttributesByKeys(std::vector<std::string> const& keys, Completion done) {
@@ -106,16 +108,16 @@ void KvPimKit::deleteLocalUserAttributesByKeys(std::vector<std::string> const& k
         [&] {
             return payloadOf({{"attributeKeys", stringsOf(keys)}});
         },
-        recording(impl(), std::move(done), [keys](KvPimStateHelper& state) {
+        recording(impl(), &KvPimStateHelper::attributeWrites, std::move(done), [keys](KvPimStateHelper& state) {
             state.localUserAttributes.deleteLocalUserAttributesByKeys(keys);
         }));
 }
 
 void KvPimKit::clearLocalUserAttributesWithCompletion(Completion done) {
     impl()->request(
-        kClear, true, [] { return payloadOf({}); }, recording(impl(), std::move(done), [](KvPimStateHelper& state) {
-            state.localUserAttributes.clearLocalUserAttributes();
-        }));
+        kClear, true, [] { return payloadOf({}); },
+        recording(impl(), &KvPimStateHelper::attributeWrites, std::move(done),
+                  [](KvPimStateHelper& state) { state.localUserAttributes.clearLocalUserAttributes(); }));
 }
 
 void KvPimKit::getUserAttributes(std::string const& userId, UserAttributesCompletion done) {

@@ -37,8 +37,11 @@ std::optional<KvPimAttribute> ArgumentType<KvPimAttribute>::from(value const& va
     auto const* const object = value.if_object();
     auto const* const key = object ? object->if_contains("key") : nullptr;
     auto const* const text = object ? object->if_contains("value") : nullptr;
-    if (key == nullptr || text == nullptr || !key->is_string() || !text->is_string()) return std::nullopt;
-    return KvPimAttribute{std::string(key->get_string()), std::string(text->get_string())};
+    bool const isAbsent = text == nullptr || text->is_null();
+    if (key == nullptr || !key->is_string() || !(isAbsent || text->is_string())) return std::nullopt;
+    KvPimAttribute attribute{std::string(key->get_string()), std::nullopt};
+    if (!isAbsent) attribute.value = text->get_string();
+    return attribute;
 }
 
 }  // namespace kv::console

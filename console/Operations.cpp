@@ -74,9 +74,8 @@ void getInvitationKit(Session& session, Arguments const& arguments, Answer const
 
 void newInvitation(Session& session, Arguments const& arguments, Answer const& answer) {
     auto const label = arguments.text("invitation");
-    auto const requestInfo = arguments.find<std::string>("requestInfo");
     auto const invitation = KvPimInvitation::initWithInviter(arguments.text("inviter"), arguments.text("invitee"));
-    invitation->requestInfo = requestInfo.value_or("");
+    invitation->requestInfo = arguments.find<std::string>("requestInfo");
     session.invitations->set(label, invitation);
     answer.result(true);
 }

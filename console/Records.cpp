@@ -19,10 +19,10 @@ value toJson(KvPimMessage const& message) {
             {"isOfflineMessage", message.isOfflineMessage}};
 }
 
-value toJson(KvPimAttribute const& attribute) { return {{"key", attribute.key}, {"value", attribute.value}}; }
+value toJson(KvPimAttribute const& attribute) { return {{"key", attribute.key}, {"value", toJson(attribute.value)}}; }
 
 value toJson(KvPimAttributeWithState const& attribute) {
-    return {{"key", attribute.key}, {"value", attribute.value}, {"deleted", attribute.deleted}};
+    return {{"key", attribute.key}, {"value", toJson(attribute.value)}, {"deleted", attribute.deleted}};
 }
 
 value toJson(KvPimUserAttributes const& user) {
@@ -36,8 +36,8 @@ value toJson(KvChannelMemberCount const& count) { return {{"channelId", count.ch
 value toJson(KvPimInvitation const& invitation) {
     return {{"inviter", invitation.inviter},
             {"invitee", invitation.invitee},
-            {"requestInfo", invitation.requestInfo},
-            {"responseInfo", invitation.responseInfo},
+            {"requestInfo", toJson(invitation.requestInfo)},
+            {"responseInfo", toJson(invitation.responseInfo)},
             {"state", invitation.state}};
 }
 

@@ -71,7 +71,6 @@ public:
     std::weak_ptr<KvPimKit> kit;     // expires the moment the application lets go, also in the middle of a callback
     std::weak_ptr<KvPimKit> object;  // the same one, for as long as a callback has it
 
-    std::uint64_t loginNumber = 0;  // counts logouts: tells one login from the next
     std::int32_t connectIndex = 0;  // into the table of reconnection delays
     std::weak_ptr<KvPimDelegate> delegate;
     std::shared_ptr<KvPimInvitationKit> invitationKit;
@@ -82,6 +81,9 @@ public:
     Completion loginBlcok;  // of the login in progress
     std::int64_t disconnectReason = 0;
     std::int64_t loginError = 0;
+    std::int64_t connectStart = 0;    // of the connection of the login in progress, a time stamp
+    std::int64_t toldState = 0;       // what the delegate was last told
+    std::uint64_t restoreNumber = 0;  // counts what ends a restoring: logouts, and the next restoring
     std::unordered_map<std::string, std::shared_ptr<KvPimChannel>> channelDict;
     std::string apiServer;
     KvPimDebugInfo debugInfo;
@@ -110,23 +112,35 @@ private:
     /// A login in progress ends here: its completion is called at a later turn.
     void abandonLogin();
     void cleanResourcesAfterLogout();
+    /// What becomes of a session that this side has ended.
+    void endSession();
     void makeSocketManager(boost::json::object const& config);
     void handOutSocket();
-    /// Tells the delegate of a state; the event report of it is made only when the delegate listens.
+    /// Tells the delegate of a state. Says whether it listens.
+    bool tellState(std::int64_t state, std::int64_t reason);
+    /// The same; the event report of it is made only when the delegate listens.
     void tellAndReportState(std::int64_t state, std::int64_t reason);
     std::shared_ptr<KvPimChannel> findChannel(std::optional<std::string> const& channelId) const;
 
+    /// A step of the restoring, repeated until the server takes it or has nothing to be told any more.
+    struct Attempt {
+        std::uint64_t number;  // of the restoring
+        std::size_t refusals;  // before it, in a row
+        KvMainQueue::Clock::time_point began;
+    };
+    Attempt firstAttempt() const;
     using Channels = std::vector<std::shared_ptr<KvPimChannel>>;
-    void restoreJoinedChannels(Channels channels);
-    void restoreLocalUserAttributes(std::vector<KvPimAttribute> const& attributes);
-    void restoreSubscribedOnlineStatusOfPeers(Strings const& peerIds);
-    void restoreSubscribedAttributesOfPeers(Strings const& peerIds);
-    /// Repeats an operation with this list until the server takes it or the login ends.
-    template <auto Operation, class List>
-    void restore(List const& list);
-    /// Posts `again`, to be called with this client if it still lives and that login goes on.
+    void restoreJoinedChannels(Channels channels, Attempt const& attempt);
+    void restoreLocalUserAttributes();
+    void restoreSubscribedOnlineStatusOfPeers();
+    void restoreSubscribedAttributesOfPeers();
+    /// Calls an operation with what `read` finds in the state helper, as often as it takes.
+    template <auto Operation, class Read>
+    void restore(Read read, KvUnansweredChanges KvPimStateHelper::*changes, Attempt const& attempt);
+    /// Calls `again(client, attempt)` in time, once no such change of the application's is on its way, if that
+    /// restoring still goes on.
     template <class Again>
-    void retryAtNextTurn(std::uint64_t login, Again again);
+    void retry(Attempt const& refused, KvUnansweredChanges KvPimStateHelper::*changes, Again again);
 };
 
 template <class MakePayload, class Finish>
@@ -144,7 +158,7 @@ void KvPimKitImpl::requestOn(std::shared_ptr<SocketIOClient> const& on, KvOperat
         auto const& report = operation.report;
         bool const first = report.order == KvReport::Order::beforeCompletion;
         bool const isAnswer = result != nullptr;
-        bool const isReported = code != 0 && !(report.needsClient && !living(weak));
+        bool const isReported = code != 0 && !(isAnswer && report.needsClient && !living(weak));
         bool const differs = report.codeOfInvalidArgument != 0 && !isAnswer && code == operation.invalidArgument;
         auto const reported = differs ? report.codeOfInvalidArgument : code;
         if (isReported && first) report.failure(reported, isAnswer, channelId);
@@ -172,10 +186,11 @@ bool KvPimKitImpl::tell(Arguments const&... arguments) {
 
 /// The end of a request that changes what is kept for the session: records the change once the server has accepted it.
 template <class Record>
-auto recording(std::weak_ptr<KvPimKitImpl> client, KvPimKit::Completion done, Record record) {
-    return [client = std::move(client), done = std::move(done), record = std::move(record)](std::int64_t code,
-                                                                                            KvPimResult const*) {
-        auto const self = client.lock();
+auto recording(std::shared_ptr<KvPimKitImpl> const& client, KvUnansweredChanges KvPimStateHelper::*changes,
+               KvPimKit::Completion done, Record record) {
+    return [weak = std::weak_ptr(client), change = (client->stateHelper.*changes).begin(), done = std::move(done),
+            record = std::move(record)](std::int64_t code, KvPimResult const*) {
+        auto const self = weak.lock();
         if (code == 0 && self) record(self->stateHelper);
         complete(done, code);
     };

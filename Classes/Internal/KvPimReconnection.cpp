@@ -3,7 +3,6 @@
 #include "Classes/Catagory/KvJson.h"
 #include "Classes/Internal/KvPimKitImpl.h"
 #include "Classes/KvPimChannel.h"
-#include "Classes/Utils/KvInvitationStore.h"
 #include "Classes/Utils/KvLog.h"
 #include "Classes/Utils/Logan/LoganManager.h"
 #include "SocketIO/SocketIOClient.h"
@@ -15,6 +14,11 @@ namespace {
 
 constexpr std::array<std::chrono::seconds, 4> kConnectInterval{std::chrono::seconds(1), std::chrono::seconds(2),
                                                                std::chrono::seconds(4), std::chrono::seconds(6)};
+
+// From the sending of a request of the restoring that was refused to its repetition, at least; by refusals in a row.
+constexpr std::array<std::chrono::milliseconds, 6> kRefusalPauses{
+    std::chrono::milliseconds(0),  std::chrono::milliseconds(10), std::chrono::milliseconds(20),
+    std::chrono::milliseconds(40), std::chrono::milliseconds(80), std::chrono::milliseconds(100)};
 
 struct LoginFailure {
     std::string_view text;
@@ -51,7 +55,7 @@ void KvPimKitImpl::onDisconnect(SocketData const& data) {
     auto const reason = reasonOf(data);
     auto& reporter = LoganManager::sharedInstance();
     if (loginBlcok) {
-        reporter.setTsConnectServer(currentTimeStamp() - reporter.tsConnectServer());
+        reporter.setTsConnectServer(currentTimeStamp() - connectStart);
         reporter.loginResult(0, loginError);
         auto const done = std::exchange(loginBlcok, nullptr);  // which may begin another login
         done(loginError);
@@ -65,9 +69,7 @@ void KvPimKitImpl::onDisconnect(SocketData const& data) {
         return;
     }
     if (reason == "Namespace leave") {
-        stateManager->state = KvPimConnectionStateDisconnected;
-        debugInfo.logout();
-        KvInvitationStore::shared().reset();
+        endSession();
         tellAndReportState(KvPimConnectionStateDisconnected, KvPimConnectionChangeReasonLogout);
         return;
     }
@@ -90,14 +92,14 @@ KvWork KvPimKitImpl::reconnectAfterDelay(std::weak_ptr<KvPimKitImpl> client) {
 
     self = living(client);
     if (!self) co_return;
-    if (self->stateManager->state != KvPimConnectionStateReconnecting) {
-        self->tell<&KvPimDelegate::connectionStateChanged>(KvPimConnectionStateReconnecting,
-                                                           KvPimConnectionChangeReasonInterrupted);
+    if (std::exchange(self->stateManager->state, KvPimConnectionStateReconnecting) !=
+        KvPimConnectionStateReconnecting) {
+        self->tellState(KvPimConnectionStateReconnecting, KvPimConnectionChangeReasonInterrupted);
         if (self->kit.expired()) co_return;
     }
     self->rebuildSocketManagerWithConfig(self->stateHelper.loginParams.generateSocketConfig());
     self->socket.lock()->connect();
-    self->stateManager->state = KvPimConnectionStateReconnecting;
+    self->stateManager->state = KvPimConnectionStateReconnecting;  // whatever the end of an old connection made of it
     KvLog::shared().info("reconnect");
     ++self->connectIndex;
     std::printf("connectIndex:%d \n", self->connectIndex);
@@ -113,25 +115,39 @@ void KvPimKitImpl::rebuildSocketManagerWithConfig(boost::json::object const& con
 }
 
 void KvPimKitImpl::restoreStateAfterReconnection() {
-    restoreJoinedChannels(stateHelper.channelManager.channels());
-    restoreLocalUserAttributes(stateHelper.localUserAttributes.pimAttributes());
-    restoreSubscribedOnlineStatusOfPeers(stateHelper.subscribedOnlineStatusPeerIds());
-    restoreSubscribedAttributesOfPeers(stateHelper.subscribedAttributesPeerIds());
+    ++restoreNumber;
+    restoreJoinedChannels(stateHelper.channelManager.channels(), firstAttempt());
+    restoreLocalUserAttributes();
+    restoreSubscribedOnlineStatusOfPeers();
+    restoreSubscribedAttributesOfPeers();
 }
 
-// A server that refuses at once is asked again as fast as it answers; each turn of the queue in between belongs to
-// others. What one login built up is no business of the next one.
+KvPimKitImpl::Attempt KvPimKitImpl::firstAttempt() const { return {restoreNumber, 0, mainQueue->now()}; }
+
+// A server that refuses at once would be asked again as fast as it answers. One that takes its time sets the pace
+// itself. What was begun on one connection is no business of the next, where all begins anew.
 template <class Again>
-void KvPimKitImpl::retryAtNextTurn(std::uint64_t login, Again again) {
-    if (login != loginNumber) return;
-    mainQueue->post([weak = weak_from_this(), login, again = std::move(again)] {
-        if (auto const self = living(weak); self && self->loginNumber == login) again(*self);
-    });
+void KvPimKitImpl::retry(Attempt const& refused, KvUnansweredChanges KvPimStateHelper::*changes, Again again) {
+    if (refused.number != restoreNumber) return;
+    auto const pause = kRefusalPauses[std::min(refused.refusals, kRefusalPauses.size() - 1)];
+    auto const timer = std::make_shared<KvQueueTimer>();
+    *timer = mainQueue->after(refused.began + pause - mainQueue->now(),
+                              [weak = weak_from_this(), timer, refused, changes, again = std::move(again)] {
+                                  auto const self = living(weak);
+                                  if (!self || self->restoreNumber != refused.number) return;
+                                  Attempt const next{refused.number, refused.refusals + 1, self->mainQueue->now()};
+                                  // What the application is changing at this moment must not be undone by what was
+                                  // there before.
+                                  if ((self->stateHelper.*changes).any()) return self->retry(next, changes, again);
+                                  again(*self, next);
+                              });
 }
 
-void KvPimKitImpl::restoreJoinedChannels(Channels channels) {
-    // A channel object that was destroyed got no socket of this connection, and would ask in vain for ever.
-    std::erase_if(channels, [](auto const& channel) { return channel->socket_.expired(); });
+void KvPimKitImpl::restoreJoinedChannels(Channels channels, Attempt const& attempt) {
+    // A channel that was destroyed would be asked for in vain: its object has no socket of this connection.
+    std::erase_if(channels, [this](auto const& channel) {
+        return findChannel(channel->channelId()) != channel || !stateHelper.channelManager.isJoined(channel);
+    });
     if (!stateManager->login || channels.empty()) return;
     struct Group {
         std::size_t open;
@@ -139,38 +155,48 @@ void KvPimKitImpl::restoreJoinedChannels(Channels channels) {
     };
     auto const group = std::make_shared<Group>(Group{channels.size(), {}});
     for (auto const& channel : channels) {
-        channel->joinWithCompletion([weak = weak_from_this(), login = loginNumber, group, channel](std::int64_t code) {
+        channel->joinWithCompletion([weak = weak_from_this(), attempt, group, channel](std::int64_t code) {
             if (code != 0) group->failed.push_back(channel);
             if (--group->open > 0 || group->failed.empty()) return;
-            if (auto const self = living(weak)) {
-                self->retryAtNextTurn(login,
-                                      [group](KvPimKitImpl& client) { client.restoreJoinedChannels(group->failed); });
-            }
+            auto const self = living(weak);
+            if (!self) return;
+            self->retry(attempt, &KvPimStateHelper::leaves, [group](KvPimKitImpl& client, Attempt const& next) {
+                client.restoreJoinedChannels(group->failed, next);
+            });
         });
     }
 }
 
-template <auto Operation, class List>
-void KvPimKitImpl::restore(List const& list) {
+template <auto Operation, class Read>
+void KvPimKitImpl::restore(Read read, KvUnansweredChanges KvPimStateHelper::*changes, Attempt const& attempt) {
     auto const client = object.lock();
+    auto const list = read(stateHelper);
     if (!stateManager->login || list.empty() || !client) return;
-    ((*client).*Operation)(list, [weak = weak_from_this(), login = loginNumber, list](std::int64_t code) {
+    ((*client).*Operation)(list, [weak = weak_from_this(), read, changes, attempt](std::int64_t code) {
         auto const self = living(weak);
         if (code == 0 || !self) return;
-        self->retryAtNextTurn(login, [list](KvPimKitImpl& again) { again.restore<Operation>(list); });
+        self->retry(attempt, changes, [read, changes](KvPimKitImpl& again, Attempt const& next) {
+            again.restore<Operation>(read, changes, next);
+        });
     });
 }
 
-void KvPimKitImpl::restoreLocalUserAttributes(std::vector<KvPimAttribute> const& attributes) {
-    restore<&KvPimKit::setLocalUserAttributes>(attributes);
+void KvPimKitImpl::restoreLocalUserAttributes() {
+    restore<&KvPimKit::setLocalUserAttributes>(
+        [](KvPimStateHelper const& state) { return state.localUserAttributes.pimAttributes(); },
+        &KvPimStateHelper::attributeWrites, firstAttempt());
 }
 
-void KvPimKitImpl::restoreSubscribedOnlineStatusOfPeers(Strings const& peerIds) {
-    restore<&KvPimKit::subscribePeersOnlineStatus>(peerIds);
+void KvPimKitImpl::restoreSubscribedOnlineStatusOfPeers() {
+    restore<&KvPimKit::subscribePeersOnlineStatus>(
+        [](KvPimStateHelper const& state) { return state.subscribedOnlineStatusPeerIds(); },
+        &KvPimStateHelper::statusSubscriptions, firstAttempt());
 }
 
-void KvPimKitImpl::restoreSubscribedAttributesOfPeers(Strings const& peerIds) {
-    restore<&KvPimKit::subscribePeersUserAttribes>(peerIds);
+void KvPimKitImpl::restoreSubscribedAttributesOfPeers() {
+    restore<&KvPimKit::subscribePeersUserAttribes>(
+        [](KvPimStateHelper const& state) { return state.subscribedAttributesPeerIds(); },
+        &KvPimStateHelper::attributeSubscriptions, firstAttempt());
 }
 
 }  // namespace kv

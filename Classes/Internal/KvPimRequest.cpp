@@ -1,5 +1,6 @@
 #include "Classes/Internal/KvPimRequest.h"
 
+#include "Classes/Catagory/KvJson.h"
 #include "Classes/Utils/KvLog.h"
 #include "Classes/Utils/Logan/LoganManager.h"
 #include "SocketIO/SocketIOClient.h"
@@ -40,6 +41,16 @@ SocketItems payloadOf(boost::json::object dictionary) {
 void logRequest(KvOperation const& operation, SocketItems const& payload) {
     if (operation.logLine.empty()) return;
     KvLog::shared().info(operation.logLine, KvLogPayload{payload.values.front(), payload.attachments});
+}
+
+boost::json::object const* dictionaryOf(SocketData const& data, boost::json::object const* object,
+                                        std::string_view key) {
+    auto const* found = objectOf(object, key);
+    return found != nullptr && data.binary(*valueOf(object, key)) ? nullptr : found;
+}
+
+boost::json::object const* dictionaryOf(KvPimResult const& result, std::string_view key) {
+    return dictionaryOf(*result.data, result.response, key);
 }
 
 void emitCommand(KvMainQueue& queue, std::shared_ptr<SocketIOClient> const& socket, std::string_view command,

@@ -113,6 +113,11 @@ SocketItems payloadOf(boost::json::object dictionary);
 /// Logs the operation's line, if it has one, with the payload.
 void logRequest(KvOperation const& operation, SocketItems const& payload);
 
+// A dictionary in a dictionary that the server sent; null for anything else. Bytes look like one, and are none.
+boost::json::object const* dictionaryOf(SocketData const& data, boost::json::object const* object,
+                                        std::string_view key);
+boost::json::object const* dictionaryOf(KvPimResult const& result, std::string_view key);
+
 /// Calls what the application gave, if it gave something.
 template <class Completion, class... Arguments>
 void complete(Completion const& done, Arguments const&... arguments) {

@@ -75,9 +75,9 @@ void KvPimKitImpl::channelAttributesUpdated(SocketData const& data) {
 }
 
 void KvPimKitImpl::peersOnlineStatusChanged(SocketData const& data) {
-    auto const* status = objectOf(firstDictionary(data), "status");
+    auto const* status = dictionaryOf(data, firstDictionary(data), "status");
     if (status == nullptr) return;
-    auto const changes = stateHelper.onlinePeersManager.onPeersOnlineStatusChanged(*status);
+    auto const changes = stateHelper.onPeersOnlineStatusChanged(*status);
     if (changes.empty()) return;
     auto const statuses = kv_map(changes, [](std::string const& peerId, std::int64_t number) {
         return KvPimPeerOnlineStatus{peerId, number == 0};  // pushes count online as 0, unlike the answers to queries
@@ -87,7 +87,7 @@ void KvPimKitImpl::peersOnlineStatusChanged(SocketData const& data) {
 }
 
 void KvPimKitImpl::peersUserAttributesChanged(SocketData const& data) {
-    auto const* changes = objectOf(firstDictionary(data), "attributes");
+    auto const* changes = dictionaryOf(data, firstDictionary(data), "attributes");
     std::vector<KvPimUserAttributes> users;
     if (changes != nullptr) {
         users.reserve(changes->size());
@@ -121,7 +121,7 @@ void KvPimKitImpl::invitationNotify(SocketData const& data) {
 }
 
 void KvPimKitImpl::channelMemberCountNotify(SocketData const& data) {
-    auto const* counts = objectOf(firstDictionary(data), "counts");
+    auto const* counts = dictionaryOf(data, firstDictionary(data), "counts");
     KvLog::shared().info("ChannelMemberCount: %@", KvLogPayload::firstOf(data));
     // A delegate may create and destroy channels meanwhile.
     std::vector<std::pair<std::weak_ptr<KvPimChannel>, std::int32_t>> told;
@@ -163,10 +163,13 @@ std::shared_ptr<KvPimChannel> KvPimKitImpl::findChannel(std::optional<std::strin
     return found == channelDict.end() ? nullptr : found->second;
 }
 
+bool KvPimKitImpl::tellState(std::int64_t state, std::int64_t reason) {
+    toldState = state;
+    return tell<&KvPimDelegate::connectionStateChanged>(state, reason);
+}
+
 void KvPimKitImpl::tellAndReportState(std::int64_t state, std::int64_t reason) {
-    if (tell<&KvPimDelegate::connectionStateChanged>(state, reason)) {
-        LoganManager::sharedInstance().connectState(state, reason);
-    }
+    if (tellState(state, reason)) LoganManager::sharedInstance().connectState(state, reason);
 }
 
 }  // namespace kv

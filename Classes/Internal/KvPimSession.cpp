@@ -6,6 +6,7 @@
 #include "Classes/KvPimChannel.h"
 #include "Classes/KvPimInvitationKit.h"
 #include "Classes/Network/KvApiHelper.h"
+#include "Classes/Utils/KvInvitationStore.h"
 #include "Classes/Utils/KvLog.h"
 #include "Classes/Utils/Logan/LoganManager.h"
 #include "SocketIO/SocketIOClient.h"
@@ -70,7 +71,6 @@ KvWork KvPimKitImpl::login(std::weak_ptr<KvPimKitImpl> client, json::object conf
     auto const found = std::make_shared<Discovery>();
     auto const discovered = std::make_shared<KvSignal>(self->mainQueue);
     auto const start = currentTimeStamp();
-    LoganManager::sharedInstance().setTsGetServers(start);
     KvApiHelper::apiServer(self->apiServer, self->stateManager->appId, self->options.envConfig.caFile,
                            [found, discovered, start](std::optional<std::string> server) {
                                found->elapsed = currentTimeStamp() - start;
@@ -103,16 +103,18 @@ void KvPimKitImpl::loginWithConfig(json::object const& config, Completion done) 
     loginBlcok = done ? done : [](std::int64_t) {};  // a login is in progress even if nobody wants to hear of its end
     loginError = KvPimLoginErrorUnknown;
     connectIndex = 0;
-    reporter.setTsConnectServer(currentTimeStamp());
-    socket.lock()->connectWithTimeoutAfter(kConnectTimeout, [weak = weak_from_this(), done = std::move(done)] {
+    connectStart = currentTimeStamp();
+    auto const timedOut = [weak = weak_from_this(), start = connectStart, done = std::move(done)] {
         auto const self = living(weak);
         if (!self) return;
         // The attempt goes on: what becomes of it decides the state, and answers the login once more.
         complete(done, KvPimLoginErrorTimeout);
-        LoganManager::sharedInstance().loginResult(0, KvPimLoginErrorTimeout);
-        self->tell<&KvPimDelegate::connectionStateChanged>(KvPimConnectionStateDisconnected,
-                                                           KvPimConnectionChangeReasonLoginTimeout);
-    });
+        auto& logan = LoganManager::sharedInstance();
+        logan.setTsConnectServer(currentTimeStamp() - start);
+        logan.loginResult(0, KvPimLoginErrorTimeout);
+        self->tellState(KvPimConnectionStateDisconnected, KvPimConnectionChangeReasonLoginTimeout);
+    };
+    socket.lock()->connectWithTimeoutAfter(kConnectTimeout, timedOut);
 }
 
 void KvPimKitImpl::abandonLogin() {
@@ -149,7 +151,7 @@ void KvPimKitImpl::loginSuccess(SocketData const& data) {
     tellAndReportState(KvPimConnectionStateConnected, KvPimConnectionChangeReasonLoginSuccess);
     stateManager->login = true;
     if (!done) return;
-    reporter.setTsConnectServer(currentTimeStamp() - reporter.tsConnectServer());
+    reporter.setTsConnectServer(currentTimeStamp() - connectStart);
     reporter.loginResult(1, KvPimLoginErrorOk);
     done(KvPimLoginErrorOk);
 }
@@ -162,7 +164,6 @@ void KvPimKitImpl::logoutWithCompletion(Completion done) {
         return;
     }
     auto const start = currentTimeStamp();
-    reporter.setTsLogout(start);
     KvLog::shared().info("user logout");
     // A client that is destroyed before its turn is as logged out as can be.
     auto owed = std::make_shared<KvOwedCompletion>(mainQueue, std::move(done), 0);
@@ -179,13 +180,25 @@ void KvPimKitImpl::logoutWithCompletion(Completion done) {
 
 void KvPimKitImpl::cleanResourcesAfterLogout() {
     if (auto const connected = socket.lock()) connected->disconnect();
+    // Where the connection was gone before, nothing has been told of an end, or not of this one.
+    endSession();
+    if (toldState != KvPimConnectionStateDisconnected) {
+        tellAndReportState(KvPimConnectionStateDisconnected, KvPimConnectionChangeReasonLogout);
+    }
+    abandonLogin();
     socket.reset();
     manager.reset();
     stateManager->login = false;
-    ++loginNumber;
+    ++restoreNumber;
     stateManager->userId.clear();
     stateHelper.logout();
     channelDict.clear();
+}
+
+void KvPimKitImpl::endSession() {
+    stateManager->state = KvPimConnectionStateDisconnected;
+    debugInfo.logout();
+    KvInvitationStore::shared().reset(invitationKit.get());
 }
 
 void KvPimKitImpl::renewToken(std::string const& token, std::int64_t timeStamp,

@@ -5,6 +5,11 @@
 #include "Classes/KvPimChannel.h"
 
 namespace kv {
+namespace {
+
+constexpr std::size_t kMostStrangers = 10000;  // some hundred bytes each
+
+}  // namespace
 
 void KvPimLocalUserAttributes::setLocalUserAttributes(Map attributes) {
     std::lock_guard guard(lock_);
@@ -34,12 +39,18 @@ KvPimOnlinePeersManager::Changes KvPimOnlinePeersManager::onPeersOnlineStatusCha
     boost::json::object const& status) {
     Changes changes;
     for (auto const& [peerId, value] : status) {
+        if (!value.is_number()) continue;
         auto const number = asInteger(&value);
         auto const [known, isNew] = onlineStatus_.try_emplace(peerId, number);
         if (!isNew && std::exchange(known->second, number) == number) continue;
         changes.emplace_back(peerId, number);
     }
     return changes;
+}
+
+void KvPimOnlinePeersManager::forgetStrangers(std::set<std::string> const& subscribed) {
+    if (onlineStatus_.size() <= subscribed.size() + kMostStrangers) return;
+    std::erase_if(onlineStatus_, [&](auto const& known) { return !subscribed.contains(known.first); });
 }
 
 void KvPimOnlinePeersManager::unsubscribeOnlineStatusOf(std::vector<std::string> const& peerIds) {
@@ -57,12 +68,23 @@ std::vector<std::shared_ptr<KvPimChannel>> KvPimChannelManager::channels() const
     return kv_map(channelsMap_, [](auto const&, auto const& channel) { return channel; });
 }
 
+bool KvPimChannelManager::isJoined(std::shared_ptr<KvPimChannel> const& channel) const {
+    auto const found = channelsMap_.find(channel->channelId());
+    return found != channelsMap_.end() && found->second == channel;
+}
+
 void KvPimStateHelper::subscribeOnlineStatusOf(PeerIds const& peerIds) {
     onlineStatusPeerIds_.insert(peerIds.begin(), peerIds.end());
 }
 
 void KvPimStateHelper::unsubscribeOnlineStatusOf(PeerIds const& peerIds) {
     for (auto const& peerId : peerIds) onlineStatusPeerIds_.erase(peerId);
+}
+
+KvPimOnlinePeersManager::Changes KvPimStateHelper::onPeersOnlineStatusChanged(boost::json::object const& status) {
+    auto changes = onlinePeersManager.onPeersOnlineStatusChanged(status);
+    onlinePeersManager.forgetStrangers(onlineStatusPeerIds_);
+    return changes;
 }
 
 void KvPimStateHelper::subscribeAttributesOf(PeerIds const& peerIds) {

@@ -45,8 +45,11 @@ class KvPimOnlinePeersManager {
 public:
     using Changes = std::vector<std::pair<std::string, std::int64_t>>;
 
-    /// Records a pushed map of peer ids to status numbers. Returns the entries that are news, in the order received.
+    /// Records a pushed map of peer ids to status numbers. Returns the entries that are news, in the order received;
+    /// one whose value is no number is none.
     Changes onPeersOnlineStatusChanged(boost::json::object const& status);
+    /// A server may push the status of any number of peers whom nobody asked for: beyond a number they are forgotten.
+    void forgetStrangers(std::set<std::string> const& subscribed);
     void unsubscribeOnlineStatusOf(std::vector<std::string> const& peerIds);
     void logout() { onlineStatus_.clear(); }
 
@@ -60,10 +63,22 @@ public:
     void onJoinChannel(std::shared_ptr<KvPimChannel> channel);
     void onLeaveChannel(KvPimChannel const& channel);
     std::vector<std::shared_ptr<KvPimChannel>> channels() const;
+    bool isJoined(std::shared_ptr<KvPimChannel> const& channel) const;
     void logout() { channelsMap_.clear(); }
 
 private:
     std::map<std::string, std::shared_ptr<KvPimChannel>> channelsMap_;
+};
+
+/// The changes of one kind that the application has asked for and the server has not answered yet.
+class KvUnansweredChanges {
+public:
+    /// To be kept for as long as the change has no answer.
+    std::shared_ptr<void const> begin() const { return begun_; }
+    bool any() const { return begun_.use_count() > 1; }
+
+private:
+    std::shared_ptr<char const> const begun_ = std::make_shared<char const>('\0');
 };
 
 class KvPimStateHelper {
@@ -72,6 +87,7 @@ public:
 
     void subscribeOnlineStatusOf(PeerIds const& peerIds);
     void unsubscribeOnlineStatusOf(PeerIds const& peerIds);
+    KvPimOnlinePeersManager::Changes onPeersOnlineStatusChanged(boost::json::object const& status);
     void subscribeAttributesOf(PeerIds const& peerIds);
     void unsubscribeAttributesOf(PeerIds const& peerIds);
     PeerIds subscribedOnlineStatusPeerIds() const { return {onlineStatusPeerIds_.begin(), onlineStatusPeerIds_.end()}; }
@@ -82,6 +98,7 @@ public:
     KvPimLocalUserAttributes localUserAttributes;
     KvPimOnlinePeersManager onlinePeersManager;
     KvPimChannelManager channelManager;
+    KvUnansweredChanges leaves, attributeWrites, statusSubscriptions, attributeSubscriptions;
 
 private:
     // No lock: only acknowledgements change the sets, and they all arrive on the main thread.

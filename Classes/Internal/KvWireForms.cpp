@@ -19,13 +19,25 @@ void addUnlessEmpty(json::object& dictionary, std::string_view key, std::string 
 json::object attributeMapOf(std::vector<KvPimAttribute> const& attributes) {
     json::object map;
     map.reserve(attributes.size());
-    for (auto const& attribute : attributes) map.insert_or_assign(attribute.key, attribute.value);
+    for (auto const& [key, value] : attributes) {
+        if (value) {
+            map.insert_or_assign(key, *value);
+        } else {
+            map.erase(key);
+        }
+    }
     return map;
 }
 
 KvPimLocalUserAttributes::Map storedAttributesOf(std::vector<KvPimAttribute> const& attributes) {
     KvPimLocalUserAttributes::Map map;
-    for (auto const& attribute : attributes) map[attribute.key] = attribute.value;
+    for (auto const& [key, value] : attributes) {
+        if (value) {
+            map[key] = *value;
+        } else {
+            map.erase(key);
+        }
+    }
     return map;
 }
 
@@ -36,7 +48,7 @@ std::vector<KvPimAttribute> attributesFrom(json::object const* map) {
     if (map == nullptr) return attributes;
     attributes.reserve(map->size());
     for (auto const& [key, value] : *map) {
-        if (auto text = asString(&value)) attributes.push_back({key, std::move(*text)});
+        if (auto text = asString(&value); text || value.is_null()) attributes.push_back({key, std::move(text)});
     }
     return attributes;
 }
@@ -45,7 +57,7 @@ std::vector<KvPimAttributeWithState> attributesWithStateFrom(json::object const*
     std::vector<KvPimAttributeWithState> attributes;
     for (auto& plain : attributesFrom(map)) {
         bool const deleted = plain.value == kDeletedMarker;
-        if (deleted) plain.value.clear();
+        if (deleted) plain.value = "";
         attributes.push_back({std::move(plain), deleted});
     }
     return attributes;
@@ -71,8 +83,8 @@ json::object dictionaryFrom(KvPimInvitation const& invitation) {
     json::object dictionary;
     addUnlessEmpty(dictionary, "inviter", invitation.inviter);
     addUnlessEmpty(dictionary, "invitee", invitation.invitee);
-    addUnlessEmpty(dictionary, "requestInfo", invitation.requestInfo);
-    addUnlessEmpty(dictionary, "responseInfo", invitation.responseInfo);
+    if (invitation.requestInfo) dictionary["requestInfo"] = *invitation.requestInfo;
+    if (invitation.responseInfo) dictionary["responseInfo"] = *invitation.responseInfo;
     dictionary["state"] = invitation.state;
     return dictionary;
 }
@@ -81,8 +93,8 @@ std::shared_ptr<KvPimInvitation> invitationFrom(json::object const* dictionary) 
     auto invitation = std::make_shared<KvPimInvitation>();
     invitation->inviter = stringOf(dictionary, "inviter").value_or("");
     invitation->invitee = stringOf(dictionary, "invitee").value_or("");
-    invitation->requestInfo = stringOf(dictionary, "requestInfo").value_or("");
-    invitation->responseInfo = stringOf(dictionary, "responseInfo").value_or("");
+    invitation->requestInfo = stringOf(dictionary, "requestInfo");
+    invitation->responseInfo = stringOf(dictionary, "responseInfo");
     invitation->state = asInteger(valueOf(dictionary, "state"));
     return invitation;
 }

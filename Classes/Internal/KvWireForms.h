@@ -14,19 +14,20 @@
 
 namespace kv {
 
-/// Keys to values, the later of two with one key, in the order in which the keys came first.
+// The later of two with one key counts, and one without a value takes back what came before it.
+/// Keys to values, in the order in which the keys came first.
 boost::json::object attributeMapOf(std::vector<KvPimAttribute> const& attributes);
 KvPimLocalUserAttributes::Map storedAttributesOf(std::vector<KvPimAttribute> const& attributes);
 boost::json::array stringsOf(std::vector<std::string> const& texts);
 
-// A null map gives an empty list.
+// A null map gives an empty list; an attribute that is null has no value.
 std::vector<KvPimAttribute> attributesFrom(boost::json::object const* map);
 /// The same, with the marker of a deleted attribute understood.
 std::vector<KvPimAttributeWithState> attributesWithStateFrom(boost::json::object const* map);
 /// The texts of a list; null gives none.
 std::vector<std::string> stringsFrom(boost::json::array const* list);
 
-// Without the texts that are empty.
+// Without the ids that are empty, and the texts that are absent.
 boost::json::object dictionaryFrom(KvPimMember const& member);
 boost::json::object dictionaryFrom(KvPimInvitation const& invitation);
 std::shared_ptr<KvPimInvitation> invitationFrom(boost::json::object const* dictionary);

@@ -2,6 +2,7 @@
 
 #include "Platform/KvExport.h"
 
+#include <optional>
 #include <string>
 
 namespace kv {
@@ -9,9 +10,11 @@ namespace kv {
 /// A key and its value, kept by the server for a user or a channel.
 struct KV_EXPORT KvPimAttribute {
     std::string key;
-    std::string value;
+    /// Absent is not empty: an attribute without a value is not written, and takes back an earlier one of the same list
+    /// with its key. One that is read has none where the server has null.
+    std::optional<std::string> value;
     bool operator==(KvPimAttribute const&) const = default;
-    /// {"key":...,"value":...}
+    /// {"key":...,"value":...}, with "" for a value that is absent.
     std::string description() const;
 };
 

@@ -11,13 +11,13 @@ namespace json = boost::json;
 namespace {
 
 json::object dictionaryOf(KvPimAttributeWithState const& attribute) {
-    return {{"key", attribute.key}, {"value", attribute.value}, {"deleted", attribute.deleted ? 1 : 0}};
+    return {{"key", attribute.key}, {"value", attribute.value.value_or("")}, {"deleted", attribute.deleted ? 1 : 0}};
 }
 
 }  // namespace
 
 std::string KvPimAttribute::description() const {
-    return json::serialize(json::object{{"key", key}, {"value", value}});
+    return json::serialize(json::object{{"key", key}, {"value", value.value_or("")}});
 }
 
 std::string KvPimAttributeWithState::description() const { return json::serialize(dictionaryOf(*this)); }

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace kv {
@@ -24,15 +25,16 @@ class KV_EXPORT KvPimInvitation {
 public:
     KvPimInvitation() = default;
     /// Makes an invitation and registers it as the live one between these two users, in this direction; it replaces an
-    /// earlier one there, and later notices about the two are about this object.
+    /// earlier one there, and later notices about the two are about this object. Call it on the main thread of the
+    /// client that it is for: it belongs to the client that sends it, or is told of the two users, there.
     static std::shared_ptr<KvPimInvitation> initWithInviter(std::string inviter, std::string invitee);
 
     std::string inviter;
     std::string invitee;
-    /// Free text of the inviter, at most 8,192 bytes of UTF-8.
-    std::string requestInfo;
-    /// Free text of the invitee, at most 8,192 bytes of UTF-8.
-    std::string responseInfo;
+    /// Free text of the inviter, at most 8,192 bytes of UTF-8. Absent is not empty: such a text is not sent.
+    std::optional<std::string> requestInfo;
+    /// Free text of the invitee, likewise.
+    std::optional<std::string> responseInfo;
     /// One of `KvPimInvitationState`; a server may send others.
     std::int64_t state = KvPimInvitationStateInitial;
 };

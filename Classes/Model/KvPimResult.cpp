@@ -7,6 +7,7 @@ namespace kv {
 
 KvPimResult KvPimResult::resultWithArray(SocketData const& data) {
     KvPimResult result;
+    result.data = &data;
     auto const& items = data.items();
     if (items.empty()) return result;
     if (auto const* text = items.front().if_string()) result.errorString = *text;

@@ -22,6 +22,8 @@ struct KV_EXPORT KvPimResult {
     std::string_view errorString;
     /// The last item when it is a dictionary, else null.
     boost::json::object const* response = nullptr;
+    /// What it was read from; null for none.
+    SocketData const* data = nullptr;
 
     /// Reads the items of an acknowledgement.
     static KvPimResult resultWithArray(SocketData const& data);

@@ -13,10 +13,15 @@ namespace {
 
 constexpr std::string_view kPath = "/config/api/v1/pim-server?appId=";
 constexpr std::int64_t kSuccess = 200;
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+constexpr std::size_t kMostDepth = 1000;  // of what nobody reads; each level takes of the thread's stack
 
 std::optional<std::string> firstServerOf(std::string_view answer) {
+    if (answer.starts_with(kByteOrderMark)) answer.remove_prefix(kByteOrderMark.size());
     json::error_code failure;
-    json::value const document = json::parse(answer, failure);
+    json::parse_options options;
+    options.max_depth = kMostDepth;
+    json::value const document = json::parse(answer, failure, {}, options);
     if (failure) return std::nullopt;
     auto const* object = asObject(&document);
     if (asInteger(valueOf(object, "code")) != kSuccess) return std::nullopt;

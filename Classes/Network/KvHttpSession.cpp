@@ -146,6 +146,7 @@ private:
         // The directory of the system's authorities, which curl knows by itself, stays in force beside this file.
         if (!task_.caFile.empty()) set(CURLOPT_CAINFO, task_.caFile.c_str());
         if (curlHasOpenSsl()) set(CURLOPT_SSL_CTX_FUNCTION, &onTlsContext);
+        set(CURLOPT_ACCEPT_ENCODING, "");  // all that curl can decode
         set(CURLOPT_HEADERFUNCTION, &onHeader);
         set(CURLOPT_HEADERDATA, this);
         set(CURLOPT_WRITEFUNCTION, &onBody);

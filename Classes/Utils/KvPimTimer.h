@@ -5,22 +5,24 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <utility>
 
 namespace kv {
 
-/// A one-shot timer on a client's main queue that may be stopped from any thread: several clients, each on a queue of
-/// its own, share the store of invitations.
+/// A one-shot timer on a client's main queue, which it belongs to.
 class KvPimTimer final {
 public:
-    static std::shared_ptr<KvPimTimer> startTimer(std::shared_ptr<KvMainQueue> queue, std::chrono::nanoseconds interval,
-                                                  std::function<void()> block);
-    ~KvPimTimer() { stop(); }
+    static std::shared_ptr<KvPimTimer> startTimer(KvMainQueue& queue, std::chrono::nanoseconds interval,
+                                                  std::function<void()> block) {
+        auto timer = std::make_shared<KvPimTimer>();
+        timer->timer_ = queue.after(interval, std::move(block));
+        return timer;
+    }
     /// After this the block is not called, nor kept.
-    void stop();
+    void stop() { timer_.cancel(); }
 
 private:
-    struct State;
-    std::shared_ptr<State> state_;
+    KvQueueTimer timer_;
 };
 
 }  // namespace kv

@@ -96,7 +96,8 @@ void ChatSession::implementRoomDelegate() {
 void ChatSession::implementInvitationDelegate() {
     invitationDelegate_->invitationArrived = [this](KvPimInvitationKit&, Invitation const& invitation) {
         incoming_ = invitation;
-        auto const text = invitation->requestInfo.empty() ? "" : ": " + invitation->requestInfo;
+        auto const info = invitation->requestInfo.value_or("");
+        auto const text = info.empty() ? "" : ": " + info;
         notice(invitation->inviter + " invites you" + text + " (/accept or /refuse)");
     };
     invitationDelegate_->invitationCanceled = [this](KvPimInvitationKit&, Invitation const& invitation) {
@@ -141,7 +142,7 @@ void ChatSession::showMessage(std::string const& from, std::string const& where,
 
 void ChatSession::showAttributes(std::string const& of, std::vector<KvPimAttribute> const& attributes) {
     if (attributes.empty()) return notice(of + " has no attributes");
-    for (auto const& attribute : attributes) notice(of + ": " + attribute.key + " = " + attribute.value);
+    for (auto const& attribute : attributes) notice(of + ": " + attribute.key + " = " + attribute.value.value_or(""));
 }
 
 void ChatSession::notice(std::string_view text) { terminal_.print({{Style::notice, "* "}, {Style::notice, text}}); }

@@ -90,15 +90,15 @@ void Person::implementDelegates() {
     };
     channelDelegate_->attributeUpdate = [this](kv::KvPimChannel& channel, auto const& attributes) {
         std::string list;
-        for (auto const& attribute : attributes) list += " " + attribute.key + " = " + attribute.value;
+        for (auto const& attribute : attributes) list += " " + attribute.key + " = " + attribute.value.value_or("");
         onEvent("attributes of " + channel.channelId() + ":" + list);
     };
     invitationDelegate_->invitationArrived = [this](kv::KvPimInvitationKit&, auto const& invitation) {
         invitation_ = invitation;
-        onEvent(invitation->inviter + " invites: " + invitation->requestInfo);
+        onEvent(invitation->inviter + " invites: " + invitation->requestInfo.value_or(""));
     };
     invitationDelegate_->invitationAccept = [this](kv::KvPimInvitationKit&, auto const& invitation) {
-        onEvent(invitation->invitee + " accepts: " + invitation->responseInfo);
+        onEvent(invitation->invitee + " accepts: " + invitation->responseInfo.value_or(""));
     };
     invitationDelegate_->invitationRefused = [this](kv::KvPimInvitationKit&, auto const& invitation) {
         onEvent(invitation->invitee + " refuses the invitation");

@@ -134,7 +134,7 @@ void Network::answerRequests(KvHttpAnswer const& answer) {
 
 void endInput() {
     Network::shared().reset();
-    KvInvitationStore::shared().reset();
+    KvInvitationStore::shared().reset(nullptr);
     KvLog::shared().drain();
     LoganManager::sharedInstance().drain();
 }

@@ -3,6 +3,7 @@
 #include "Classes/Catagory/KvString.h"
 #include "Classes/Internal/KvCollections.h"
 #include "Classes/Internal/KvPimLoginParams.h"
+#include "Classes/Internal/KvPimRequest.h"
 #include "Classes/Internal/KvPimStateHelper.h"
 #include "Classes/Internal/KvWireForms.h"
 #include "Classes/Model/KvPimPeerOnlineStatus.h"
@@ -117,9 +118,14 @@ TEST(HelperTest, RecordsAreReadAndWrittenWithoutWhatTheyLack) {
     KvPimInvitation invitation;
     invitation.inviter = "anna";
     invitation.invitee = "ben";
-    EXPECT_EQ(dictionaryFrom(invitation), (json::object{{"inviter", "anna"}, {"invitee", "ben"}, {"state", 0}}));
-    invitation.responseInfo = "yes";
-    EXPECT_EQ(dictionaryFrom(invitation).at("responseInfo"), "yes");
+    json::object const bare{{"inviter", "anna"}, {"invitee", "ben"}, {"state", 0}};
+    EXPECT_EQ(dictionaryFrom(invitation), bare);
+    EXPECT_EQ(invitationFrom(&bare)->requestInfo, std::nullopt);
+    invitation.responseInfo = "";  // empty is not absent
+    EXPECT_EQ(dictionaryFrom(invitation).at("responseInfo"), "");
+    std::vector<KvPimAttribute> const attributes{{"a", "1"}, {"b", "2"}, {"a", std::nullopt}, {"c", ""}};
+    EXPECT_EQ(attributeMapOf(attributes), (json::object{{"b", "2"}, {"c", ""}}));
+    EXPECT_EQ(storedAttributesOf(attributes), (KvPimLocalUserAttributes::Map{{"b", "2"}, {"c", ""}}));
     json::array const dictionaries{{{"channelId", "c"}, {"userId", "anna"}}, {{"userId", 7}, {"channelId", "c"}}, 7};
     auto const members = KvPimMember::membersFromArray(dictionaries);
     EXPECT_EQ(members, (std::vector<KvPimMember>{{"anna", "c"}, {"", "c"}, {"", ""}}));
@@ -132,13 +138,16 @@ TEST(HelperTest, BytesAreNoDictionaryOfAnAnswer) {
     std::vector<KvData> const attachments{makeData(std::string("\1\2"))};
     EXPECT_EQ(KvPimResult::resultWithArray(SocketData(items, attachments)).code, -1);
     EXPECT_EQ(KvPimResult::resultWithArray(SocketData(items, {})).code, 0);  // no attachment: it is one
+    json::array const answer{{{"result", 0}, {"status", items[0]}}};
+    SocketData const data(answer, attachments);
+    EXPECT_EQ(dictionaryOf(KvPimResult::resultWithArray(data), "status"), nullptr);
 }
 
 TEST(HelperTest, RecordsHaveATextForm) {
     KvPimAttribute const mood{"mood", "say \"hi\""};
     std::string const text = R"({"key":"mood","value":"say \"hi\""})";
     EXPECT_EQ(mood.description(), text);
-    KvPimAttributeWithState const kept{mood, false}, deleted{{"city", ""}, true};
+    KvPimAttributeWithState const kept{mood, false}, deleted{{"city", std::nullopt}, true};
     EXPECT_EQ(kept.description(), R"({"key":"mood","value":"say \"hi\"","deleted":0})");
     EXPECT_EQ(
         (KvPimUserAttributes{"anna", {{kept, deleted}}}.description()),

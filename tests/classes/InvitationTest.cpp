@@ -2,6 +2,10 @@
 #include "Classes/Utils/KvInvitationStore.h"
 #include "Person.h"
 
+#include <algorithm>
+#include <atomic>
+#include <thread>
+
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
 
@@ -41,7 +45,6 @@ struct Party {
 class InvitationTest : public testing::Test {
 protected:
     InvitationTest() {
-        KvInvitationStore::shared().reset();
         EXPECT_TRUE(alice.person.login());
         EXPECT_TRUE(bob.person.login());
     }
@@ -77,6 +80,7 @@ TEST_F(InvitationTest, AcceptedRefusedAndCanceled) {
         ASSERT_TRUE(hears(bob, "arrived"));
         auto const arrived = bob.heard.back().second;
         EXPECT_EQ(arrived->requestInfo, "tea?");
+        EXPECT_NE(arrived, mine) << "each client has its own";
         Party& answering = c.byBob ? bob : alice;
         Party& told = c.byBob ? alice : bob;
         EXPECT_EQ(answering.person.codeOf([&](auto done) { (*answering.kit.*c.answer)(arrived, done); }), 0) << c.told;
@@ -85,7 +89,7 @@ TEST_F(InvitationTest, AcceptedRefusedAndCanceled) {
         auto const heardBefore = alice.heard.size() + bob.heard.size();
         queue->advance(61s);
         EXPECT_EQ(alice.heard.size() + bob.heard.size(), heardBefore) << c.told << " invitations do not expire";
-        EXPECT_EQ(KvInvitationStore::shared().getInvitation(*mine), nullptr);
+        EXPECT_EQ(KvInvitationStore::shared().getInvitation(*mine, *alice.kit), nullptr);
     }
 }
 
@@ -110,10 +114,11 @@ TEST_F(InvitationTest, NobodyAnswersForSixtySeconds) {
     queue->advance(59s);
     EXPECT_TRUE(alice.heard.empty());
     queue->advance(1s);
-    // Both sides share one store here, and the later of the two timers under one key is the one that counts.
-    EXPECT_EQ(alice.heard.size() + bob.heard.size(), 2u);
+    EXPECT_TRUE(hears(alice, "failed 3"));
+    EXPECT_TRUE(hears(bob, "failed 3"));
+    EXPECT_EQ(alice.heard.size() + bob.heard.size(), 3u);
     EXPECT_EQ(mine->state, KvPimInvitationStateFailed);
-    EXPECT_EQ(KvInvitationStore::shared().getInvitation(*mine), mine);
+    EXPECT_EQ(KvInvitationStore::shared().getInvitation(*mine, *alice.kit), mine);
 }
 
 TEST_F(InvitationTest, AnUnansweredSendFailsWithoutATimer) {
@@ -137,21 +142,56 @@ TEST_F(InvitationTest, WhereTheDelegateIsMissingTheStoreKeepsTheInvitation) {
         service.emit("alice", "InvitationNotify",
                      {{"invitation", {{"inviter", "alice"}, {"invitee", "bob"}, {"state", state}}}});
         EXPECT_TRUE(runUntil(*queue, [&] { return stored->state == state; }));
-        EXPECT_EQ(KvInvitationStore::shared().getInvitation(*stored), stored);
+        EXPECT_EQ(KvInvitationStore::shared().getInvitation(*stored, *alice.kit), stored);
     }
     queue->advance(61s);
     EXPECT_EQ(stored->state, 1);
     EXPECT_TRUE(alice.heard.empty());
 }
 
-TEST_F(InvitationTest, LogoutStopsEveryTimerSilently) {
-    send();
+TEST_F(InvitationTest, LogoutStopsTheOwnTimersSilently) {
+    auto const sent = send();
     ASSERT_TRUE(hears(bob, "arrived"));
-    bob.heard.clear();
+    auto const later = KvPimInvitation::initWithInviter("alice", "bob");
+    EXPECT_EQ(KvInvitationStore::shared().getInvitation(*sent, *bob.kit), bob.heard.back().second);
+    EXPECT_EQ(KvInvitationStore::shared().getInvitation(*sent, *alice.kit), later);
     EXPECT_EQ(alice.person.codeOf([&](auto done) { alice.person.kit->logoutWithCompletion(done); }), 0);
+    EXPECT_EQ(KvInvitationStore::shared().getInvitation(*sent, *alice.kit), nullptr);
     queue->advance(61s);
     EXPECT_TRUE(alice.heard.empty());
-    EXPECT_TRUE(bob.heard.empty());
+    EXPECT_TRUE(hears(bob, "failed 3"));
+}
+
+// What they share is for the thread sanitizer to see.
+TEST_F(InvitationTest, ClientsOfTwoThreadsInviteEachOther) {
+    std::atomic<int> ready{0};
+    auto const play = [&](std::string const& me, std::string const& other) {
+        Party party(service, me, KvMainQueue::create());
+        EXPECT_TRUE(party.person.login());
+        ++ready;
+        auto const hearsOf = [&](std::string const& what) {
+            Invitation found;
+            EXPECT_TRUE(runUntil(*party.person.queue, [&] {
+                auto const at = std::ranges::find(party.heard, what, [](auto const& entry) { return entry.first; });
+                if (at == party.heard.end()) return false;
+                found = at->second;
+                party.heard.erase(at);
+                return true;
+            })) << what;
+            return found;
+        };
+        EXPECT_TRUE(runUntil(*party.person.queue, [&] { return ready == 2; }));
+        for (int round = 0; round < 10; ++round) {
+            auto const mine = KvPimInvitation::initWithInviter(me, other);
+            EXPECT_EQ(party.person.codeOf([&](auto done) { party.kit->sendInvitation(mine, done); }), 0);
+            auto const theirs = hearsOf("arrived");
+            EXPECT_EQ(party.person.codeOf([&](auto done) { party.kit->refuseInvitation(theirs, done); }), 0);
+            EXPECT_EQ(hearsOf("refused"), mine);
+        }
+    };
+    std::thread dora(play, "dora", "eve");
+    play("eve", "dora");
+    dora.join();
 }
 
 TEST_F(InvitationTest, ATimerOutlivesItsClientQuietly) {
@@ -173,7 +213,7 @@ TEST_F(InvitationTest, ANoticeBeforeTheKitIsDropped) {
     KvPimInvitation probe;
     probe.inviter = "x";
     probe.invitee = "carol";
-    EXPECT_EQ(KvInvitationStore::shared().getInvitation(probe), nullptr);
+    EXPECT_EQ(KvInvitationStore::shared().getInvitation(probe, *carol.kit->getPimInvitationKit()), nullptr);
 }
 
 }  // namespace

@@ -185,6 +185,21 @@ TEST_F(OperationTest, ArgumentsAreRefusedInsideTheCall) {
     EXPECT_NE(kit.createChannelWithId("[\\]^_{}|~,!#$%&()+-:;<=.>?@", {}), nullptr);
 }
 
+// In a callback the client is still there for the application that has let go of it.
+TEST_F(OperationTest, WhatIsRefusedInTheLastCallbackIsAnsweredToo) {
+    std::vector<std::int64_t> codes;
+    alice.delegate->messageReceived = [&](KvPimKit& kit, auto, auto&) {
+        auto const done = [&](auto const&, std::int64_t code) { codes.push_back(code); };
+        alice.kit.reset();
+        kit.getPeersUserAttributes({}, done);
+        kit.getPeersUserAttributesByKeys(kIds, {}, done);
+    };
+    ASSERT_TRUE(alice.login());
+    alice.kit->sendMessageToPeer(std::make_shared<KvPimMessage>("x"), "alice", {}, {});
+    EXPECT_TRUE(runUntil(*queue, [&] { return !alice.kit; }));
+    EXPECT_EQ(codes, (std::vector<std::int64_t>{2, 2}));
+}
+
 TEST_F(OperationTest, LongMessagesAreReportedAndSentAllTheSame) {
     ASSERT_TRUE(alice.login());
     auto const channel = alice.join("c");

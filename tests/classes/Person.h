@@ -39,7 +39,10 @@ struct Person {
     Person(std::string url, std::string userId_, std::shared_ptr<KvMainQueue> queue_,
            KvPimEngine engine = KvPimEngine::thread, std::function<void(KvPimOptions&)> const& adjust = {})
         : userId(std::move(userId_)), queue(std::move(queue_)), delegate(std::make_shared<KvPimDelegate>()) {
-        delegate->connectionStateChanged = [this](KvPimKit&, std::int64_t state, std::int64_t reason) {
+        delegate->connectionStateChanged = [this](KvPimKit& told, std::int64_t state, std::int64_t reason) {
+            bool const isAsTold =
+                told.stateManager().state == state || reason == KvPimConnectionChangeReasonLoginTimeout;
+            EXPECT_TRUE(isAsTold) << state << ' ' << reason;
             states.emplace_back(state, reason);
         };
         delegate->messageReceived = [this](KvPimKit&, std::shared_ptr<KvPimMessage> message,

@@ -1,8 +1,8 @@
-// Login, logout, renewal; what each end of a connection leads to; what is restored.
+// Login, logout, renewal; what each end of a connection leads to.
 #include "Person.h"
 #include "support/ScriptedServer.h"
 
-#include <optional>
+#include <atomic>
 
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
@@ -165,6 +165,13 @@ TEST_P(SessionTest, AttemptsWaitOneTwoFourSixSeconds) {
 
 TEST_P(SessionTest, ARemoteLoginEndsTheSessionUntilLogout) {
     ASSERT_TRUE(alice.login());
+    int arrived = 0, failed = 0;
+    auto const listener = std::make_shared<KvPimInvitationDelegate>();
+    listener->invitationArrived = [&](auto&, auto const&) { ++arrived; };
+    listener->invitationFailed = [&](auto&, auto const&, std::int64_t) { ++failed; };
+    alice.kit->getPimInvitationKit()->setDelegate(listener);
+    service.emit("alice", "InvitationNotify", {{"invitation", {{"inviter", "x"}, {"invitee", "alice"}, {"state", 2}}}});
+    EXPECT_TRUE(waitFor([&] { return arrived == 1; }));
     Person elsewhere(service.url(), "alice", queue, GetParam());
     ASSERT_TRUE(elsewhere.login());
     EXPECT_TRUE(waitFor([&] { return alice.states.back() == States::value_type{1, 8}; }));
@@ -173,7 +180,10 @@ TEST_P(SessionTest, ARemoteLoginEndsTheSessionUntilLogout) {
     EXPECT_EQ(alice.codeOf([&](auto done) { alice.kit->loginByToken(kToken, 1, "alice", done); }), 8);
     EXPECT_EQ(alice.codeOf([&](auto done) { alice.kit->logoutWithCompletion(done); }), 0);
     EXPECT_EQ(alice.states, (States{{2, 1}, {3, 2}, {1, 8}}));
+    EXPECT_EQ(alice.kit->getDebugInfo().size(), 2u);
     EXPECT_TRUE(alice.login());
+    queue->advance(61s);
+    EXPECT_EQ(failed, 0) << "an invitation of the login before";
 }
 
 TEST_P(SessionTest, OtherGoodbyesLeadToReconnection) {
@@ -187,66 +197,6 @@ TEST_P(SessionTest, OtherGoodbyesLeadToReconnection) {
         }));
         EXPECT_EQ(alice.states, (States{{4, 5}, {3, 2}})) << reason;
     }
-}
-
-TEST_P(SessionTest, ALostConnectionComesBackWithAllThatTheLoginBuiltUp) {
-    ASSERT_TRUE(alice.login());
-    auto& kit = *alice.kit;
-    alice.join("one");
-    auto const left = alice.join("left");
-    EXPECT_EQ(alice.codeOf([&](auto done) { left->leaveWithCompletion(done); }), 0);
-    EXPECT_EQ(alice.codeOf([&](auto done) {
-        kit.setLocalUserAttributes({{"a", "1"}, {"b", "2"}, {"b", "3"}}, done);
-    }),
-              0);
-    EXPECT_EQ(alice.codeOf([&](auto done) { kit.deleteLocalUserAttributesByKeys({"a"}, done); }), 0);
-    EXPECT_EQ(alice.codeOf([&](auto done) { kit.subscribePeersOnlineStatus({"bob", "carol"}, done); }), 0);
-    EXPECT_EQ(alice.codeOf([&](auto done) { kit.unsubscribePeersOnlineStatus({"carol"}, done); }), 0);
-    EXPECT_EQ(alice.codeOf([&](auto done) { kit.subscribePeersUserAttribes({"dora"}, done); }), 0);
-    auto const before = userAtServer();
-    auto const isRestored = [&](Service& server) {
-        queue->advance(500ms);
-        auto const state = server.state();
-        auto const* apps = state.at("apps").as_object().if_contains("app");
-        if (apps == nullptr || !apps->at("users").as_object().contains("alice")) return false;
-        auto const& now = apps->at("users").at("alice");
-        for (char const* field : {"channels", "attributes", "statusSubscriptions", "attributeSubscriptions"}) {
-            if (now.at(field) != before.at(field)) return false;
-        }
-        return true;
-    };
-    auto const oldSocket = before.at("socketId");
-    service.control("drop", {{"userId", "alice"}});
-    // A refusal of each step is tried again until it is taken.
-    for (char const* command :
-         {"join", "setLocalUserAttributes", "subscribePeersOnlineStatus", "subscribePeersUserAttributes"}) {
-        service.control("answer", {{"command", command}, {"times", 3}, {"answer", json::array{"Too Many Requests"}}});
-    }
-    EXPECT_TRUE(waitFor([&] { return isRestored(service) && userAtServer().at("socketId") != oldSocket; }));
-
-    int const port = service.port();
-    service.kill();
-    queue->poll();
-    Service again(port);
-    EXPECT_TRUE(waitFor([&] { return isRestored(again); }));
-    EXPECT_TRUE(isConnected());
-}
-
-TEST_P(SessionTest, RefusedRestoringStopsWithTheLogout) {
-    ASSERT_TRUE(alice.login());
-    alice.join("one");
-    service.control("answer", {{"command", "join"}, {"times", 1000000}, {"answer", json::array{"Too Many Requests"}}});
-    service.control("drop", {{"userId", "alice"}});
-    auto const joins = [&] { return service.state().at("commands").at("join").as_int64(); };
-    EXPECT_TRUE(waitFor([&] {
-        queue->advance(500ms);
-        return joins() > 20;
-    }));
-    EXPECT_EQ(alice.codeOf([&](auto done) { alice.kit->logoutWithCompletion(done); }), 0);
-    EXPECT_TRUE(waitFor([&] { return !userAtServer().at("connected").as_bool(); }));
-    auto const last = joins();
-    for (int turn = 0; turn < 50; ++turn) queue->advance(100ms);
-    EXPECT_EQ(joins(), last);
 }
 
 TEST_P(SessionTest, ALogoutDuringTheWaitForAnAttemptEndsTheCycle) {
@@ -265,24 +215,30 @@ TEST_P(SessionTest, ALogoutDuringTheWaitForAnAttemptEndsTheCycle) {
     EXPECT_EQ(alice.kit->stateManager().state, KvPimConnectionStateDisconnected);
 }
 
-// The attempt that goes before the logout fails the moment it is made: there must be something left to log out from.
-TEST_P(SessionTest, ALogoutBehindARefusedAttemptIsTold) {
-    std::optional<Service> dying(std::in_place);
-    Person bob(dying->url(), "bob", queue, GetParam());
-    for (int round = 0; round < 5; ++round) {
-        ASSERT_TRUE(bob.login());
-        int const port = dying->port();
-        dying.reset();
-        EXPECT_TRUE(waitFor([&] { return bob.kit->stateManager().state == KvPimConnectionStateDisconnected; }));
-        std::int64_t code = -1;
-        bob.kit->logoutWithCompletion([&](std::int64_t result) { code = result; });
-        queue->advance(1s);
-        EXPECT_TRUE(waitFor([&] { return code == 0; }));
-        EXPECT_EQ(bob.states, (States{{2, 1}, {3, 2}, {4, 5}, {1, 6}}));
-        EXPECT_EQ(bob.kit->stateManager().state, KvPimConnectionStateDisconnected);
-        EXPECT_EQ(bob.kit->getDebugInfo().size(), 2u);
-        bob.states.clear();
-        dying.emplace(port);
+// The news of the end waits in the queue when the application logs out, and comes first.
+TEST_P(SessionTest, ALogoutBehindTheEndOfTheConnectionIsTold) {
+    for (int const attempts : {0, 1}) {
+        std::atomic<bool> mayEnd{false};
+        ScriptedServer server([&](ScriptedPeer& peer) {
+            if (peer.number() == 0) peer.login();
+            while (peer.number() == attempts && !mayEnd) peer.sleep(1ms);
+            peer.hangUp();
+        });
+        Person dora(server.url(), "dora", queue, GetParam());
+        ASSERT_TRUE(dora.login());
+        EXPECT_TRUE(waitFor([&] {
+            if (server.connections() <= attempts) queue->advance(100ms);
+            return server.connections() > attempts;
+        }));
+        for (int turn = 0; turn < 100; ++turn) queue->poll();  // the connection is all that is left to come
+        mayEnd = true;
+        pollfd news{queue->fd(), POLLIN, 0};
+        EXPECT_EQ(::poll(&news, 1, 10000), 1);
+        EXPECT_EQ(dora.codeOf([&](auto done) { dora.kit->logoutWithCompletion(done); }), 0);
+        EXPECT_EQ(dora.states,
+                  attempts == 0 ? (States{{2, 1}, {3, 2}, {1, 6}}) : (States{{2, 1}, {3, 2}, {4, 5}, {1, 6}}));
+        EXPECT_EQ(dora.kit->stateManager().state, KvPimConnectionStateDisconnected);
+        EXPECT_EQ(dora.kit->getDebugInfo().size(), 2u);
     }
 }
 
@@ -317,43 +273,6 @@ TEST_P(SessionTest, RenewalReplacesTheTokenOfConnectionsToCome) {
     EXPECT_EQ(renewed(fresh), std::pair(fresh, std::int64_t{0}));
     EXPECT_EQ(alice.states.back(), (States::value_type{1, 6}));
     EXPECT_TRUE(alice.kit->stateManager().login);
-}
-
-TEST_P(SessionTest, ATokenThatIsRenewedWhenItExpiredServesTheNextAttempt) {
-    std::string const fresh = "f" + std::string(kToken).substr(1);
-    std::string lastRequest;
-    std::atomic<bool> isBack{false};
-    ScriptedServer server([&](ScriptedPeer& peer) {
-        switch (peer.number()) {
-            case 0:
-                peer.login();
-                return peer.hangUp();
-            case 1:
-                peer.acceptWebSocket();
-                peer.sendText(ScriptedPeer::openPacket({}));
-                peer.sendText(R"(44{"message":"loginFail: ExpiredToken"})");
-                break;
-            default:
-                lastRequest = peer.request();
-                isBack = true;
-                peer.login();
-        }
-        peer.readToEnd();
-    });
-    Person dora(server.url(), "dora", queue, GetParam());
-    std::vector<std::int64_t> codes;
-    dora.delegate->tokenDidExpire = [&](KvPimKit& kit) {
-        kit.renewToken(fresh, 2, [&](std::string const&, std::int64_t code) { codes.push_back(code); });
-    };
-    ASSERT_TRUE(dora.login());
-    EXPECT_TRUE(waitFor([&] {
-        queue->advance(100ms);
-        return dora.states.size() == 4;
-    }));
-    EXPECT_EQ(dora.states, (States{{2, 1}, {3, 2}, {4, 5}, {3, 2}}));
-    EXPECT_EQ(codes, std::vector<std::int64_t>{0});
-    ASSERT_TRUE(isBack);
-    EXPECT_NE(lastRequest.find(fresh), std::string::npos) << lastRequest;
 }
 
 TEST_P(SessionTest, ATokenThatIsRenewedDuringAnAttemptEndsTheAttempts) {

@@ -131,7 +131,8 @@ std::vector<Step> const kSession = {
       {"bob", R"({"event":"peersUserAttributesChanged","users":[{"userId":"alice","attributes":)"
               R"([{"key":"mood","value":"good","deleted":false}]}]})"}}},
     {"alice",
-     R"({"op":"addOrUpdateLocalUserAttributes","id":42,"attributes":[{"key":"hat","value":"red"}]})",
+     R"({"op":"addOrUpdateLocalUserAttributes","id":42,"attributes":[{"key":"hat","value":"red"},)"
+     R"({"key":"coat","value":"blue"},{"key":"coat"}]})",
      {{"alice", R"({"id":42,"op":"addOrUpdateLocalUserAttributes","code":0})"}}},
     {"bob",
      R"({"op":"getUserAttributes","id":43,"userId":"alice"})",
@@ -191,7 +192,7 @@ std::vector<Step> const kSession = {
     {"alice",
      R"({"op":"sendInvitation","id":63,"invitation":"one"})",
      {{"alice", R"({"id":63,"op":"sendInvitation","code":0,"invitation":{"inviter":"alice","invitee":"bob",)"
-                R"("requestInfo":"a walk?","responseInfo":"","state":2}})"},
+                R"("requestInfo":"a walk?","responseInfo":null,"state":2}})"},
       {"bob", R"({"event":"invitationArrived","invitation":{"inviter":"alice","invitee":"bob","requestInfo":"a walk?",)"
               R"("responseInfo":"","state":2},"label":"from:alice","sameObject":true})"}}},
     {"bob",
@@ -204,7 +205,7 @@ std::vector<Step> const kSession = {
     {"alice",
      R"({"op":"invitation","id":65,"invitation":"one"})",
      {{"alice", R"({"id":65,"op":"invitation","result":{"inviter":"alice","invitee":"bob","requestInfo":"a walk?",)"
-                R"("responseInfo":"","state":4}})"}}},
+                R"("responseInfo":null,"state":4}})"}}},
     {"alice",
      R"({"op":"newInvitation","id":66,"invitation":"two","inviter":"alice","invitee":"bob"})",
      {{"alice", R"({"id":66,"op":"newInvitation","result":true})"}}},

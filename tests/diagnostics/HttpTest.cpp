@@ -68,11 +68,17 @@ std::optional<std::string> discovered(std::string const& apiBase, std::string co
 
 TEST(Discovery, TakesTheFirstServerOfAnAnswerWithCode200) {
     struct Case {
-        char const* body;
+        std::string body;
         std::optional<std::string> want;
     };
+    std::string const brackets(900, '['), closing(900, ']');
     for (auto const& c : std::vector<Case>{
              {R"({"code":200,"data":{"brivelServers":["https://s1","https://s2"]}})", "https://s1"},
+             {"\xEF\xBB\xBF"
+              R"({"code":200,"data":{"brivelServers":["https://s1"]}})",
+              "https://s1"},
+             {R"({"code":200,"x":)" + brackets + closing + R"(,"data":{"brivelServers":["s"]}})", "s"},
+             {R"({"code":200,"data":{"brivelServers":["s"],"x":)" + std::string(1000000, '['), std::nullopt},
              {R"({"code":"200","data":{"brivelServers":["https://s1"]}})", "https://s1"},
              {R"({"code":200,"data":{"brivelServers":[5,"https://s2"]}})", ""},
              {R"({"code":200,"data":{"brivelServers":[]}})", std::nullopt},
@@ -91,6 +97,18 @@ TEST(Discovery, TakesTheFirstServerOfAnAnswerWithCode200) {
         HttpTestServer const server(always({.status = 503, .body = c.body}));
         EXPECT_EQ(discovered(server.url()), c.want) << c.body;
     }
+}
+
+TEST(Discovery, ReadsACompressedAnswer) {
+    static constexpr char kGzip[] =  // {"code":200,"data":{"brivelServers":["https://s1"]}}
+        "\037\213\010\000\000\000\000\000\002\003\253\126\112\316\117\111"
+        "\125\262\062\062\060\320\121\112\111\054\111\124\262\252\126\112"
+        "\052\312\054\113\315\011\116\055\052\113\055\052\126\262\212\126"
+        "\312\050\051\051\050\266\322\327\057\066\124\212\255\255\005\000"
+        "\070\224\112\003\064\000\000\000";
+    std::string const body(kGzip, sizeof kGzip - 1);
+    HttpTestServer const server(always({.headers = {"Content-Encoding: gzip"}, .body = body}));
+    EXPECT_EQ(discovered(server.url()), "https://s1");
 }
 
 TEST(Discovery, AsksForTheApplicationWithItsIdAsItIs) {

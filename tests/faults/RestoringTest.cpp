@@ -76,25 +76,56 @@ TEST_P(Restoring, AnExpiredTokenIsToldAndItsRenewalIsUsedForTheNextAttempt) {
     EXPECT_NE(requests[2].find(kNewToken), std::string::npos);
 }
 
-TEST_P(Restoring, RefusalsLeaveTurnsForOtherWork) {
+TEST_P(Restoring, RefusalsInARowAreFurtherAndFurtherApart) {
     ASSERT_TRUE(session.begin());
     answerAll(json::array{"Too Many Requests"});
-    service.control("drop", {{"userId", "alice"}});
     auto const before = asked();
-    EXPECT_TRUE(session.waitFor([&] { return asked() > before + 100; }));
-    // Work of others comes between, and so does a whole request of this very client.
-    int turns = 0;
-    std::function<void()> const turn = [&] {
-        if (++turns < 1000) session.alice.queue->post(turn);
+    service.control("drop", {{"userId", "alice"}});
+    EXPECT_TRUE(session.waitForLoss());
+    auto& alice = session.alice;
+    // Two of them are joins. The clock stands still but for what is said here.
+    auto const comesTo = [&](int rounds) {
+        bool const isThere = runUntil(*alice.queue, [&] { return asked() == before + 5 * rounds; });
+        // Answered after the refusals, and all that they lead to at once.
+        alice.codeOf(
+            [&](auto done) { alice.kit->queryPeersOnlineStatus({"bob"}, [done](auto&, auto code) { done(code); }); });
+        return isThere && asked() == before + 5 * rounds;
     };
-    session.alice.queue->post(turn);
-    EXPECT_EQ(session.alice.codeOf([&](auto done) {
-        session.alice.kit->getChannelAttributes("garden", [done](auto const&, std::int64_t code) { done(code); });
-    }),
-              0);
-    EXPECT_TRUE(session.waitFor([&] { return turns == 1000; }));
-    auto const after = asked();
-    EXPECT_TRUE(session.waitFor([&] { return asked() > after; })) << "it has given up";
+    int rounds = 2;
+    for (auto const pause : {10ms, 20ms, 40ms, 80ms, 100ms, 100ms}) {
+        EXPECT_TRUE(comesTo(rounds)) << pause.count();
+        alice.queue->advance(pause - 1ms);
+        EXPECT_TRUE(comesTo(rounds++)) << pause.count();
+        alice.queue->advance(1ms);
+    }
+    EXPECT_TRUE(comesTo(rounds));
+}
+
+TEST_P(Restoring, WhatTheApplicationChangesMeanwhileIsWhatIsRestored) {
+    ASSERT_TRUE(session.begin());
+    for (auto const& [command, times] :
+         {std::pair("join", 4), std::pair("setLocalUserAttributes", 2), std::pair("subscribePeersOnlineStatus", 2)}) {
+        service.control("answer",
+                        {{"command", command}, {"times", times}, {"answer", json::array{"Too Many Requests"}}});
+    }
+    auto const before = asked();
+    service.control("drop", {{"userId", "alice"}});
+    EXPECT_TRUE(session.waitForLoss());
+    auto& alice = session.alice;
+    EXPECT_TRUE(runUntil(*alice.queue, [&] { return asked() == before + 9; }));  // the fourth kind is taken at once
+    int unanswered = 2;
+    auto const done = [&](std::int64_t code) { unanswered -= code == 0 ? 1 : 0; };
+    alice.kit->addOrUpdateLocalUserAttributes({{"c", "9"}}, done);
+    alice.kit->unsubscribePeersOnlineStatus({"bob"}, done);
+    EXPECT_TRUE(alice.kit->destroyChannelWithId("lobby"));
+    alice.queue->advance(100ms);  // the repetitions are due before there is an answer
+    EXPECT_TRUE(session.waitFor([&] { return unanswered == 0 && asked() >= before + 11; }));
+    for (int turn = 0; turn < 100; ++turn) alice.queue->advance(100ms);
+    EXPECT_EQ(asked(), before + 11);  // another join, another set
+    auto const user = service.state().at("apps").at("app").at("users").at("alice");
+    EXPECT_EQ(user.at("channels"), json::array{"garden"});
+    EXPECT_EQ(user.at("attributes"), (json::value{{"b", "3"}, {"c", "9"}}));
+    EXPECT_EQ(user.at("statusSubscriptions"), json::array());
 }
 
 TEST_P(Restoring, AChannelThatWasDestroyedIsNotAskedForAgain) {
