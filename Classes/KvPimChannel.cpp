@@ -52,10 +52,11 @@ static_assert(isSound(kJoin) && isSound(kLeave) && isSound(kGetMembers) && isSou
 }  // namespace
 
 template <class MakePayload, class Finish>
-void KvPimChannel::request(KvOperation const& operation, bool isValid, MakePayload const& payload, Finish finish) {
+void KvPimChannel::request(KvOperation const& operation, bool isValid, MakePayload const& payload, Finish finish,
+                           char const* call) {
     auto const client = stateDelegate_.lock();
     if (!client) return finish(KvPimErrorNotLogin, nullptr);
-    assertMainThread(*client->mainQueue);
+    assertMainThread(*client->mainQueue, client->options.checkThreads, call);
     client->requestOn(socket_.lock(), operation, isValid, payload, std::move(finish));
 }
 

@@ -75,7 +75,8 @@ private:
     KvPimChannel() = default;
 
     template <class MakePayload, class Finish>
-    void request(KvOperation const& operation, bool isValid, MakePayload const& payload, Finish finish);
+    void request(KvOperation const& operation, bool isValid, MakePayload const& payload, Finish finish,
+                 char const* call = __builtin_FUNCTION());
     template <auto Member, class... Arguments>
     bool tell(Arguments const&... arguments);
     void onMemberJoined(KvPimMember const& member);

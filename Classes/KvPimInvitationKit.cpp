@@ -31,7 +31,7 @@ struct KvPimInvitationKit::Operation {
 };
 
 void KvPimInvitationKit::setDelegate(std::weak_ptr<KvPimInvitationDelegate> delegate) {
-    assertMainThread(*mainQueue_);
+    assertMainThread(*mainQueue_, checksThreads_, "setDelegate");
     delegate_ = std::move(delegate);
 }
 
@@ -51,8 +51,9 @@ void KvPimInvitationKit::refuseInvitation(std::shared_ptr<KvPimInvitation> invit
     run({"refuse", &KvPimInvitation::invitee, false}, std::move(invitation), std::move(done));
 }
 
-void KvPimInvitationKit::run(Operation const& operation, std::shared_ptr<KvPimInvitation> invitation, Completion done) {
-    assertMainThread(*mainQueue_);
+void KvPimInvitationKit::run(Operation const& operation, std::shared_ptr<KvPimInvitation> invitation, Completion done,
+                             char const* call) {
+    assertMainThread(*mainQueue_, checksThreads_, call);
     auto const session = stateManager_.lock();
     if (!session || !session->login) return complete(done, KvPimErrorNotLogin);
     if (!invitation || (*invitation).*operation.localUser != session->userId)

@@ -1,5 +1,6 @@
 #include "Platform/KvBackgroundPool.h"
 
+#include "Platform/KvConsole.h"
 #include "Platform/KvThread.h"
 
 #include <chrono>
@@ -27,6 +28,7 @@ KvBackgroundPool::KvBackgroundPool() : context_(kThreads) {
             context_.run();
         });
     }
+    writeConsoleAtExit();  // after the pool, whose work may print
     std::atexit([] { shared().drainAtExit(); });
 }
 

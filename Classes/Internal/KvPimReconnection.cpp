@@ -6,9 +6,8 @@
 #include "Classes/Utils/KvInvitationStore.h"
 #include "Classes/Utils/KvLog.h"
 #include "Classes/Utils/Logan/LoganManager.h"
+#include "Platform/KvConsole.h"
 #include "SocketIO/SocketIOClient.h"
-
-#include <cstdio>
 
 namespace kv {
 namespace {
@@ -100,8 +99,7 @@ KvWork KvPimKitImpl::reconnectAfterDelay(std::weak_ptr<KvPimKitImpl> client) {
     self->stateManager->state = KvPimConnectionStateReconnecting;
     KvLog::shared().info("reconnect");
     ++self->connectIndex;
-    std::printf("connectIndex:%d \n", self->connectIndex);
-    std::fflush(stdout);
+    printLine(KvConsoleStream::out, "connectIndex:" + std::to_string(self->connectIndex) + " ");
     if (self->connectIndex >= static_cast<std::int32_t>(kConnectInterval.size())) {
         self->connectIndex = static_cast<std::int32_t>(kConnectInterval.size()) - 1;
     }

@@ -1,7 +1,6 @@
 #include "Classes/Utils/KvLog.h"
 
 #include "Platform/KvConsole.h"
-#include "Platform/KvDirectories.h"
 #include "Platform/KvFiles.h"
 
 #include <utility>
@@ -17,12 +16,8 @@ constexpr char kFileName[] = "kv_pim.log";
 constexpr off_t kLargestKeptFile = 10'485'760;
 // A disk that stands still must not fill the memory instead: what comes on top of this is lost.
 constexpr std::size_t kMostWaiting = 16u << 20;
+constexpr std::chrono::seconds kLongestDrain{10};
 constexpr std::string_view kWhiteSpace = " \t\n\v\f\r";
-
-std::string const& sharedDirectory(std::string const& proposed) {
-    static auto const& directory = *new std::string(proposed);
-    return directory;
-}
 
 std::string formatted(std::string_view format, std::string const* texts, std::size_t count) {
     std::string message;
@@ -52,17 +47,29 @@ void createFile(std::string const& directory, std::string const& path) {
 }  // namespace
 
 KvLog& KvLog::shared() {
-    static auto& log = *new KvLog(sharedDirectory(cachesDirectory()));
+    static auto& log = *new KvLog;
     return log;
 }
 
-void KvLog::configure(std::string const& cachesDirectory) { sharedDirectory(cachesDirectory); }
+KvLog::~KvLog() { queue_.drain(); }
 
-KvLog::KvLog(std::string const& cachesDirectory) : logFilePath_(cachesDirectory + "/" + kFileName) {
-    queue_.async([directory = cachesDirectory, path = logFilePath_] { createFile(directory, path); });
+void KvLog::drain() {
+    queue_.drain();
+    drainConsole(kLongestDrain);
 }
 
-KvLog::~KvLog() { drain(); }
+void KvLog::useDirectory(std::string const& cachesDirectory) {
+    auto const path = cachesDirectory + "/" + kFileName;
+    queue_.async([cachesDirectory, path] { createFile(cachesDirectory, path); });
+    std::lock_guard lock(mutex_);
+    if (logFilePath_.empty()) logFilePath_ = path;
+}
+
+void KvLog::setHandler(Handler handler) {
+    auto chosen = handler ? std::make_shared<Handler const>(std::move(handler)) : nullptr;
+    std::lock_guard lock(mutex_);
+    handler_.swap(chosen);
+}
 
 void KvLog::setLogFilePath(std::string path) {
     std::lock_guard lock(mutex_);
@@ -71,8 +78,12 @@ void KvLog::setLogFilePath(std::string path) {
 
 void KvLog::write(Level const& level, std::string_view format, std::string const* texts, std::size_t count) {
     std::string const message = formatted(format, texts, count);
+    std::unique_lock lock(mutex_);
+    auto const handler = handler_;
+    lock.unlock();
+    if (handler) return (*handler)(level.threshold, message);
     writeLogToFile(message);
-    printConsole(std::string(level.prefix) + message);
+    printLine(KvConsoleStream::error, std::string(level.prefix) + message);
 }
 
 void KvLog::writeLogToFile(std::string_view message) {

@@ -50,7 +50,7 @@ void LoganManager::configure(KvPimEnvConfig const& config) {
     static std::once_flag once;
     std::call_once(once, [&config] {
         processConfig() = config;
-        KvLog::configure(cachesDirectoryOf(config));
+        KvLog::shared().useDirectory(cachesDirectoryOf(config));
         KvKeyStore::configure(config.keyStoreDirectory);
     });
 }
@@ -74,7 +74,7 @@ LoganManager::LoganManager(KvPimEnvConfig const& config, std::shared_ptr<KvClock
                                                                                     : kUploadInterval);
     queue_.async([this, directory = loganDirectoryOf(config)] {
         deviceId_ = WnUUIDHelper::uuidForDevice();
-        printConsole("loganDir:" + directory);
+        printLine(KvConsoleStream::error, "loganDir:" + directory);
     });
 }
 
