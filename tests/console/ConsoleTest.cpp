@@ -52,7 +52,7 @@ TEST(Console, BadLinesAreToldByNumberAndTheNextLineIsRead) {
         {R"(["op"])", "not a JSON object"},
         {R"({"id":1})", R"(\"op\" is missing)"},
         {R"({"op":1})", R"(\"op\" must be *)"},
-        {R"({"op":"stat"})", "*"},
+        {R"({"op":"setLogFilter"})", R"(*; did you mean setLogFilters?)"},
         {R"({"op":"destroyChannelWithId"})", R"(\"channelId\" is missing)"},
         {R"({"op":"destroyChannelWithId","channelId":null})", R"(\"channelId\" is missing)"},
         {R"({"op":"destroyChannelWithId","channelId":7})", R"(\"channelId\" must be *)"},
