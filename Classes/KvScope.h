@@ -30,8 +30,7 @@ public:
     }
 
 private:
-    struct Alive {};
-    std::shared_ptr<Alive> alive_ = std::make_shared<Alive>();
+    std::shared_ptr<bool const> alive_ = std::make_shared<bool>(true);
 };
 
 }  // namespace kv

@@ -1,8 +1,8 @@
 #include "Platform/KvConsole.h"
 
-#include "Platform/KvFiles.h"
 #include "Platform/KvThread.h"
 
+#include <cerrno>
 #include <condition_variable>
 #include <cstdlib>
 #include <memory>
@@ -11,6 +11,7 @@
 #include <system_error>
 #include <utility>
 
+#include <poll.h>
 #include <unistd.h>
 
 namespace kv {
@@ -25,7 +26,7 @@ public:
 
     void add(std::string_view line) {
         std::lock_guard lock(mutex_);
-        if (waiting_.size() + line.size() >= kMostWaiting || !hasThread()) {
+        if (!hasThread() || lost_ > 0 || waiting_.size() + line.size() >= kMostWaiting) {
             ++lost_;
         } else {
             waiting_.append(line).push_back('\n');
@@ -57,14 +58,28 @@ private:
             auto lines = std::exchange(waiting_, {});
             // Those that were lost stood behind all that waited.
             if (auto const lost = std::exchange(lost_, 0); lost > 0) {
-                lines.append("kvpim: lost here, since nobody read them: " + std::to_string(lost) + " lines\n");
+                lines.append("kvpim: lines lost here, since nobody read them: " + std::to_string(lost) + "\n");
             }
             isIdle_ = false;
             lock.unlock();
-            writeAll(fd_, lines);
+            write(lines);
             lock.lock();
             isIdle_ = true;
             changed_.notify_all();
+        }
+    }
+
+    void write(std::string_view lines) const {
+        while (!lines.empty()) {
+            auto const count = ::write(fd_, lines.data(), lines.size());
+            if (count >= 0) {
+                lines.remove_prefix(static_cast<std::size_t>(count));
+            } else if (errno == EAGAIN) {  // somebody shares the stream, and does not want to wait for it
+                pollfd waiting{.fd = fd_, .events = POLLOUT, .revents = 0};
+                ::poll(&waiting, 1, -1);
+            } else if (errno != EINTR) {
+                return;  // nobody will ever read it
+            }
         }
     }
 

@@ -1,6 +1,7 @@
 // How the console behaves as a program: bad lines, the end of its input, its exit status, its options.
 #include "console/Programs.h"
 #include "support/Service.h"
+#include "support/TemporaryDirectory.h"
 
 #include <chrono>
 
@@ -80,6 +81,17 @@ TEST(Console, BadLinesAreToldByNumberAndTheNextLineIsRead) {
     }
     console.send(R"({"op":"setParameters","id":"after","parameters":""})");
     EXPECT_TRUE(console.prints(R"({"id":"after","op":"setParameters","result":0})"));
+}
+
+TEST(Console, IsReadyBeforeTheLibraryPrints) {
+    TemporaryDirectory const directory;
+    Program console({KVPIM_CLIENT, "console", "--app-id", "demo", "--api-server", kNobody, "--linger", "1",
+                     "--caches-dir", directory.path(), "--key-store-dir", "/proc/none"});
+    console.closeInput();
+    EXPECT_EQ(console.exitStatus(), 0);
+    ASSERT_FALSE(console.otherLines().empty());
+    EXPECT_EQ(console.otherLines().front(), R"({"event":"ready"})");
+    EXPECT_TRUE(console.prints("SecItemAdd error*"));
 }
 
 TEST(Console, LinesComeInAnyPieces) {

@@ -12,6 +12,7 @@ TEST(StandardStreams, HarmNobodyWhenTheyAreNotRead) {
         char const* error;
     };
     for (auto const& c : {Case{"gone 1000", ""}, Case{"full 10000", "all accounted for\nlost none\n"},
+                          Case{"shared 10000", "all accounted for\nlost none\n"},
                           Case{"full 1000000", "all accounted for\nlost some\n"}}) {
         auto const result = runShell(std::string(DIAGNOSTICS_PROBE " console ") + c.task + " 2>&1");
         EXPECT_EQ(result.exitCode, 0) << c.task;

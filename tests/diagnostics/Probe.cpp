@@ -11,6 +11,7 @@
 #include <string>
 #include <thread>
 
+#include <fcntl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -85,8 +86,9 @@ int exitWithWork(char** arguments) {
     return 0;
 }
 
-// console gone|full COUNT: prints lines to a pipe whose reader is gone, or that nobody reads before all are printed.
-// Tells how many lines came out, and how many the last one says were lost.
+// console gone|full|shared COUNT: prints lines to a pipe whose reader is gone, or that nobody reads before all are
+// printed, or that somebody has made one that is not waited for. Tells whether all lines came out, or were said to be
+// lost.
 int console(char** arguments) {
     std::array<int, 2> ends{};
     bool const isGone = std::string_view(arguments[0]) == "gone";
@@ -94,6 +96,7 @@ int console(char** arguments) {
     ::dup2(ends[1], STDOUT_FILENO);
     ::close(ends[1]);
     if (isGone) ::close(ends[0]);
+    if (std::string_view(arguments[0]) == "shared") ::fcntl(STDOUT_FILENO, F_SETFL, O_NONBLOCK);
     long const count = std::atol(arguments[1]);
     for (long i = 0; i < count; ++i) kv::printLine(kv::KvConsoleStream::out, "line " + std::to_string(i));
     if (isGone) return kv::drainConsole(std::chrono::seconds(10)) ? 0 : 1;
@@ -102,7 +105,7 @@ int console(char** arguments) {
     std::array<char, 100> line{};
     for (long number = 0; next + lost < count && std::fgets(line.data(), line.size(), lines) != nullptr;) {
         if (std::sscanf(line.data(), "line %ld", &number) == 1 && number == next) ++next;
-        std::sscanf(line.data(), "kvpim: lost here, since nobody read them: %ld lines", &lost);
+        std::sscanf(line.data(), "kvpim: lines lost here, since nobody read them: %ld", &lost);
     }
     kv::printLine(kv::KvConsoleStream::error, next + lost == count ? "all accounted for" : "some are missing");
     kv::printLine(kv::KvConsoleStream::error, lost > 0 ? "lost some" : "lost none");
