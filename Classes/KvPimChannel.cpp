@@ -51,25 +51,26 @@ static_assert(isSound(kJoin) && isSound(kLeave) && isSound(kGetMembers) && isSou
 
 }  // namespace
 
-std::shared_ptr<KvPimKitImpl> KvPimChannel::client() const {
+std::shared_ptr<KvPimKitImpl> KvPimChannel::client(char const* call) const {
     auto inside = stateDelegate_.lock();
-    if (inside) assertMainThread(*inside->mainQueue);
+    if (inside) assertMainThread(*inside->mainQueue, inside->options.checkThreads, call);
     return inside;
 }
 
 std::shared_ptr<KvPimChannelDelegate> KvPimChannel::delegate() const {
-    client();
+    client("delegate");
     return delegate_.lock();
 }
 
 void KvPimChannel::setDelegate(std::weak_ptr<KvPimChannelDelegate> delegate) {
-    client();
+    client("setDelegate");
     delegate_ = std::move(delegate);
 }
 
 template <class MakePayload, class Finish>
-void KvPimChannel::request(KvOperation const& operation, bool isValid, MakePayload const& payload, Finish finish) {
-    auto const inside = client();
+void KvPimChannel::request(KvOperation const& operation, bool isValid, MakePayload const& payload, Finish finish,
+                           char const* call) {
+    auto const inside = client(call);
     if (!inside) return finish(KvPimErrorNotLogin, nullptr);
     inside->requestOn(socket_.lock(), operation, isValid, payload, std::move(finish));
 }
@@ -101,7 +102,7 @@ void KvPimChannel::leaveWithCompletion(Completion done) {
         reporter.setTsLeaveChannel(start);
         reporter.leaveChannel(code == 0 ? 1 : 0, id, code);
     };
-    auto const inside = client();
+    auto const inside = client("leaveWithCompletion");
     request(
         kLeave, true,
         [&] {

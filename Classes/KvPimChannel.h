@@ -82,10 +82,11 @@ private:
     friend class KvPimKitImpl;
     KvPimChannel() = default;
     /// Its client, which debug builds want to be called on its own thread; null when that is gone.
-    std::shared_ptr<KvPimKitImpl> client() const;
+    std::shared_ptr<KvPimKitImpl> client(char const* call) const;
 
     template <class MakePayload, class Finish>
-    void request(KvOperation const& operation, bool isValid, MakePayload const& payload, Finish finish);
+    void request(KvOperation const& operation, bool isValid, MakePayload const& payload, Finish finish,
+                 char const* call = __builtin_FUNCTION());
     template <auto Member, class... Arguments>
     bool tell(Arguments const&... arguments);
     void onMemberJoined(KvPimMember const& member);

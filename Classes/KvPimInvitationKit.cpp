@@ -35,12 +35,12 @@ struct KvPimInvitationKit::Operation {
 KvPimInvitationKit::~KvPimInvitationKit() { KvInvitationStore::shared().forget(this); }
 
 void KvPimInvitationKit::setDelegate(std::weak_ptr<KvPimInvitationDelegate> delegate) {
-    assertMainThread(*mainQueue_);
+    assertMainThread(*mainQueue_, checksThreads_, "setDelegate");
     delegate_ = std::move(delegate);
 }
 
 std::shared_ptr<KvPimInvitationDelegate> KvPimInvitationKit::delegate() const {
-    assertMainThread(*mainQueue_);
+    assertMainThread(*mainQueue_, checksThreads_, "delegate");
     return delegate_.lock();
 }
 
@@ -60,8 +60,9 @@ void KvPimInvitationKit::refuseInvitation(std::shared_ptr<KvPimInvitation> invit
     run({"refuse", &KvPimInvitation::invitee, false}, std::move(invitation), std::move(done));
 }
 
-void KvPimInvitationKit::run(Operation const& operation, std::shared_ptr<KvPimInvitation> invitation, Completion done) {
-    assertMainThread(*mainQueue_);
+void KvPimInvitationKit::run(Operation const& operation, std::shared_ptr<KvPimInvitation> invitation, Completion done,
+                             char const* call) {
+    assertMainThread(*mainQueue_, checksThreads_, call);
     auto const session = stateManager_.lock();
     if (!session || !session->login) return complete(done, KvPimErrorNotLogin);
     if (!invitation || (*invitation).*operation.localUser != session->userId)

@@ -51,6 +51,9 @@ public:
     std::shared_ptr<KvPimInvitationDelegate> delegate() const;
     /// Has another one told from now on. It is not owned.
     void setDelegate(std::weak_ptr<KvPimInvitationDelegate> delegate);
+    /// A delegate that nobody keeps would never hear anything.
+    template <class Delegate>
+    void setDelegate(std::shared_ptr<Delegate>&& delegate) = delete;
 
     /// Sends an invitation of the local user. Once acknowledged it is pending, for 60 seconds; without an answer of the
     /// server it has failed. @param done a KvPimInvitationErrorCode.
@@ -71,7 +74,8 @@ private:
     KvPimInvitationKit() = default;
 
     struct Operation;
-    void run(Operation const& operation, std::shared_ptr<KvPimInvitation> invitation, Completion done);
+    void run(Operation const& operation, std::shared_ptr<KvPimInvitation> invitation, Completion done,
+             char const* call = __builtin_FUNCTION());
     void parseInvitation(std::shared_ptr<KvPimInvitation> const& incoming);
     void fail(std::shared_ptr<KvPimInvitation> const& invitation, std::int64_t errorCode);
 
@@ -79,6 +83,7 @@ private:
     std::weak_ptr<KvPimStateManager const> stateManager_;
     std::shared_ptr<SocketIOClient> socket_;
     std::shared_ptr<KvMainQueue> mainQueue_;
+    bool checksThreads_ = false;
 };
 
 }  // namespace kv

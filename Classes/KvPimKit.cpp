@@ -7,8 +7,11 @@
 #include "Classes/Network/KvServerAddress.h"
 #include "Classes/Utils/KvLog.h"
 #include "Classes/Utils/Logan/LoganManager.h"
+#include "Platform/KvConsole.h"
 #include "Platform/KvEngineThread.h"
 #include "SocketIO/SocketIOClient.h"
+
+#include <boost/json/serialize.hpp>
 
 namespace kv {
 
@@ -33,6 +36,7 @@ std::shared_ptr<KvPimInvitationKit> KvPimKitImpl::getPimInvitationKit() {
         invitationKit->socket_ = socket.lock();
         invitationKit->stateManager_ = stateManager;
         invitationKit->mainQueue_ = mainQueue;
+        invitationKit->checksThreads_ = options.checkThreads;
     }
     return invitationKit;
 }
@@ -54,10 +58,10 @@ std::shared_ptr<KvPimKit> KvPimKit::initWithAppId(std::string appId, std::weak_p
 
 KvPimKit::KvPimKit(std::shared_ptr<KvPimKitImpl> impl) : impl_(std::move(impl)) {}
 
-KvPimKit::~KvPimKit() { assertMainThread(*impl_->mainQueue); }
+KvPimKit::~KvPimKit() { assertMainThread(*impl_->mainQueue, impl_->options.checkThreads, "~KvPimKit"); }
 
-std::shared_ptr<KvPimKitImpl> const& KvPimKit::impl() const {
-    assertMainThread(*impl_->mainQueue);
+std::shared_ptr<KvPimKitImpl> const& KvPimKit::impl(char const* call) const {
+    assertMainThread(*impl_->mainQueue, impl_->options.checkThreads, call);
     return impl_;
 }
 
@@ -88,6 +92,8 @@ std::shared_ptr<KvPimInvitationKit> KvPimKit::getPimInvitationKit() { return imp
 
 boost::json::object KvPimKit::getDebugInfo() const { return impl()->debugInfo.toJsonModel(); }
 
+std::string KvPimKit::getDebugInfoText() const { return boost::json::serialize(getDebugInfo()); }
+
 std::string const& KvPimKit::getSDKVersion() { return sdkVersionString(); }
 
 std::int32_t KvPimKit::setParameters(std::string const&) { return 0; }
@@ -95,6 +101,18 @@ std::int32_t KvPimKit::setParameters(std::string const&) { return 0; }
 void KvPimKit::setLogFile(std::string const& path) { KvLog::shared().setLogFilePath(path); }
 
 void KvPimKit::setLogFilters(std::int64_t filters) { KvLog::shared().setLogFilter(filters); }
+
+void KvPimKit::setLogHandler(std::function<void(std::int64_t level, std::string_view line)> handler) {
+    KvLog::shared().setHandler(std::move(handler));
+}
+
+void KvPimKit::setConsole(std::function<void(KvConsoleStream stream, std::string_view line)> console) {
+    kv::setConsole(std::move(console));
+}
+
+void KvPimKit::writeToStandardStream(KvConsoleStream stream, std::string_view line) {
+    kv::writeToStandardStream(stream, line);
+}
 
 KvPimStateManager const& KvPimKit::stateManager() const { return *impl()->stateManager; }
 

@@ -21,6 +21,7 @@
 #include "Classes/Model/KvPimOptions.h"
 #include "Classes/Model/KvPimPeerOnlineStatus.h"
 #include "Classes/Model/KvPimUserAttributes.h"
+#include "Platform/KvConsoleStream.h"
 #include "Platform/KvExport.h"
 
 #include <cstdint>
@@ -28,9 +29,12 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
-#include <boost/json/fwd.hpp>
+namespace boost::json {
+class object;
+}
 
 /// All that the library has.
 namespace kv {
@@ -101,10 +105,14 @@ public:
     /// @param appId     the application's id; it is the server that judges it, at login.
     /// @param delegate  not owned: keep it for as long as it is to hear something.
     /// @param options   where things are, which queue, which engine.
-    /// @return null when the API server of the options is not a valid address, and when the system has no thread or
-    ///     descriptor left for the client's queues.
+    /// @return null when the API server of the options is not a valid address (see `KvPimEnvConfig::apiServer`), and when
+    ///     the system has no thread or descriptor left for the client's queues.
     static std::shared_ptr<KvPimKit> initWithAppId(std::string appId, std::weak_ptr<KvPimDelegate> delegate,
                                                    KvPimOptions options = {});
+    /// A delegate that nobody keeps would never hear anything.
+    template <class Delegate>
+    static std::shared_ptr<KvPimKit> initWithAppId(std::string appId, std::shared_ptr<Delegate>&& delegate,
+                                                   KvPimOptions options = {}) = delete;
     /// Ends the session without waiting for anything. Completions that are still owed are called later.
     ~KvPimKit();
     KvPimKit(KvPimKit const&) = delete;
@@ -118,8 +126,11 @@ public:
     ///     it is. The event report of the login counts its duration from it.
     /// @param userId     1 to 64 ASCII letters, digits, white space and ``!#$%&()+-:;<=.>?@[\]^_{}|~,``
     /// @param done  a KvPimLoginErrorCode. A 9 for a connection that is not there after 6 seconds (the delegate hears
-    ///     (1, 4)) is not the end: the attempt goes on, and `done` is called once more with its outcome. A 1 also when
-    ///     the client is destroyed meanwhile.
+    ///     (1, 4)) is not the end: the attempt goes on, and `done` is called once more with its outcome. A 9 when no
+    ///     server was found is the end, and no state tells of it: (2, 1) stays the last one. What tells the two apart
+    ///     is `stateManager().state` once `done` has returned: KvPimConnectionStateConnecting while an attempt goes on.
+    ///     Another login is possible from then on, and not in `done` itself (8). A 1 also when the client is destroyed
+    ///     meanwhile.
     void loginByToken(std::string token, std::int64_t timeStamp, std::string userId, Completion done);
     /// The second half of a login, for a configuration made before; not meant for applications. A login that still
     /// waits for its outcome fails.
@@ -147,6 +158,10 @@ public:
     /// @return null when the id is invalid.
     std::shared_ptr<KvPimChannel> createChannelWithId(std::string const& channelId,
                                                       std::weak_ptr<KvPimChannelDelegate> delegate);
+    /// A delegate that nobody keeps would never hear anything.
+    template <class Delegate>
+    std::shared_ptr<KvPimChannel> createChannelWithId(std::string const& channelId,
+                                                      std::shared_ptr<Delegate>&& delegate) = delete;
     /// Forgets the channel object of an id, without leaving the channel: its events reach nobody any more.
     /// @return false when there is none.
     bool destroyChannelWithId(std::string const& channelId);
@@ -250,21 +265,38 @@ public:
     /// What helps to look into a connection problem: servers, connection id, the arguments of the last login (the token
     /// in clear: for the application's own eyes), the library's version.
     boost::json::object getDebugInfo() const;
+    /// The same as the text of a JSON object.
+    std::string getDebugInfoText() const;
     /// "sdkVersion/NAME-VERSION-BUILD", the same string at every call. Any thread.
     static std::string const& getSDKVersion();
     /// Has no effect in this version; returns 0.
     std::int32_t setParameters(std::string const& parameters);
     /// The file of the local log, which must exist: a line for a file that does not is lost. Process-wide. Any thread.
-    void setLogFile(std::string const& path);
+    static void setLogFile(std::string const& path);
     /// What is logged: above 0 information, from 2 warnings too, from 4 errors too, from 8 everything; 0 and less
     /// nothing (the default). Process-wide. Any thread.
-    void setLogFilters(std::int64_t filters);
+    static void setLogFilters(std::int64_t filters);
+    /// Who gets the lines that the filter lets through, instead of standard error and the file; empty for these two
+    /// again. `level`: 1 information, 2 a warning, 4 an error, 8 critical; `line` may hold line breaks. The handler is
+    /// called by the thread that logs, several at a time among them: it must neither wait, nor throw, nor call the
+    /// library. Process-wide. Any thread.
+    static void setLogHandler(std::function<void(std::int64_t level, std::string_view line)> handler);
+    /// Who gets the lines that the library prints, given without their end, instead of standard output and standard
+    /// error; empty for nobody. Called like the handler of `setLogHandler`. Process-wide. Any thread; before the first
+    /// client, so that nothing is printed before.
+    static void setConsole(std::function<void(KvConsoleStream stream, std::string_view line)> console);
+    /// What the library does with a line where there was no `setConsole`: it is written in the background, and nobody
+    /// waits for it. When nobody reads, what comes on top of a mebibyte is lost, and a line says how much. Any thread.
+    static void writeToStandardStream(KvConsoleStream stream, std::string_view line);
     /// What the client knows of its session, as it changes. Lives as long as the client.
     KvPimStateManager const& stateManager() const;
     /// Who is told of things; null when there is nobody (any more).
     std::shared_ptr<KvPimDelegate> delegate() const;
     /// Has another one told from now on. It is not owned.
     void setDelegate(std::weak_ptr<KvPimDelegate> delegate);
+    /// A delegate that nobody keeps would never hear anything.
+    template <class Delegate>
+    void setDelegate(std::shared_ptr<Delegate>&& delegate) = delete;
     /// The API server that logins ask for a socket server.
     std::string const& apiServer() const;
     /// The socket server of the last login; empty before it was found.
@@ -281,8 +313,8 @@ public:
 
 private:
     explicit KvPimKit(std::shared_ptr<KvPimKitImpl> impl);
-    /// Debug builds end the program when it is called from another thread than the main queue's.
-    std::shared_ptr<KvPimKitImpl> const& impl() const;
+    /// Ends the program where `KvPimOptions::checkThreads` says so.
+    std::shared_ptr<KvPimKitImpl> const& impl(char const* call = __builtin_FUNCTION()) const;
     std::shared_ptr<KvPimKitImpl> impl_;
 };
 

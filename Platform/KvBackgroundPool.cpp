@@ -1,5 +1,6 @@
 #include "Platform/KvBackgroundPool.h"
 
+#include "Platform/KvConsole.h"
 #include "Platform/KvThread.h"
 
 #include <algorithm>
@@ -22,6 +23,7 @@ KvBackgroundPool& KvBackgroundPool::shared() {
 }
 
 KvBackgroundPool::KvBackgroundPool() : process_(::getpid()) {
+    writeConsoleAtExit();  // after the pool, whose work may print
     std::atexit([] { shared().drainAtExit(); });
 }
 

@@ -82,6 +82,7 @@ private:
         createDirectories(directory_);
         KvFileDescriptor directory(::open(directory_.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
         struct stat status {};
+        if (!directory) tellOfTooFewDescriptors();
         if (!directory || ::fstat(directory.get(), &status) != 0 || status.st_uid != ::geteuid()) return {};
         if ((status.st_mode & 0777) != 0700 && ::fchmod(directory.get(), 0700) != 0) return {};
         return directory;

@@ -1,11 +1,15 @@
 #include "Platform/KvFiles.h"
 
+#include "Platform/KvConsole.h"
+
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 
 #include <fcntl.h>
 #include <stdio.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -100,6 +104,16 @@ std::error_code renameWithoutReplacing(std::string const& from, std::string cons
     // A file system that cannot do it in one step: for a moment the file has both names.
     if (::link(from.c_str(), to.c_str()) != 0 || ::unlink(from.c_str()) != 0) return lastError();
     return {};
+}
+
+void tellOfTooFewDescriptors() {
+    static std::atomic<bool> isTold{false};
+    if (KvFileDescriptor(::open("/dev/null", O_RDONLY | O_CLOEXEC)) || errno != EMFILE || isTold.exchange(true)) return;
+    rlimit limit{};
+    ::getrlimit(RLIMIT_NOFILE, &limit);
+    printLine(KvConsoleStream::error,
+              "kvpim: this process may open no more than " + std::to_string(limit.rlim_cur) +
+                  " descriptors (ulimit -n), and has; connections and files fail for want of more");
 }
 
 std::error_code lastError() { return {errno, std::generic_category()}; }

@@ -50,6 +50,8 @@ KV_EXPORT bool createDirectories(std::string const& path);
 KV_EXPORT std::string asFileName(std::string_view text);
 /// Like rename, but fails when `to` exists.
 KV_EXPORT std::error_code renameWithoutReplacing(std::string const& from, std::string const& to);
+/// Says on standard error, once in the life of the process, that there are too few descriptors, if that is so.
+KV_EXPORT void tellOfTooFewDescriptors();
 /// The error that errno stands for.
 KV_EXPORT std::error_code lastError();
 

@@ -85,7 +85,8 @@ BENCHMARK(appendQueue)->UseRealTime();
 
 void logLineBelowTheFilter(benchmark::State& state) {
     kv::TemporaryDirectory const directory;
-    kv::KvLog log(directory.path());
+    kv::KvLog log;
+    log.useDirectory(directory.path());
     std::string const argument(100, 'x');
     for (auto _ : state) log.info("a line that nobody wants: %@", argument);
 }

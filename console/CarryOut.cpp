@@ -1,5 +1,6 @@
 #include "console/CarryOut.h"
 
+#include "console/Neighbours.h"
 #include "console/Operations.h"
 
 #include <algorithm>
@@ -21,8 +22,9 @@ bool isFinite(json::value const& value) {
 
 void carryOut(Session& session, json::object const& request) {
     Arguments const arguments(request);
-    auto const* const operation = findOperation(arguments.text("op"));
-    if (operation == nullptr) throw BadLine("\"op\" names no operation");
+    auto const name = arguments.text("op");
+    auto const* const operation = findOperation(name);
+    if (operation == nullptr) throw BadLine('"' + name + "\" is no operation" + didYouMean(name, operationNames()));
     auto const* const id = request.if_contains("id");
     Answer const answer(session.output, session.open, id ? *id : nullptr, operation->name);
     try {

@@ -68,14 +68,23 @@ private:
     KvQueueTimer timer_;  // wakes the loop for the end of what it waits for
 };
 
+/// Has the library's prints come between the lines of JSON, and none before the first of these: the queue runs later.
+void takePrints(Session const& session) {
+    KvPimKit::setConsole([queue = session.queue, output = session.output](KvConsoleStream stream, auto const& line) {
+        if (stream == KvConsoleStream::error) return KvPimKit::writeToStandardStream(stream, line);
+        queue->post([output, text = std::string(line)] { output->print(text); });
+    });
+}
+
 }  // namespace
 
 int runConsole(ConsoleOptions const& options) {
     std::signal(SIGPIPE, SIG_IGN);
     Session session;
+    takePrints(session);
     session.delegate = makeClientDelegate(session.output, options.delegate);
-    session.client = KvPimKit::initWithAppId(options.common.appId, session.delegate,
-                                             {.envConfig = options.common.env, .mainQueue = session.queue});
+    session.client =
+        KvPimKit::initWithAppId(options.common.appId, session.delegate, clientOptions(options.common, session.queue));
     if (!session.client) {
         session.output->line({{"event", "createFailed"}});
         return 1;

@@ -284,4 +284,10 @@ Operation const* findOperation(std::string_view name) {
     return found == std::end(kOperations) ? nullptr : found;
 }
 
+std::vector<std::string_view> operationNames() {
+    std::vector<std::string_view> names;
+    for (auto const& operation : kOperations) names.push_back(operation.name);
+    return names;
+}
+
 }  // namespace kv::console

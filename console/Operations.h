@@ -7,6 +7,7 @@
 
 #include <stdexcept>
 #include <string_view>
+#include <vector>
 
 namespace kv::console {
 
@@ -23,5 +24,6 @@ struct Operation {
 
 /// Null when there is no operation of this name.
 Operation const* findOperation(std::string_view name);
+std::vector<std::string_view> operationNames();
 
 }  // namespace kv::console

@@ -3,7 +3,11 @@
 
 #include "Classes/Model/KvPimOptions.h"
 
+#include <cstdlib>
+#include <memory>
 #include <string>
+#include <string_view>
+#include <utility>
 
 #include <CLI/CLI.hpp>
 
@@ -25,6 +29,18 @@ inline void addCommonOptions(CLI::App& command, CommonOptions& options) {
         .add_option("--key-store-dir", options.env.keyStoreDirectory,
                     "Keep the device id as a file in this directory, not in the secret service")
         ->type_name("DIR");
+    command.add_option("--ca-file", options.env.caFile, "PEM file of authorities to trust beside the system's")
+        ->check(CLI::ExistingFile)
+        ->type_name("FILE");
+}
+
+/// What the packaged program takes from its surroundings; the library itself takes nothing.
+inline KvPimOptions clientOptions(CommonOptions const& options, std::shared_ptr<KvMainQueue> queue) {
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody sets variables
+    char const* const checks = std::getenv("KVPIM_CHECK_THREADS");
+    return {.envConfig = options.env,
+            .mainQueue = std::move(queue),
+            .checkThreads = checks != nullptr && std::string_view(checks) == "1"};
 }
 
 }  // namespace kv::console

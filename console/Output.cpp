@@ -5,11 +5,12 @@
 
 namespace kv::console {
 
-void Output::line(boost::json::object const& object) {
+void Output::line(boost::json::object const& object) { print(boost::json::serialize(object)); }
+
+void Output::print(std::string_view text) {
     if (closed_) return;
-    // Through stdio, since the library prints through it too: the two stay in order.
-    std::string const text = boost::json::serialize(object) + '\n';
-    closed_ = std::fwrite(text.data(), 1, text.size(), stdout) != text.size() || std::fflush(stdout) != 0;
+    std::string const whole = std::string(text) + '\n';
+    closed_ = std::fwrite(whole.data(), 1, whole.size(), stdout) != whole.size() || std::fflush(stdout) != 0;
 }
 
 }  // namespace kv::console

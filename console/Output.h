@@ -1,6 +1,8 @@
 // Standard output as lines of JSON, each flushed at once.
 #pragma once
 
+#include <string_view>
+
 #include <boost/json.hpp>
 
 namespace kv::console {
@@ -8,6 +10,8 @@ namespace kv::console {
 class Output {
 public:
     void line(boost::json::object const& object);
+    /// A line that is none of JSON.
+    void print(std::string_view text);
     /// Nobody reads any more.
     bool isClosed() const { return closed_; }
 

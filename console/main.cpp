@@ -5,6 +5,7 @@
 #include "console/chat/Chat.h"
 
 #include <cstdio>
+#include <fstream>
 #include <sstream>
 
 #include <CLI/CLI.hpp>
@@ -51,8 +52,16 @@ struct ConsoleCommand {
     }
 };
 
+std::string firstLineOf(std::string const& path) {
+    std::ifstream file(path);
+    std::string line;
+    if (!std::getline(file, line)) throw BadLine("there is no token in " + path);
+    return line.substr(0, line.find('\r'));
+}
+
 struct ChatCommand {
     ChatOptions options;
+    std::string tokenFile;
 
     explicit ChatCommand(CLI::App& app) {
         auto& command = *app.add_subcommand("chat", "Chat in the terminal");
@@ -62,10 +71,19 @@ struct ChatCommand {
         command.get_option("--api-server")->capture_default_str();
         command.add_option("--token", options.token, "The token, 32 characters")
             ->type_name("TOKEN")
+            ->envname("KVPIM_TOKEN")
             ->capture_default_str();
+        command
+            .add_option("--token-file", tokenFile,
+                        "A file whose first line is the token: the list of processes shows none")
+            ->type_name("FILE")
+            ->check(CLI::ExistingFile);
     }
 
-    int run() const { return runChat(options); }
+    int run() {
+        if (!tokenFile.empty()) options.token = firstLineOf(tokenFile);
+        return runChat(options);
+    }
 };
 
 int run(int argc, char** argv) {

@@ -6,9 +6,22 @@ completion_codes() { node tools/completion_codes.mjs; }
 # readme_block LANGUAGE: the first block of code in this language that README.md shows.
 readme_block() { awk -v fence='```'"$1" '$0 == fence { shown = 1; next } shown && /^```$/ { exit } shown' README.md; }
 
-# Fails if README.md shows another program than the one that is compiled, if the page of completion codes is not what the
-# headers say, or if a link in a Markdown page leads nowhere.
+# Whether a compiler takes the C++ that README.md and the guides show, with the headers that customers have and nothing
+# but what the page itself includes.
+guides_compile() {
+    local files flags
+    configure dev && cmake build >/dev/null || return  # which copies the headers
+    mapfile -t files < <(node tools/code_blocks.mjs build/code_blocks README.md docs/*.md)
+    ((${#files[@]} > 0)) || return
+    read -ra flags <<<"$(pkg-config --cflags glib-2.0 Qt6Core)"
+    printf '%s\0' "${files[@]}" | xargs -0 -n 1 -P "$(compile_jobs)" \
+        c++ -std=c++20 -fsyntax-only -fPIC -Wall -Wextra -Wno-unused -Werror -I build/include "${flags[@]}"
+}
+
+# Fails if README.md shows another program than the one that is compiled, if code of a guide does not compile, if the page
+# of completion codes is not what the headers say, or if a link in a Markdown page leads nowhere.
 check_pages() {
+    guides_compile || fail "The guides show code that does not compile."
     readme_block cpp | diff - examples/first_steps.cpp || fail "README.md shows another program."
     completion_codes | cmp -s - docs/completion_codes.md || fail "docs/completion_codes.md is out of date: ./run docs"
     find . '(' -path './build*' -o -name node_modules ')' -prune -o -name '*.md' -print0 |
@@ -18,6 +31,7 @@ check_pages() {
 # The guides and the reference: build/docs/index.html.
 build_docs() {
     local output=build/docs page pages version
+    configure dev && cmake build >/dev/null || return  # which copies the headers
     page=$(completion_codes) || return
     printf '%s\n' "$page" >docs/completion_codes.md
     version=$(sed -nE 's/^project\(.* VERSION ([0-9.]+) .*/\1/p' CMakeLists.txt)

@@ -5,9 +5,8 @@
 #include "Classes/KvPimChannel.h"
 #include "Classes/Utils/KvLog.h"
 #include "Classes/Utils/Logan/LoganManager.h"
+#include "Platform/KvConsole.h"
 #include "SocketIO/SocketIOClient.h"
-
-#include <cstdio>
 
 namespace kv {
 namespace {
@@ -102,8 +101,7 @@ KvWork KvPimKitImpl::reconnectAfterDelay(std::weak_ptr<KvPimKitImpl> client) {
     self->stateManager->state = KvPimConnectionStateReconnecting;  // whatever the end of an old connection made of it
     KvLog::shared().info("reconnect");
     ++self->connectIndex;
-    std::printf("connectIndex:%d \n", self->connectIndex);
-    std::fflush(stdout);
+    printLine(KvConsoleStream::out, "connectIndex:" + std::to_string(self->connectIndex) + " ");
     if (self->connectIndex >= static_cast<std::int32_t>(kConnectInterval.size())) {
         self->connectIndex = static_cast<std::int32_t>(kConnectInterval.size()) - 1;
     }

@@ -3,11 +3,18 @@
 #include "Classes/Catagory/KvJson.h"
 #include "Classes/Utils/KvLog.h"
 #include "Classes/Utils/Logan/LoganManager.h"
+#include "Platform/KvConsole.h"
 #include "SocketIO/SocketIOClient.h"
 
+#include <cstdlib>
 #include <utility>
 
 namespace kv {
+namespace {
+
+constexpr std::chrono::seconds kLongestFarewell{1};
+
+}  // namespace
 
 std::int64_t KvCodes::of(KvPimResult const& result) const {
     if (result.code == 0 && !refusalBeforeSuccess) return 0;
@@ -30,6 +37,14 @@ void KvReport::failure(std::int64_t code, bool isAnswer, std::string const& chan
     } else {
         reporter.channelAttributes(channelId, std::string(action), name, 0, code);
     }
+}
+
+void endOfWrongThread(char const* call) {
+    printLine(KvConsoleStream::error, "kvpim: \"" + std::string(call) +
+                                          "\" was called from a thread that is none of its client's: call it " +
+                                          "from the thread that drives its main queue, or post to that queue");
+    drainConsole(kLongestFarewell);
+    std::abort();
 }
 
 SocketItems payloadOf(boost::json::object dictionary) {

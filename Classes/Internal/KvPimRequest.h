@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cassert>
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -95,9 +94,14 @@ consteval bool isSound(KvOperation const& operation) {
            });
 }
 
-/// Everything of a client belongs to one thread. Debug builds end a program that calls from another.
-inline void assertMainThread([[maybe_unused]] KvMainQueue const& queue) {
-    assert(queue.isOwnThread() && "call the client from the thread that drives its main queue, or post to that queue");
+[[noreturn]] void endOfWrongThread(char const* call);
+/// Everything of a client belongs to one thread. Ends a program that calls from another: debug builds always, others
+/// where the client was made to.
+inline void assertMainThread(KvMainQueue const& queue, [[maybe_unused]] bool isChecked, char const* call) {
+#ifdef NDEBUG
+    if (!isChecked) return;
+#endif
+    if (!queue.isOwnThread()) endOfWrongThread(call);
 }
 
 using KvAnswer = std::function<void(KvPimResult const& result)>;

@@ -5,7 +5,10 @@
 #include <string>
 #include <vector>
 
-#include <boost/json/fwd.hpp>
+namespace boost::json {
+class array;
+class object;
+}  // namespace boost::json
 
 namespace kv {
 

@@ -13,7 +13,9 @@ namespace kv {
 /// the process: the first client that is made decides `collectServer`, `uploadInterval`, `applicationIdentifier`,
 /// `cachesDirectory`, `keyStoreDirectory`, and which `caFile` the uploads use.
 struct KvPimEnvConfig {
-    /// Base URL of the API server: http or https, a host name or IPv4 address, an optional port, no path.
+    /// Base URL of the API server: http or https, a host name with a dot in it or an IPv4 address, an optional port, no
+    /// path. "http://127.0.0.1:8600" is one; "http://localhost:8600", "http://[::1]:8600" and a slash at the end are
+    /// not.
     std::string apiServer;
     /// URL to which event reports are uploaded.
     std::string collectServer;
@@ -47,6 +49,9 @@ struct KvPimOptions {
     KvPimEngine engine = KvPimEngine::thread;
     /// What may wait to be sent, in bytes. A request beyond it is not sent and ends like one without an answer.
     std::size_t maxQueuedBytes = 64u << 20;
+    /// Ends the program, with a sentence that names the call, when this client is called from another thread than the
+    /// one that drives its main queue. Debug builds of the library always do.
+    bool checkThreads = false;
 };
 
 }  // namespace kv

@@ -5,7 +5,9 @@
 #include <cstdint>
 #include <string_view>
 
-#include <boost/json/fwd.hpp>
+namespace boost::json {
+class object;
+}
 
 namespace kv {
 

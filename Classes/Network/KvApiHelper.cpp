@@ -2,6 +2,7 @@
 
 #include "Classes/Catagory/KvJson.h"
 #include "Classes/Network/KvHttpRequest.h"
+#include "Platform/KvFiles.h"
 
 #include <utility>
 
@@ -39,6 +40,7 @@ void KvApiHelper::apiServer(std::string_view apiBase, std::string_view appId, st
     KvHttpRequest::getRequestWithUrl(
         std::move(url), std::move(caFile),
         [completion = std::move(completion)](std::optional<std::string> data, std::optional<std::string> const& error) {
+            if (error) tellOfTooFewDescriptors();
             completion(error || !data ? std::nullopt : firstServerOf(*data));
         });
 }

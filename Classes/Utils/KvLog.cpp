@@ -1,7 +1,6 @@
 #include "Classes/Utils/KvLog.h"
 
 #include "Platform/KvConsole.h"
-#include "Platform/KvDirectories.h"
 #include "Platform/KvFiles.h"
 
 #include <utility>
@@ -17,12 +16,8 @@ constexpr char kFileName[] = "kv_pim.log";
 constexpr off_t kLargestKeptFile = 10'485'760;
 // A disk that stands still must not fill the memory instead: what comes on top of this is lost.
 constexpr std::size_t kMostWaiting = 16u << 20;
+constexpr std::chrono::seconds kLongestDrain{10};
 constexpr std::string_view kWhiteSpace = " \t\n\v\f\r";
-
-std::string const& sharedDirectory(std::string const& proposed) {
-    static auto const& directory = *new std::string(proposed);
-    return directory;
-}
 
 std::string formatted(std::string_view format, std::string const* texts, std::size_t count) {
     std::string message;
@@ -81,18 +76,30 @@ void createFile(std::string const& directory, std::string const& path) {
 }  // namespace
 
 KvLog& KvLog::shared() {
-    static auto& log = *new KvLog(sharedDirectory(cachesDirectoryOf(executableName())));
+    static auto& log = *new KvLog;
     return log;
 }
 
-void KvLog::configure(std::string const& cachesDirectory) { sharedDirectory(cachesDirectory); }
+KvLog::~KvLog() { queue_.drain(); }
 
-KvLog::KvLog(std::string const& cachesDirectory)
-    : defaultPath_(cachesDirectory + "/" + kFileName), logFilePath_(defaultPath_) {
-    queue_.async([directory = cachesDirectory, path = defaultPath_] { createFile(directory, path); });
+void KvLog::drain() {
+    queue_.drain();
+    drainConsole(kLongestDrain);
 }
 
-KvLog::~KvLog() { drain(); }
+void KvLog::useDirectory(std::string const& cachesDirectory) {
+    auto const path = cachesDirectory + "/" + kFileName;
+    queue_.async([cachesDirectory, path] { createFile(cachesDirectory, path); });
+    std::lock_guard lock(mutex_);
+    defaultPath_ = path;
+    if (logFilePath_.empty()) logFilePath_ = path;
+}
+
+void KvLog::setHandler(Handler handler) {
+    auto chosen = handler ? std::make_shared<Handler const>(std::move(handler)) : nullptr;
+    std::lock_guard lock(mutex_);
+    handler_.swap(chosen);
+}
 
 void KvLog::setLogFilePath(std::string path) {
     std::lock_guard lock(mutex_);
@@ -100,9 +107,13 @@ void KvLog::setLogFilePath(std::string path) {
 }
 
 void KvLog::write(Level const& level, std::string_view format, std::string const* texts, std::size_t count) {
-    std::string const message = formatted(format, texts, count);
-    writeLogToFile(onOneLine(trimmed(message)));
-    printConsole(std::string(level.prefix) + onOneLine(message));
+    std::string const message = onOneLine(formatted(format, texts, count));
+    std::unique_lock lock(mutex_);
+    auto const handler = handler_;
+    lock.unlock();
+    if (handler) return (*handler)(level.threshold, message);
+    writeLogToFile(trimmed(message));
+    printLine(KvConsoleStream::error, std::string(level.prefix) + message);
 }
 
 void KvLog::writeLogToFile(std::string_view line) {
@@ -120,13 +131,14 @@ void KvLog::writeLogToFile(std::string_view line) {
 void KvLog::appendWaitingLines() {
     std::string lines;
     std::string path;
+    int follow = 0;
     {
         std::lock_guard lock(mutex_);
         lines.swap(waitingLines_);
         path = logFilePath_;
+        // A link in the place of the library's own file would have somebody else's file written to.
+        if (path == defaultPath_) follow = O_NOFOLLOW;
     }
-    // A link in the place of the library's own file would have somebody else's file written to.
-    int const follow = path == defaultPath_ ? O_NOFOLLOW : 0;
     KvFileDescriptor const handle(::open(path.c_str(), O_WRONLY | O_APPEND | O_NONBLOCK | O_CLOEXEC | follow));
     if (handle && appendLines(handle.get(), lines)) ::fsync(handle.get());
 }

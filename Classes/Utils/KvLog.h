@@ -1,4 +1,5 @@
-// The library's own log: what the application's filter lets through goes to standard error and, as one line, to a file.
+// The library's own log: what the application's filter lets through goes to standard error and, as one line, to a file;
+// or to a handler of the application.
 //
 // Callable from any thread. A message is formatted on the caller's thread, and only if it is let through; the file is
 // written in the background, and on storage as soon as the disk allows. Whatever goes wrong there is silent.
@@ -11,6 +12,8 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <functional>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -21,19 +24,22 @@ class KV_EXPORT KvLog final {
 public:
     /// The log of the process, made on first use.
     static KvLog& shared();
-    /// Where the log of the process keeps "kv_pim.log". The first call counts, and only before the first use.
-    static void configure(std::string const& cachesDirectory);
 
-    /// A log with its default file in `cachesDirectory`. Apart from tests only `shared` makes one.
-    explicit KvLog(std::string const& cachesDirectory);
+    /// Apart from tests only `shared` makes one.
+    KvLog() = default;
     ~KvLog();
     KvLog(KvLog const&) = delete;
     KvLog& operator=(KvLog const&) = delete;
 
     /// A threshold, not a mask: above 0 lets information through, from 2 warnings too, from 4 errors too, from 8 all.
     void setLogFilter(std::int64_t filter) { logFilter_.store(filter, std::memory_order_relaxed); }
+    /// Makes the default file, "kv_pim.log" in this directory. Lines go there unless another one was chosen.
+    void useDirectory(std::string const& cachesDirectory);
     /// Lines written from now on go to this file, if it exists.
     void setLogFilePath(std::string path);
+    /// Who gets the lines from now on instead of standard error and the file; empty for these two again.
+    using Handler = std::function<void(std::int64_t level, std::string_view message)>;
+    void setHandler(Handler handler);
 
     // Each "%@" in `format` becomes the next argument's text; what is left without an argument stays as it is. Line
     // breaks and other control characters are written as "\n" or "\u001b".
@@ -54,8 +60,8 @@ public:
         log(kCritical, format, arguments...);
     }
 
-    /// Waits until what was logged before is in the file, or is given up.
-    void drain() { queue_.drain(); }
+    /// Waits until what was logged before is written, or is given up.
+    void drain();
 
 private:
     struct Level {
@@ -77,12 +83,12 @@ private:
     void writeLogToFile(std::string_view line);
     void appendWaitingLines();
 
-    std::string const defaultPath_;
     std::atomic<std::int64_t> logFilter_{0};
     std::mutex mutex_;
     // Guarded by mutex_.
-    std::string logFilePath_;
+    std::string defaultPath_, logFilePath_;
     std::string waitingLines_;
+    std::shared_ptr<Handler const> handler_;  // null for none
 
     KvSerialQueue queue_{"com.kv.pim"};
 };

@@ -11,6 +11,9 @@ using namespace std::chrono_literals;
 
 constexpr auto kLongestLogout = 2s;
 constexpr std::string_view kPlainPrompt = "> ";
+constexpr std::string_view kAddressForm =
+    "valid are http or https, a name with a dot in it or an IPv4 address, and a port, as in http://127.0.0.1:8600: "
+    "neither localhost, nor [::1], nor a slash at the end";
 
 std::int64_t millisecondsSince1970() {
     auto const now = std::chrono::system_clock::now().time_since_epoch();
@@ -27,10 +30,9 @@ ChatSession::ChatSession(ChatOptions const& options, std::shared_ptr<KvMainQueue
 }
 
 bool ChatSession::create() {
-    client_ = KvPimKit::initWithAppId(options_.common.appId, delegate_,
-                                      {.envConfig = options_.common.env, .mainQueue = queue_});
+    client_ = KvPimKit::initWithAppId(options_.common.appId, delegate_, clientOptions(options_.common, queue_));
     if (!client_) {
-        warn("this is no valid API server: " + options_.common.env.apiServer);
+        warn("this is no valid API server: " + options_.common.env.apiServer + "; " + std::string(kAddressForm));
         return false;
     }
     client_->getPimInvitationKit()->setDelegate(invitationDelegate_);
@@ -49,6 +51,7 @@ bool ChatSession::login() {
     }
     notice("Hello, " + options_.userId + ". /help shows what you can type.");
     terminal_.setPrompt(kPlainPrompt);
+    terminal_.setCompletions([this](std::string_view before) { return completions(before); });
     return true;
 }
 
@@ -69,6 +72,7 @@ void ChatSession::implementDelegate() {
     delegate_->messageReceived = [this](KvPimKit&, std::shared_ptr<KvPimMessage> const& message,
                                         std::string const& peer) {
         if (lastPeer_.empty()) lastPeer_ = peer;
+        users_.insert(peer);
         showMessage(peer, "to you", *message);
     };
     delegate_->peersOnlineStatusChanged = [this](KvPimKit&, std::vector<KvPimPeerOnlineStatus> const& statuses) {
@@ -78,6 +82,7 @@ void ChatSession::implementDelegate() {
 
 void ChatSession::implementRoomDelegate() {
     roomDelegate_->memberJoined = [this](KvPimChannel& room, KvPimMember const& member) {
+        users_.insert(member.userId);
         notice(member.userId + " enters " + room.channelId());
     };
     roomDelegate_->memberLeftWithReason = [this](KvPimChannel& room, KvPimMember const& member, std::int64_t reason) {
@@ -86,6 +91,7 @@ void ChatSession::implementRoomDelegate() {
     };
     roomDelegate_->messageReceived = [this](KvPimChannel& room, std::shared_ptr<KvPimMessage> const& message,
                                             KvPimMember const& member) {
+        users_.insert(member.userId);
         showMessage(member.userId, room.channelId(), *message);
     };
     roomDelegate_->attributeUpdate = [this](KvPimChannel& room, std::vector<KvPimAttribute> const& attributes) {
@@ -96,6 +102,7 @@ void ChatSession::implementRoomDelegate() {
 void ChatSession::implementInvitationDelegate() {
     invitationDelegate_->invitationArrived = [this](KvPimInvitationKit&, Invitation const& invitation) {
         incoming_ = invitation;
+        users_.insert(invitation->inviter);
         auto const info = invitation->requestInfo.value_or("");
         auto const text = info.empty() ? "" : ": " + info;
         notice(invitation->inviter + " invites you" + text + " (/accept or /refuse)");

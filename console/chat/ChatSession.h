@@ -11,8 +11,10 @@
 
 #include <cstdint>
 #include <memory>
+#include <set>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace kv::console {
 
@@ -26,6 +28,8 @@ public:
     bool login();
     /// Carries out one line of input: a command, or a message.
     void carryOut(std::string const& line);
+    /// What the last word of this text may become: names of commands, rooms and users that have occurred.
+    std::vector<std::string> completions(std::string_view before) const;
     /// Whether a command was not answered yet.
     bool isBusy() const { return openRequests_ > 0; }
     /// Whether the session ended otherwise than by the user's wish.
@@ -95,9 +99,10 @@ private:
     std::shared_ptr<KvPimChannelDelegate> const roomDelegate_ = std::make_shared<KvPimChannelDelegate>();
     std::shared_ptr<KvPimInvitationDelegate> const invitationDelegate_ = std::make_shared<KvPimInvitationDelegate>();
     std::shared_ptr<KvPimKit> client_;
-    std::shared_ptr<KvPimChannel> room_;  // null outside of a room
-    std::string lastPeer_;                // whom plain lines go to outside of a room
-    Invitation incoming_, outgoing_;      // the latest of each
+    std::shared_ptr<KvPimChannel> room_;   // null outside of a room
+    std::string lastPeer_;                 // whom plain lines go to outside of a room
+    Invitation incoming_, outgoing_;       // the latest of each
+    std::set<std::string> rooms_, users_;  // that have occurred
     int openRequests_ = 0;
     bool isLost_ = false;
 };

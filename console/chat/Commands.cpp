@@ -1,4 +1,5 @@
 // What a user can type.
+#include "console/Neighbours.h"
 #include "console/chat/ChatSession.h"
 
 #include <algorithm>
@@ -12,6 +13,7 @@ namespace {
 
 constexpr std::size_t kMostBytes = 32'768;
 constexpr std::string_view kBlanks = " \t";
+constexpr std::string_view kOtherLetters = R"(!#$%&()+-:;<=.>?@[\]^_{}|~,)";
 
 struct Command {
     std::string_view name;
@@ -40,6 +42,12 @@ constexpr Command kCommands[] = {
     {"help", "", "show this", 0, &ChatSession::help},
     {"quit", "", "log out and leave, as Ctrl-D does", 0, &ChatSession::quit},
 };
+
+std::vector<std::string_view> commandNames() {
+    std::vector<std::string_view> names;
+    for (auto const& command : kCommands) names.push_back(command.name);
+    return names;
+}
 
 std::string_view trimmed(std::string_view text) {
     text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
@@ -92,9 +100,28 @@ void ChatSession::carryOut(std::string const& line) {
     if (rest.front() != '/') return send(std::make_shared<KvPimMessage>(line));
     auto const name = takeWord(rest).substr(1);
     auto const* const command = std::ranges::find(kCommands, name, &Command::name);
-    if (command == std::end(kCommands)) return warn("there is no /" + name + "; /help shows what there is");
+    if (command == std::end(kCommands)) {
+        return warn("there is no /" + name + didYouMean(name, commandNames()) + "; /help shows what there is");
+    }
     if (countWords(rest) < command->needs) return warn("/" + name + " wants " + std::string(command->arguments));
     (this->*command->run)(rest);
+}
+
+std::vector<std::string> ChatSession::completions(std::string_view before) const {
+    std::vector<std::string> list;
+    auto const end = before.find_first_of(kBlanks);
+    if (end == std::string_view::npos) {
+        if (!before.starts_with('/')) return list;
+        for (auto const name : commandNames()) list.push_back("/" + std::string(name));
+        return list;
+    }
+    auto const* const command = std::ranges::find(kCommands, before.substr(1, end - 1), &Command::name);
+    bool const isFirst =
+        before.find_first_of(kBlanks, before.find_first_not_of(kBlanks, end)) == std::string_view::npos;
+    if (!before.starts_with('/') || command == std::end(kCommands) || !isFirst) return list;
+    if (command->arguments.starts_with("ROOM")) list.assign(rooms_.begin(), rooms_.end());
+    if (command->arguments.find("USER") <= 1) list.assign(users_.begin(), users_.end());
+    return list;
 }
 
 // ---- Rooms
@@ -104,7 +131,11 @@ void ChatSession::join(std::string_view rest) {
     if (room_ && room_->channelId() == roomId) return notice("you are in " + roomId);
     leaveRoom();
     auto const room = client_->createChannelWithId(roomId, roomDelegate_);
-    if (!room) return warn("this is no valid room name");
+    if (!room) {
+        return warn("this is no valid room name: 1 to 64 ASCII letters, digits, blanks and " +
+                    std::string(kOtherLetters));
+    }
+    rooms_.insert(roomId);
     room_ = room;
     room->joinWithCompletion(whenAnswered([this, room](std::int64_t code) {
         if (code == 0) {
@@ -136,7 +167,10 @@ void ChatSession::who(std::string_view) {
         whenAnswered([this](std::optional<std::vector<KvPimMember>> const& members, std::int64_t code) {
             if (code != 0) return warn("members: " + explain(kMembersWords, code));
             std::string names;
-            for (auto const& member : *members) names += (names.empty() ? "" : ", ") + member.userId;
+            for (auto const& member : *members) {
+                names += (names.empty() ? "" : ", ") + member.userId;
+                users_.insert(member.userId);
+            }
             notice("here: " + names);
         }));
 }
@@ -171,6 +205,7 @@ bool ChatSession::isInRoom() {
 
 void ChatSession::message(std::string_view rest) {
     lastPeer_ = takeWord(rest);
+    users_.insert(lastPeer_);
     sendToPeer(std::make_shared<KvPimMessage>(std::string(rest)), lastPeer_);
 }
 
@@ -210,6 +245,7 @@ void ChatSession::status(std::string_view rest) {
 
 void ChatSession::watch(std::string_view rest) {
     std::string const peerId(rest);
+    users_.insert(peerId);
     client_->subscribePeersOnlineStatus(
         {peerId}, whenDone("watching " + peerId, kStatusWords, [this, peerId] { notice("you watch " + peerId); }));
 }

@@ -6,6 +6,8 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include <histedit.h>
 
@@ -23,6 +25,9 @@ public:
     /// Absent at the end of input, after Ctrl-D on an empty line, and when `awaitKey` said so.
     std::optional<std::string> readLine();
     void setPrompt(std::string prompt) { prompt_ = std::move(prompt); }
+    /// What Tab makes of the last word of a text.
+    using Completions = std::function<std::vector<std::string>(std::string_view before)>;
+    void setCompletions(Completions completions) { completions_ = std::move(completions); }
 
     // For those who print while a line is edited: it goes, and comes back behind what was printed.
     void hide();
@@ -35,12 +40,18 @@ public:
 private:
     static char* promptOf(EditLine* editor);
     static int readKey(EditLine* editor, wchar_t* key);
+    static unsigned char onTab(EditLine* editor, int key);
+    static unsigned char onPaste(EditLine* editor, int key);
+    static LineEditor& of(EditLine* editor);
     bool readKey(wchar_t& key);
+    unsigned char complete();
+    unsigned char paste();
     int rowOfCursor() const;
 
     std::FILE* const screen_;
     std::function<bool()> const awaitKey_;
     std::string prompt_ = "> ";
+    Completions completions_;
     bool isEditing_ = false;
     History* history_;
     EditLine* editor_;

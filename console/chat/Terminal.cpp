@@ -3,13 +3,10 @@
 #include "console/QueueLoop.h"
 #include "console/chat/SafeText.h"
 
-#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <system_error>
 
-#include <fcntl.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
@@ -18,14 +15,21 @@ namespace {
 
 constexpr std::size_t kLongestLine = 1u << 20;
 
-bool isTerminal() { return ::isatty(STDIN_FILENO) == 1 && ::isatty(STDOUT_FILENO) == 1; }
+// NOLINTBEGIN(concurrency-mt-unsafe): nobody sets variables
+bool obeysEscapes() {
+    char const* const type = std::getenv("TERM");
+    return ::isatty(STDOUT_FILENO) == 1 && type != nullptr && std::string_view(type) != "dumb";
+}
 
-int takeSignals() {
+bool wantsColours() { return obeysEscapes() && std::getenv("NO_COLOR") == nullptr; }
+// NOLINTEND(concurrency-mt-unsafe)
+
+int takeSignals(bool isInteractive) {
     std::signal(SIGPIPE, SIG_IGN);
     sigset_t set;
     sigemptyset(&set);
     for (int const signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&set, signal);
-    if (isTerminal()) {
+    if (isInteractive) {
         for (int const signal : {SIGWINCH, SIGTSTP}) sigaddset(&set, signal);
     }
     ::pthread_sigmask(SIG_BLOCK, &set, nullptr);
@@ -40,18 +44,6 @@ void sleepAsTold() {
     std::raise(SIGTSTP);
     ::pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
     ::pthread_sigmask(SIG_BLOCK, &set, nullptr);
-}
-
-/// Standard output, for the chat alone: what the library prints there and on a terminal's standard error goes nowhere,
-/// since it would tear the prompt apart.
-std::FILE* takeOutput() {
-    std::FILE* const screen = ::fdopen(::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3), "w");
-    if (screen == nullptr) throw std::system_error(errno, std::generic_category(), "standard output");
-    int const nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
-    ::dup2(nowhere, STDOUT_FILENO);
-    if (::isatty(STDERR_FILENO) == 1) ::dup2(nowhere, STDERR_FILENO);
-    ::close(nowhere);
-    return screen;
 }
 
 std::string_view codeOf(Style style) {
@@ -72,18 +64,15 @@ std::string_view codeOf(Style style) {
 
 Terminal::Terminal(std::shared_ptr<KvMainQueue> queue)
     : queue_(std::move(queue)),
-      signals_(takeSignals()),
-      // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody sets variables
-      hasColours_(::isatty(STDOUT_FILENO) == 1 && std::getenv("NO_COLOR") == nullptr),
-      isInteractive_(isTerminal()),
-      screen_(takeOutput()),
+      hasColours_(wantsColours()),
+      isInteractive_(::isatty(STDIN_FILENO) == 1 && obeysEscapes()),
+      signals_(takeSignals(isInteractive_)),
       lines_(STDIN_FILENO, kLongestLine) {
-    if (isInteractive_) editor_ = std::make_unique<LineEditor>(screen_, [this] { return awaitInput(); });
+    if (isInteractive_) editor_ = std::make_unique<LineEditor>(stdout, [this] { return awaitInput(); });
 }
 
 Terminal::~Terminal() {
     editor_ = nullptr;
-    std::fclose(screen_);
     ::close(signals_);
 }
 
@@ -94,6 +83,10 @@ void Terminal::setPrompt(std::string_view prompt) {
     editor_->show();
 }
 
+void Terminal::setCompletions(std::function<std::vector<std::string>(std::string_view before)> completions) {
+    if (editor_) editor_->setCompletions(std::move(completions));
+}
+
 void Terminal::print(std::initializer_list<Span> spans) {
     std::string line;
     for (auto const& span : spans) {
@@ -101,16 +94,16 @@ void Terminal::print(std::initializer_list<Span> spans) {
         line.append(code).append(harmless(span.text)).append(code.empty() ? "" : "\x1b[0m");
     }
     if (editor_) editor_->hide();
-    std::fprintf(screen_, "%s\n", line.c_str());
+    std::fprintf(stdout, "%s\n", line.c_str());
     if (editor_) editor_->show();
-    if (std::fflush(screen_) != 0) stop();  // nobody reads any more
+    if (std::fflush(stdout) != 0) stop();  // nobody reads any more
 }
 
 std::optional<std::string> Terminal::readLine() {
     if (isStopped_) return std::nullopt;
     if (editor_) {
         auto line = editor_->readLine();
-        if (!line) std::fputs("\n", screen_);  // off the prompt
+        if (!line) std::fputs("\n", stdout);  // off the prompt
         return line;
     }
     while (true) {

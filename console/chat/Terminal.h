@@ -7,13 +7,13 @@
 #include "console/chat/LineEditor.h"
 
 #include <array>
-#include <cstdio>
 #include <functional>
 #include <initializer_list>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace kv::console {
 
@@ -34,6 +34,8 @@ public:
 
     bool isInteractive() const { return isInteractive_; }
     void setPrompt(std::string_view prompt);
+    /// What Tab makes of the last word of a text.
+    void setCompletions(std::function<std::vector<std::string>(std::string_view before)> completions);
     /// Prints one line. The texts may come from anywhere: control characters are shown, not obeyed.
     void print(std::initializer_list<Span> spans);
 
@@ -51,10 +53,9 @@ private:
     void onSignal();
 
     std::shared_ptr<KvMainQueue> const queue_;
-    int const signals_;
     bool const hasColours_;
     bool const isInteractive_;
-    std::FILE* const screen_;
+    int const signals_;
     bool isStopped_ = false;
     InputLines lines_;                    // when there is no editor
     std::unique_ptr<LineEditor> editor_;  // when there is a terminal

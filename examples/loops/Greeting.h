@@ -9,6 +9,7 @@
 #include <utility>
 
 #include <KvPim/KvPimKit.h>
+#include <KvPim/KvScope.h>
 
 class Greeting {
 public:
@@ -21,7 +22,7 @@ public:
             std::printf("%s says: %s\n", peer.c_str(), message->text.value_or("(bytes)").c_str());
             done_(0);
         };
-        queue()->post([this] { logIn(); });
+        queue()->post(scope_.wrap([this] { logIn(); }));
     }
 
     std::shared_ptr<kv::KvMainQueue> queue() const { return kv::KvMainQueue::main(); }
@@ -30,14 +31,18 @@ private:
     void logIn() {
         if (!client_) return done_(1);
         std::string const token = "0123456789abcdef0123456789abcdef";
-        client_->loginByToken(token, std::time(nullptr) * 1000, "alice", [this](std::int64_t errorCode) {
-            if (errorCode != 0) return done_(1);
-            auto const message = std::make_shared<kv::KvPimMessage>("Hello, loop");
-            client_->sendMessageToPeer(message, "alice", std::nullopt, nullptr);
-        });
+        client_->loginByToken(token, std::time(nullptr) * 1000, "alice",
+                              scope_.wrap([this](std::int64_t errorCode) { greet(errorCode); }));
+    }
+
+    void greet(std::int64_t errorCode) {
+        if (errorCode != 0) return done_(1);
+        auto const message = std::make_shared<kv::KvPimMessage>("Hello, loop");
+        client_->sendMessageToPeer(message, "alice", std::nullopt, nullptr);
     }
 
     std::function<void(int)> done_;
     std::shared_ptr<kv::KvPimDelegate> delegate_ = std::make_shared<kv::KvPimDelegate>();
     std::shared_ptr<kv::KvPimKit> client_;
+    kv::KvScope scope_;  // ends first, and with it what is still to be called
 };

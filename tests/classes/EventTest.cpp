@@ -8,6 +8,13 @@
 namespace kv::test {
 namespace {
 
+template <class Delegate>
+concept IsTaken = requires(Delegate&& delegate) {
+    KvPimKit::initWithAppId("app", std::forward<Delegate>(delegate));
+};
+static_assert(IsTaken<std::shared_ptr<KvPimDelegate>&> && IsTaken<std::weak_ptr<KvPimDelegate>>);
+static_assert(!IsTaken<std::shared_ptr<KvPimDelegate>>, "nobody would keep it");
+
 namespace json = boost::json;
 
 class EventTest : public testing::Test {

@@ -1,6 +1,7 @@
 // Every operation in every callback, and the end of the client in each of them and wherever it waits for something.
 // What these tests look for is found by the sanitizers; they also count that each completion is called as often as its
 // operation says, and no delegate of a client that is gone.
+#include "Classes/KvScope.h"
 #include "Operations.h"
 #include "Platform/KvFiles.h"
 #include "Scene.h"
@@ -431,6 +432,23 @@ TEST_P(LifetimeTest, AClientMayEndAtEachMomentOfALogin) {
         scene.destroy();
         expectSettled(scenes, "login");
     }
+}
+
+TEST(Scope, KeepsCompletionsThatAreStillOwedFromWhatIsGone) {
+    auto const queue = KvMainQueue::create();
+    int owed = 0, guarded = 0;
+    {
+        Person const alice("http://127.0.0.1:9", "alice", queue);
+        KvScope const scope;
+        auto const guard = [&] { return scope.wrap([&](std::int64_t) { ++guarded; }); };
+        alice.kit->logoutWithCompletion(guard());
+        alice.kit->loginByToken(kToken, 1, "alice", [&owed, guard = guard()](std::int64_t code) mutable {
+            ++owed;
+            guard(code);
+        });
+    }
+    EXPECT_TRUE(runUntil(*queue, [&] { return owed == 1; }));
+    EXPECT_EQ(guarded, 1);
 }
 
 }  // namespace

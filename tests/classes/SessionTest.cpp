@@ -1,5 +1,6 @@
 // Login, logout, renewal; what each end of a connection leads to.
 #include "Person.h"
+#include "support/Printed.h"
 #include "support/ScriptedServer.h"
 
 #include <atomic>
@@ -21,17 +22,19 @@ protected:
     bool advanceUntilLogged(std::chrono::nanoseconds duration, std::string const& text) {
         std::string logged;
         alice.kit->setLogFilters(1);
+        Printed printed;
         for (int turn = 0; turn < 2000 && logged.find(text) == std::string::npos; ++turn) {
-            testing::internal::CaptureStderr();
             if (turn == 0) queue->advance(duration);
             pollfd waiting{queue->fd(), POLLIN, 0};
             ::poll(&waiting, 1, 5);
             queue->poll();
-            logged += testing::internal::GetCapturedStderr();
+            logged += printed.error();
         }
+        connectIndices = printed.out();
         alice.kit->setLogFilters(0);
         return logged.find(text) != std::string::npos;
     }
+    std::string connectIndices;  // printed meanwhile
     json::value userAtServer() { return service.state().at("apps").at("app").at("users").at("alice"); }
 
     Service service;
@@ -143,10 +146,9 @@ TEST_P(SessionTest, AttemptsWaitOneTwoFourSixSeconds) {
         if (attempt == 0) {
             EXPECT_EQ(alice.kit->stateManager().state, KvPimConnectionStateDisconnected);
         }
-        testing::internal::CaptureStdout();
         EXPECT_TRUE(advanceUntilLogged(1ms, "disconnect, params"));  // the attempt is refused
         std::string const index = std::to_string(std::min(++attempt, 4));
-        EXPECT_EQ(testing::internal::GetCapturedStdout(), "connectIndex:" + index + " \n");
+        EXPECT_EQ(connectIndices, "connectIndex:" + index + " \n");
         EXPECT_EQ(alice.kit->stateManager().state, KvPimConnectionStateReconnecting);
     }
     EXPECT_EQ(alice.states, (States{{4, 5}}));

@@ -34,7 +34,7 @@ TEST_F(Chat, CommandsReachTheOtherSideAndTheirAnswersAreShown) {
     Step const steps[] = {
         {"hello?", "! to whom?*", nullptr},
         {"/who", "! you are in no room*", nullptr},
-        {"/join a/b", "! this is no valid room name", nullptr},
+        {"/join a/b", "! this is no valid room name: 1 to 64 ASCII*", nullptr},
         {"/join garden", "* you are in garden", "{\"event\":\"channel.memberJoined\",*\"alice\"*"},
         {"  hello, garden", nullptr, R"({"event":"channel.messageReceived",*"text":"  hello, garden"*)"},
         {"/who", "* here: bob, alice", nullptr},
@@ -52,7 +52,8 @@ TEST_F(Chat, CommandsReachTheOtherSideAndTheirAnswersAreShown) {
         {"/invite bob a walk?", "* you invite bob", R"({"event":"invitationArrived",*"a walk?"*)"},
         {"/cancel", "* canceled", R"({"event":"invitationCanceled",*)"},
         {"/invite nobody", "! inviting nobody: this user is unknown", nullptr},
-        {"/dance", "! there is no /dance*", nullptr},
+        {"/dance", "! there is no /dance; /help*", nullptr},
+        {"/jon", "! there is no /jon; did you mean join?; /help*", nullptr},
         {"/help", "/file PATH*", nullptr},
         {"/leave", "* you have left garden", R"({"event":"channel.memberLeft",*)"},
         {"to the last one", nullptr, R"({"event":"messageReceived",*"text":"to the last one"*)"},
@@ -110,6 +111,22 @@ TEST_F(Chat, AScriptIsCarriedOutLineByLineAndLogsOut) {
     EXPECT_TRUE(peer.prints(R"({"event":"channel.memberLeftWithReason",*"alice"*)"));
 }
 
+TEST_F(Chat, ATerminalCompletesWordsAndTakesAPasteAsOneLine) {
+    startPeer();
+    std::string command = "TERM=xterm";
+    for (auto const& word : chatCommand(service.url(), "alice")) command += " " + word;
+    Program chat({"script", "-qec", command, "/dev/null"});
+    ASSERT_TRUE(chat.prints("*Hello, alice*"));
+    chat.write("/jo\tgarden\r");
+    ASSERT_TRUE(chat.prints("*you are in garden*"));
+    chat.write("/who\r");
+    ASSERT_TRUE(chat.prints("*here: bob, alice*"));
+    chat.write("/msg b\t\x1b[200~two\nlines\x1b[201~\r");
+    EXPECT_TRUE(peer.prints(R"({"event":"messageReceived","peerId":"alice",*"text":"two lines"*)"));
+    chat.write("/quit\r");
+    EXPECT_EQ(chat.exitStatus(), 0);
+}
+
 TEST_F(Chat, AnInterruptLogsOutToo) {
     Program chat(chatCommand(service.url(), "alice"));
     ASSERT_TRUE(chat.prints("* Hello, alice*"));
@@ -119,7 +136,9 @@ TEST_F(Chat, AnInterruptLogsOutToo) {
 }
 
 TEST_F(Chat, ALoginThatFailsIsToldInWords) {
-    Program refused(chatCommand(service.url(), "alice", {"--token", "short"}));
+    TemporaryDirectory const directory;
+    makeFile(directory.path("token"), "short\n");
+    Program refused(chatCommand(service.url(), "alice", {"--token-file", directory.path("token")}));
     EXPECT_EQ(refused.exitStatus(), 1);
     EXPECT_TRUE(refused.prints("! login: the token is invalid*"));
 

@@ -1,6 +1,7 @@
 // How the console behaves as a program: bad lines, the end of its input, its exit status, its options.
 #include "console/Programs.h"
 #include "support/Service.h"
+#include "support/TemporaryDirectory.h"
 
 #include <chrono>
 
@@ -52,7 +53,7 @@ TEST(Console, BadLinesAreToldByNumberAndTheNextLineIsRead) {
         {R"(["op"])", "not a JSON object"},
         {R"({"id":1})", R"(\"op\" is missing)"},
         {R"({"op":1})", R"(\"op\" must be *)"},
-        {R"({"op":"stat"})", "*"},
+        {R"({"op":"setLogFilter"})", R"(*; did you mean setLogFilters?)"},
         {R"({"op":"destroyChannelWithId"})", R"(\"channelId\" is missing)"},
         {R"({"op":"destroyChannelWithId","channelId":null})", R"(\"channelId\" is missing)"},
         {R"({"op":"destroyChannelWithId","channelId":7})", R"(\"channelId\" must be *)"},
@@ -80,6 +81,17 @@ TEST(Console, BadLinesAreToldByNumberAndTheNextLineIsRead) {
     }
     console.send(R"({"op":"setParameters","id":"after","parameters":""})");
     EXPECT_TRUE(console.prints(R"({"id":"after","op":"setParameters","result":0})"));
+}
+
+TEST(Console, IsReadyBeforeTheLibraryPrints) {
+    TemporaryDirectory const directory;
+    Program console({KVPIM_CLIENT, "console", "--app-id", "demo", "--api-server", kNobody, "--linger", "1",
+                     "--caches-dir", directory.path(), "--key-store-dir", "/proc/none"});
+    console.closeInput();
+    EXPECT_EQ(console.exitStatus(), 0);
+    ASSERT_FALSE(console.otherLines().empty());
+    EXPECT_EQ(console.otherLines().front(), R"({"event":"ready"})");
+    EXPECT_TRUE(console.prints("SecItemAdd error*"));
 }
 
 TEST(Console, LinesComeInAnyPieces) {

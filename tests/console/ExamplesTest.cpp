@@ -3,6 +3,7 @@
 #include "support/Service.h"
 
 #include <chrono>
+#include <optional>
 #include <sstream>
 #include <thread>
 
@@ -37,6 +38,17 @@ TEST(Bot, AnswersKeepsItsPresenceAndComesBack) {
 
     bot.interrupt();
     EXPECT_EQ(bot.exitStatus(), 0);
+}
+
+TEST(Bot, WaitsForAServiceThatIsDownAtItsStart) {
+    auto first = std::make_optional<Service>();
+    auto const address = first->url();
+    auto const port = first->port();
+    first.reset();
+    Program bot(exampleCommand(KVPIM_BOT, {address, "bot"}));
+    ASSERT_TRUE(bot.prints("bot: the login failed: error 9"));
+    Service const service(port);
+    EXPECT_TRUE(bot.prints("bot: told everybody that it is here"));
 }
 
 TEST(Loops, EachDrivesTheMainQueue) {

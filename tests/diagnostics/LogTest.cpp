@@ -1,5 +1,6 @@
 #include "Classes/Model/KvPimAttribute.h"
 #include "Classes/Utils/KvLog.h"
+#include "support/Printed.h"
 #include "support/TemporaryDirectory.h"
 
 #include <filesystem>
@@ -19,7 +20,8 @@ namespace json = boost::json;
 class LogFile : public testing::Test {
 protected:
     std::string content() const { return contentOf(home.path("caches/kv_pim.log")); }
-    void logAtAllLevels(KvLog& log) {
+    void SetUp() override { log.useDirectory(home.path("caches")); }
+    void logAtAllLevels() {
         log.info("i");
         log.warn("w");
         log.error("e");
@@ -28,6 +30,7 @@ protected:
     }
 
     TemporaryDirectory home;
+    KvLog log;
 };
 
 TEST_F(LogFile, HoldsTheLevelsThatTheFilterLetsThrough) {
@@ -36,7 +39,6 @@ TEST_F(LogFile, HoldsTheLevelsThatTheFilterLetsThrough) {
         char const* file;
         char const* console;
     };
-    KvLog log(home.path("caches"));
     for (auto const& c : std::vector<Case>{
              {INT64_MIN, "", ""},
              {-1, "", ""},
@@ -49,9 +51,9 @@ TEST_F(LogFile, HoldsTheLevelsThatTheFilterLetsThrough) {
               "kv_pim_info_log:i\nkv_pim_warn_log:w\nkv_pim_error_log:e\nkv_pim_critical_log:c\n"},
          }) {
         log.setLogFilter(c.filter);
-        testing::internal::CaptureStderr();
-        logAtAllLevels(log);
-        EXPECT_EQ(testing::internal::GetCapturedStderr(), c.console) << c.filter;
+        test::Printed printed;
+        logAtAllLevels();
+        EXPECT_EQ(printed.error(), c.console) << c.filter;
         EXPECT_EQ(content(), c.file) << c.filter;
         fs::resize_file(home.path("caches/kv_pim.log"), 0);
     }
@@ -63,7 +65,6 @@ TEST_F(LogFile, LetsNothingThroughAtFirstAndFormatsNothingThen) {
         std::string description() const { return std::to_string(++count); }
     };
     int count = 0;
-    KvLog log(home.path("caches"));
     log.critical("%@", Counting{count});
     log.drain();
     EXPECT_EQ(count, 0);
@@ -71,7 +72,6 @@ TEST_F(LogFile, LetsNothingThroughAtFirstAndFormatsNothingThen) {
 }
 
 TEST_F(LogFile, HoldsOneTrimmedLineForEachMessage) {
-    KvLog log(home.path("caches"));
     log.setLogFilter(1);
     log.info(" \t\r\n a  b \n\v\f");
     log.info("%@", " \n ");
@@ -88,19 +88,18 @@ TEST_F(LogFile, HoldsOneTrimmedLineForEachMessage) {
 
 TEST_F(LogFile, IsPrivateAndStartsAnewOnlyWhenItHasGrownBeyondTenMebibytes) {
     auto const path = home.path("caches/kv_pim.log");
-    { KvLog const log(home.path("caches")); }
+    KvLog().useDirectory(home.path("caches"));
     struct stat status {};
     ASSERT_EQ(::stat(path.c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777, 0600u);
     for (auto const& [size, kept] : {std::pair{10'485'760u, 10'485'760u}, {10'485'761u, 0u}}) {
         fs::resize_file(path, size);
-        { KvLog const log(home.path("caches")); }
+        KvLog().useDirectory(home.path("caches"));
         EXPECT_EQ(fs::file_size(path), kept);
     }
 }
 
 TEST_F(LogFile, OfTheApplicationsChoiceMustExist) {
-    KvLog log(home.path("caches"));
     log.setLogFilter(8);
     auto const chosen = home.path("chosen.log");
     log.setLogFilePath(chosen);
@@ -127,7 +126,8 @@ TEST_F(LogFile, IsWrittenToInItsOwnPlaceOnly) {
     auto const precious = home.path("precious");
     std::ofstream(precious) << "mine\n";
     fs::create_symlink(precious, home.path("caches/kv_pim.log"));
-    KvLog log(home.path("caches"));
+    KvLog log;
+    log.useDirectory(home.path("caches"));
     log.setLogFilter(1);
     log.info("lost");
     log.drain();
@@ -139,23 +139,37 @@ TEST_F(LogFile, IsWrittenToInItsOwnPlaceOnly) {
     EXPECT_EQ(contentOf(precious), "mine\nkept\n");
 }
 
+TEST_F(LogFile, AndConsoleGetNothingWhileThereIsAHandler) {
+    test::Printed printed;
+    std::string handled;
+    log.setLogFilter(2);
+    log.setHandler([&](std::int64_t level, std::string_view line) {
+        handled += std::to_string(level) + std::string(line) + "\n";
+    });
+    logAtAllLevels();
+    log.setHandler({});
+    log.info("again");
+    log.drain();
+    EXPECT_EQ(handled, "1i\n2w\n");
+    EXPECT_EQ(content(), "again\n");
+    EXPECT_EQ(printed.error(), "kv_pim_info_log:again\n");
+}
+
 TEST_F(LogFile, KeepsTheOrderOfEachThread) {
     constexpr int kThreads = 4;
     constexpr int kLines = 500;
-    KvLog log(home.path("caches"));
     log.setLogFilter(1);
-    testing::internal::CaptureStderr();
+    test::Printed const printed;
     {
         std::vector<std::jthread> threads;
         threads.reserve(kThreads);
         for (int thread = 0; thread < kThreads; ++thread) {
-            threads.emplace_back([&log, thread] {
+            threads.emplace_back([this, thread] {
                 for (int line = 0; line < kLines; ++line) log.info("%@ %@", thread, line);
             });
         }
     }
     log.drain();
-    testing::internal::GetCapturedStderr();
     std::istringstream lines(content());
     std::vector<int> next(kThreads, 0);
     int thread = 0;

@@ -4,6 +4,7 @@
 #include "Classes/Utils/Logan/collector/Util/WnUUIDHelper.h"
 #include "Platform/KvKeyStore.h"
 #include "support/HttpTestServer.h"
+#include "support/Printed.h"
 #include "support/TemporaryDirectory.h"
 
 #include <algorithm>
@@ -300,25 +301,23 @@ TEST(DeviceIdentity, IsMadeOnceKeptAndToldOnStandardOutputWhenItCannotBe) {
     KvKeyStore::setShared(store);
     std::string const notFound = "SecItemCopyMatching error, status: -25300 FFFF9D2C ,\x9d\xff\xff \n";
 
-    testing::internal::CaptureStdout();
+    test::Printed printed;
     auto const made = WnUUIDHelper::uuidForDevice();
     EXPECT_EQ(WnUUIDHelper::uuidForDevice(), made);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), notFound);
+    EXPECT_EQ(printed.out(), notFound);
     EXPECT_EQ(made.size(), 32u);
     EXPECT_EQ(made.find_first_not_of("0123456789abcdef"), std::string::npos);
     EXPECT_EQ(made[12], '4');
     EXPECT_EQ(WnKeyChainStore::stringForKey(kDeviceKey), made);
 
-    testing::internal::CaptureStdout();
     EXPECT_TRUE(WnKeyChainStore::deleteKey(kDeviceKey));
     EXPECT_FALSE(WnKeyChainStore::deleteKey(kDeviceKey));
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "SecItemDelete error, status: -25300 FFFF9D2C ,\x9d\xff\xff \n");
+    EXPECT_EQ(printed.out(), "SecItemDelete error, status: -25300 FFFF9D2C ,\x9d\xff\xff \n");
 
     store->refuses = true;
-    testing::internal::CaptureStdout();
     EXPECT_NE(WnUUIDHelper::uuidForDevice(), WnUUIDHelper::uuidForDevice());
     std::string const refused = notFound + "SecItemAdd error, status: -25291 FFFF9D35 5\x9d\xff\xff\n";
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), refused + refused);
+    EXPECT_EQ(printed.out(), refused + refused);
 }
 
 }  // namespace

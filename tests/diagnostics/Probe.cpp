@@ -1,14 +1,17 @@
 // Does in a process of its own what the tests ask for in the first argument, and prints what came of it.
 #include "Classes/Utils/Logan/collector/FileManager/WnLoganFileManager.h"
+#include "Platform/KvConsole.h"
 #include "Platform/KvKeyStore.h"
 #include "Platform/KvSerialQueue.h"
 
+#include <array>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <thread>
 
+#include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -97,6 +100,32 @@ int forkWithWork(char** arguments) {
     std::_Exit(waited < std::chrono::seconds(1) ? 0 : 1);
 }
 
+// console gone|full|shared COUNT: prints lines to a pipe whose reader is gone, or that nobody reads before all are
+// printed, or that somebody has made one that is not waited for. Tells whether all lines came out, or were said to be
+// lost.
+int console(char** arguments) {
+    std::array<int, 2> ends{};
+    bool const isGone = std::string_view(arguments[0]) == "gone";
+    if (::pipe(ends.data()) != 0) return 1;
+    ::dup2(ends[1], STDOUT_FILENO);
+    ::close(ends[1]);
+    if (isGone) ::close(ends[0]);
+    if (std::string_view(arguments[0]) == "shared") ::fcntl(STDOUT_FILENO, F_SETFL, O_NONBLOCK);
+    long const count = std::atol(arguments[1]);
+    for (long i = 0; i < count; ++i) kv::printLine(kv::KvConsoleStream::out, "line " + std::to_string(i));
+    if (isGone) return kv::drainConsole(std::chrono::seconds(10)) ? 0 : 1;
+    long next = 0, lost = 0;
+    auto* const lines = ::fdopen(ends[0], "r");
+    std::array<char, 100> line{};
+    for (long number = 0; next + lost < count && std::fgets(line.data(), line.size(), lines) != nullptr;) {
+        if (std::sscanf(line.data(), "line %ld", &number) == 1 && number == next) ++next;
+        std::sscanf(line.data(), "kvpim: lines lost here, since nobody read them: %ld", &lost);
+    }
+    kv::printLine(kv::KvConsoleStream::error, next + lost == count ? "all accounted for" : "some are missing");
+    kv::printLine(kv::KvConsoleStream::error, lost > 0 ? "lost some" : "lost none");
+    return 0;  // what was printed last appears all the same
+}
+
 }  // namespace
 
 int main(int count, char** arguments) {
@@ -104,6 +133,7 @@ int main(int count, char** arguments) {
     if (task == "secrets" && count > 2) return secrets(count - 2, arguments + 2);
     if (task == "records" && count == 5) return records(arguments + 2);
     if (task == "full-disk" && count == 3) return fullDisk(arguments + 2);
+    if (task == "console" && count == 4) return console(arguments + 2);
     if (task == "exit" && count == 4) return exitWithWork(arguments + 2);
     if (task == "fork" && count == 3) return forkWithWork(arguments + 2);
     return 2;

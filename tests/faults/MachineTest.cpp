@@ -1,5 +1,6 @@
 // What may be wrong with the machine: no descriptors, another time of day, a main thread that is busy.
 #include "Classes/Utils/Logan/LoganManager.h"
+#include "Classes/Utils/Logan/collector/Util/WnUUIDHelper.h"
 #include "Session.h"
 #include "SystemCalls.h"
 #include "support/TemporaryDirectory.h"
@@ -14,10 +15,10 @@ INSTANTIATE_TEST_SUITE_P(Engines, Machine, testing::Values(KvPimEngine::thread, 
 
 std::string logOf(Session& session, std::function<void()> const& act) {
     session.alice.kit->setLogFilters(1);
-    testing::internal::CaptureStderr();
+    Printed printed;
     act();
     session.alice.kit->setLogFilters(0);
-    return testing::internal::GetCapturedStderr();
+    return printed.error();
 }
 
 TEST_P(Machine, WithoutDescriptorsItWaitsForSome) {
@@ -32,8 +33,13 @@ TEST_P(Machine, WithoutDescriptorsItWaitsForSome) {
     auto const log = logOf(session, [&] {
         NoDescriptors const none;
         session.waitFor([&] { return answers == 1; });
+        WnUUIDHelper::uuidForDevice();
+        WnUUIDHelper::uuidForDevice();
     });
     EXPECT_NE(log.find("Too many open files"), std::string::npos) << log;
+    static int told = 0;  // once in a process
+    for (auto at = log.find("(ulimit -n)"); at != std::string::npos; at = log.find("(ulimit -n)", at + 1)) ++told;
+    EXPECT_EQ(told, 1) << log;
     EXPECT_EQ(answers, 1);
     EXPECT_FALSE(session.isConnected());
     session.expectRestored(service);

@@ -66,16 +66,14 @@ TEST(Secrets, TheTokenIsLoggedWhereItIsSaidAndNowhereElse) {
         makeFile(file, "");
         KvLog::shared().setLogFilePath(file);
         KvLog::shared().setLogFilter(filter);
-        testing::internal::CaptureStdout();
-        testing::internal::CaptureStderr();
+        Printed printed;
         liveThroughEverything(caches);
         if (testing::Test::HasFailure()) {
-            FAIL() << testing::internal::GetCapturedStdout() << testing::internal::GetCapturedStderr();
+            FAIL() << printed.out() << printed.error();
         }
         KvLog::shared().setLogFilter(0);
         KvLog::shared().drain();
-        makeFile(directory.path("console"),
-                 testing::internal::GetCapturedStdout() + testing::internal::GetCapturedStderr());
+        makeFile(directory.path("console"), printed.out() + printed.error());
         for (auto const* name : {"session.log", "console"}) {
             for (auto const& line : linesOf(directory.path(name))) {
                 ++lines;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "classes/Person.h"
+#include "support/Printed.h"
 
 #include <algorithm>
 #include <memory>

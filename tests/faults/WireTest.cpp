@@ -110,7 +110,7 @@ TEST_P(Wire, AServiceThatDoesNotReadFillsNoMemory) {
     std::size_t answers = 0, unanswered = 0;
     service.freeze();
     kit.setLogFilters(4);
-    testing::internal::CaptureStderr();
+    Printed printed;
     for (std::size_t i = 0; i < kMessages; ++i) {
         kit.sendMessageToPeer(message, "nobody", {}, [&](std::int64_t code) {
             ++answers;
@@ -118,7 +118,7 @@ TEST_P(Wire, AServiceThatDoesNotReadFillsNoMemory) {
         });
         if (i % 16 == 0) session.alice.queue->poll();
     }
-    auto const log = testing::internal::GetCapturedStderr();
+    auto const log = printed.error();
     kit.setLogFilters(0);
     std::size_t dropped = 0;
     std::string_view const line = "kv_pim_error_log:Too much waits to be sent: dropped the event command\n";

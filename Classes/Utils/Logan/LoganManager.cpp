@@ -52,7 +52,7 @@ void LoganManager::configure(KvPimEnvConfig const& config) {
     static std::once_flag once;
     std::call_once(once, [&config] {
         processConfig() = config;
-        KvLog::configure(directoryOf(config));
+        KvLog::shared().useDirectory(directoryOf(config));
         KvKeyStore::configure(config.keyStoreDirectory);
         WnKeyChainStore::configure(config.applicationIdentifier);
     });
@@ -77,7 +77,7 @@ LoganManager::LoganManager(KvPimEnvConfig const& config, std::shared_ptr<KvClock
                                                                                     : kUploadInterval);
     queue_.async([this, directory = loganDirectoryOf(config)] {
         deviceId_ = WnUUIDHelper::uuidForDevice();
-        printConsole("loganDir:" + directory);
+        printLine(KvConsoleStream::error, "loganDir:" + directory);
     });
 }
 

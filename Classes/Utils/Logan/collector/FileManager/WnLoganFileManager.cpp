@@ -115,12 +115,12 @@ std::optional<std::string> WnLoganFileManager::getWaitUploadFilePath() {
             continue;
         }
         auto const status = statusOf(path);
-        if (!status) printConsole("error:" + lastError().message());
+        if (!status) printLine(KvConsoleStream::error, "error:" + lastError().message());
         if (!status || status->st_size != 0) {
             if (take(path)) return path;
             continue;
         }
-        if (auto const error = removeIfEmpty(path)) printConsole(error.message());
+        if (auto const error = removeIfEmpty(path)) printLine(KvConsoleStream::error, error.message());
     }
     if (!lockCurrentFile()) return std::nullopt;
     auto const current = statusOf(handle_);
@@ -298,7 +298,7 @@ void WnLoganFileManager::dispose(std::string const& path) {
 std::error_code WnLoganFileManager::moveToBackupWithFilePath(std::string const& path) {
     createDirectories(loganBackupDirPath_);
     auto const error = moveToFreeName(path, loganBackupDirPath_ + path.substr(path.rfind('/')));
-    if (error) printConsole(error.message());
+    if (error) printLine(KvConsoleStream::error, error.message());
     return error;
 }
 

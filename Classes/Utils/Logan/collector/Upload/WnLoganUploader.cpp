@@ -45,7 +45,7 @@ void WnLoganUploader::start(std::string path, std::function<void(bool)> result) 
 void WnLoganUploader::onAnswer(long status, std::function<void(bool)> const& result) {
     isUploading_ = false;
     result(status == kUploaded);
-    if (status != kUploaded) printConsole("上传失败" + std::to_string(status));
+    if (status != kUploaded) printLine(KvConsoleStream::error, "上传失败" + std::to_string(status));
 }
 
 }  // namespace kv

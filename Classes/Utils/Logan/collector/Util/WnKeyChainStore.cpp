@@ -1,5 +1,6 @@
 #include "Classes/Utils/Logan/collector/Util/WnKeyChainStore.h"
 
+#include "Platform/KvConsole.h"
 #include "Platform/KvDirectories.h"
 #include "Platform/KvUtf8.h"
 
@@ -11,9 +12,10 @@ namespace kv {
 namespace {
 
 // The three lines differ in the blank before their end.
-constexpr char kAddError[] = "SecItemAdd error, status: %ld %08lX %4.4s\n";
-constexpr char kReadError[] = "SecItemCopyMatching error, status: %ld %08lX %4.4s \n";
-constexpr char kDeleteError[] = "SecItemDelete error, status: %ld %08lX %4.4s \n";
+constexpr char kAddError[] = "SecItemAdd error, status: %ld %08lX %4.4s";
+constexpr char kReadError[] = "SecItemCopyMatching error, status: %ld %08lX %4.4s ";
+constexpr char kDeleteError[] = "SecItemDelete error, status: %ld %08lX %4.4s ";
+constexpr std::size_t kMostDigits = 20;
 
 template <std::size_t N>
 bool succeeded(KvKeyStoreStatus status, char const (&format)[N]) {
@@ -21,8 +23,10 @@ bool succeeded(KvKeyStoreStatus status, char const (&format)[N]) {
     auto const number = static_cast<std::int32_t>(status);
     std::array<char, sizeof number + 1> characters{};
     std::memcpy(characters.data(), &number, sizeof number);
-    std::printf(format, static_cast<long>(number), static_cast<unsigned long>(static_cast<std::uint32_t>(number)),
-                characters.data());
+    std::array<char, N + 2 * kMostDigits> line{};
+    std::snprintf(line.data(), line.size(), format, static_cast<long>(number),
+                  static_cast<unsigned long>(static_cast<std::uint32_t>(number)), characters.data());
+    printLine(KvConsoleStream::out, line.data());
     return false;
 }
 
