@@ -60,7 +60,7 @@ TEST(Console, BadLinesAreToldByNumberAndTheNextLineIsRead) {
         {R"({"op":"loginByToken","token":"t","timeStamp":9223372036854775808,"userId":"u"})",
          R"(\"timeStamp\" must be *)"},
         {R"({"op":"setChannelAttributes","channelId":"c","attributes":{"k":"v"}})", R"(\"attributes\" must be *)"},
-        {R"({"op":"setChannelAttributes","channelId":"c","attributes":[{"key":"k"}]})", R"(\"attributes\" must be *)"},
+        {R"({"op":"setChannelAttributes","channelId":"c","attributes":[{"key":"k","value":7}]})", R"(\"attributes\" must be *)"},
         {R"({"op":"clearChannelAttributes","channelId":"c","enableNotificationToChannelMembers":1})",
          "* must be true or false"},
         {R"({"op":"queryPeersOnlineStatus","peerIds":["a",1]})", R"(\"peerIds\" must be *)"},
