@@ -105,7 +105,8 @@ public:
     /// @param appId     the application's id; it is the server that judges it, at login.
     /// @param delegate  not owned: keep it for as long as it is to hear something.
     /// @param options   where things are, which queue, which engine.
-    /// @return null when the API server of the options is not a valid address (see `KvPimEnvConfig::apiServer`), and when
+    /// @return null when the API server of the options is not a valid address (see `KvPimEnvConfig::apiServer`), and
+    /// when
     ///     the system has no thread or descriptor left for the client's queues.
     static std::shared_ptr<KvPimKit> initWithAppId(std::string appId, std::weak_ptr<KvPimDelegate> delegate,
                                                    KvPimOptions options = {});

@@ -2,11 +2,14 @@
 
 #include "Platform/KvBackgroundPool.h"
 
+#include <algorithm>
 #include <cassert>
 #include <deque>
 #include <future>
+#include <iterator>
 #include <mutex>
 #include <utility>
+#include <vector>
 
 namespace kv {
 
@@ -19,9 +22,33 @@ public:
         waiting_.push_back(std::move(work));
         if (!std::exchange(isScheduled_, true)) schedule();
     }
+    void asyncWithin(std::chrono::nanoseconds delay, Work work) {
+        bool isFirst = false;
+        {
+            std::lock_guard lock(mutex_);
+            isFirst = postponed_.empty();
+            postponed_.push_back(std::move(work));
+        }
+        if (!isFirst) return;
+        KvBackgroundPool::shared().runWithin(delay, [self = shared_from_this()] {
+            if (self->admitPostponed()) self->runWaiting();
+        });
+    }
+    void hurry() {
+        if (admitPostponed()) schedule();
+    }
     bool isCurrent() const { return current == this; }
 
 private:
+    // True when there is somebody needed to run it.
+    bool admitPostponed() {
+        std::lock_guard lock(mutex_);
+        if (postponed_.empty()) return false;
+        std::ranges::move(postponed_, std::back_inserter(waiting_));
+        postponed_.clear();
+        return !std::exchange(isScheduled_, true);
+    }
+
     void schedule() {
         KvBackgroundPool::shared().run([self = shared_from_this()] { self->runWaiting(); });
     }
@@ -46,6 +73,7 @@ private:
     std::mutex mutex_;
     // Guarded by mutex_.
     std::deque<Work> waiting_;
+    std::vector<Work> postponed_;
     bool isScheduled_ = false;
 };
 
@@ -64,8 +92,13 @@ void KvSerialQueue::asyncAfter(std::chrono::nanoseconds delay, std::function<voi
     });
 }
 
+void KvSerialQueue::asyncWithin(std::chrono::nanoseconds delay, std::function<void()> work) {
+    impl_->asyncWithin(delay, std::move(work));
+}
+
 void KvSerialQueue::drain() {
     assert(!isCurrent() && "a queue cannot wait for itself");
+    impl_->hurry();
     std::promise<void> reached;
     impl_->async([&reached] { reached.set_value(); });
     reached.get_future().wait();

@@ -22,8 +22,10 @@ public:
 
     std::string const& label() const { return label_; }
     void async(std::function<void()> work);
-    /// Queues work, `delay` from now at the earliest.
+    /// Queues work, `delay` from now at the earliest, on the queue's clock.
     void asyncAfter(std::chrono::nanoseconds delay, std::function<void()> work);
+    /// Queues work, `delay` from now at the latest; at once when the queue is drained or the process ends.
+    void asyncWithin(std::chrono::nanoseconds delay, std::function<void()> work);
     /// Waits until everything that was queued before this call has been run. Not from the queue itself.
     void drain();
     bool isCurrent() const;

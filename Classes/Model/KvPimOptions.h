@@ -23,7 +23,7 @@ struct KvPimEnvConfig {
     std::chrono::milliseconds uploadInterval{};
     /// Tells this application from the user's others, instead of the name of its executable: for programs that share
     /// one, as scripts do, or that may get another. Anything that stays the same, such as "com.example.chat".
-    std::string applicationIdentifier;
+    std::string applicationIdentifier{};
     /// Directory of "kv_pim.log" and of the event reports, instead of the application's own, "kvpim" and its name below
     /// the user's caches directory.
     std::string cachesDirectory;

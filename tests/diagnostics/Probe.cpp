@@ -77,10 +77,11 @@ int fullDisk(char** arguments) {
     return 0;
 }
 
-// exit FILE SECONDS: ends with work in a queue that takes so long and then makes the file.
+// exit FILE SECONDS [DELAY]: ends with work in a queue that takes so long and then makes the file, and that may wait.
 int exitWithWork(char** arguments) {
     kv::KvSerialQueue queue("probe");
-    queue.async([path = std::string(arguments[0]), seconds = std::atof(arguments[1])] {
+    std::chrono::seconds const delay(arguments[2] != nullptr ? std::atoi(arguments[2]) : 0);
+    queue.asyncWithin(delay, [path = std::string(arguments[0]), seconds = std::atof(arguments[1])] {
         std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
         if (FILE* const file = std::fopen(path.c_str(), "w")) std::fclose(file);
     });
@@ -134,7 +135,7 @@ int main(int count, char** arguments) {
     if (task == "records" && count == 5) return records(arguments + 2);
     if (task == "full-disk" && count == 3) return fullDisk(arguments + 2);
     if (task == "console" && count == 4) return console(arguments + 2);
-    if (task == "exit" && count == 4) return exitWithWork(arguments + 2);
+    if (task == "exit" && (count == 4 || count == 5)) return exitWithWork(arguments + 2);
     if (task == "fork" && count == 3) return forkWithWork(arguments + 2);
     return 2;
 }

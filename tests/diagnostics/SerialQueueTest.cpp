@@ -105,12 +105,27 @@ TEST(SerialQueue, DelayedWorkComesOnTheRealClockToo) {
     EXPECT_GE(std::chrono::steady_clock::now() - start, 30ms);
 }
 
+TEST(SerialQueue, WorkThatMayWaitIsDoneInTimeOrWhenTheQueueIsDrained) {
+    KvSerialQueue queue("test");
+    std::vector<int> order;
+    std::promise<void> ran;
+    queue.asyncWithin(1h, [&] { order.push_back(1); });
+    queue.asyncWithin(0s, [&] { order.push_back(2); });  // goes along
+    queue.async([&] { order.push_back(0); });
+    queue.drain();
+    EXPECT_EQ(order, (std::vector{0, 1, 2}));
+    queue.asyncWithin(10ms, [&] { ran.set_value(); });
+    EXPECT_EQ(ran.get_future().wait_for(5s), std::future_status::ready);
+}
+
 TEST(SerialQueue, TheEndOfTheProcessWaitsForItsWorkButNotForEver) {
     TemporaryDirectory const directory;
     auto const probe = std::string(DIAGNOSTICS_PROBE " exit ");
     auto const brief = runShell(probe + directory.path("short") + " 0.3");
     EXPECT_EQ(brief.exitCode, 0);
     EXPECT_TRUE(std::filesystem::exists(directory.path("short")));
+    EXPECT_EQ(runShell(DIAGNOSTICS_PROBE " exit " + directory.path("later") + " 0.1 3600").exitCode, 0);
+    EXPECT_TRUE(std::filesystem::exists(directory.path("later"))) << "what may wait is not lost";
     auto const endless = runShell(probe + directory.path("endless") + " 60");
     EXPECT_EQ(endless.exitCode, 0);
     EXPECT_LT(endless.elapsed, 20s);

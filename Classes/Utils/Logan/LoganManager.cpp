@@ -75,13 +75,14 @@ LoganManager::LoganManager(KvPimEnvConfig const& config, std::shared_ptr<KvClock
                                                         config.caFile, clock)) {
     collectManager_->startUploadTimerWithInterval(config.uploadInterval.count() > 0 ? config.uploadInterval
                                                                                     : kUploadInterval);
-    queue_.async([this, directory = loganDirectoryOf(config)] {
+    collectManager_->writeSoon([this, directory = loganDirectoryOf(config)] {
         deviceId_ = WnUUIDHelper::uuidForDevice();
         printLine(KvConsoleStream::error, "loganDir:" + directory);
+        return std::vector<std::string>();
     });
 }
 
-LoganManager::~LoganManager() { queue_.drain(); }
+LoganManager::~LoganManager() { drain(); }
 
 void LoganManager::setAppId(std::string_view appId) {
     std::lock_guard lock(mutex_);
@@ -198,10 +199,7 @@ void LoganManager::connectState(std::int64_t state, std::int64_t reason) {
     report("ConnectState", {{"state", state}, {"reason", reason}});
 }
 
-void LoganManager::drain() {
-    queue_.drain();
-    collectManager_->drain();
-}
+void LoganManager::drain() { collectManager_->drain(); }
 
 void LoganManager::setCommonParameter(std::string_view key, std::string_view value) {
     commonParameters_[key] = value;
@@ -215,18 +213,20 @@ void LoganManager::report(std::string_view type, json::object details) {
     if (commonText_.empty()) commonText_ = json::serialize(commonParameters_);
     bool const isFirst = waiting_.empty();
     waiting_.push_back({now, commonText_, json::serialize(details)});
-    if (isFirst) queue_.async([this] { writeWaiting(); });
+    if (isFirst) collectManager_->writeSoon([this] { return takeRecords(); });
 }
 
 // Reports come in bursts; waking the background, and asking the key store, once for each would cost more than the
 // report.
-void LoganManager::writeWaiting() {
+std::vector<std::string> LoganManager::takeRecords() {
     std::vector<Report> reports;
     {
         std::lock_guard lock(mutex_);
         reports.swap(waiting_);
     }
     auto const deviceId = quoted(WnUUIDHelper::uuidForDevice());
+    std::vector<std::string> records;
+    records.reserve(reports.size());
     for (auto& [time, common, details] : reports) {
         common.back() = ',';
         details.front() = ',';
@@ -236,8 +236,9 @@ void LoganManager::writeWaiting() {
         // No blank survives, not even within a value: that is what makes a record one line for its reader.
         std::erase_if(line, [](char c) { return c == ' ' || c == '\n'; });
         replaceInvalidUtf8(line);
-        collectManager_->writeLog(std::move(line));
+        records.push_back(std::move(line));
     }
+    return records;
 }
 
 }  // namespace kv

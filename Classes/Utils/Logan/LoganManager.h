@@ -8,7 +8,6 @@
 #include "Classes/Model/KvPimOptions.h"
 #include "Platform/KvClock.h"
 #include "Platform/KvExport.h"
-#include "Platform/KvSerialQueue.h"
 
 #include <cstdint>
 #include <memory>
@@ -76,7 +75,7 @@ private:
     // With mutex_ held, so that reports keep the order of the calls.
     void setCommonParameter(std::string_view key, std::string_view value);
     void report(std::string_view type, boost::json::object details);
-    void writeWaiting();
+    std::vector<std::string> takeRecords();  // on the background queue of the records
 
     mutable std::mutex mutex_;
     // Guarded by mutex_.
@@ -93,8 +92,7 @@ private:
     std::vector<Report> waiting_;
 
     std::shared_ptr<WnDataCollectManager> const collectManager_;
-    std::string deviceId_;  // as the process found it at its start; touched only on queue_
-    KvSerialQueue queue_{"com.kvpaas.logan.queue"};
+    std::string deviceId_;  // as the process found it at its start; touched only where records are taken
 };
 
 }  // namespace kv

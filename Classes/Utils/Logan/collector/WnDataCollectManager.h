@@ -9,8 +9,11 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace kv {
 
@@ -28,6 +31,10 @@ public:
                          std::shared_ptr<KvClock> clock = KvClock::real());
 
     void writeLog(std::string record) { loganFileManager_->writeLog(std::move(record)); }
+    /// Asks for records soon, on a background queue, and writes them.
+    void writeSoon(std::function<std::vector<std::string>()> records) {
+        loganFileManager_->writeSoon(std::move(records));
+    }
     /// One upload every `interval`, the first one interval from now; instead of a timer that runs already.
     void startUploadTimerWithInterval(std::chrono::duration<double> interval);
     void stopUploadTimer();

@@ -25,7 +25,8 @@ constexpr char kNameFormat[] = "%Y_%m_%d_%H_%M_%S";
 constexpr std::int64_t kFullCount = 100;
 constexpr int kOpenFlags = O_RDWR | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
 
-constexpr int kMostNames = 1000;  // of files in the backup directory that would have the same
+constexpr std::chrono::milliseconds kBurst{10};  // events come in bursts, which cost little more than one record
+constexpr int kMostNames = 1000;                 // of files in the backup directory that would have the same
 constexpr int kLockAttempts = 100;
 constexpr std::chrono::milliseconds kLockPause{5};
 
@@ -101,6 +102,10 @@ void WnLoganFileManager::writeLog(std::string record) {
     if (isFirst) queue_.async([this] { appendWaiting(); });
 }
 
+void WnLoganFileManager::writeSoon(std::function<std::vector<std::string>()> records) {
+    queue_.asyncWithin(kBurst, [this, records = std::move(records)] { append(records()); });
+}
+
 std::optional<std::string> WnLoganFileManager::getWaitUploadFilePath() {
     std::lock_guard lock(filelock_);
     openOnce();
@@ -151,28 +156,34 @@ void WnLoganFileManager::openOnce() {
     resetFileHandle();
 }
 
-// Records that came while the disk was busy are appended under one lock of the file.
+// Records that came while the disk was busy go together.
 void WnLoganFileManager::appendWaiting() {
     std::vector<std::string> records;
     {
         std::lock_guard lock(waitingLock_);
         records.swap(waiting_);
     }
-    std::lock_guard lock(filelock_);
-    openOnce();
-    lockCurrentFile();
-    for (auto& record : records) append(record.append("\n"));
-    if (handle_) ::flock(handle_.get(), LOCK_UN);
+    append(records);
 }
 
-void WnLoganFileManager::append(std::string_view line) {
-    if (!handle_) return;
-    if (++writeCount_ >= kFullCount) {
-        saveCurrentWritingLoganFileToWaitUpload();
-        writeCount_ = 0;
-        if (!lockCurrentFile()) return;
+void WnLoganFileManager::append(std::vector<std::string> const& records) {
+    if (records.empty()) return;
+    std::lock_guard lock(filelock_);
+    openOnce();
+    if (!lockCurrentFile()) return;
+    std::string lines;
+    for (auto const& record : records) {
+        if (++writeCount_ >= kFullCount) {
+            appendLines(handle_.get(), lines);
+            lines.clear();
+            saveCurrentWritingLoganFileToWaitUpload();
+            writeCount_ = 0;
+            if (!lockCurrentFile()) return;
+        }
+        lines.append(record).push_back('\n');
     }
-    appendLines(handle_.get(), line);
+    appendLines(handle_.get(), lines);
+    ::flock(handle_.get(), LOCK_UN);
 }
 
 std::string WnLoganFileManager::saveCurrentWritingLoganFileToWaitUpload() {

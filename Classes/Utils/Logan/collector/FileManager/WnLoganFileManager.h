@@ -30,6 +30,7 @@ public:
     WnLoganFileManager& operator=(WnLoganFileManager const&) = delete;
 
     void writeLog(std::string record) override;
+    void writeSoon(std::function<std::vector<std::string>()> records) override;
     std::optional<std::string> getWaitUploadFilePath() override;
     void fileWasUploaded(std::string const& path) override;
     void fileWasNotUploaded() override;
@@ -37,9 +38,9 @@ public:
 
 private:
     void appendWaiting();
+    void append(std::vector<std::string> const& records);
     // All of these with filelock_ held.
     void openOnce();
-    void append(std::string_view line);
     std::string saveCurrentWritingLoganFileToWaitUpload();
     bool lockCurrentFile();
     bool holdsCurrentFile() const;

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace kv {
 
@@ -11,6 +13,8 @@ public:
     virtual ~WnLoganFileProtocol() = default;
     /// Any thread; returns at once.
     virtual void writeLog(std::string record) = 0;
+    /// Asks for records soon, in the background, and writes them. Any thread; returns at once.
+    virtual void writeSoon(std::function<std::vector<std::string>()> records) = 0;
     /// The next file to upload, if there is one. May wait for the disk, like those below. No other process is offered
     /// it until this one has told what became of it.
     virtual std::optional<std::string> getWaitUploadFilePath() = 0;
