@@ -122,11 +122,11 @@ TEST_F(LogFile, OfTheApplicationsChoiceMustExist) {
 }
 
 TEST_F(LogFile, IsWrittenToInItsOwnPlaceOnly) {
-    fs::create_directory(home.path("caches"));
+    log.drain();
+    fs::remove(home.path("caches/kv_pim.log"));
     auto const precious = home.path("precious");
     std::ofstream(precious) << "mine\n";
     fs::create_symlink(precious, home.path("caches/kv_pim.log"));
-    KvLog log;
     log.useDirectory(home.path("caches"));
     log.setLogFilter(1);
     log.info("lost");
