@@ -107,13 +107,14 @@ void KvLog::setLogFilePath(std::string path) {
 }
 
 void KvLog::write(Level const& level, std::string_view format, std::string const* texts, std::size_t count) {
-    std::string const message = onOneLine(formatted(format, texts, count));
+    std::string const message = formatted(format, texts, count);
+    std::string const line = onOneLine(message);
     std::unique_lock lock(mutex_);
     auto const handler = handler_;
     lock.unlock();
-    if (handler) return (*handler)(level.threshold, message);
-    writeLogToFile(trimmed(message));
-    printLine(KvConsoleStream::error, std::string(level.prefix) + message);
+    if (handler) return (*handler)(level.threshold, line);
+    writeLogToFile(onOneLine(trimmed(message)));
+    printLine(KvConsoleStream::error, std::string(level.prefix) + line);
 }
 
 void KvLog::writeLogToFile(std::string_view line) {

@@ -60,16 +60,16 @@ TEST(SerialQueue, ABlockedQueueHoldsUpNoOther) {
 TEST(SerialQueue, ADestroyedQueueStillDoesWhatWaitsButNotWhatIsDelayed) {
     auto const clock = std::make_shared<KvManualClock>(KvClock::WallTime{});
     std::promise<void> gate;
-    std::promise<void> ran;
+    auto const ran = std::make_shared<std::promise<void>>();  // it may still be at work when the waiting is over
     bool delayedRan = false;
     {
         KvSerialQueue queue("test", clock);
         queue.async([&, open = gate.get_future().share()] { open.wait(); });
-        queue.async([&] { ran.set_value(); });
+        queue.async([ran] { ran->set_value(); });
         queue.asyncAfter(1s, [&] { delayedRan = true; });
     }
     gate.set_value();
-    EXPECT_EQ(ran.get_future().wait_for(5s), std::future_status::ready);
+    EXPECT_EQ(ran->get_future().wait_for(5s), std::future_status::ready);
     clock->advance(2s);
     KvSerialQueue("other").drain();
     EXPECT_FALSE(delayedRan);
