@@ -2,6 +2,7 @@
 
 #include "Platform/KvFiles.h"
 #include "Platform/KvThread.h"
+#include "Platform/KvTrust.h"
 
 #include <algorithm>
 #include <array>
@@ -54,7 +55,11 @@ int verifyCertificate(int isGood, X509_STORE_CTX* chain) {
     return 0;
 }
 
-CURLcode onTlsContext(CURL*, void* context, void*) {
+CURLcode onTlsContext(CURL*, void* context, void* caFile) {
+    std::string error;
+    auto const trusted = trustedAuthorities(*static_cast<std::string const*>(caFile), error);
+    if (!trusted) return CURLE_SSL_CACERT_BADFILE;
+    SSL_CTX_set1_cert_store(static_cast<SSL_CTX*>(context), trusted.get());
     SSL_CTX_set_verify(static_cast<SSL_CTX*>(context), SSL_VERIFY_PEER, &verifyCertificate);
     return CURLE_OK;
 }
@@ -143,9 +148,19 @@ private:
         set(CURLOPT_DNS_CACHE_TIMEOUT, 0L);  // a server that has moved is found at once
         set(CURLOPT_FORBID_REUSE, 1L);       // a kept connection may have died without a word, and requests are rare
         set(CURLOPT_QUICK_EXIT, 1L);  // a host name that nobody resolves must not hold up the thread when given up
-        // The directory of the system's authorities, which curl knows by itself, stays in force beside this file.
-        if (!task_.caFile.empty()) set(CURLOPT_CAINFO, task_.caFile.c_str());
-        if (curlHasOpenSsl()) set(CURLOPT_SSL_CTX_FUNCTION, &onTlsContext);
+        if (curlHasOpenSsl()) {
+            // Left to itself, curl reads all of the system's authorities for each connection.
+            set(CURLOPT_CAINFO, static_cast<char const*>(nullptr));
+            set(CURLOPT_CAPATH, static_cast<char const*>(nullptr));
+            set(CURLOPT_SSL_CTX_FUNCTION, &onTlsContext);
+            set(CURLOPT_SSL_CTX_DATA, &task_.caFile);
+            // What curl keeps, it finds again by what it was told to trust, which is the same for everyone now.
+            set(CURLOPT_SSL_SESSIONID_CACHE, 0L);
+            set(CURLOPT_CA_CACHE_TIMEOUT, 0L);
+        } else if (!task_.caFile.empty()) {
+            // The directory of the system's authorities, which curl knows by itself, stays in force beside this file.
+            set(CURLOPT_CAINFO, task_.caFile.c_str());
+        }
         set(CURLOPT_ACCEPT_ENCODING, "");  // all that curl can decode
         set(CURLOPT_HEADERFUNCTION, &onHeader);
         set(CURLOPT_HEADERDATA, this);

@@ -1,6 +1,7 @@
 #include "SocketIO/core/ProtocolCore.h"
 
 #include "Platform/KvJsonText.h"
+#include "SocketIO/core/ByteStore.h"
 #include "SocketIO/core/WebSocketCodec.h"
 
 #include <utility>
@@ -162,7 +163,7 @@ bool ProtocolCore::onBinary(KvBytes bytes) {
     if (!unfinished_) return fail("Socket.IO: attachment of no packet");
     unfinished_->bytes += bytes.size();
     if (unfinished_->bytes > kMostMessageBytes) return fail("Socket.IO: attachments over the limit of 16 MiB");
-    unfinished_->packet.attachments.push_back(makeData(std::move(bytes)));
+    unfinished_->packet.attachments.push_back(makeReceived(std::move(bytes)));
     if (--unfinished_->missing > 0) return true;
     auto const finished = std::move(unfinished_);
     return deliver(std::move(finished->packet));

@@ -1,6 +1,7 @@
 #include "SocketIO/core/WebSocketCodec.h"
 
 #include "Platform/KvUtf8.h"
+#include "SocketIO/core/ByteStore.h"
 
 #include <algorithm>
 #include <bit>
@@ -122,7 +123,9 @@ FrameReader::Step FrameReader::next(std::span<std::uint8_t const>& input) {
 
 KvBytes FrameReader::takePayload() {
     if (isPayloadGathered_) return std::exchange(gathered_, KvBytes());
-    return {payload_.begin(), payload_.end()};
+    auto bytes = takeBytes(payload_.size());
+    bytes.assign(payload_.begin(), payload_.end());
+    return bytes;
 }
 
 FrameReader::Step FrameReader::fail(std::string error, WsCloseCode code) {
@@ -202,7 +205,11 @@ FrameReader::Step FrameReader::readData(std::span<std::uint8_t const>& input) {
         return finishMessage(*std::exchange(messageOpcode_, std::nullopt));
     }
     auto const size = std::min<std::size_t>(frameLeft_, input.size());
-    if (gathered_.empty()) gathered_.reserve(std::min<std::size_t>(frameLeft_, kMostReserved));
+    if (gathered_.capacity() == 0) {
+        auto const reserved = std::min<std::size_t>(frameLeft_, kMostReserved);
+        if (messageOpcode_ == WsOpcode::binary) gathered_ = takeBytes(reserved);
+        gathered_.reserve(reserved);
+    }
     gathered_.insert(gathered_.end(), input.begin(), input.begin() + static_cast<std::ptrdiff_t>(size));
     input = input.subspan(size);
     frameLeft_ -= size;

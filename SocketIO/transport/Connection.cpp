@@ -1,5 +1,7 @@
 #include "SocketIO/transport/Connection.h"
 
+#include "SocketIO/core/ByteStore.h"
+
 #include <utility>
 
 namespace kv::sio {
@@ -92,6 +94,7 @@ void Connection::wakeAfter(KvMainQueue::Clock::duration delay) {
 
 void Connection::onTime() {
     if (phase_ == Phase::closed) return;
+    trimBytes();
     if (phase_ == Phase::leaving || phase_ == Phase::closing) return shutDown();
     auto const now = engine_.lock()->now();
     if (!core_.isOpen()) return fail((dialer_ ? dialer_->stage() : "Opening the session at " + url_) + ": timed out");
@@ -280,6 +283,7 @@ void Connection::shutDown() {
     if (auto const dialer = std::exchange(dialer_, nullptr)) dialer->cancel();
     if (stream_) stream_->close();
     sender_.clear();
+    trimBytes();
 }
 
 void Connection::flush() {

@@ -1,5 +1,7 @@
 #include "SocketIO/transport/Stream.h"
 
+#include "Platform/KvTrust.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <climits>
@@ -75,26 +77,29 @@ BIO* makeBio(int socket) {
     return bio;
 }
 
-// Reading the system's authorities takes milliseconds: one context serves all connections with the same extra ones.
-SSL_CTX* contextFor(std::string const& caFile, std::string& error) {
+// One context serves all connections that trust the same authorities.
+std::shared_ptr<SSL_CTX> contextFor(std::string const& caFile, std::string& error) {
+    struct Known {
+        std::shared_ptr<X509_STORE> trusted;
+        std::shared_ptr<SSL_CTX> context;
+    };
     static std::mutex mutex;
-    static auto& contexts = *new std::map<std::string, SSL_CTX*>;
+    static auto& contexts = *new std::map<std::string, Known>;
+    auto trusted = trustedAuthorities(caFile, error);
+    if (!trusted) return nullptr;
     std::lock_guard lock(mutex);
-    if (auto const found = contexts.find(caFile); found != contexts.end()) return found->second;
-    SSL_CTX* context = SSL_CTX_new(TLS_client_method());
-    SSL_CTX_set_min_proto_version(context, TLS1_2_VERSION);
+    auto& known = contexts[caFile];
+    if (known.trusted == trusted) return known.context;
+    std::shared_ptr<SSL_CTX> context(SSL_CTX_new(TLS_client_method()), SSL_CTX_free);
+    SSL_CTX_set_min_proto_version(context.get(), TLS1_2_VERSION);
     // Not every server says goodbye in TLS. What was cut short shows in the frames.
-    SSL_CTX_set_options(context, SSL_OP_IGNORE_UNEXPECTED_EOF);
-    SSL_CTX_set_verify(context, SSL_VERIFY_PEER, nullptr);
-    SSL_CTX_set_mode(context,
+    SSL_CTX_set_options(context.get(), SSL_OP_IGNORE_UNEXPECTED_EOF);
+    SSL_CTX_set_verify(context.get(), SSL_VERIFY_PEER, nullptr);
+    SSL_CTX_set_mode(context.get(),
                      SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER | SSL_MODE_RELEASE_BUFFERS);
-    SSL_CTX_set_default_verify_paths(context);
-    if (!caFile.empty() && SSL_CTX_load_verify_file(context, caFile.c_str()) != 1) {
-        error = openSslText() + ", CA file " + caFile;
-        SSL_CTX_free(context);
-        return nullptr;
-    }
-    return contexts[caFile] = context;
+    SSL_CTX_set1_cert_store(context.get(), trusted.get());
+    known = {std::move(trusted), context};
+    return context;
 }
 
 }  // namespace
@@ -129,9 +134,9 @@ void Stream::forgetWritability(boost::asio::ip::tcp protocol) {
 
 std::string Stream::startTls(std::string const& host, std::string const& caFile) {
     std::string error;
-    SSL_CTX* const context = contextFor(caFile, error);
-    if (context == nullptr) return error;
-    ssl_.reset(SSL_new(context));
+    auto const context = contextFor(caFile, error);
+    if (!context) return error;
+    ssl_.reset(SSL_new(context.get()));
     if (!ssl_) return openSslText();
     SSL_set_hostflags(ssl_.get(), kHostFlags);
     boost::system::error_code noAddress;

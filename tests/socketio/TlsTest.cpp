@@ -1,6 +1,9 @@
 // TLS: who is trusted, who is not, and what is said about it.
 #include "Sockets.h"
 #include "support/Certificates.h"
+#include "support/TemporaryDirectory.h"
+
+#include <filesystem>
 
 #include <boost/json/parse.hpp>
 
@@ -59,6 +62,21 @@ TEST_P(Tls, CarriesMuchBothWays) {
         isEqual = bytes && *bytes == blob;
     });
     EXPECT_TRUE(runUntil(*client.queue, [&] { return isEqual; }));
+}
+
+TEST_P(Tls, ReadsAFileOfAuthoritiesAgainWhenItHasChanged) {
+    CertificateAuthority const authority, stranger("Another authority");
+    ScriptedServer server(kEcho, tlsOptions(authority.issue("IP:127.0.0.1")));
+    TemporaryDirectory directory;
+    SocketConfig config;
+    config.caFile = directory.path("ca.pem");
+    for (auto const* trusted : {&stranger, &authority, &stranger}) {
+        std::filesystem::remove(config.caFile);
+        std::filesystem::copy_file(trusted->caFile(), config.caFile);
+        Client client(GetParam(), server.url(), config);
+        client.socket().connect();
+        EXPECT_TRUE(client.waitForEvent(trusted == &authority ? "connect" : "disconnect"));
+    }
 }
 
 TEST_P(Tls, TellsWhatIsWrongWithTheAddressOrTheFile) {
