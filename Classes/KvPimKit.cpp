@@ -9,9 +9,8 @@
 #include "Classes/Utils/Logan/LoganManager.h"
 #include "Platform/KvConsole.h"
 #include "Platform/KvEngineThread.h"
+#include "Platform/KvJsonText.h"
 #include "SocketIO/SocketIOClient.h"
-
-#include <boost/json/serialize.hpp>
 
 namespace kv {
 
@@ -92,7 +91,7 @@ std::shared_ptr<KvPimInvitationKit> KvPimKit::getPimInvitationKit() { return imp
 
 boost::json::object KvPimKit::getDebugInfo() const { return impl()->debugInfo.toJsonModel(); }
 
-std::string KvPimKit::getDebugInfoText() const { return boost::json::serialize(getDebugInfo()); }
+std::string KvPimKit::getDebugInfoText() const { return jsonText(getDebugInfo()); }
 
 std::string const& KvPimKit::getSDKVersion() { return sdkVersionString(); }
 

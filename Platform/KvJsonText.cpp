@@ -79,9 +79,9 @@ private:
 
 using Parser = json::basic_parser<Builder>;
 
-json::parse_options options() {
+json::parse_options withDepth(std::size_t most) {
     json::parse_options options;
-    options.max_depth = kMostJsonDepth;
+    options.max_depth = most;
     return options;
 }
 
@@ -90,13 +90,14 @@ Parser& parser(std::size_t textBytes) {
     constexpr std::size_t kMostKept = 64u << 10;
     thread_local std::optional<Parser> kept;
     thread_local bool isLarge = false;
-    if (!kept || isLarge) kept.emplace(options());
+    if (!kept || isLarge) kept.emplace(withDepth(kMostJsonDepth));
     isLarge = textBytes > kMostKept;
     return *kept;
 }
 
-json::error_code read(std::string_view text, json::storage_ptr storage, json::value& out) {
-    auto& used = parser(text.size());
+json::error_code read(std::string_view text, json::storage_ptr storage, json::value& out, std::size_t mostDepth) {
+    std::optional<Parser> own;
+    auto& used = mostDepth == kMostJsonDepth ? parser(text.size()) : own.emplace(withDepth(mostDepth));
     used.reset();
     used.handler().reset(std::move(storage));
     json::error_code error;
@@ -183,13 +184,13 @@ void appendEscaped(std::string& out, char c) {
 
 }  // namespace
 
-std::string readJson(std::string_view text, json::storage_ptr storage, json::value& out) {
-    auto error = read(text, storage, out);
+std::string readJson(std::string_view text, json::storage_ptr storage, json::value& out, std::size_t mostDepth) {
+    auto error = read(text, storage, out, mostDepth);
     if (!error) return {};
     if (text.find("\\u") != std::string_view::npos) {
         // Only the text that fails pays for the search, and for being read twice.
         std::string repaired(text);
-        if (replaceHalfPairs(repaired)) error = read(repaired, std::move(storage), out);
+        if (replaceHalfPairs(repaired)) error = read(repaired, std::move(storage), out, mostDepth);
     }
     return error ? describe(error) : std::string();
 }
@@ -221,29 +222,31 @@ void appendJson(std::string& out, json::value const& value) {
             return appendDouble(out, value.get_double());
         case json::kind::string:
             return appendJson(out, json::string_view(value.get_string()));
-        case json::kind::array: {
-            auto separator = '[';
-            for (auto const& item : value.get_array()) {
-                out.push_back(std::exchange(separator, ','));
-                appendJson(out, item);
-            }
-            if (separator == '[') out.push_back('[');
-            out.push_back(']');
-            break;
-        }
-        case json::kind::object: {
-            auto separator = '{';
-            for (auto const& entry : value.get_object()) {
-                out.push_back(std::exchange(separator, ','));
-                appendJson(out, entry.key());
-                out.push_back(':');
-                appendJson(out, entry.value());
-            }
-            if (separator == '{') out.push_back('{');
-            out.push_back('}');
-            break;
-        }
+        case json::kind::array:
+            return appendJson(out, value.get_array());
+        case json::kind::object:
+            return appendJson(out, value.get_object());
     }
+}
+
+void appendJson(std::string& out, json::array const& array) {
+    out.push_back('[');
+    for (bool isFirst = true; auto const& item : array) {
+        if (!std::exchange(isFirst, false)) out.push_back(',');
+        appendJson(out, item);
+    }
+    out.push_back(']');
+}
+
+void appendJson(std::string& out, json::object const& object) {
+    out.push_back('{');
+    for (bool isFirst = true; auto const& entry : object) {
+        if (!std::exchange(isFirst, false)) out.push_back(',');
+        appendJson(out, entry.key());
+        out.push_back(':');
+        appendJson(out, entry.value());
+    }
+    out.push_back('}');
 }
 
 }  // namespace kv

@@ -1,10 +1,10 @@
 #include "Classes/Catagory/KvJson.h"
 
+#include "Platform/KvJsonText.h"
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
-
-#include <boost/json/serialize.hpp>
 
 namespace kv {
 namespace json = boost::json;
@@ -51,7 +51,7 @@ std::int64_t leadingInteger(std::string_view text) {
 std::optional<std::string> jsonString(json::value const& value) {
     if (!value.is_structured()) return "";
     if (!isRepresentable(value)) return std::nullopt;
-    return json::serialize(value);
+    return jsonText(value);
 }
 
 json::value const* valueOf(json::object const* object, std::string_view key) {

@@ -1,10 +1,10 @@
 // The textual forms of the value records, as log lines show them.
 #include "Classes/Model/KvPimPeerOnlineStatus.h"
 #include "Classes/Model/KvPimUserAttributes.h"
+#include "Platform/KvJsonText.h"
 
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
-#include <boost/json/serialize.hpp>
 
 namespace kv {
 namespace json = boost::json;
@@ -17,17 +17,17 @@ json::object dictionaryOf(KvPimAttributeWithState const& attribute) {
 }  // namespace
 
 std::string KvPimAttribute::description() const {
-    return json::serialize(json::object{{"key", key}, {"value", value.value_or("")}});
+    return jsonText(json::object{{"key", key}, {"value", value.value_or("")}});
 }
 
-std::string KvPimAttributeWithState::description() const { return json::serialize(dictionaryOf(*this)); }
+std::string KvPimAttributeWithState::description() const { return jsonText(dictionaryOf(*this)); }
 
 std::string KvPimUserAttributes::description() const {
     json::array list;
     if (attributes) {
         for (auto const& attribute : *attributes) list.push_back(dictionaryOf(attribute));
     }
-    return json::serialize(json::object{{"userId", userId}, {"attributes", std::move(list)}});
+    return jsonText(json::object{{"userId", userId}, {"attributes", std::move(list)}});
 }
 
 std::string KvPimPeerOnlineStatus::description() const {

@@ -3,10 +3,11 @@
 #include "Classes/Catagory/KvJson.h"
 #include "Classes/Network/KvHttpRequest.h"
 #include "Platform/KvFiles.h"
+#include "Platform/KvJsonText.h"
 
 #include <utility>
 
-#include <boost/json/parse.hpp>
+#include <boost/json/value.hpp>
 
 namespace kv {
 namespace json = boost::json;
@@ -19,11 +20,8 @@ constexpr std::size_t kMostDepth = 1000;  // of what nobody reads; each level ta
 
 std::optional<std::string> firstServerOf(std::string_view answer) {
     if (answer.starts_with(kByteOrderMark)) answer.remove_prefix(kByteOrderMark.size());
-    json::error_code failure;
-    json::parse_options options;
-    options.max_depth = kMostDepth;
-    json::value const document = json::parse(answer, failure, {}, options);
-    if (failure) return std::nullopt;
+    json::value document;
+    if (!readJson(answer, {}, document, kMostDepth).empty()) return std::nullopt;
     auto const* object = asObject(&document);
     if (asInteger(valueOf(object, "code")) != kSuccess) return std::nullopt;
     auto const* servers = arrayOf(objectOf(object, "data"), "brivelServers");

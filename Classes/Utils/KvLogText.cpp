@@ -1,5 +1,7 @@
 #include "Classes/Utils/KvLogText.h"
 
+#include "Platform/KvJsonText.h"
+
 namespace kv {
 namespace json = boost::json;
 namespace {
@@ -21,7 +23,7 @@ void append(std::string& text, json::object const& object, SocketData const& dat
     text += '{';
     for (auto const& entry : object) {
         if (&entry != object.begin()) text += ',';
-        text += json::serialize(entry.key());
+        text += jsonText(entry.key());
         text += ':';
         append(text, entry.value(), data);
     }
@@ -36,7 +38,7 @@ void append(std::string& text, json::value const& value, SocketData const& data)
     } else if (auto const* object = value.if_object()) {
         append(text, *object, data);
     } else {
-        text += json::serialize(value);
+        text += jsonText(value);
     }
 }
 

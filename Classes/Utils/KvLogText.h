@@ -3,6 +3,7 @@
 #pragma once
 
 #include "Platform/KvExport.h"
+#include "Platform/KvJsonText.h"
 #include "SocketIO/SocketData.h"
 
 #include <concepts>
@@ -12,7 +13,6 @@
 #include <type_traits>
 #include <vector>
 
-#include <boost/json/serialize.hpp>
 #include <boost/json/value.hpp>
 
 namespace kv {
@@ -49,14 +49,14 @@ std::string logText(T const& value) {
         return value.description();
     } else if constexpr (std::same_as<T, boost::json::value> || std::same_as<T, boost::json::object> ||
                          std::same_as<T, boost::json::array>) {
-        return boost::json::serialize(value);
+        return jsonText(value);
     } else {
         static_assert(std::ranges::range<T>, "no text for this type");
         std::string text = "[";
         for (auto const& element : value) {
             if (text.size() > 1) text += ',';
             if constexpr (std::convertible_to<decltype(element), std::string_view>) {
-                text += boost::json::serialize(boost::json::string_view(element));
+                text += jsonText(boost::json::string_view(element));
             } else {
                 text += logText(element);
             }

@@ -156,14 +156,25 @@ TEST_P(Conversation, BelievesNoServerThatSpeaksForThisSide) {
                   text("42[\"event\",\"last\"]") + text("42[\"disconnect\",\"a server's own\"]"));
         peer.readToEnd();
     });
-    Client client(GetParam(), server.url());
-    client.socket().on("connect", [&](SocketData const&) { client.record("late"); });
+    std::vector<std::string> log;
+    SocketConfig config;
+    config.log = [&](std::string_view line) { log.emplace_back(line); };
+    Client client(GetParam(), server.url(), config);
+    client.socket().on("connect", [&](SocketData const&) {
+        client.record("late");
+        client.socket().emit("disconnect", {});
+        client.socket().emit("photos", {{}, std::vector<KvData>(11, makeData(KvBytes()))});
+        client.socket().emit("photos", {{}, std::vector<KvData>(10, makeData(KvBytes()))});
+    });
     client.socket().connect();
     ASSERT_TRUE(client.waitForEvent("disconnect"));
     EXPECT_EQ(client.lines, (std::vector<std::string>{"connect", "event [\"early\"]", "late", "event [\"last\"]",
                                                       "disconnect [\"a server's own\"]"}));
     EXPECT_EQ(client.socket().status(), SocketStatus::connected);
     EXPECT_EQ(client.socket().unaskedAcknowledgements(), 2u);
+    ASSERT_EQ(log.size(), 2u);
+    EXPECT_NE(log[0].find("disconnect, whose name is reserved"), std::string::npos);
+    EXPECT_NE(log[1].find("11 attachments"), std::string::npos);
 }
 
 TEST_P(Conversation, CompressesWhatIsWorthIt) {

@@ -8,13 +8,13 @@
 #include "Classes/Utils/Logan/collector/WnDataCollectManager.h"
 #include "Platform/KvConsole.h"
 #include "Platform/KvDirectories.h"
+#include "Platform/KvJsonText.h"
 #include "Platform/KvKeyStore.h"
 #include "Platform/KvUtf8.h"
 
 #include <mutex>
 #include <utility>
 
-#include <boost/json/serialize.hpp>
 #include <boost/json/value.hpp>
 
 namespace kv {
@@ -44,7 +44,7 @@ std::int64_t difference(std::int64_t end, std::int64_t start) {
     return static_cast<std::int64_t>(static_cast<std::uint64_t>(end) - static_cast<std::uint64_t>(start));
 }
 
-std::string quoted(std::string_view text) { return json::serialize(json::string_view(text.data(), text.size())); }
+std::string quoted(std::string_view text) { return jsonText(json::string_view(text.data(), text.size())); }
 
 }  // namespace
 
@@ -210,9 +210,9 @@ void LoganManager::report(std::string_view type, json::object details) {
     auto const now = currentTimeStamp();
     details["type"] = type;
     details["timestamp"] = now;
-    if (commonText_.empty()) commonText_ = json::serialize(commonParameters_);
+    if (commonText_.empty()) commonText_ = jsonText(commonParameters_);
     bool const isFirst = waiting_.empty();
-    waiting_.push_back({now, commonText_, json::serialize(details)});
+    waiting_.push_back({now, commonText_, jsonText(details)});
     if (isFirst) collectManager_->writeSoon([this] { return takeRecords(); });
 }
 
