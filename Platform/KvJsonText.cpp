@@ -4,7 +4,6 @@
 #include <charconv>
 #include <cmath>
 #include <cstdint>
-#include <optional>
 #include <utility>
 
 #include <boost/json/basic_parser_impl.hpp>
@@ -85,26 +84,25 @@ json::parse_options withDepth(std::size_t most) {
     return options;
 }
 
-// Its memory grows with the largest text that it reads and is kept, so one that read much is not.
-Parser& parser(std::size_t textBytes) {
-    constexpr std::size_t kMostKept = 64u << 10;
-    thread_local std::optional<Parser> kept;
-    thread_local bool isLarge = false;
-    if (!kept || isLarge) kept.emplace(withDepth(kMostJsonDepth));
-    isLarge = textBytes > kMostKept;
-    return *kept;
+json::error_code readWith(Parser& parser, std::string_view text, json::storage_ptr storage, json::value& out) {
+    parser.reset();
+    parser.handler().reset(std::move(storage));
+    json::error_code error;
+    auto const size = parser.write_some(false, text.data(), text.size(), error);
+    if (!error && size < text.size()) error = json::error::extra_data;
+    if (!error) out = parser.handler().release();
+    return error;
 }
 
 json::error_code read(std::string_view text, json::storage_ptr storage, json::value& out, std::size_t mostDepth) {
-    std::optional<Parser> own;
-    auto& used = mostDepth == kMostJsonDepth ? parser(text.size()) : own.emplace(withDepth(mostDepth));
-    used.reset();
-    used.handler().reset(std::move(storage));
-    json::error_code error;
-    auto const size = used.write_some(false, text.data(), text.size(), error);
-    if (!error && size < text.size()) error = json::error::extra_data;
-    if (!error) out = used.handler().release();
-    return error;
+    // The memory of a parser grows with what it reads, and stays: one that reads much is not kept.
+    constexpr std::size_t kMostForKept = 64u << 10;
+    if (text.size() > kMostForKept || mostDepth != kMostJsonDepth) {
+        Parser parser(withDepth(mostDepth));
+        return readWith(parser, text, std::move(storage), out);
+    }
+    thread_local Parser kept(withDepth(kMostJsonDepth));
+    return readWith(kept, text, std::move(storage), out);
 }
 
 bool isHexDigit(char c) { return (c >= '0' && c <= '9') || ((c | 0x20) >= 'a' && (c | 0x20) <= 'f'); }
