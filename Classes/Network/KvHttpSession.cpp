@@ -145,6 +145,7 @@ private:
         set(CURLOPT_FOLLOWLOCATION, 1L);
         set(CURLOPT_MAXREDIRS, kMostRedirects);
         set(CURLOPT_NOSIGNAL, 1L);
+        set(CURLOPT_PROXY, "");  // the environment's would be used for this road only, not for the connection
         set(CURLOPT_DNS_CACHE_TIMEOUT, 0L);  // a server that has moved is found at once
         set(CURLOPT_FORBID_REUSE, 1L);       // a kept connection may have died without a word, and requests are rare
         set(CURLOPT_QUICK_EXIT, 1L);  // a host name that nobody resolves must not hold up the thread when given up

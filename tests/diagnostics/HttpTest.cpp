@@ -223,6 +223,13 @@ TEST(Http, ServesManyAtOnce) {
     }
 }
 
+TEST(Http, AsksNoEnvironmentForAProxy) {
+    HttpTestServer const server(always({}));
+    ::setenv("http_proxy", "http://127.0.0.1:1", 1);  // NOLINT(concurrency-mt-unsafe): nobody else looks at it
+    EXPECT_EQ(answerTo(taskFor(server.url())).status, 200);
+    ::unsetenv("http_proxy");  // NOLINT(concurrency-mt-unsafe)
+}
+
 TEST(Http, TrustsTheExtraAuthoritiesAndNobodyElse) {
     test::CertificateAuthority const authority, stranger("Another authority");
     for (auto const& c : test::tlsCases(authority, stranger)) {
