@@ -56,10 +56,9 @@ void Connection::dial() {
     if (!url) return end("Not an address of a server: " + url_);
     bound_ = engine->now() + kHandshakeTime;
     Dialer::Plan plan{*std::move(url), requestTarget(config_.connectParams), config_.caFile, config_.compress};
-    dialer_ =
-        std::make_shared<Dialer>(engine, std::move(plan), bound_, [weak = weak_from_this()](Dialer::Dialed dialed) {
-            if (auto const self = weak.lock()) self->onDialed(std::move(dialed));
-        });
+    dialer_ = std::make_shared<Dialer>(engine, std::move(plan), [weak = weak_from_this()](Dialer::Dialed dialed) {
+        if (auto const self = weak.lock()) self->onDialed(std::move(dialed));
+    });
     watch();
     auto const dialer = dialer_;  // it may end within the call, and take leave of this connection
     dialer->start();

@@ -9,10 +9,16 @@
 namespace kv::sio {
 namespace asio = boost::asio;
 using asio::socket_base;
+namespace {
 
-Dialer::Dialer(std::shared_ptr<KvMainQueue> const& queue, Plan plan, KvMainQueue::Clock::time_point end,
-               std::function<void(Dialed)> done)
-    : queue_(queue), plan_(std::move(plan)), end_(end), done_(std::move(done)) {}
+// How long an address is alone before the next one is tried beside it, as RFC 8305 has it: one that swallows everything
+// holds up nobody.
+constexpr std::chrono::milliseconds kHeadStart{250};
+
+}  // namespace
+
+Dialer::Dialer(std::shared_ptr<KvMainQueue> const& queue, Plan plan, std::function<void(Dialed)> done)
+    : queue_(queue), plan_(std::move(plan)), done_(std::move(done)) {}
 
 void Dialer::start() {
     stage_ = "Looking up " + plan_.url.host;
@@ -29,38 +35,45 @@ void Dialer::start() {
 
 void Dialer::cancel() {
     done_ = nullptr;
-    attempt_.cancel();
+    stopConnecting();
     if (stream_) stream_->close();
 }
 
 void Dialer::connectNext() {
     auto const queue = queue_.lock();
     auto const& endpoint = endpoints_[nextEndpoint_++];
-    if (stream_) stream_->close();
-    stream_ = std::make_unique<Stream>(contextOf(*queue));
-    auto const left = endpoints_.size() - nextEndpoint_;
-    if (left > 0) {  // an address that swallows everything must not use up the time of the others
-        auto const share = (end_ - queue->now()) / static_cast<long>(left + 1);
-        attempt_ = queue->after(share, [weak = weak_from_this()] {
+    auto& stream = *attempts_.emplace(nextEndpoint_, std::make_unique<Stream>(contextOf(*queue))).first->second;
+    if (nextEndpoint_ < endpoints_.size()) {
+        nextAttempt_ = queue->after(kHeadStart, [weak = weak_from_this()] {
             if (auto const self = weak.lock(); self && self->done_) self->connectNext();
         });
     }
-    onConnecting(stream_->connect(endpoint));
+    onConnecting(nextEndpoint_, stream.connect(endpoint));
 }
 
-void Dialer::onConnecting(IoResult const& result) {
+void Dialer::onConnecting(std::size_t attempt, IoResult const& result) {
     if (result.status == IoStatus::wantWrite) {
-        auto const onWritable = [self = shared_from_this(), attempt = nextEndpoint_](boost::system::error_code) {
-            if (!self->done_ || attempt != self->nextEndpoint_) return;
-            self->stream_->forgetWritability(self->endpoints_[attempt - 1].protocol());
-            self->onConnecting(self->stream_->finishConnect());
+        auto const onWritable = [self = shared_from_this(), attempt](boost::system::error_code) {
+            auto const found = self->attempts_.find(attempt);
+            if (found == self->attempts_.end()) return;
+            found->second->forgetWritability(self->endpoints_[attempt - 1].protocol());
+            self->onConnecting(attempt, found->second->finishConnect());
         };
-        return stream_->socket().async_wait(socket_base::wait_write, onWritable);
+        return attempts_.at(attempt)->socket().async_wait(socket_base::wait_write, onWritable);
     }
-    attempt_.cancel();
-    if (result.status == IoStatus::done) return onConnected();
+    auto stream = std::move(attempts_.extract(attempt).mapped());
+    if (result.status == IoStatus::done) {
+        stream_ = std::move(stream);
+        stopConnecting();
+        return onConnected();
+    }
     if (nextEndpoint_ < endpoints_.size()) return connectNext();
-    fail("Cannot connect to " + plan_.url.text() + ": " + result.error);
+    if (attempts_.empty()) fail("Cannot connect to " + plan_.url.text() + ": " + result.error);
+}
+
+void Dialer::stopConnecting() {
+    nextAttempt_.cancel();
+    attempts_.clear();
 }
 
 void Dialer::onConnected() {
@@ -122,7 +135,7 @@ void Dialer::readAnswer() {
 
 void Dialer::finish(Dialed dialed) {
     auto const done = std::exchange(done_, nullptr);
-    attempt_.cancel();
+    stopConnecting();
     if (stream_) stream_->close();
     done(std::move(dialed));
 }

@@ -1,4 +1,5 @@
-// Makes a connection: name, TCP, TLS, WebSocket handshake. Lives on the engine queue. Whoever dials bounds the time.
+// Makes a connection: name, TCP (the first of a name's addresses that answers), TLS, WebSocket handshake. Lives on the
+// engine queue. Whoever dials bounds the time.
 #pragma once
 
 #include "Platform/KvData.h"
@@ -9,6 +10,7 @@
 #include "SocketIO/transport/Url.h"
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 
@@ -29,10 +31,7 @@ public:
         std::string error;
     };
 
-    /// `end`: when whoever dials loses patience; an address may take its share of the time when there are others to
-    /// try.
-    Dialer(std::shared_ptr<KvMainQueue> const& queue, Plan plan, KvMainQueue::Clock::time_point end,
-           std::function<void(Dialed)> done);
+    Dialer(std::shared_ptr<KvMainQueue> const& queue, Plan plan, std::function<void(Dialed)> done);
 
     void start();
     /// Ends it without a word.
@@ -42,7 +41,8 @@ public:
 
 private:
     void connectNext();
-    void onConnecting(IoResult const& result);
+    void onConnecting(std::size_t attempt, IoResult const& result);
+    void stopConnecting();
     void onConnected();
     void shakeHands();
     void sendRequest();
@@ -54,13 +54,13 @@ private:
 
     std::weak_ptr<KvMainQueue> const queue_;
     Plan const plan_;
-    KvMainQueue::Clock::time_point const end_;
     std::function<void(Dialed)> done_;  // empty once it is over
     std::string stage_;
     Endpoints endpoints_;
     std::size_t nextEndpoint_ = 0;
-    std::unique_ptr<Stream> stream_;
-    KvQueueTimer attempt_;
+    std::map<std::size_t, std::unique_ptr<Stream>> attempts_;  // by the number of their endpoints, from 1
+    KvQueueTimer nextAttempt_;
+    std::unique_ptr<Stream> stream_;  // the one that was first
     std::unique_ptr<Upgrade> upgrade_;
     std::size_t written_ = 0;
     KvBytes answer_;

@@ -2,6 +2,7 @@
 
 #include "Platform/KvThread.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 
@@ -14,6 +15,17 @@ namespace {
 
 constexpr int kMostLookUps = 64;  // at a time; more would only pile up behind a dead name server
 std::atomic<int> lookUps{0};
+
+// The families take turns, the resolver's choice first: a family that leads nowhere costs one attempt, not all of them.
+void interleaveFamilies(Endpoints& endpoints) {
+    auto const family = [](auto const& endpoint) { return endpoint.protocol().family(); };
+    for (std::size_t i = 1; i < endpoints.size(); ++i) {
+        auto const from = endpoints.begin() + static_cast<std::ptrdiff_t>(i);
+        auto const other = std::find_if(
+            from, endpoints.end(), [&](auto const& endpoint) { return family(endpoint) != family(endpoints[i - 1]); });
+        if (other != endpoints.end()) std::rotate(from, other, other + 1);
+    }
+}
 
 std::string askResolver(std::string const& host, std::uint16_t port, Endpoints& endpoints) {
     addrinfo hints{};
@@ -30,6 +42,7 @@ std::string askResolver(std::string const& host, std::uint16_t port, Endpoints& 
         endpoints.push_back(endpoint);
     }
     ::freeaddrinfo(found);
+    interleaveFamilies(endpoints);
     return endpoints.empty() ? "Cannot find " + host + ": it has no address" : std::string();
 }
 

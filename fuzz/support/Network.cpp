@@ -151,9 +151,8 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 // ---- In place of SocketIO/transport/Dialer.cpp: every server is there at once, and speaks WebSocket.
 namespace kv::sio {
 
-Dialer::Dialer(std::shared_ptr<KvMainQueue> const& queue, Plan plan, KvMainQueue::Clock::time_point end,
-               std::function<void(Dialed)> done)
-    : queue_(queue), plan_(std::move(plan)), end_(end), done_(std::move(done)) {}
+Dialer::Dialer(std::shared_ptr<KvMainQueue> const& queue, Plan plan, std::function<void(Dialed)> done)
+    : queue_(queue), plan_(std::move(plan)), done_(std::move(done)) {}
 
 void Dialer::start() {
     stage_ = "Connecting to " + plan_.url.text();

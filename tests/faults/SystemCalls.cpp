@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <mutex>
+#include <sstream>
 #include <string_view>
 
 #include <dlfcn.h>
@@ -82,12 +83,19 @@ KV_STANDS_IN int clock_gettime(clockid_t clock, timespec* time) noexcept {
 KV_STANDS_IN int getaddrinfo(char const* node, char const* service, addrinfo const* hints, addrinfo** found) {
     static auto const system = reinterpret_cast<decltype(&getaddrinfo)>(::dlsym(RTLD_NEXT, "getaddrinfo"));
     if (node == nullptr || !std::string_view(node).ends_with(".test")) return system(node, service, hints, found);
-    std::string address;
+    std::string addresses;
     {
         std::lock_guard lock(kv::test::namesMutex);
-        if (kv::test::hasNames) address = kv::test::addressOfNames;
+        if (kv::test::hasNames) addresses = kv::test::addressOfNames;
     }
-    return address.empty() ? EAI_AGAIN : system(address.c_str(), service, hints, found);
+    *found = nullptr;
+    int problem = EAI_AGAIN;
+    std::istringstream list(addresses);
+    for (addrinfo** next = found; std::getline(list, addresses, ',');) {
+        problem = system(addresses.c_str(), service, hints, next);
+        while (*next != nullptr) next = &(*next)->ai_next;
+    }
+    return problem;
 }
 
 // The sanitizer's check of an object's type. It reads memory through a pipe, and takes it for broken when it gets none.

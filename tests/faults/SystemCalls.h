@@ -39,8 +39,8 @@ class Names {
 public:
     Names();
     ~Names();
-    /// IPv4 or IPv6, in numbers; empty for none.
-    void set(std::string const& address);
+    /// IPv4 or IPv6, in numbers, with commas between several; empty for none.
+    void set(std::string const& addresses);
 };
 
 }  // namespace kv::test
