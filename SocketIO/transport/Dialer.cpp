@@ -10,9 +10,9 @@ namespace kv::sio {
 namespace asio = boost::asio;
 using asio::socket_base;
 
-Dialer::Dialer(std::shared_ptr<KvMainQueue> const& queue, Plan plan, KvMainQueue::Clock::time_point end,
+Dialer::Dialer(std::shared_ptr<KvMainQueue> const& queue, Plan plan, KvMainQueue::Clock::time_point deadline,
                std::function<void(Dialed)> done)
-    : queue_(queue), plan_(std::move(plan)), end_(end), done_(std::move(done)) {}
+    : queue_(queue), plan_(std::move(plan)), deadline_(deadline), done_(std::move(done)) {}
 
 void Dialer::start() {
     stage_ = "Looking up " + plan_.url.host;
@@ -40,7 +40,7 @@ void Dialer::connectNext() {
     stream_ = std::make_unique<Stream>(contextOf(*queue));
     auto const left = endpoints_.size() - nextEndpoint_;
     if (left > 0) {  // an address that swallows everything must not use up the time of the others
-        auto const share = (end_ - queue->now()) / static_cast<long>(left + 1);
+        auto const share = (deadline_ - queue->now()) / static_cast<long>(left + 1);
         attempt_ = queue->after(share, [weak = weak_from_this()] {
             if (auto const self = weak.lock(); self && self->done_) self->connectNext();
         });
@@ -73,7 +73,7 @@ void Dialer::onConnected() {
 void Dialer::shakeHands() {
     auto const result = stream_->handshake();
     if (result.status == IoStatus::done) return sendRequest();
-    goOnLater(result, &Dialer::shakeHands);
+    whenReady(result, &Dialer::shakeHands);
 }
 
 void Dialer::sendRequest() {
@@ -87,17 +87,17 @@ void Dialer::write() {
     while (written_ < request.size()) {
         auto const* next = reinterpret_cast<std::uint8_t const*>(request.data()) + written_;
         auto const result = stream_->write(next, request.size() - written_);
-        if (result.status != IoStatus::done) return goOnLater(result, &Dialer::write);
+        if (result.status != IoStatus::done) return whenReady(result, &Dialer::write);
         written_ += result.bytes;
     }
-    goOnLater({IoStatus::wantRead}, &Dialer::readAnswer);
+    whenReady({IoStatus::wantRead}, &Dialer::readAnswer);
 }
 
 void Dialer::readAnswer() {
     std::array<std::uint8_t, 4096> piece;
     for (;;) {
         auto const result = stream_->read(piece.data(), piece.size());
-        if (result.status != IoStatus::done) return goOnLater(result, &Dialer::readAnswer);
+        if (result.status != IoStatus::done) return whenReady(result, &Dialer::readAnswer);
         answer_.insert(answer_.end(), piece.begin(), piece.begin() + static_cast<std::ptrdiff_t>(result.bytes));
         std::string_view text(reinterpret_cast<char const*>(answer_.data()), answer_.size());
         auto end = text.find("\r\n\r\n");
@@ -134,7 +134,7 @@ void Dialer::fail(std::string error) {
 }
 
 // Takes the step again when the socket is ready for it, or gives up.
-void Dialer::goOnLater(IoResult const& result, void (Dialer::*step)()) {
+void Dialer::whenReady(IoResult const& result, void (Dialer::*step)()) {
     if (result.status == IoStatus::closed) return fail("The server closed the connection: " + stage_);
     if (result.status == IoStatus::failed) return fail(result.error);
     auto const ready = result.status == IoStatus::wantRead ? socket_base::wait_read : socket_base::wait_write;

@@ -1,4 +1,4 @@
-// Makes a connection: name, TCP, TLS, WebSocket handshake. Lives on the engine queue. Whoever dials bounds the time.
+// Makes a connection: name, TCP, TLS, WebSocket handshake. Lives on the engine queue. The caller limits the time.
 #pragma once
 
 #include "Platform/KvData.h"
@@ -29,13 +29,13 @@ public:
         std::string error;
     };
 
-    /// `end`: when whoever dials loses patience; an address may take its share of the time when there are others to
+    /// `deadline`: the caller's, who cancels then; an address may take its share of the time when there are others to
     /// try.
-    Dialer(std::shared_ptr<KvMainQueue> const& queue, Plan plan, KvMainQueue::Clock::time_point end,
+    Dialer(std::shared_ptr<KvMainQueue> const& queue, Plan plan, KvMainQueue::Clock::time_point deadline,
            std::function<void(Dialed)> done);
 
     void start();
-    /// Ends it without a word.
+    /// Ends it; `done` is not called.
     void cancel();
     /// What it is doing, for the text of a time-out.
     std::string const& stage() const { return stage_; }
@@ -50,11 +50,11 @@ private:
     void readAnswer();
     void finish(Dialed dialed);
     void fail(std::string error);
-    void goOnLater(IoResult const& result, void (Dialer::*step)());
+    void whenReady(IoResult const& result, void (Dialer::*step)());
 
     std::weak_ptr<KvMainQueue> const queue_;
     Plan const plan_;
-    KvMainQueue::Clock::time_point const end_;
+    KvMainQueue::Clock::time_point const deadline_;
     std::function<void(Dialed)> done_;  // empty once it is over
     std::string stage_;
     Endpoints endpoints_;

@@ -151,9 +151,9 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 // ---- In place of SocketIO/transport/Dialer.cpp: every server is there at once, and speaks WebSocket.
 namespace kv::sio {
 
-Dialer::Dialer(std::shared_ptr<KvMainQueue> const& queue, Plan plan, KvMainQueue::Clock::time_point end,
+Dialer::Dialer(std::shared_ptr<KvMainQueue> const& queue, Plan plan, KvMainQueue::Clock::time_point deadline,
                std::function<void(Dialed)> done)
-    : queue_(queue), plan_(std::move(plan)), end_(end), done_(std::move(done)) {}
+    : queue_(queue), plan_(std::move(plan)), deadline_(deadline), done_(std::move(done)) {}
 
 void Dialer::start() {
     stage_ = "Connecting to " + plan_.url.text();
