@@ -12,42 +12,43 @@
 #include "Classes/Utils/Logan/LoganManager.h"
 #include "SocketIO/SocketIOClient.h"
 
+#include <cassert>
+
 namespace kv {
 namespace json = boost::json;
 namespace {
 
 constexpr KvOperation kJoin{
-    .command = "join",
-    .codes = KvCodesOf<KvPimJoinChannelErrorCode>{.noAck = KvPimJoinChannelErrorTimeout,
-                                                  .tooManyRequests = std::nullopt,
-                                                  .other = KvPimJoinChannelErrorFailure,
-                                                  .passed = {{{3, KvPimJoinChannelErrorInvalidArgument},
-                                                              {5, KvPimJoinChannelErrorServer5},
-                                                              {6, KvPimJoinChannelErrorServer6}}}},
-    .invalidArgument = KvPimJoinChannelErrorInvalidArgument};
+    {.command = "join",
+     .codes = KvCodesOf<KvPimJoinChannelErrorCode>{.noAck = KvPimJoinChannelErrorTimeout,
+                                                   .tooManyRequests = std::nullopt,
+                                                   .other = KvPimJoinChannelErrorFailure,
+                                                   .passed = {{{3, KvPimJoinChannelErrorInvalidArgument},
+                                                               {5, KvPimJoinChannelErrorServer5},
+                                                               {6, KvPimJoinChannelErrorServer6}}}},
+     .invalidArgument = KvPimJoinChannelErrorInvalidArgument}};
 // Coarser than the join's on purpose: a leave that nobody answered is just a failed one.
 constexpr KvOperation kLeave{
-    .command = "leave",
-    .codes = KvCodesOf<KvPimLeaveChannelErrorCode>{.noAck = std::nullopt,
-                                                   .tooManyRequests = std::nullopt,
-                                                   .other = KvPimLeaveChannelErrorFailure,
-                                                   .passed = {{{6, KvPimLeaveChannelErrorServer6}}}}};
+    {.command = "leave",
+     .codes = KvCodesOf<KvPimLeaveChannelErrorCode>{.noAck = std::nullopt,
+                                                    .tooManyRequests = std::nullopt,
+                                                    .other = KvPimLeaveChannelErrorFailure,
+                                                    .passed = {{{6, KvPimLeaveChannelErrorServer6}}}}}};
 constexpr KvOperation kGetMembers{
-    .command = "getChannelMembers",
-    .codes = KvCodesOf<KvPimChannelMembersErrorCode>{.noAck = KvPimChannelMembersErrorTimeout,
-                                                     .tooManyRequests = KvPimChannelMembersErrorTooManyRequests,
-                                                     .other = KvPimChannelMembersErrorFailure,
-                                                     .passed = {{{5, KvPimChannelMembersErrorNotInChannel}}}},
-    .invalidArgument = KvPimChannelMembersErrorNotInChannel};
+    {.command = "getChannelMembers",
+     .codes = KvCodesOf<KvPimChannelMembersErrorCode>{.noAck = KvPimChannelMembersErrorTimeout,
+                                                      .tooManyRequests = KvPimChannelMembersErrorTooManyRequests,
+                                                      .other = KvPimChannelMembersErrorFailure,
+                                                      .passed = {{{5, KvPimChannelMembersErrorNotInChannel}}}},
+     .invalidArgument = KvPimChannelMembersErrorNotInChannel}};
 constexpr KvOperation kSendMessage{
-    .command = "sendChannelMessage",
-    .codes = KvCodesOf<KvPimChannelMessageErrorCode>{.noAck = KvPimChannelMessageErrorTimeout,
-                                                     .tooManyRequests = KvPimChannelMessageErrorTooManyRequests,
-                                                     .other = KvPimChannelMessageErrorFailure,
-                                                     .passed = {{{4, KvPimChannelMessageErrorTooLong},
-                                                                 {5, KvPimChannelMessageErrorNotInChannel}}}},
-    .invalidArgument = KvPimChannelMessageErrorNotInChannel};
-static_assert(isSound(kJoin) && isSound(kLeave) && isSound(kGetMembers) && isSound(kSendMessage));
+    {.command = "sendChannelMessage",
+     .codes = KvCodesOf<KvPimChannelMessageErrorCode>{.noAck = KvPimChannelMessageErrorTimeout,
+                                                      .tooManyRequests = KvPimChannelMessageErrorTooManyRequests,
+                                                      .other = KvPimChannelMessageErrorFailure,
+                                                      .passed = {{{4, KvPimChannelMessageErrorTooLong},
+                                                                  {5, KvPimChannelMessageErrorNotInChannel}}}},
+     .invalidArgument = KvPimChannelMessageErrorNotInChannel}};
 
 }  // namespace
 
@@ -159,21 +160,21 @@ void KvPimChannel::sendMessage(std::shared_ptr<KvPimMessage const> message, std:
 }
 
 void KvPimChannel::onMemberJoined(KvPimMember const& member) {
-    if (member.channelId != channelId_) return;
+    assert(member.channelId == channelId_ && "it was found by that id");
     KvLog::shared().info("MemberJoined: %@", dictionaryFrom(member));
     tell<&KvPimChannelDelegate::memberJoined>(member);
 }
 
 void KvPimChannel::onMemberLeft(KvPimMember const& member, std::int64_t resaon) {
-    if (member.channelId != channelId_) return;
+    assert(member.channelId == channelId_ && "it was found by that id");
     KvLog::shared().info("MemberLeft: %@", dictionaryFrom(member));
     tell<&KvPimChannelDelegate::memberLeft>(member);
     tell<&KvPimChannelDelegate::memberLeftWithReason>(member, resaon);
 }
 
-void KvPimChannel::onChannelMessageReceived(std::string const& channelId, std::shared_ptr<KvPimMessage> const& message,
-                                            KvPimMember const& member) {
-    if (channelId != channelId_) return;
+void KvPimChannel::onChannelMessageReceived([[maybe_unused]] std::string const& channelId,
+                                            std::shared_ptr<KvPimMessage> const& message, KvPimMember const& member) {
+    assert(channelId == channelId_ && "it was found by that id");
     KvLog::shared().info("ChannelMessageReceived: %@", dictionaryFrom(member));
     tell<&KvPimChannelDelegate::messageReceived>(message, member);
 }

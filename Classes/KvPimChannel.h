@@ -81,7 +81,7 @@ public:
 private:
     friend class KvPimKitImpl;
     KvPimChannel() = default;
-    /// Its client, which debug builds want to be called on its own thread; null when that is gone.
+    /// Its client, or null when that is gone. Ends the program where `KvPimOptions::checkThreads` says so.
     std::shared_ptr<KvPimKitImpl> client(char const* call) const;
 
     template <class MakePayload, class Finish>

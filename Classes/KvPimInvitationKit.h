@@ -33,7 +33,7 @@ struct KvPimInvitationDelegate {
     Callback invitationAccept;
     /// The invitee refused.
     Callback invitationRefused;
-    /// `errorCode`: a KvPimInvitationFailedErrorCode. Give this one: a failure that finds it empty is only logged.
+    /// `errorCode`: a KvPimInvitationFailedErrorCode. Set this one: a failure that finds it empty is only logged.
     std::function<void(KvPimInvitationKit& kit, std::shared_ptr<KvPimInvitation> invitation, std::int64_t errorCode)>
         invitationFailed;
 };

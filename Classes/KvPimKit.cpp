@@ -1,10 +1,10 @@
 #include "Classes/KvPimKit.h"
 
-#include "Classes/Internal/KvBundle.h"
 #include "Classes/Internal/KvPimKitImpl.h"
 #include "Classes/KvPimInvitationKit.h"
 #include "Classes/Network/KvApiManager.h"
 #include "Classes/Network/KvServerAddress.h"
+#include "Classes/Utils/KvBundle.h"
 #include "Classes/Utils/KvLog.h"
 #include "Classes/Utils/Logan/LoganManager.h"
 #include "Platform/KvConsole.h"
@@ -50,8 +50,8 @@ std::shared_ptr<KvPimKit> KvPimKit::initWithAppId(std::string appId, std::weak_p
     auto const object = std::shared_ptr<KvPimKit>(new KvPimKit(impl));
     // Counted apart from what a callback holds, which must not look like the application's own.
     std::shared_ptr<KvPimKit> kit(object.get(), [held = object](KvPimKit*) mutable { held.reset(); });
-    impl->kit = kit;
-    impl->object = object;
+    impl->heldByApplication = kit;
+    impl->alive = object;
     return kit;
 }
 
@@ -64,7 +64,8 @@ std::shared_ptr<KvPimKitImpl> const& KvPimKit::impl(char const* call) const {
     return impl_;
 }
 
-// Completions and delegates may drop the client while it is at work: each call keeps the inside alive until it returns.
+// A callback may destroy the client in the middle of a call. So a call that has something left to do after it has
+// called back, as the four of the session, keeps the inside; all others touch nothing of it any more by then.
 
 void KvPimKit::loginByToken(std::string token, std::int64_t timeStamp, std::string userId, Completion done) {
     auto const client = impl();

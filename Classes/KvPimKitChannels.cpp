@@ -21,8 +21,8 @@ constexpr KvCodesOf<KvPimChannelAttributesErrorCode> kWriteCodes{
     .passed = {{{4, KvPimChannelAttributesErrorServer4}}},
     .refusalBeforeSuccess = true};
 
-constexpr KvOperation write(std::string_view command, std::string_view logLine, std::string_view action,
-                            std::string_view interface) {
+constexpr KvOperationRow write(std::string_view command, std::string_view logLine, std::string_view action,
+                               std::string_view interface) {
     return {.command = command,
             .codes = kWriteCodes,
             .invalidArgument = KvPimChannelAttributesErrorInvalidArgument,
@@ -55,33 +55,30 @@ constexpr KvCodesOf<KvPimChannelAttributesErrorCode> kReadByKeysCodes{
     .passed = {{{3, KvPimChannelAttributesErrorInvalidArgument}}}};
 
 constexpr KvOperation kGet{
-    .command = "getChannelAttributes",
-    .codes = kReadCodes,
-    .invalidArgument = KvPimChannelAttributesErrorInvalidArgument,
-    .logLine = "get channel attributes: %@",
-    // An invalid id is reported as if the client were not logged in, whatever the completion hears.
-    .report = {.about = KvReport::About::channel,
-               .action = KvLoganActionStringGet,
-               .interface = "-[KvPimKit getChannelAttributes:completion:]",
-               .codeOfInvalidArgument = KvPimErrorNotLogin}};
-constexpr KvOperation kGetByKeys{.command = "getChannelAttributesByKeys",
-                                 .codes = kReadByKeysCodes,
-                                 .invalidArgument = KvPimChannelAttributesErrorInvalidArgument,
-                                 .logLine = "get channel attributes: %@",
-                                 .report = {KvReport::About::channel, KvLoganActionStringGet,
-                                            "-[KvPimKit getChannelAttributes:byKeys:completion:]"}};
+    {.command = "getChannelAttributes",
+     .codes = kReadCodes,
+     .invalidArgument = KvPimChannelAttributesErrorInvalidArgument,
+     .logLine = "get channel attributes: %@",
+     // An invalid id is reported as if the client were not logged in, whatever the completion hears.
+     .report = {.about = KvReport::About::channel,
+                .action = KvLoganActionStringGet,
+                .interface = "-[KvPimKit getChannelAttributes:completion:]",
+                .codeOfInvalidArgument = KvPimErrorNotLogin}}};
+constexpr KvOperation kGetByKeys{{.command = "getChannelAttributesByKeys",
+                                  .codes = kReadByKeysCodes,
+                                  .invalidArgument = KvPimChannelAttributesErrorInvalidArgument,
+                                  .logLine = "get channel attributes: %@",
+                                  .report = {KvReport::About::channel, KvLoganActionStringGet,
+                                             "-[KvPimKit getChannelAttributes:byKeys:completion:]"}}};
 constexpr KvOperation kGetMemberCount{
-    .command = "getChannelMemberCount",
-    .codes = KvCodesOf<KvPimMemberCountErrorCode>{.noAck = KvPimMemberCountErrorTimeout,
-                                                  .tooManyRequests = KvPimMemberCountErrorTooManyRequests,
-                                                  .other = KvPimMemberCountErrorFailure,
-                                                  .passed = {{{2, KvPimMemberCountErrorInvalidArgument},
-                                                              {5, KvPimMemberCountErrorTooManyChannels}}}},
-    .invalidArgument = KvPimMemberCountErrorInvalidArgument};
+    {.command = "getChannelMemberCount",
+     .codes = KvCodesOf<KvPimMemberCountErrorCode>{.noAck = KvPimMemberCountErrorTimeout,
+                                                   .tooManyRequests = KvPimMemberCountErrorTooManyRequests,
+                                                   .other = KvPimMemberCountErrorFailure,
+                                                   .passed = {{{2, KvPimMemberCountErrorInvalidArgument},
+                                                               {5, KvPimMemberCountErrorTooManyChannels}}}},
+     .invalidArgument = KvPimMemberCountErrorInvalidArgument}};
 constexpr std::size_t kMostCountedChannels = 32;
-
-static_assert(isSound(kSet) && isSound(kAddOrUpdate) && isSound(kDelete) && isSound(kClear) && isSound(kGet) &&
-              isSound(kGetByKeys) && isSound(kGetMemberCount));
 
 SocketItems writePayload(std::string const& channelId, KvPimChannelAttributeOptions options, char const* key = nullptr,
                          json::value what = nullptr) {

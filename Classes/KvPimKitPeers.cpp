@@ -23,8 +23,9 @@ constexpr KvCodesOf<KvPimPeersErrorCode> kOtherCodes{.noAck = KvPimPeersErrorTim
 
 enum class Reported { always, withClient };
 
-constexpr KvOperation row(std::string_view command, KvCodesOf<KvPimPeersErrorCode> codes, std::string_view logLine,
-                          std::string_view action, std::string_view interface, Reported reported = Reported::always) {
+constexpr KvOperationRow row(std::string_view command, KvCodesOf<KvPimPeersErrorCode> codes, std::string_view logLine,
+                             std::string_view action, std::string_view interface,
+                             Reported reported = Reported::always) {
     return {.command = command,
             .codes = codes,
             .invalidArgument = KvPimPeersErrorInvalidArgument,
@@ -58,19 +59,15 @@ constexpr KvOperation kQueryBySubscription =
         "-[KvPimKit queryPeersBySubscriptionOption:completion:]");
 
 constexpr KvOperation kSendMessage{
-    .command = "sendMessageToPeer",
-    .codes = KvCodesOf<KvPimPeerMessageErrorCode>{.noAck = KvPimPeerMessageErrorTimeout,
-                                                  .tooManyRequests = KvPimPeerMessageErrorTooManyRequests,
-                                                  .other = KvPimPeerMessageErrorFailure,
-                                                  .passed = {{{3, KvPimPeerMessageErrorServer3},
-                                                              {4, KvPimPeerMessageErrorServer4},
-                                                              {6, KvPimPeerMessageErrorServer6},
-                                                              {7, KvPimPeerMessageErrorTooLong}}}},
-    .logLine = "send peer message: %@"};
-
-static_assert(isSound(kSubscribeAttributes) && isSound(kUnsubscribeAttributes) && isSound(kGetAttributes) &&
-              isSound(kGetAttributesByKeys) && isSound(kSubscribeStatus) && isSound(kUnsubscribeStatus) &&
-              isSound(kQueryStatus) && isSound(kQueryBySubscription) && isSound(kSendMessage));
+    {.command = "sendMessageToPeer",
+     .codes = KvCodesOf<KvPimPeerMessageErrorCode>{.noAck = KvPimPeerMessageErrorTimeout,
+                                                   .tooManyRequests = KvPimPeerMessageErrorTooManyRequests,
+                                                   .other = KvPimPeerMessageErrorFailure,
+                                                   .passed = {{{3, KvPimPeerMessageErrorServer3},
+                                                               {4, KvPimPeerMessageErrorServer4},
+                                                               {6, KvPimPeerMessageErrorServer6},
+                                                               {7, KvPimPeerMessageErrorTooLong}}}},
+     .logLine = "send peer message: %@"}};
 
 bool areValidIds(std::vector<std::string> const& ids) { return !ids.empty() && std::ranges::all_of(ids, isValidId); }
 

@@ -21,29 +21,29 @@ constexpr KvCodesOf<KvPimLocalUserAttributesErrorCode> kRemoveCodes{
     .other = KvPimLocalUserAttributesErrorFailure};
 
 constexpr KvOperation kSet{
-    .command = "setLocalUserAttributes",
-    .codes = kWriteCodes,
-    .invalidArgument = KvPimLocalUserAttributesErrorInvalidArgument,
-    .logLine = "set user attributes: %@",
-    .report = {KvReport::About::user, KvLoganActionStringSet, "-[KvPimKit setLocalUserAttributes:completion:]"}};
-constexpr KvOperation kAddOrUpdate{.command = "addOrUpdateLocalUserAttributes",
-                                   .codes = kWriteCodes,
-                                   .invalidArgument = KvPimLocalUserAttributesErrorInvalidArgument,
-                                   .logLine = "add user attributes: %@",
-                                   .report = {KvReport::About::user, KvLoganActionStringUpdate,
-                                              "-[KvPimKit addOrUpdateLocalUserAttributes:completion:]"}};
-constexpr KvOperation kDelete{.command = "deleteLocalUserAttributesByKeys",
+    {.command = "setLocalUserAttributes",
+     .codes = kWriteCodes,
+     .invalidArgument = KvPimLocalUserAttributesErrorInvalidArgument,
+     .logLine = "set user attributes: %@",
+     .report = {KvReport::About::user, KvLoganActionStringSet, "-[KvPimKit setLocalUserAttributes:completion:]"}}};
+constexpr KvOperation kAddOrUpdate{{.command = "addOrUpdateLocalUserAttributes",
+                                    .codes = kWriteCodes,
+                                    .invalidArgument = KvPimLocalUserAttributesErrorInvalidArgument,
+                                    .logLine = "add user attributes: %@",
+                                    .report = {KvReport::About::user, KvLoganActionStringUpdate,
+                                               "-[KvPimKit addOrUpdateLocalUserAttributes:completion:]"}}};
+constexpr KvOperation kDelete{{.command = "deleteLocalUserAttributesByKeys",
+                               .codes = kRemoveCodes,
+                               .invalidArgument = KvPimLocalUserAttributesErrorInvalidArgument,
+                               .logLine = "delete user attributes: %@",
+                               .report = {KvReport::About::user, KvLoganActionStringDelete,
+                                          "-[KvPimKit deleteLocalUserAttributesByKeys:completion:]"}}};
+constexpr KvOperation kClear{{.command = "clearLocalUserAttributes",
                               .codes = kRemoveCodes,
-                              .invalidArgument = KvPimLocalUserAttributesErrorInvalidArgument,
-                              .logLine = "delete user attributes: %@",
+                              .logLine = "clear user attributes",
                               .report = {KvReport::About::user, KvLoganActionStringDelete,
-                                         "-[KvPimKit deleteLocalUserAttributesByKeys:completion:]"}};
-constexpr KvOperation kClear{
-    .command = "clearLocalUserAttributes",
-    .codes = kRemoveCodes,
-    .logLine = "clear user attributes",
-    .report = {KvReport::About::user, KvLoganActionStringDelete, "-[KvPimKit clearLocalUserAttributesWithCompletion:]"},
-    .timeout = std::chrono::seconds(10)};
+                                         "-[KvPimKit clearLocalUserAttributesWithCompletion:]"},
+                              .timeout = std::chrono::seconds(10)}};
 
 // ---- Anybody's
 
@@ -53,20 +53,17 @@ constexpr KvCodesOf<KvPimUserAttributesErrorCode> kReadCodes{.noAck = KvPimUserA
                                                              .passed = {{{6, KvPimUserAttributesErrorServer6}}}};
 
 constexpr KvOperation kGet{
-    .command = "getUserAttributes",
-    .codes = kReadCodes,
-    .invalidArgument = KvPimUserAttributesErrorInvalidArgument,
-    .logLine = "get user attributes: %@",
-    .report = {KvReport::About::user, KvLoganActionStringGet, "-[KvPimKit getUserAttributes:completion:]"}};
+    {.command = "getUserAttributes",
+     .codes = kReadCodes,
+     .invalidArgument = KvPimUserAttributesErrorInvalidArgument,
+     .logLine = "get user attributes: %@",
+     .report = {KvReport::About::user, KvLoganActionStringGet, "-[KvPimKit getUserAttributes:completion:]"}}};
 constexpr KvOperation kGetByKeys{
-    .command = "getUserAttributesByKeys",
-    .codes = kReadCodes,
-    .invalidArgument = KvPimUserAttributesErrorInvalidArgument,
-    .logLine = "get user attributes: %@",
-    .report = {KvReport::About::user, KvLoganActionStringGet, "-[KvPimKit getUserAttributes:byKeys:completion:]"}};
-
-static_assert(isSound(kSet) && isSound(kAddOrUpdate) && isSound(kDelete) && isSound(kClear) && isSound(kGet) &&
-              isSound(kGetByKeys));
+    {.command = "getUserAttributesByKeys",
+     .codes = kReadCodes,
+     .invalidArgument = KvPimUserAttributesErrorInvalidArgument,
+     .logLine = "get user attributes: %@",
+     .report = {KvReport::About::user, KvLoganActionStringGet, "-[KvPimKit getUserAttributes:byKeys:completion:]"}}};
 
 auto readingUser(std::string const& userId, KvPimKit::UserAttributesCompletion done) {
     return [userId, done = std::move(done)](std::int64_t code, KvPimResult const* result) {

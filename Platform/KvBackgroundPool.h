@@ -1,6 +1,6 @@
 // The threads behind all serial queues and the real clock's delays. They start with the first use, live as long as the
 // process, and take no descriptor. What was queued by its normal end is still done, if that takes no more than a few
-// seconds.
+// seconds; asio::thread_pool would wait for all of it, or for none.
 #pragma once
 
 #include <chrono>

@@ -37,9 +37,10 @@ struct KvFileId {
     bool operator==(KvFileId const&) const = default;
 };
 
-/// Writes all of it, or says false, with errno set.
+/// Writes all of it, or returns false, with errno set.
 KV_EXPORT bool writeAll(int fd, std::string_view bytes);
-/// Writes all of it at the end of a file, or says false; a line for which there was no room is not left there in part.
+/// Writes all of it at the end of a file, or returns false; a line for which there was no room is not left there in
+/// part.
 KV_EXPORT bool appendLines(int fd, std::string_view lines);
 /// Takes away what is behind the last line break of a file. The descriptor must be open for reading, too.
 KV_EXPORT void cutHalfLine(int fd);

@@ -28,6 +28,9 @@ constexpr std::size_t kMostInOnePoll = 4096;
 
 // Asio keeps its epoll descriptor to itself, but an application's own loop must wait on it. An explicit instantiation
 // may name a private member, which is the one way to it that the language allows.
+#ifndef BOOST_ASIO_HAS_EPOLL
+#error "The main queue needs an Asio that waits with epoll: build it without io_uring"
+#endif
 int epollFdOf(asio::detail::epoll_reactor& reactor);
 template <auto Member>
 struct EpollFd {

@@ -20,7 +20,6 @@ public:
     KvSerialQueue(KvSerialQueue const&) = delete;
     KvSerialQueue& operator=(KvSerialQueue const&) = delete;
 
-    std::string const& label() const { return label_; }
     void async(std::function<void()> work);
     /// Queues work, `delay` from now at the earliest, on the queue's clock.
     void asyncAfter(std::chrono::nanoseconds delay, std::function<void()> work);
@@ -32,7 +31,7 @@ public:
 
 private:
     class Impl;
-    std::string label_;
+    std::string label_;  // for who looks at it in a debugger
     std::shared_ptr<KvClock> clock_;
     std::shared_ptr<Impl> impl_;
 };

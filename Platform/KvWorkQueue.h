@@ -1,5 +1,6 @@
 // Work items that run one at a time, in order, on a main queue. An item is a coroutine: while it waits for something it
-// keeps its place in the queue, but no thread. Everything here belongs to the main queue.
+// keeps its place in the queue, but no thread. Everything here belongs to the main queue. (The coroutines of Asio wait
+// on clocks of Asio's, not on the queue's, and cannot be destroyed where they wait.)
 //
 //     queue.add([self]() -> KvWork {
 //         co_await KvDelay{*self->mainQueue, 2s};

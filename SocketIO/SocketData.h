@@ -13,6 +13,9 @@
 
 namespace kv {
 
+/// The single item of an acknowledgement that did not come in time.
+inline constexpr char kNoAck[] = "NO ACK";
+
 /// The items of a packet to send. A binary value is put in with `binary`:
 ///     SocketItems items;
 ///     items.values = {"photo", {{"bytes", items.binary(data)}}};

@@ -17,7 +17,7 @@ constexpr std::size_t kUsualAttachments = 10;  // what the reference server take
 
 }  // namespace
 
-// Joins a socket to one connection, until either drops it.
+// Joins a socket to one connection, until either lets go of it.
 class SocketIOClient::Impl::Link final : public sio::ConnectionListener, public std::enable_shared_from_this<Link> {
 public:
     explicit Link(Impl& owner) : owner_(&owner) {}
@@ -37,13 +37,13 @@ public:
     void onClosed(std::string const& reason) override {
         auto& owner = *owner_;
         auto const keep = owner.socket->shared_from_this();
-        owner.leave();
+        owner.release();
         owner.deliverText("disconnect", reason);
     }
 
     bool isListening() const override { return owner_ != nullptr; }
 
-    void drop() {
+    void release() {
         owner_ = nullptr;
         if (connection) sio::Connection::leave(std::exchange(connection, nullptr));
     }
@@ -62,7 +62,7 @@ SocketIOClient::Impl::Impl(std::string serverUrl, SocketConfig socketConfig, std
       engine(std::move(worker)),
       acks(std::make_shared<sio::AckTable>(mainQueue)) {}
 
-SocketIOClient::Impl::~Impl() { leave(); }
+SocketIOClient::Impl::~Impl() { release(); }
 
 void SocketIOClient::Impl::assertMainThread() const {
     assert(mainQueue->isOwnThread() &&
@@ -70,29 +70,29 @@ void SocketIOClient::Impl::assertMainThread() const {
 }
 
 void SocketIOClient::Impl::connect() {
-    if (status == SocketStatus::connecting || status == SocketStatus::connected || isAbandoned) return;
+    if (status == SocketStatus::connecting || status == SocketStatus::connected || isReleasedForGood) return;
     status = SocketStatus::connecting;
     link_ = std::make_shared<Link>(*this);
     link_->connection = std::make_shared<sio::Connection>(url, config, names, mainQueue, engine);
     link_->connection->start(link_);
 }
 
-void SocketIOClient::Impl::leave() {
+void SocketIOClient::Impl::release() {
     timeouts_.clear();
     if (status != SocketStatus::notConnected) status = SocketStatus::disconnected;
     sid.clear();
-    if (auto const link = std::exchange(link_, nullptr)) link->drop();
+    if (auto const link = std::exchange(link_, nullptr)) link->release();
 }
 
 void SocketIOClient::Impl::disconnect() {
     if (!link_) return;
-    leave();
+    release();
     deliverText("disconnect", sio::kNamespaceLeave);
 }
 
-void SocketIOClient::Impl::abandon() {
-    isAbandoned = true;
-    leave();
+void SocketIOClient::Impl::releaseForGood() {
+    isReleasedForGood = true;
+    release();
 }
 
 void SocketIOClient::Impl::callIfStillConnecting(std::chrono::duration<double> timeout, std::function<void()> handler) {
@@ -149,7 +149,7 @@ void SocketIOClient::Impl::addHandler(std::string event, Handler handler) {
 }
 
 void SocketIOClient::Impl::send(std::string_view event, SocketItems const& items, std::optional<std::uint64_t> ackId,
-                                std::chrono::steady_clock::time_point expires) {
+                                std::chrono::steady_clock::time_point deadline) {
     if (status != SocketStatus::connected) {
         mainQueue->post([weak = socket->weak_from_this()] {
             if (auto const self = weak.lock()) self->impl_->deliverText("error", "Tried emitting when not connected");
@@ -166,7 +166,7 @@ void SocketIOClient::Impl::send(std::string_view event, SocketItems const& items
     if (text.capacity() > kMostKept) text = {};
     text.clear();
     sio::writeEvent(text, event, items, ackId);
-    if (!link_->connection->put(text, items.attachments, expires))
+    if (!link_->connection->put(text, items.attachments, deadline))
         log("Too much waits to be sent: dropped the event " + std::string(event));
 }
 

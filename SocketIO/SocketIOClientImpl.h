@@ -1,9 +1,9 @@
 // The inside of a socket, shared by the socket and its manager. Belongs to the main queue.
 #pragma once
 
+#include "SocketIO/AckTable.h"
 #include "SocketIO/SocketIOClient.h"
 #include "SocketIO/SocketManager.h"
-#include "SocketIO/core/AckTable.h"
 #include "SocketIO/core/EventNames.h"
 #include "SocketIO/transport/Connection.h"
 
@@ -24,14 +24,15 @@ public:
     ~Impl();
 
     void connect();
-    /// Leaves the server without a word to the handlers.
-    void leave();
+    /// Leaves, and tells the handlers.
     void disconnect();
-    /// The manager is gone: nothing is delivered any more, and nothing connects.
-    void abandon();
+    /// Leaves, if it was not gone already; the handlers hear nothing of it.
+    void release();
+    /// The same for good, when the manager is gone: nothing connects any more.
+    void releaseForGood();
     void callIfStillConnecting(std::chrono::duration<double> timeout, std::function<void()> handler);
     void send(std::string_view event, SocketItems const& items, std::optional<std::uint64_t> ackId,
-              std::chrono::steady_clock::time_point expires);
+              std::chrono::steady_clock::time_point deadline);
     void addHandler(std::string event, Handler handler);
     void assertMainThread() const;
 
@@ -43,7 +44,7 @@ public:
     std::shared_ptr<sio::AckTable> const acks;
     SocketStatus status = SocketStatus::notConnected;
     std::string sid;
-    bool isAbandoned = false;  // the manager is gone
+    bool isReleasedForGood = false;  // the manager is gone
 
     // A list is replaced, never changed: handlers may add handlers while it runs.
     using Handlers = std::shared_ptr<std::vector<Handler> const>;
@@ -60,7 +61,7 @@ private:
     void deliver(Link const* link, std::string_view event, SocketData const& data);
     void deliverText(std::string_view event, std::string_view text);
 
-    std::shared_ptr<Link> link_;          // to the present connection; one that was dropped delivers nothing any more
+    std::shared_ptr<Link> link_;          // to the present connection; one that was released delivers nothing any more
     std::vector<KvQueueTimer> timeouts_;  // of the attempt to connect
 };
 

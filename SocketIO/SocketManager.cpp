@@ -13,7 +13,7 @@ SocketManager::SocketManager(std::string url, SocketConfig config, std::shared_p
 
 SocketManager::~SocketManager() {
     socket_->impl_->assertMainThread();
-    socket_->impl_->abandon();
+    socket_->impl_->releaseForGood();
 }
 
 void SocketManager::setReconnects([[maybe_unused]] bool reconnects) { assert(!reconnects); }

@@ -2,39 +2,20 @@
 //
 // All calls belong to the main queue given at construction; handlers run on it. The engine queue does the socket work:
 // the same queue, or another one that some thread drives. Nothing connects before the socket's `connect`. Destroying
-// the manager closes the connection without a word to the handlers; acknowledgements still end as they are told to.
+// the manager closes the connection, and the handlers hear nothing of it; acknowledgements still end as they are told
+// to.
 #pragma once
 
 #include "Platform/KvExport.h"
 #include "Platform/KvMainQueue.h"
+#include "SocketIO/SocketConfig.h"
 
-#include <cstddef>
-#include <functional>
 #include <memory>
 #include <string>
-#include <string_view>
-#include <utility>
-#include <vector>
 
 namespace kv {
 
 class SocketIOClient;
-
-/// How a connection is made.
-struct SocketConfig {
-    /// Offer permessage-deflate. A server that declines is fine; messages under 1 KiB are never deflated.
-    bool compress = false;
-    /// WebSocket is the only transport there is; kept because configurations name it.
-    bool forceWebsockets = true;
-    /// Query parameters of the connection, percent-encoded on the way out.
-    std::vector<std::pair<std::string, std::string>> connectParams;
-    /// A PEM file of certificate authorities to trust beside the system's; empty for none.
-    std::string caFile;
-    /// What may wait to be sent, in bytes; an emit beyond it is dropped and logged.
-    std::size_t maxQueuedBytes = 64u << 20;
-    /// Told what goes wrong without another way to say so, one line each, on the main queue; may be empty.
-    std::function<void(std::string_view line)> log;
-};
 
 /// A connection, with its socket. It connects when the socket is told to.
 class KV_EXPORT SocketManager final {

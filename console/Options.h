@@ -29,7 +29,7 @@ inline void addCommonOptions(CLI::App& command, CommonOptions& options) {
         .add_option("--key-store-dir", options.env.keyStoreDirectory,
                     "Keep the device id as a file in this directory, not in the secret service")
         ->type_name("DIR");
-    command.add_option("--ca-file", options.env.caFile, "PEM file of authorities to trust beside the system's")
+    command.add_option("--ca-file", options.env.caFile, "PEM file of authorities to trust in addition to the system's")
         ->check(CLI::ExistingFile)
         ->type_name("FILE");
 }

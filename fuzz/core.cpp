@@ -6,7 +6,7 @@
 #include "Platform/KvJsonText.h"
 #include "Platform/KvMainQueue.h"
 #include "Platform/KvUtf8.h"
-#include "SocketIO/core/AckTable.h"
+#include "SocketIO/AckTable.h"
 #include "SocketIO/core/ProtocolCore.h"
 #include "SocketIO/core/WebSocketCodec.h"
 #include "fuzz/support/ExactJson.h"

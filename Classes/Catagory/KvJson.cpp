@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <limits>
 
 namespace kv {
@@ -26,24 +27,6 @@ std::int64_t truncated(double number) {
     if (number >= kEnd) return std::numeric_limits<std::int64_t>::max();
     if (number <= -kEnd) return std::numeric_limits<std::int64_t>::min();
     return static_cast<std::int64_t>(number);
-}
-
-std::int64_t leadingInteger(std::string_view text) {
-    std::size_t at = text.find_first_not_of(" \t\n\r\f\v");
-    if (at == std::string_view::npos) return 0;
-    bool const negative = text[at] == '-';
-    if (text[at] == '-' || text[at] == '+') ++at;
-    std::uint64_t number = 0;
-    std::uint64_t const limit = std::numeric_limits<std::int64_t>::max() + (negative ? 1ull : 0ull);
-    for (; at < text.size() && text[at] >= '0' && text[at] <= '9'; ++at) {
-        std::uint64_t const digit = static_cast<std::uint64_t>(text[at] - '0');
-        if (number > (limit - digit) / 10) {
-            number = limit;
-            break;
-        }
-        number = number * 10 + digit;
-    }
-    return negative ? static_cast<std::int64_t>(0 - number) : static_cast<std::int64_t>(number);
 }
 
 }  // namespace
@@ -91,7 +74,7 @@ std::int64_t asInteger(json::value const* value) {
         case json::kind::bool_:
             return value->get_bool() ? 1 : 0;
         case json::kind::string:
-            return leadingInteger(value->get_string());
+            return std::strtoll(value->get_string().c_str(), nullptr, 10);
         default:
             return 0;
     }

@@ -1,9 +1,11 @@
 #include "Classes/Catagory/KvString.h"
 
+#include <iterator>
 #include <map>
 #include <memory>
 #include <mutex>
 
+#include <boost/algorithm/hex.hpp>
 #include <openssl/evp.h>
 #include <re2/re2.h>
 
@@ -35,12 +37,8 @@ std::string md5Value(std::string_view text) {
     unsigned char digest[EVP_MAX_MD_SIZE];
     unsigned int size = 0;
     EVP_Digest(text.data(), text.size(), digest, &size, EVP_md5(), nullptr);
-    constexpr char kDigits[] = "0123456789abcdef";
     std::string hex;
-    for (unsigned int i = 0; i < size; ++i) {
-        hex += kDigits[digest[i] >> 4];
-        hex += kDigits[digest[i] & 15];
-    }
+    boost::algorithm::hex_lower(digest, digest + size, std::back_inserter(hex));
     return hex;
 }
 

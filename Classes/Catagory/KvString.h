@@ -6,10 +6,11 @@
 
 namespace kv {
 
-/// Whether the whole text matches the pattern (RE2 syntax). A pattern that is not one matches nothing. Each pattern is
+/// Whether the whole text matches the pattern (RE2 syntax). An invalid pattern matches nothing. Each pattern is
 /// compiled once.
 bool match(std::string_view text, std::string_view pattern);
-/// The MD5 digest of the text's bytes, as 32 lower-case hexadecimal digits.
+/// The MD5 digest of the text's bytes, as 32 lower-case hexadecimal digits. Part of the interface; the library does not
+/// call it.
 std::string md5Value(std::string_view text);
 
 /// 1 to 64 characters of those that user, peer and channel ids are made of.

@@ -4,12 +4,15 @@
 
 #include <concepts>
 #include <cstddef>
+#include <tuple>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace kv {
 
-/// Calls `callback(key, value, stop)` for each entry in the dictionary's order, until `stop` is set.
+/// Calls `callback(key, value, stop)` for each entry in the dictionary's order, until `stop` is set. Part of the
+/// interface; the library does not call it.
 template <class Dictionary, class Callback>
 void kv_each(Dictionary const& dictionary, Callback callback) {
     bool stop = false;
@@ -22,13 +25,12 @@ void kv_each(Dictionary const& dictionary, Callback callback) {
 /// What `callback(key, value)` makes of each entry of a dictionary, in its order.
 template <class Dictionary, class Callback>
 auto kv_map(Dictionary const& dictionary, Callback callback) {
-    [[maybe_unused]] auto const made = [&](auto const& entry) {
-        auto const& [key, value] = entry;
-        return callback(key, value);
-    };
-    std::vector<decltype(made(*dictionary.begin()))> list;
+    using Entry = typename Dictionary::value_type;
+    std::vector<
+        std::invoke_result_t<Callback&, std::tuple_element_t<0, Entry> const&, std::tuple_element_t<1, Entry> const&>>
+        list;
     list.reserve(dictionary.size());
-    kv_each(dictionary, [&](auto const& key, auto const& value, bool&) { list.push_back(callback(key, value)); });
+    for (auto const& [key, value] : dictionary) list.push_back(callback(key, value));
     return list;
 }
 

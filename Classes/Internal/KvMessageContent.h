@@ -12,7 +12,8 @@
 
 namespace kv {
 
-inline constexpr std::size_t kMostMessageBytes = 32768;
+/// Of the text of a message, and of its data.
+inline constexpr std::size_t kMostContentBytes = 32768;
 
 /// Where a message's payload is made, for the time of the call that sends it: messages are what an application sends
 /// thousands of, and each value in here would cost an allocation otherwise.
@@ -50,8 +51,8 @@ template <class Completion>
 void reportTooLong(KvPimMessage const* message, std::int64_t code, Completion const& done) {
     if (message == nullptr) return;
     auto const data = message->data();
-    bool const isTextTooLong = message->text && message->text->size() > kMostMessageBytes;
-    bool const isDataTooLong = data && data->size() > kMostMessageBytes;
+    bool const isTextTooLong = message->text && message->text->size() > kMostContentBytes;
+    bool const isDataTooLong = data && data->size() > kMostContentBytes;
     if (isTextTooLong) complete(done, code);
     if (isDataTooLong) complete(done, code);
 }

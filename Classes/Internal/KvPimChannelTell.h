@@ -5,13 +5,13 @@
 
 namespace kv {
 
-/// Calls a member of the channel's delegate, if the client, the delegate and that member are all there. Says whether it
-/// did.
+/// Calls a member of the channel's delegate, if the client, the delegate and that member are all there. Returns whether
+/// it did.
 template <auto Member, class... Arguments>
 bool KvPimChannel::tell(Arguments const&... arguments) {
     auto const client = stateDelegate_.lock();
     auto const listener = delegate_.lock();
-    if (!client || client->kit.expired() || !listener || !((*listener).*Member)) return false;
+    if (!client || client->heldByApplication.expired() || !listener || !((*listener).*Member)) return false;
     ((*listener).*Member)(*this, arguments...);
     return true;
 }

@@ -1,6 +1,6 @@
 #include "Classes/Internal/KvPimDebugInfo.h"
 
-#include "Classes/Internal/KvBundle.h"
+#include "Classes/Utils/KvBundle.h"
 
 namespace kv {
 namespace json = boost::json;

@@ -31,7 +31,7 @@ public:
     /// The client, if the application still holds it. What is at work in it may keep the inside for longer.
     static std::shared_ptr<KvPimKitImpl> living(std::weak_ptr<KvPimKitImpl> const& client) {
         auto inside = client.lock();
-        return inside && !inside->kit.expired() ? inside : nullptr;
+        return inside && !inside->heldByApplication.expired() ? inside : nullptr;
     }
 
     // ---- Session (KvPimSession.cpp)
@@ -61,15 +61,18 @@ public:
     void requestOn(std::shared_ptr<SocketIOClient> const& on, KvOperation const& operation, bool isValid,
                    MakePayload const& payload, Finish finish, std::string const& channelId = {});
 
-    /// Calls a member of the delegate, if the client, the delegate and that member are all there. Says whether it did.
+    /// Calls a member of the delegate, if the client, the delegate and that member are all there. Returns
+    /// whether it did.
     template <auto Member, class... Arguments>
     bool tell(Arguments const&... arguments);
 
     std::shared_ptr<KvMainQueue> const mainQueue;
     std::shared_ptr<KvMainQueue> const engine;
     KvPimOptions const options;
-    std::weak_ptr<KvPimKit> kit;     // expires the moment the application lets go, also in the middle of a callback
-    std::weak_ptr<KvPimKit> object;  // the same one, for as long as a callback has it
+    // The outside, twice. The first expires the moment the application lets go, also in the middle of a callback: it
+    // says whether anybody is to be told anything. The second is what a callback is given, and lives until it returns.
+    std::weak_ptr<KvPimKit> heldByApplication;
+    std::weak_ptr<KvPimKit> alive;
 
     std::int32_t connectIndex = 0;  // into the table of reconnection delays
     std::weak_ptr<KvPimDelegate> delegate;
@@ -116,9 +119,9 @@ private:
     void endSession();
     void makeSocketManager(boost::json::object const& config);
     void handOutSocket();
-    /// Tells the delegate of a state. Says whether it listens.
+    /// Tells the delegate of a state, without an event report: (4, 5) and (1, 4) have none. Returns whether it listens.
     bool tellState(std::int64_t state, std::int64_t reason);
-    /// The same; the event report of it is made only when the delegate listens.
+    /// The same, and reports it when the delegate listens.
     void tellAndReportState(std::int64_t state, std::int64_t reason);
     std::shared_ptr<KvPimChannel> findChannel(std::optional<std::string> const& channelId) const;
 
@@ -177,9 +180,9 @@ void KvPimKitImpl::requestOn(std::shared_ptr<SocketIOClient> const& on, KvOperat
 
 template <auto Member, class... Arguments>
 bool KvPimKitImpl::tell(Arguments const&... arguments) {
-    auto const client = object.lock();
+    auto const client = alive.lock();
     auto const listener = delegate.lock();
-    if (kit.expired() || !client || !listener || !((*listener).*Member)) return false;
+    if (heldByApplication.expired() || !client || !listener || !((*listener).*Member)) return false;
     ((*listener).*Member)(*client, arguments...);
     return true;
 }

@@ -17,6 +17,7 @@ struct KvPimLoginParams {
     std::int64_t timestamp = 0;
 
     void loginWithToken(std::string newToken, std::string newAppId, std::string newUserId, std::int64_t newTimestamp);
+    /// Part of the interface; the library does not call it.
     void renewToken(std::string newToken, std::int64_t newTimestamp);
     void logout();
     /// A configuration for one connection, with the time at which it was made; empty without credentials.

@@ -56,7 +56,7 @@ void KvPimKitImpl::onDisconnect(SocketData const& data) {
     if (loginBlcok) {
         reporter.setTsConnectServer(currentTimeStamp() - connectStart);
         reporter.loginResult(0, loginError);
-        auto const done = std::exchange(loginBlcok, nullptr);  // which may begin another login
+        auto const done = std::exchange(loginBlcok, nullptr);  // which may call `loginWithConfig`
         done(loginError);
         stateManager->state = KvPimConnectionStateDisconnected;
         tellAndReportState(KvPimConnectionStateDisconnected, KvPimConnectionChangeReasonLoginFailure);
@@ -94,7 +94,7 @@ KvWork KvPimKitImpl::reconnectAfterDelay(std::weak_ptr<KvPimKitImpl> client) {
     if (std::exchange(self->stateManager->state, KvPimConnectionStateReconnecting) !=
         KvPimConnectionStateReconnecting) {
         self->tellState(KvPimConnectionStateReconnecting, KvPimConnectionChangeReasonInterrupted);
-        if (self->kit.expired()) co_return;
+        if (self->heldByApplication.expired()) co_return;
     }
     self->rebuildSocketManagerWithConfig(self->stateHelper.loginParams.generateSocketConfig());
     self->socket.lock()->connect();
@@ -167,7 +167,7 @@ void KvPimKitImpl::restoreJoinedChannels(Channels channels, Attempt const& attem
 
 template <auto Operation, class Read>
 void KvPimKitImpl::restore(Read read, KvUnansweredChanges KvPimStateHelper::*changes, Attempt const& attempt) {
-    auto const client = object.lock();
+    auto const client = alive.lock();
     auto const list = read(stateHelper);
     if (!stateManager->login || list.empty() || !client) return;
     ((*client).*Operation)(list, [weak = weak_from_this(), read, changes, attempt](std::int64_t code) {

@@ -18,7 +18,7 @@ constexpr std::chrono::seconds kLongestFarewell{1};
 
 std::int64_t KvCodes::of(KvPimResult const& result) const {
     if (result.code == 0 && !refusalBeforeSuccess) return 0;
-    if (noAck && result.errorString == "NO ACK") return *noAck;
+    if (noAck && result.isAckTimeout) return *noAck;
     if (tooManyRequests && result.errorString == "Too Many Requests") return *tooManyRequests;
     if (result.code == 0) return 0;
     for (auto const& row : passed) {
@@ -73,7 +73,7 @@ void emitCommand(KvMainQueue& queue, std::shared_ptr<SocketIOClient> const& sock
     if (!socket) {
         auto timer = std::make_shared<KvQueueTimer>();
         *timer = queue.after(timeout, [timer, answered = std::move(answered)] {
-            boost::json::array const items{"NO ACK"};
+            boost::json::array const items{kNoAck};
             answered(KvPimResult::resultWithArray(SocketData(items, {})));
         });
         return;

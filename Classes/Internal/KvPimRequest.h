@@ -76,7 +76,8 @@ struct KvReport {
     void failure(std::int64_t code, bool isAnswer, std::string const& channelId) const;
 };
 
-struct KvOperation {
+/// An operation, as it is written down.
+struct KvOperationRow {
     std::string_view command;
     KvCodes codes;
     std::int64_t invalidArgument = 0;
@@ -86,13 +87,14 @@ struct KvOperation {
     std::chrono::seconds timeout{6};
 };
 
-/// A row that could report success for a failure, or that has no command, is a mistake that must not compile.
-consteval bool isSound(KvOperation const& operation) {
-    return !operation.command.empty() && operation.codes.noAck != 0 && operation.codes.tooManyRequests != 0 &&
-           operation.codes.other != 0 && std::ranges::all_of(operation.codes.passed, [](KvCodes::Passed const& row) {
-               return (row.result == 0) == (row.code == 0);
-           });
-}
+struct KvOperation : KvOperationRow {
+    consteval KvOperation(KvOperationRow const& row) : KvOperationRow(row) {
+        bool const isSound =
+            !command.empty() && codes.noAck != 0 && codes.tooManyRequests != 0 && codes.other != 0 &&
+            std::ranges::all_of(codes.passed, [](auto const& each) { return (each.result == 0) == (each.code == 0); });
+        if (!isSound) throw "a row without a command, or one that tells success for a failure";  // so does not compile
+    }
+};
 
 [[noreturn]] void endOfWrongThread(char const* call);
 /// Everything of a client belongs to one thread. Ends a program that calls from another: debug builds always, others

@@ -37,7 +37,7 @@ public:
 
 private:
     Map attributes_;
-    std::mutex lock_;  // guards the mutations of attributes_
+    std::mutex lock_;  // of the mutations; reads need none, since all of it belongs to the main thread
 };
 
 /// The status that the server last pushed for each peer, which tells real changes from repetitions.

@@ -28,6 +28,7 @@ public:
     /// earlier one there, and later notices about the two are about this object. Call it on the main thread of the
     /// client that it is for: it belongs to the client that sends it, or is told of the two users, there.
     static std::shared_ptr<KvPimInvitation> initWithInviter(std::string inviter, std::string invitee);
+    // It stands beside the store, in Utils/KvInvitationStore.cpp: a record knows nothing that is above it.
 
     std::string inviter;
     std::string invitee;

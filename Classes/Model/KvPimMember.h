@@ -19,7 +19,7 @@ struct KV_EXPORT KvPimMember {
     bool operator==(KvPimMember const&) const = default;
     /// The member of {"userId":...,"channelId":...}. What is missing, or no text, is empty; null gives an empty member.
     static KvPimMember initWithDict(boost::json::object const* dictionary);
-    /// The members of a list of such dictionaries.
+    /// The members of a list of such dictionaries. Part of the interface; the library does not call it.
     static std::vector<KvPimMember> membersFromArray(boost::json::array const& dictionaries);
 };
 

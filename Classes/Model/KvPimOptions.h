@@ -29,7 +29,7 @@ struct KvPimEnvConfig {
     std::string cachesDirectory;
     /// Directory in which the device id is kept as a private file, instead of the user's secret service.
     std::string keyStoreDirectory;
-    /// PEM file of certificate authorities to trust beside the system's.
+    /// PEM file of certificate authorities to trust in addition to the system's.
     std::string caFile;
 };
 

@@ -16,7 +16,7 @@ KvPimResult KvPimResult::resultWithArray(SocketData const& data) {
         result.response = response;
         result.code = asInteger32(valueOf(response, "result"));
     }
-    result.isAckTimeout = result.errorString == "NO ACK";
+    result.isAckTimeout = result.errorString == kNoAck;
     return result;
 }
 

@@ -13,8 +13,8 @@ namespace kv {
 
 class SocketData;
 
-/// What an acknowledgement, or a notice of the same form, says. Refers to the data that it was read from, and lives no
-/// longer.
+/// What an acknowledgement, or a notice of the same form, says. No public call takes or gives one. Refers to the data
+/// that it was read from, and lives no longer.
 struct KV_EXPORT KvPimResult {
     /// Nobody answered in time.
     bool isAckTimeout = false;

@@ -21,7 +21,7 @@ struct KvHttpTask {
     std::vector<std::string> headers;  // "Name: value" each
     /// POSTs the content of this file, read piece by piece while it is sent; empty for a GET.
     std::string uploadPath{};
-    /// PEM file of authorities to trust beside the system's; empty for none.
+    /// PEM file of authorities to trust in addition to the system's; empty for none.
     std::string caFile{};
     /// How long nothing at all may arrive or leave.
     std::chrono::milliseconds requestTimeout{};

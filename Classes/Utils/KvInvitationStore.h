@@ -1,6 +1,7 @@
 // Every live invitation of the process, under the pair of users that it joins, with the timers that end those which
 // nobody answers. One store for all clients, and each has its own in it: the two sides of an invitation may live in one
-// process, on a thread each, and share no object. Locked for that reason.
+// process, on a thread each, and share no object. Locked for that reason. It knows the kit
+// itself, whose clock runs out for an invitation and whose delegate is told.
 #pragma once
 
 #include <map>
@@ -31,7 +32,7 @@ public:
     /// failed, and the kit's delegate is told; the store keeps it.
     void addTimerAndInvitation(std::shared_ptr<KvPimInvitation> invitation, std::shared_ptr<KvPimInvitationKit> target);
     void removeTimerAndInvitation(KvPimInvitation const& invitation, KvPimInvitationKit const& kit);
-    /// Forgets all of a client, without a word to anybody, and what this thread made that no client has adopted. Null
+    /// Forgets all of a client, telling nobody, and what this thread made that no client has adopted. Null
     /// stands for a client without a kit.
     void reset(KvPimInvitationKit const* kit);
     /// Forgets all of a kit that ends.

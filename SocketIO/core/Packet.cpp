@@ -26,9 +26,9 @@ std::optional<std::uint64_t> takeNumber(std::string_view& text) {
     return value;
 }
 
-bool hasAttachments(PacketType type) { return type == PacketType::binaryEvent || type == PacketType::binaryAck; }
+bool hasAttachments(SocketIoType type) { return type == SocketIoType::binaryEvent || type == SocketIoType::binaryAck; }
 
-bool isAck(PacketType type) { return type == PacketType::ack || type == PacketType::binaryAck; }
+bool isAck(SocketIoType type) { return type == SocketIoType::ack || type == SocketIoType::binaryAck; }
 
 void appendNumber(std::string& out, std::uint64_t value) {
     std::array<char, 20> digits;
@@ -36,11 +36,11 @@ void appendNumber(std::string& out, std::uint64_t value) {
 }
 
 void writeStart(std::string& out, bool isAnswer, SocketItems const& items, std::optional<std::uint64_t> id) {
-    out.push_back(static_cast<char>(EngineType::message));
+    out.push_back(static_cast<char>(EngineIoType::message));
     if (items.attachments.empty()) {
-        out.push_back(static_cast<char>(isAnswer ? PacketType::ack : PacketType::event));
+        out.push_back(static_cast<char>(isAnswer ? SocketIoType::ack : SocketIoType::event));
     } else {
-        out.push_back(static_cast<char>(isAnswer ? PacketType::binaryAck : PacketType::binaryEvent));
+        out.push_back(static_cast<char>(isAnswer ? SocketIoType::binaryAck : SocketIoType::binaryEvent));
         appendNumber(out, items.attachments.size());
         out.push_back('-');
     }
@@ -71,7 +71,7 @@ std::string_view firstText(std::string_view json) {
 std::string readPacketHeader(std::string_view packet, PacketHeader& header) {
     if (packet.empty()) return "Socket.IO: empty packet";
     if (packet[0] < '0' || packet[0] > '6') return "Socket.IO: unknown packet type";
-    header.type = static_cast<PacketType>(packet[0]);
+    header.type = static_cast<SocketIoType>(packet[0]);
     packet.remove_prefix(1);
     if (hasAttachments(header.type)) {
         auto const count = takeNumber(packet);

@@ -25,7 +25,7 @@ namespace kv::sio {
 
 constexpr std::size_t kMostAttachments = 1000;
 
-enum class EngineType : char {
+enum class EngineIoType : char {
     open = '0',
     close = '1',
     ping = '2',
@@ -34,7 +34,7 @@ enum class EngineType : char {
     upgrade = '5',
     noop = '6'
 };
-enum class PacketType : char {
+enum class SocketIoType : char {
     connect = '0',
     disconnect = '1',
     event = '2',
@@ -82,7 +82,7 @@ private:
 
 /// What stands before the JSON of a Socket.IO packet.
 struct PacketHeader {
-    PacketType type = PacketType::event;
+    SocketIoType type = SocketIoType::event;
     std::size_t attachments = 0;
     std::optional<std::uint64_t> id;
     std::string_view json;

@@ -46,20 +46,20 @@ bool ProtocolCore::fail(std::string reason) {
 bool ProtocolCore::onText(std::string_view text, Time now) {
     if (text.empty()) return fail("Engine.IO: empty packet");
     auto const body = text.substr(1);
-    switch (static_cast<EngineType>(text[0])) {
-        case EngineType::open:
+    switch (static_cast<EngineIoType>(text[0])) {
+        case EngineIoType::open:
             return onOpen(body, now);
-        case EngineType::close:
+        case EngineIoType::close:
             return fail("The server closed the session");
-        case EngineType::ping:
+        case EngineIoType::ping:
             if (!isOpen()) return fail("Engine.IO: packet before the session was opened");
             if (body.size() > kMostPingBytes) return fail("Engine.IO: ping of more than 125 bytes");
             deadline_ = now + patience_;
-            host_.sendText(std::string(1, static_cast<char>(EngineType::pong)).append(body));
+            host_.sendText(std::string(1, static_cast<char>(EngineIoType::pong)).append(body));
             return true;
-        case EngineType::message:
+        case EngineIoType::message:
             return onMessage(body);
-        case EngineType::noop:
+        case EngineIoType::noop:
             return true;
         default:
             return fail("Engine.IO: unexpected packet type");
@@ -88,11 +88,11 @@ bool ProtocolCore::onMessage(std::string_view text) {
     PacketHeader header;
     if (auto problem = readPacketHeader(text, header); !problem.empty()) return fail(std::move(problem));
     switch (header.type) {
-        case PacketType::connect:
+        case SocketIoType::connect:
             return onConnect(header);
-        case PacketType::disconnect:
+        case SocketIoType::disconnect:
             return fail(std::string(kGotDisconnect));
-        case PacketType::connectError:
+        case SocketIoType::connectError:
             return onConnectError(header);
         default:
             return isConnected() ? onItems(header) : onEarly(text, true);
@@ -109,7 +109,7 @@ bool ProtocolCore::onConnect(PacketHeader const& header) {
     state_ = State::connected;
     ReceivedPacket packet(ReceivedPacket::Kind::connected);
     packet.name = *sid;
-    deliver(std::move(packet));
+    host_.onPacket(std::move(packet));
     for (auto& early : std::exchange(early_, {})) {
         bool const goesOn =
             early.isText ? onMessage(early.message) : onBinary({early.message.begin(), early.message.end()});
@@ -134,7 +134,7 @@ bool ProtocolCore::onConnectError(PacketHeader const& header) {
 }
 
 bool ProtocolCore::onItems(PacketHeader const& header) {
-    bool const isEvent = header.type == PacketType::event || header.type == PacketType::binaryEvent;
+    bool const isEvent = header.type == SocketIoType::event || header.type == SocketIoType::binaryEvent;
     auto const memory = host_.packetMemory();
     ReceivedPacket packet(isEvent ? ReceivedPacket::Kind::event : ReceivedPacket::Kind::ack, memory->storage());
     packet.id = header.id;
@@ -151,7 +151,10 @@ bool ProtocolCore::onItems(PacketHeader const& header) {
     } else if (auto problem = readItems(header.json, isEvent, packet.items); !problem.empty()) {
         return fail(std::move(problem));
     }
-    if (header.attachments == 0) return deliver(std::move(packet));
+    if (header.attachments == 0) {
+        host_.onPacket(std::move(packet));
+        return true;
+    }
     packet.memory = memory;
     unfinished_ = std::make_unique<Unfinished>(Unfinished{std::move(packet), header.attachments});
     return true;
@@ -166,11 +169,7 @@ bool ProtocolCore::onBinary(KvBytes bytes) {
     unfinished_->packet.attachments.push_back(makeReceived(std::move(bytes)));
     if (--unfinished_->missing > 0) return true;
     auto const finished = std::move(unfinished_);
-    return deliver(std::move(finished->packet));
-}
-
-bool ProtocolCore::deliver(ReceivedPacket&& packet) {
-    host_.onPacket(std::move(packet));
+    host_.onPacket(std::move(finished->packet));
     return true;
 }
 

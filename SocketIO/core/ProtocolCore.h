@@ -60,7 +60,6 @@ private:
     bool onConnectError(PacketHeader const& header);
     bool onItems(PacketHeader const& header);
     bool onEarly(std::string_view message, bool isText);
-    bool deliver(ReceivedPacket&& packet);
 
     struct Unfinished {
         ReceivedPacket packet;

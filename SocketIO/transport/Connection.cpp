@@ -36,8 +36,8 @@ void Connection::start(std::weak_ptr<ConnectionListener> listener) {
     engine->post([self = shared_from_this()] { self->dial(); });
 }
 
-bool Connection::put(std::string_view text, std::vector<KvData> const& attachments, Outbox::Time expires) {
-    auto const put = outbox_.put(text, attachments, expires);
+bool Connection::put(std::string_view text, std::vector<KvData> const& attachments, Outbox::Time deadline) {
+    auto const put = outbox_.put(text, attachments, deadline);
     bool const isInTurn = delivery_->isDirect() && isReading_;  // which ends with a flush
     if (put == Outbox::Put::queuedFirst && !isInTurn)
         engine_.lock()->post([self = shared_from_this()] { self->flush(); });
@@ -46,7 +46,7 @@ bool Connection::put(std::string_view text, std::vector<KvData> const& attachmen
 
 void Connection::leave(std::shared_ptr<Connection> connection) {
     auto const engine = connection->engine_.lock();
-    engine->post([self = std::move(connection)] { self->sayFarewell(); });
+    engine->post([self = std::move(connection)] { self->leaveOnEngine(); });
 }
 
 void Connection::dial() {
@@ -54,7 +54,7 @@ void Connection::dial() {
     auto const engine = engine_.lock();
     auto url = Url::parse(url_);
     if (!url) return end("Not an address of a server: " + url_);
-    bound_ = engine->now() + kHandshakeTime;
+    deadline_ = engine->now() + kHandshakeTime;
     Dialer::Plan plan{*std::move(url), requestTarget(config_.connectParams), config_.caFile, config_.compress};
     dialer_ = std::make_shared<Dialer>(engine, std::move(plan), [weak = weak_from_this()](Dialer::Dialed dialed) {
         if (auto const self = weak.lock()) self->onDialed(std::move(dialed));
@@ -72,7 +72,7 @@ void Connection::onDialed(Dialer::Dialed dialed) {
     if (dialed.agreement.isEnabled) {
         auto const keeps = dialed.agreement.serverKeepsContext ? Inflater::Context::kept : Inflater::Context::dropped;
         reader_.setInflater(Inflater(keeps));
-        sender_.writer().setDeflates(dialed.agreement.clientWindowBits);
+        sender_.framer().setDeflates(dialed.agreement.clientWindowBits);
     }
     unread_ = std::move(dialed.early);
     if (unread_.empty() && !stream_->isSecure()) return awaitReadable(socket_base::wait_read);
@@ -81,7 +81,7 @@ void Connection::onDialed(Dialer::Dialed dialed) {
 
 // One timer for whatever comes first: the end of the handshakes, an overdue ping, the end of the farewell.
 void Connection::watch() {
-    auto const due = phase_ == Phase::open && core_.isOpen() ? *core_.deadline() : bound_;
+    auto const due = phase_ == Phase::open && core_.isOpen() ? *core_.deadline() : deadline_;
     wakeAfter(due - engine_.lock()->now());
 }
 
@@ -198,7 +198,7 @@ void Connection::consume(std::span<std::uint8_t const> bytes) {
 void Connection::onMessage() {
     switch (reader_.opcode()) {
         case WsOpcode::ping:
-            return sender_.writer().putAhead(WsOpcode::pong, reader_.text());
+            return sender_.framer().putAhead(WsOpcode::pong, reader_.text());
         case WsOpcode::pong:
             return;
         case WsOpcode::close:
@@ -224,13 +224,13 @@ void Connection::onCloseFrame() {
     this->close(std::move(close.text), close.answer);
 }
 
-void Connection::sayFarewell() {
+void Connection::leaveOnEngine() {
     if (phase_ != Phase::open && phase_ != Phase::dialing) return;
     if (phase_ == Phase::dialing) return shutDown();
     phase_ = Phase::leaving;
     // Behind what was sent before, but not held back by the bound on what waits.
-    sender_.writer().closeWhenEmpty(core_.isOpen() ? "41" : "");
-    bound_ = engine_.lock()->now() + kFarewellTime;
+    sender_.framer().closeWhenEmpty(core_.isOpen() ? "41" : "");
+    deadline_ = engine_.lock()->now() + kFarewellTime;
     watch();
     if (!isAwaitingRead_) readTurn();  // it stopped because the main queue was behind
     flush();
@@ -314,6 +314,6 @@ bool Connection::isAwaited(std::string_view event) {
 
 void Connection::onPacket(ReceivedPacket&& packet) { delivery_->add(std::move(packet)); }
 
-void Connection::sendText(std::string_view text) { sender_.writer().putAhead(WsOpcode::text, text); }
+void Connection::sendText(std::string_view text) { sender_.framer().putAhead(WsOpcode::text, text); }
 
 }  // namespace kv::sio

@@ -1,9 +1,15 @@
 // One connection, from the look-up of its host to its end. Works on the engine queue; `start`, `put` and `leave` come
 // from the main queue, and what happens is told there.
+//
+// How it ends, and who hears of it:
+//   leave     this side goes: a goodbye behind all that it sent, in the background. The listener hears nothing more.
+//   fail      something is wrong: the server is told why if it can be (`close`), and the listener hears the reason.
+//   end       the connection is gone: the listener hears the reason.
+//   shutDown  the last step of each of them: socket and timer go, nobody is told.
 #pragma once
 
 #include "Platform/KvMainQueue.h"
-#include "SocketIO/SocketManager.h"
+#include "SocketIO/SocketConfig.h"
 #include "SocketIO/core/EventNames.h"
 #include "SocketIO/core/ProtocolCore.h"
 #include "SocketIO/core/WebSocketCodec.h"
@@ -30,8 +36,8 @@ public:
     // Main queue.
     void start(std::weak_ptr<ConnectionListener> listener);
     /// False when too much waits already.
-    [[nodiscard]] bool put(std::string_view text, std::vector<KvData> const& attachments, Outbox::Time expires);
-    /// Takes leave of the server in the background; the listener hears nothing of it.
+    [[nodiscard]] bool put(std::string_view text, std::vector<KvData> const& attachments, Outbox::Time deadline);
+    /// Says goodbye in the background, which keeps the connection until it is done.
     static void leave(std::shared_ptr<Connection> connection);
 
 private:
@@ -54,7 +60,7 @@ private:
     void onMessage();
     void onData();
     void onCloseFrame();
-    void sayFarewell();
+    void leaveOnEngine();
     void fail(std::string reason, WsCloseCode code = WsCloseCode::protocolError);
     void close(std::string reason, WsCloseCode code);
     void end(std::string reason);
@@ -90,7 +96,7 @@ private:
     bool isAwaitingRead_ = false;
     bool isAwaitingWrite_ = false;
     KvMainQueue::Clock::time_point turnTime_;  // when the turn of reading began
-    KvMainQueue::Clock::time_point bound_;     // of the handshakes, then of the farewell
+    KvMainQueue::Clock::time_point deadline_;  // of the handshakes, then of the farewell
     KvQueueTimer timer_;
     TurnMemory* turn_ = nullptr;
 };

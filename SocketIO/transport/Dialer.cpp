@@ -86,7 +86,7 @@ void Dialer::onConnected() {
 void Dialer::shakeHands() {
     auto const result = stream_->handshake();
     if (result.status == IoStatus::done) return sendRequest();
-    goOnLater(result, &Dialer::shakeHands);
+    whenReady(result, &Dialer::shakeHands);
 }
 
 void Dialer::sendRequest() {
@@ -100,17 +100,17 @@ void Dialer::write() {
     while (written_ < request.size()) {
         auto const* next = reinterpret_cast<std::uint8_t const*>(request.data()) + written_;
         auto const result = stream_->write(next, request.size() - written_);
-        if (result.status != IoStatus::done) return goOnLater(result, &Dialer::write);
+        if (result.status != IoStatus::done) return whenReady(result, &Dialer::write);
         written_ += result.bytes;
     }
-    goOnLater({IoStatus::wantRead}, &Dialer::readAnswer);
+    whenReady({IoStatus::wantRead}, &Dialer::readAnswer);
 }
 
 void Dialer::readAnswer() {
     std::array<std::uint8_t, 4096> piece;
     for (;;) {
         auto const result = stream_->read(piece.data(), piece.size());
-        if (result.status != IoStatus::done) return goOnLater(result, &Dialer::readAnswer);
+        if (result.status != IoStatus::done) return whenReady(result, &Dialer::readAnswer);
         answer_.insert(answer_.end(), piece.begin(), piece.begin() + static_cast<std::ptrdiff_t>(result.bytes));
         std::string_view text(reinterpret_cast<char const*>(answer_.data()), answer_.size());
         auto end = text.find("\r\n\r\n");
@@ -147,7 +147,7 @@ void Dialer::fail(std::string error) {
 }
 
 // Takes the step again when the socket is ready for it, or gives up.
-void Dialer::goOnLater(IoResult const& result, void (Dialer::*step)()) {
+void Dialer::whenReady(IoResult const& result, void (Dialer::*step)()) {
     if (result.status == IoStatus::closed) return fail("The server closed the connection: " + stage_);
     if (result.status == IoStatus::failed) return fail(result.error);
     auto const ready = result.status == IoStatus::wantRead ? socket_base::wait_read : socket_base::wait_write;

@@ -1,5 +1,5 @@
 // Makes a connection: name, TCP (the first of a name's addresses that answers), TLS, WebSocket handshake. Lives on the
-// engine queue. Whoever dials bounds the time.
+// engine queue. The caller limits the time.
 #pragma once
 
 #include "Platform/KvData.h"
@@ -34,7 +34,7 @@ public:
     Dialer(std::shared_ptr<KvMainQueue> const& queue, Plan plan, std::function<void(Dialed)> done);
 
     void start();
-    /// Ends it without a word.
+    /// Ends it; `done` is not called.
     void cancel();
     /// What it is doing, for the text of a time-out.
     std::string const& stage() const { return stage_; }
@@ -50,7 +50,7 @@ private:
     void readAnswer();
     void finish(Dialed dialed);
     void fail(std::string error);
-    void goOnLater(IoResult const& result, void (Dialer::*step)());
+    void whenReady(IoResult const& result, void (Dialer::*step)());
 
     std::weak_ptr<KvMainQueue> const queue_;
     Plan const plan_;

@@ -25,7 +25,7 @@ public:
         std::size_t attachments;
         std::size_t bytes;  // of the text and the attachments
         /// When nobody waits for the answer any more, on the main queue's clock; what still waits then is not sent.
-        Time expires;
+        Time deadline;
     };
     /// Messages in order, their texts and their attachments each in one row.
     struct Content {
@@ -37,8 +37,8 @@ public:
     explicit Outbox(std::size_t mostBytes) : mostBytes_(mostBytes) {}
 
     /// `queuedFirst` when the engine must be woken.
-    Put put(std::string_view text, std::vector<KvData> const& attachments, Time expires) {
-        Message message{text.size(), attachments.size(), text.size(), expires};
+    Put put(std::string_view text, std::vector<KvData> const& attachments, Time deadline) {
+        Message message{text.size(), attachments.size(), text.size(), deadline};
         for (auto const& attachment : attachments) message.bytes += attachment ? attachment->size() : 0;
         std::lock_guard lock(mutex_);
         if (message.bytes > mostBytes_ - std::min(bytes_, mostBytes_)) return Put::full;

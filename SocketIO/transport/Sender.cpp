@@ -23,7 +23,7 @@ Sender::Step Sender::send(Stream& stream, Outbox::Time now) {
     auto& buffer = sendBuffer();
     for (std::size_t total = 0; total < kMostInOneTurn; total += buffer.bytes().size()) {
         buffer.clear();
-        writer_.gather(buffer, now);
+        framer_.gather(buffer, now);
         if (buffer.bytes().empty()) return Step::idle;
         if (auto const step = write(stream, buffer.bytes()); step != Step::idle) return step;
     }
@@ -31,7 +31,7 @@ Sender::Step Sender::send(Stream& stream, Outbox::Time now) {
 }
 
 bool Sender::sendClose(Stream& stream, WsCloseCode code) {
-    if (isBroken_ || writer_.isInsideFrame() || !unsent_.empty()) return false;
+    if (isBroken_ || framer_.isInsideFrame() || !unsent_.empty()) return false;
     auto const number = static_cast<std::uint16_t>(code);
     char const payload[] = {static_cast<char>(number >> 8), static_cast<char>(number & 0xFF)};
     KvBytes frame;

@@ -3,9 +3,9 @@
 
 #include "Platform/KvData.h"
 #include "SocketIO/core/WebSocketCodec.h"
+#include "SocketIO/transport/Framer.h"
 #include "SocketIO/transport/Outbox.h"
 #include "SocketIO/transport/Stream.h"
-#include "SocketIO/transport/Writer.h"
 
 #include <span>
 #include <string_view>
@@ -16,9 +16,9 @@ class Sender {
 public:
     enum class Step { idle, wantRead, wantWrite, more, broken };
 
-    explicit Sender(Outbox& outbox) : writer_(outbox) {}
+    explicit Sender(Outbox& outbox) : framer_(outbox) {}
 
-    Writer& writer() { return writer_; }
+    Framer& framer() { return framer_; }
     /// Sends until nothing waits any more (`idle`), the socket must become ready first, others shall have their turn
     /// (`more`), or the socket is broken: reading tells how. `now` is the main queue's.
     Step send(Stream& stream, Outbox::Time now);
@@ -29,7 +29,7 @@ public:
 private:
     Step write(Stream& stream, std::span<std::uint8_t const> bytes);
 
-    Writer writer_;
+    Framer framer_;
     KvBytes unsent_;  // framed, but the socket took no more
     bool isBroken_ = false;
 };

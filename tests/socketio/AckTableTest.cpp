@@ -1,4 +1,4 @@
-#include "SocketIO/core/AckTable.h"
+#include "SocketIO/AckTable.h"
 
 #include <cmath>
 #include <limits>

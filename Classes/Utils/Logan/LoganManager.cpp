@@ -1,7 +1,7 @@
 #include "Classes/Utils/Logan/LoganManager.h"
 
 #include "Classes/Catagory/KvDate.h"
-#include "Classes/Internal/KvBundle.h"
+#include "Classes/Utils/KvBundle.h"
 #include "Classes/Utils/KvLog.h"
 #include "Classes/Utils/Logan/collector/Util/WnKeyChainStore.h"
 #include "Classes/Utils/Logan/collector/Util/WnUUIDHelper.h"
@@ -113,11 +113,6 @@ void LoganManager::setTsGetServers(std::int64_t milliseconds) {
 void LoganManager::setTsConnectServer(std::int64_t milliseconds) {
     std::lock_guard lock(mutex_);
     tsConnectServer_ = milliseconds;
-}
-
-std::int64_t LoganManager::tsConnectServer() const {
-    std::lock_guard lock(mutex_);
-    return tsConnectServer_;
 }
 
 void LoganManager::setTsLogout(std::int64_t milliseconds) {

@@ -39,13 +39,14 @@ public:
     // ---- What the reports to come carry
     void setAppId(std::string_view appId);
     void setUId(std::string_view uId);
+    /// Part of the interface; the library does not call it.
     void setClientSessionId(std::string_view clientSessionId);
     std::string clientSessionId() const;
 
-    // ---- Durations in milliseconds; those of a channel's join and leave are set to their start, a time stamp
+    // ---- What the next report says of the time: milliseconds, except for a channel's join and leave, whose start is
+    // given as a time stamp, and whose report makes it a duration
     void setTsGetServers(std::int64_t milliseconds);
     void setTsConnectServer(std::int64_t milliseconds);
-    std::int64_t tsConnectServer() const;
     void setTsLogout(std::int64_t milliseconds);
     void setTsJoinChannel(std::int64_t start);
     void setTsLeaveChannel(std::int64_t start);
@@ -86,8 +87,8 @@ private:
     std::int64_t tsGetServers_ = 0;
     std::int64_t tsConnectServer_ = 0;
     std::int64_t tsLogout_ = 0;
-    std::int64_t tsJoinChannel_ = 0;
-    std::int64_t tsLeaveChannel_ = 0;
+    std::int64_t tsJoinChannel_ = 0;   // its start, and a duration once it is reported
+    std::int64_t tsLeaveChannel_ = 0;  // likewise
     std::int64_t loginTimeStamp_ = 0;
     std::vector<Report> waiting_;
 

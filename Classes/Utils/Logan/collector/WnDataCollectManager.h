@@ -22,7 +22,7 @@ class KV_EXPORT WnDataCollectManager final : public std::enable_shared_from_this
 public:
     /// Files in `dirPath`, sent to `url`.
     /// @param backup  whether uploaded files are kept.
-    /// @param caFile  PEM file of authorities to trust beside the system's; empty for none.
+    /// @param caFile  PEM file of authorities to trust in addition to the system's; empty for none.
     static std::shared_ptr<WnDataCollectManager> initWithURL(std::string url, std::string dirPath, bool backup,
                                                              std::string caFile = {},
                                                              std::shared_ptr<KvClock> const& clock = KvClock::real());
@@ -37,6 +37,7 @@ public:
     }
     /// One upload every `interval`, the first one interval from now; instead of a timer that runs already.
     void startUploadTimerWithInterval(std::chrono::duration<double> interval);
+    /// Part of the interface; the library does not call it.
     void stopUploadTimer();
     /// Waits until the records given before are in a file, or are given up.
     void drain() { loganFileManager_->drain(); }
@@ -49,7 +50,8 @@ private:
     std::shared_ptr<WnLoganFileProtocol> const loganFileManager_;
     std::shared_ptr<WnLoganUploadProtocol> const loganUploader_;
     std::atomic<unsigned> timer_{0};  // the number of the running one; those before it have stopped
-    bool isInFlight_ = false;         // touched only on queue_; until the uploaded file is disposed of
+    // Touched only on queue_. Longer than the uploader's own `isUploading`: until the uploaded file is disposed of.
+    bool isInFlight_ = false;
     KvSerialQueue queue_;
 };
 

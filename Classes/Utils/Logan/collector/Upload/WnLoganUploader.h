@@ -16,7 +16,7 @@ namespace kv {
 class KV_EXPORT WnLoganUploader final : public WnLoganUploadProtocol,
                                         public std::enable_shared_from_this<WnLoganUploader> {
 public:
-    /// @param caFile  PEM file of authorities to trust beside the system's; empty for none.
+    /// @param caFile  PEM file of authorities to trust in addition to the system's; empty for none.
     WnLoganUploader(std::string urlString, std::string caFile);
 
     /// POSTs the file's bytes as they are. The one status that is success is 204.

@@ -1,4 +1,4 @@
-#include "SocketIO/core/AckTable.h"
+#include "SocketIO/AckTable.h"
 
 #include <algorithm>
 #include <cmath>
@@ -12,7 +12,7 @@ constexpr double kMostSeconds = 1e9;
 constexpr std::size_t kFewDeadlines = 64;
 
 void endWithoutAnswer(AckTable::Handler const& done) {
-    boost::json::array const items{"NO ACK"};
+    boost::json::array const items{kNoAck};
     done(SocketData(items, {}));
 }
 

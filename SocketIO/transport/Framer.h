@@ -14,7 +14,7 @@
 
 namespace kv::sio {
 
-/// Bytes that go out in one call. Bigger than anything that `Writer` adds in one piece.
+/// Bytes that go out in one call. At least as large as anything that `Framer` adds in one piece.
 class SendBuffer {
 public:
     SendBuffer() : bytes_(std::make_unique_for_overwrite<std::uint8_t[]>(kSize)) {}
@@ -30,11 +30,11 @@ private:
     std::size_t used_ = 0;
 };
 
-class Writer {
+class Framer {
 public:
     static constexpr std::size_t kMostPayloadAhead = 256;
 
-    explicit Writer(Outbox& outbox) : outbox_(outbox) {}
+    explicit Framer(Outbox& outbox) : outbox_(outbox) {}
 
     /// Deflates messages with a window of so many bits, 8 to 15; 0 for not at all.
     void setDeflates(int windowBits) { windowBits_ = windowBits; }

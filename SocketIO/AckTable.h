@@ -5,10 +5,11 @@
 #pragma once
 
 #include "Platform/KvMainQueue.h"
-#include "SocketIO/SocketIOClient.h"
+#include "SocketIO/SocketData.h"
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <unordered_map>
@@ -22,7 +23,7 @@ std::chrono::nanoseconds boundedTimeout(std::chrono::duration<double> timeout);
 
 class AckTable : public std::enable_shared_from_this<AckTable> {
 public:
-    using Handler = SocketIOClient::Handler;
+    using Handler = std::function<void(SocketData const& data)>;
     using Time = KvMainQueue::Clock::time_point;
     struct Pending {
         std::uint64_t id;
@@ -31,7 +32,7 @@ public:
 
     explicit AckTable(std::weak_ptr<KvMainQueue> queue) : queue_(std::move(queue)) {}
 
-    /// Ids are never used twice, so an answer to a lost connection cannot be taken for another one's.
+    /// Ids are never used twice, so an answer from a lost connection cannot match another request.
     Pending add(std::chrono::duration<double> timeout, Handler done);
     /// An answer without a pending acknowledgement comes too late and is dropped; one that never was asked for is
     /// counted too.

@@ -1,4 +1,4 @@
-#include "SocketIO/transport/Writer.h"
+#include "SocketIO/transport/Framer.h"
 
 #include <algorithm>
 #include <array>
@@ -17,19 +17,19 @@ constexpr std::string_view kNormalClosure("\x03\xE8", 2);
 
 }  // namespace
 
-void Writer::putAhead(WsOpcode opcode, std::string_view payload) {
+void Framer::putAhead(WsOpcode opcode, std::string_view payload) {
     assert(payload.size() <= kMostPayloadAhead && "what goes ahead must fit a send buffer together");
     // Only a server that floods this side with pings and reads nothing gets here; it need not be answered each time.
     if (ahead_.size() > kMostAhead) return;
     appendFrame(ahead_, opcode, payload);
 }
 
-void Writer::closeWhenEmpty(std::string_view lastText) {
+void Framer::closeWhenEmpty(std::string_view lastText) {
     if (!lastText.empty()) appendFrame(last_, WsOpcode::text, lastText);
     appendFrame(last_, WsOpcode::close, kNormalClosure);
 }
 
-void Writer::gather(SendBuffer& out, Outbox::Time now) {
+void Framer::gather(SendBuffer& out, Outbox::Time now) {
     while (out.left() > 0) {
         if (!isInsideFrame() && !startNext(out, now)) return;
         auto const size = std::min(payload_.size() - offset_, out.left());
@@ -38,7 +38,7 @@ void Writer::gather(SendBuffer& out, Outbox::Time now) {
     }
 }
 
-bool Writer::startNext(SendBuffer& out, Outbox::Time now) {
+bool Framer::startNext(SendBuffer& out, Outbox::Time now) {
     if (out.left() < ahead_.size() + last_.size() + kMostFrameHeader) return false;  // the next buffer has room for it
     payload_ = {};
     offset_ = 0;
@@ -65,11 +65,11 @@ bool Writer::startNext(SendBuffer& out, Outbox::Time now) {
 }
 
 // Moves to the next message that is still wanted.
-bool Writer::nextMessage(Outbox::Time now) {
+bool Framer::nextMessage(Outbox::Time now) {
     for (;;) {
         for (; nextMessage_ < content_.messages.size(); ++nextMessage_) {
             auto const& message = content_.messages[nextMessage_];
-            if (message.expires > now) return true;
+            if (message.deadline > now) return true;
             nextText_ += message.textBytes;
             nextAttachment_ += message.attachments;
             outbox_.release(message.bytes);
@@ -83,7 +83,7 @@ bool Writer::nextMessage(Outbox::Time now) {
     }
 }
 
-void Writer::startFrame(SendBuffer& out, WsOpcode opcode, std::span<std::uint8_t const> payload) {
+void Framer::startFrame(SendBuffer& out, WsOpcode opcode, std::span<std::uint8_t const> payload) {
     bool isCompressed = false;
     if (windowBits_ > 0 && payload.size() >= kLeastDeflated) {
         deflateMessage(payload, windowBits_, deflated_);

@@ -1,5 +1,5 @@
 #include "SocketIO/core/Deflate.h"
-#include "SocketIO/transport/Writer.h"
+#include "SocketIO/transport/Framer.h"
 #include "socketio/Frames.h"
 
 #include <string>
@@ -25,15 +25,15 @@ std::vector<KvData> attachments(std::vector<std::string> const& texts) {
     return all;
 }
 
-class WriterTest : public ::testing::Test {
+class FramerTest : public ::testing::Test {
 protected:
     // All that goes out, and how many pieces it took.
-    std::vector<ClientFrame> gather(Writer& writer) {
+    std::vector<ClientFrame> gather(Framer& framer) {
         std::string bytes;
         SendBuffer buffer;
         for (pieces = 0;; ++pieces) {
             buffer.clear();
-            writer.gather(buffer, kNow);
+            framer.gather(buffer, kNow);
             if (buffer.bytes().empty()) break;
             bytes += textOf(buffer.bytes());
         }
@@ -47,14 +47,14 @@ protected:
     int pieces = 0;
 };
 
-TEST_F(WriterTest, SendsAllThatWaitsInOnePieceAndInOrder) {
+TEST_F(FramerTest, SendsAllThatWaitsInOnePieceAndInOrder) {
     Outbox outbox(kNoBound);
-    Writer writer(outbox);
+    Framer framer(outbox);
     EXPECT_EQ(outbox.put("first", {}, kLater), Put::queuedFirst);
     EXPECT_EQ(outbox.put("second", attachments({"a", "", "ccc"}), kLater), Put::queued);
     EXPECT_EQ(outbox.put("third", {}, kLater), Put::queued);
-    writer.putAhead(WsOpcode::pong, "ping");
-    EXPECT_EQ(gather(writer), (std::vector<ClientFrame>{{kPong, false, "ping", {}},
+    framer.putAhead(WsOpcode::pong, "ping");
+    EXPECT_EQ(gather(framer), (std::vector<ClientFrame>{{kPong, false, "ping", {}},
                                                         text("first"),
                                                         text("second"),
                                                         binary("a"),
@@ -63,50 +63,50 @@ TEST_F(WriterTest, SendsAllThatWaitsInOnePieceAndInOrder) {
                                                         text("third")}));
     EXPECT_EQ(pieces, 1);
     EXPECT_EQ(outbox.put("again", {}, kLater), Put::queuedFirst) << "the engine sleeps again";
-    EXPECT_EQ(gather(writer), std::vector<ClientFrame>{text("again")});
+    EXPECT_EQ(gather(framer), std::vector<ClientFrame>{text("again")});
 }
 
-TEST_F(WriterTest, CutsLargeAttachmentsIntoPieces) {
+TEST_F(FramerTest, CutsLargeAttachmentsIntoPieces) {
     Outbox outbox(kNoBound);
-    Writer writer(outbox);
+    Framer framer(outbox);
     std::string large;
     for (int i = 0; large.size() < 1000000; ++i) large += std::to_string(i);
     ASSERT_EQ(outbox.put("header", attachments({large, "small"}), kLater), Put::queuedFirst);
-    EXPECT_EQ(gather(writer), (std::vector<ClientFrame>{text("header"), binary(large), binary("small")}));
+    EXPECT_EQ(gather(framer), (std::vector<ClientFrame>{text("header"), binary(large), binary("small")}));
     EXPECT_GT(pieces, 1);
 }
 
-TEST_F(WriterTest, PutsControlFramesBetweenFramesOnly) {
+TEST_F(FramerTest, PutsControlFramesBetweenFramesOnly) {
     Outbox outbox(kNoBound);
-    Writer writer(outbox);
+    Framer framer(outbox);
     std::string const large(300000, 'x');
     ASSERT_EQ(outbox.put("header", attachments({large}), kLater), Put::queuedFirst);
     SendBuffer buffer;
-    writer.gather(buffer, kNow);
-    EXPECT_TRUE(writer.isInsideFrame());
-    writer.putAhead(WsOpcode::pong, "late");
+    framer.gather(buffer, kNow);
+    EXPECT_TRUE(framer.isInsideFrame());
+    framer.putAhead(WsOpcode::pong, "late");
     auto bytes = textOf(buffer.bytes());
     buffer.clear();
-    writer.gather(buffer, kNow);
+    framer.gather(buffer, kNow);
     bytes += textOf(buffer.bytes());
     EXPECT_EQ(takeClientFrames(bytes),
               (std::vector<ClientFrame>{text("header"), binary(large), {kPong, false, "late", {}}}));
-    EXPECT_FALSE(writer.isInsideFrame());
+    EXPECT_FALSE(framer.isInsideFrame());
 }
 
-TEST_F(WriterTest, DropsWhatNobodyWaitsForAnyMore) {
+TEST_F(FramerTest, DropsWhatNobodyWaitsForAnyMore) {
     Outbox outbox(100);
-    Writer writer(outbox);
+    Framer framer(outbox);
     std::string const half(50, 'x');
     EXPECT_EQ(outbox.put("expired", attachments({"of it"}), kNow), Put::queuedFirst);
     EXPECT_EQ(outbox.put("wanted", attachments({"bytes"}), kLater), Put::queued);
     EXPECT_EQ(outbox.put("expired too", {}, kNow - 1s), Put::queued);
     EXPECT_EQ(outbox.put(half, attachments({half}), kLater), Put::full);
-    EXPECT_EQ(gather(writer), (std::vector<ClientFrame>{text("wanted"), binary("bytes")}));
+    EXPECT_EQ(gather(framer), (std::vector<ClientFrame>{text("wanted"), binary("bytes")}));
     EXPECT_EQ(outbox.put(half, attachments({half}), kLater), Put::queuedFirst) << "nothing waits any more";
 }
 
-TEST_F(WriterTest, BoundsWhatWaits) {
+TEST_F(FramerTest, BoundsWhatWaits) {
     Outbox outbox(10);
     EXPECT_EQ(outbox.put("01234567890", {}, kLater), Put::full);
     EXPECT_EQ(outbox.put("01234", attachments({"56789"}), kLater), Put::queuedFirst);
@@ -114,23 +114,23 @@ TEST_F(WriterTest, BoundsWhatWaits) {
     EXPECT_EQ(outbox.put("", {}, kLater), Put::queued);
 }
 
-TEST_F(WriterTest, ClosesBehindWhatWaits) {
+TEST_F(FramerTest, ClosesBehindWhatWaits) {
     Outbox outbox(kNoBound);
-    Writer writer(outbox);
+    Framer framer(outbox);
     ASSERT_EQ(outbox.put("last words", {}, kLater), Put::queuedFirst);
-    writer.closeWhenEmpty("41");
-    EXPECT_EQ(gather(writer),
+    framer.closeWhenEmpty("41");
+    EXPECT_EQ(gather(framer),
               (std::vector<ClientFrame>{text("last words"), text("41"), {kClose, false, "\x03\xE8", {}}}));
 }
 
-TEST_F(WriterTest, DeflatesLargeMessagesOnly) {
+TEST_F(FramerTest, DeflatesLargeMessagesOnly) {
     Outbox outbox(kNoBound);
-    Writer writer(outbox);
-    writer.setDeflates(9);
+    Framer framer(outbox);
+    framer.setDeflates(9);
     std::string const below(1023, 'x'), above(1024, 'x');
     ASSERT_EQ(outbox.put(below, attachments({below, above}), kLater), Put::queuedFirst);
     ASSERT_EQ(outbox.put(above, {}, kLater), Put::queued);
-    auto const frames = gather(writer);
+    auto const frames = gather(framer);
     ASSERT_EQ(frames.size(), 4u);
     EXPECT_EQ(frames[0], text(below));
     EXPECT_EQ(frames[1], binary(below));
@@ -142,13 +142,13 @@ TEST_F(WriterTest, DeflatesLargeMessagesOnly) {
     }
 }
 
-TEST_F(WriterTest, DoesNotAnswerEveryPingOfAFlood) {
+TEST_F(FramerTest, DoesNotAnswerEveryPingOfAFlood) {
     Outbox outbox(kNoBound);
-    Writer writer(outbox);
+    Framer framer(outbox);
     std::string const payload(125, 'p');
-    for (int i = 0; i < 1000000; ++i) writer.putAhead(WsOpcode::pong, payload);
+    for (int i = 0; i < 1000000; ++i) framer.putAhead(WsOpcode::pong, payload);
     SendBuffer buffer;
-    writer.gather(buffer, kNow);
+    framer.gather(buffer, kNow);
     EXPECT_LT(buffer.bytes().size(), 100000u);
     EXPECT_GT(buffer.bytes().size(), 125u);
 }

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace kv {
+
+/// How a connection is made.
+struct SocketConfig {
+    /// Offer permessage-deflate. A server that declines is fine; messages under 1 KiB are never deflated.
+    bool compress = false;
+    /// WebSocket is the only transport there is; kept because configurations name it.
+    bool forceWebsockets = true;
+    /// Query parameters of the connection, percent-encoded on the way out.
+    std::vector<std::pair<std::string, std::string>> connectParams;
+    /// A PEM file of certificate authorities to trust in addition to the system's; empty for none.
+    std::string caFile;
+    /// What may wait to be sent, in bytes; an emit beyond it is dropped and logged.
+    std::size_t maxQueuedBytes = 64u << 20;
+    /// Told what goes wrong without another way to say so, one line each, on the main queue; may be empty.
+    std::function<void(std::string_view line)> log;
+};
+
+}  // namespace kv
