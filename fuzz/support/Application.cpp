@@ -4,6 +4,7 @@
 #include "fuzz/support/Network.h"
 
 #include <algorithm>
+#include <type_traits>
 
 #include <boost/json/object.hpp>
 
@@ -11,7 +12,8 @@ namespace kv::fuzz {
 namespace {
 
 constexpr char kToken[] = "0123456789abcdef0123456789abcdef";
-constexpr char kMe[] = "me", kPeer[] = "bob", kChannel[] = "room";
+constexpr char kMe[] = "me", kPeer[] = "bob", kChannel[] = "room", kOtherChannel[] = "hall";
+auto const kTooLong = std::make_shared<KvPimMessage>(std::string(40000, 'x'));
 constexpr std::chrono::seconds kLongestOperation{20}, kLongestInvitation{61};
 
 /// A completion of any type.
@@ -29,9 +31,12 @@ struct Done {
 /// A member of a delegate, of any type.
 struct Listener {
     Application* app;
-    template <class... Told>
-    void operator()(Told const&... told) const {
-        Heard::all(told...);
+    template <class Teller, class... Told>
+    void operator()(Teller const& teller, Told const&... told) const {
+        require(app->kit != nullptr, "no delegate is called once the client is gone");
+        if constexpr (std::is_same_v<Teller, KvPimChannel>)
+            require(!app->isForgotten || &teller != app->channel.get(), "nor of a channel that was destroyed");
+        Heard::all(teller, told...);
         app->onCallback();
     }
 };
@@ -120,7 +125,11 @@ constexpr Operation kOperations[] = {
     {'6', true, kOnce, [](App app, Text, Done done) { app.kit->logoutWithCompletion(done); }},
     {'7', true, kOnce,
      [](App app, Text text, Done done) { app.kit->renewToken(text.empty() ? kToken : text, 2, done); }},
-    {'8', true, kOnce, [](App app, Text, Done done) { done(app.kit->destroyChannelWithId(kChannel)); }},
+    {'8', true, kOnce,
+     [](App app, Text, Done done) {
+         if (app.kit->destroyChannelWithId(kChannel)) app.isForgotten = true;
+         done(app.isForgotten);
+     }},
     {'9', true, kOnce,
      [](App app, Text, Done done) {
          app.kit.reset();
@@ -130,6 +139,36 @@ constexpr Operation kOperations[] = {
      [](App app, Text, Done done) {
          app.kit->setLogFilters(8);
          done(app.kit->getDebugInfo().size());
+     }},
+    {'A', true, kOnceOrTwice, [](App app, Text, Done done) { app.kit->sendMessageToPeer(kTooLong, kPeer, {}, done); }},
+    {'B', false, kOnceOrTwice, [](App app, Text, Done done) { app.channel->sendMessage(kTooLong, {}, done); }},
+    {'C', true, kOnceOrTwice,
+     [](App app, Text, Done done) {
+         auto const config = app.kit->generateSocketConfig(kToken, kMe, "app", 1);
+         auto const info = app.kit->getDebugInfo();
+         if (!info.at("brivelSocket").as_object().contains("brivelServer")) return done(0);  // nothing found yet
+         app.kit->loginWithConfig(config, done);
+     }},
+    {'D', true, kOnce,
+     [](App app, Text, Done done) {
+         auto const listener = app.channel->delegate();
+         for (auto const* const id : {kChannel, kOtherChannel}) app.kit->createChannelWithId(id, listener);
+         done(0);
+     }},
+    {'E', false, kOnce,
+     [](App app, Text, Done done) {
+         app.invitations->setDelegate({});
+         done(app.channel->channelId(), app.channel->isInChannel());
+     }},
+    {'F', true, kOnce,
+     [](App app, Text, Done done) {
+         app.kit->setLogFile("");
+         done(app.kit->setParameters("{}"), KvPimKit::getSDKVersion(), *app.kit, *app.kit->getPimInvitationKit());
+     }},
+    {'G', false, kOnce,
+     [](App app, Text, Done done) {  // as a dialogue does that the application shows in a callback
+         for (int turn = 0; turn < 5; ++turn) app.queue().poll();
+         done(0);
      }},
 };
 
@@ -164,11 +203,13 @@ void Application::begin(char letter, std::string const& text) {
 }
 
 void Application::onCallback() {
-    if (auto const letter = std::exchange(nextInCallback_, '\0')) begin(letter, "from a callback");
+    auto const letters = inCallbacks_.substr(0, inCallbacks_.find(','));
+    inCallbacks_.erase(0, letters.size() + 1);
+    for (char const letter : letters) begin(letter, "from a callback");
 }
 
 void Application::finish() {
-    nextInCallback_ = '\0';
+    inCallbacks_.clear();
     Network::shared().answerRequests({.error = "the end"});
     queue_->advance(kLongestOperation);
     Network::shared().readAll();

@@ -9,6 +9,7 @@
 #include <list>
 #include <memory>
 #include <string>
+#include <string_view>
 
 namespace kv::fuzz {
 
@@ -27,8 +28,10 @@ public:
     KvMainQueue& queue() { return *queue_; }
     /// Begins the operation of this letter (see Application.cpp), with `text` wherever it takes one.
     void begin(char letter, std::string const& text);
-    /// The next callback begins the operation of this letter.
-    void doInNextCallback(char letter) { nextInCallback_ = letter; }
+    /// The next callbacks begin the operations of these letters: up to the first comma the next one, and so on.
+    void doInNextCallbacks(std::string_view letters) { inCallbacks_ = letters; }
+    /// Whether a callback is still to come that does something.
+    bool awaitsCallback() const { return !inCallbacks_.empty(); }
     void onCallback();
     /// Lets all the time pass that anything may take, and requires that everything that was begun has ended.
     void finish();
@@ -37,6 +40,7 @@ public:
     std::shared_ptr<KvPimChannel> channel;
     std::shared_ptr<KvPimInvitationKit> invitations;
     std::shared_ptr<KvPimInvitation> invitation;  // the latest
+    bool isForgotten = false;                     // the channel: it was destroyed
 
 private:
     void makeDelegates();
@@ -46,7 +50,7 @@ private:
     std::shared_ptr<KvPimChannelDelegate> const channelDelegate_ = std::make_shared<KvPimChannelDelegate>();
     std::shared_ptr<KvPimInvitationDelegate> const invitationDelegate_ = std::make_shared<KvPimInvitationDelegate>();
     std::list<Begun> begun_;
-    char nextInCallback_ = '\0';
+    std::string inCallbacks_;
 };
 
 }  // namespace kv::fuzz

@@ -60,4 +60,16 @@ void playServer(std::string_view line, KvMainQueue& queue) {
     Network::shared().readAll();
 }
 
+void play(std::string_view line, Application& app) {
+    constexpr std::size_t kMostText = 1024;  // a message that is far too long is refused and sent all the same
+    if (line.size() > 1 && line.front() == '@') {
+        app.doInNextCallbacks(line.substr(1));
+    } else if (line.size() > 1 && line.front() == '>') {
+        app.begin(line[1], std::string(line.substr(2, kMostText)));
+        playServer("+0", app.queue());
+    } else {
+        playServer(line, app.queue());
+    }
+}
+
 }  // namespace kv::fuzz

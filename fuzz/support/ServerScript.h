@@ -7,6 +7,7 @@
 #pragma once
 
 #include "Platform/KvMainQueue.h"
+#include "fuzz/support/Application.h"
 
 #include <string_view>
 
@@ -14,5 +15,10 @@ namespace kv::fuzz {
 
 /// Does what the line says on the present connection, and lets the client at work.
 void playServer(std::string_view line, KvMainQueue& queue);
+
+/// The same for the lines that are not the server's:
+///     >xTEXT   the application begins operation "x" (see Application.cpp)
+///     @xy,z    it begins "x" and "y" in its next callback, "z" in the one after that
+void play(std::string_view line, Application& app);
 
 }  // namespace kv::fuzz

@@ -13,24 +13,18 @@ async function peopleOf(t, options, ...names) {
   return [service, ...clients];
 }
 
-test('members of a channel hear of joins, messages, counts and leaves; others do not', async (t) => {
-  const [, alice, bob, carol] = await people(t, 'alice', 'bob', 'carol');
-  await alice.command('join', { channelId: 'r' });
-  await bob.command('join', { channelId: 'r' });
-  assert.deepEqual(await alice.event('MemberJoined'), [{ channelId: 'r', userId: 'bob' }]);
-  assert.deepEqual(await bob.command('getChannelMembers', { channelId: 'r' }), { result: 0, members: ['alice', 'bob'] });
-  const content = { text: 'hi', binary: Buffer.from([4, 5]) };
-  assert.deepEqual(await bob.command('sendChannelMessage', { channelId: 'r', content, option: {} }), { result: 0 });
-  const [message] = await alice.event('ChannelMessageReceived');
-  assert.deepEqual([message.from, message.content], [{ channelId: 'r', userId: 'bob' }, content]);
-  await bob.command('leave', { channelId: 'r' });
-  assert.deepEqual(await alice.event('MemberLeft'), [{ channelId: 'r', userId: 'bob', reason: 'Quit' }]);
-  await bob.command('join', { channelId: 'r' });
-  bob.socket.disconnect();
-  assert.deepEqual(await alice.event('MemberLeft'), [{ channelId: 'r', userId: 'bob', reason: 'Disconnect' }]);
-  await carol.settled();
-  assert.deepEqual(carol.events, []);
-  assert.deepEqual(bob.had('ChannelMessageReceived'), []);
+test('the end of a connection is told to those who care', async (t) => {
+  const [, alice, bob] = await people(t, 'alice', 'bob');
+  for (const who of [alice, bob]) await who.command('join', { channelId: 'r' });
+  await alice.command('setLocalUserAttributes', { attributes: { a: '1' } });
+  await bob.command('subscribePeersUserAttributes', { userIds: ['alice'] });
+  await bob.command('subscribePeersOnlineStatus', { userIds: ['alice', 'alice'] });
+  assert.deepEqual(await bob.event('PeersOnlineStatusChanged'), [{ status: { alice: 0 } }]);
+  alice.socket.disconnect();
+  assert.deepEqual(await bob.event('MemberLeft'), [{ channelId: 'r', userId: 'alice', reason: 'Disconnect' }]);
+  const gone = { attributes: { a: '!!&@#DELETED#@&!!' } };
+  assert.deepEqual(await bob.event('PeersUserAttributesChanged'), [{ attributes: { alice: gone } }]);
+  assert.deepEqual(await bob.event('PeersOnlineStatusChanged'), [{ status: { alice: 1 } }]);
 });
 
 test('a push of counts names all channels of its receiver', async (t) => {
@@ -61,59 +55,6 @@ test('messages kept for somebody offline arrive in order, in one batch, after th
   const again = await Client.login(t, service, 'bob');
   await again.settled();
   assert.deepEqual(again.had('MessageToPeerReceived'), [], 'kept messages are delivered once');
-});
-
-test('channel attributes: written, read, and told to members when asked', async (t) => {
-  const [, alice, bob] = await people(t, 'alice', 'bob');
-  await bob.command('join', { channelId: 'r' });
-  const write = (name, rest, notify) => alice.command(name, { channelId: 'r', ...rest, option: { notify } });
-  await write('setChannelAttributes', { attributes: { a: '1', b: '2' } }, false);
-  await write('addOrUpdateChannelAttributes', { attributes: { b: '3', c: '4' } }, true);
-  assert.deepEqual(await bob.event('ChannelAttributesUpdated'), [{ channelId: 'r', attributes: { a: '1', b: '3', c: '4' } }]);
-  await write('deleteChannelAttributesByKeys', { attributeKeys: ['a', 'x'] }, false);
-  assert.deepEqual(await bob.command('getChannelAttributesByKeys', { channelId: 'r', attributeKeys: ['a', 'c'] }), {
-    result: 0,
-    attributes: { c: '4' },
-  });
-  await write('clearChannelAttributes', {}, false);
-  assert.deepEqual(await bob.command('getChannelAttributes', { channelId: 'r' }), { result: 0, attributes: {} });
-  assert.deepEqual(bob.had('ChannelAttributesUpdated'), []);
-});
-
-test('subscribers hear of changed attributes only, and of their end with the connection', async (t) => {
-  const [, alice, bob, carol] = await people(t, 'alice', 'bob', 'carol');
-  await bob.command('subscribePeersUserAttributes', { userIds: ['alice'] });
-  await alice.command('setLocalUserAttributes', { attributes: { a: '1', b: '2' } });
-  assert.deepEqual(await bob.event('PeersUserAttributesChanged'), [{ attributes: { alice: { attributes: { a: '1', b: '2' } } } }]);
-  await alice.command('addOrUpdateLocalUserAttributes', { attributes: { b: '2', c: '3' } });
-  assert.deepEqual(await bob.event('PeersUserAttributesChanged'), [{ attributes: { alice: { attributes: { c: '3' } } } }]);
-  await alice.command('deleteLocalUserAttributesByKeys', { attributeKeys: ['a'] });
-  const gone = '!!&@#DELETED#@&!!';
-  assert.deepEqual(await bob.event('PeersUserAttributesChanged'), [{ attributes: { alice: { attributes: { a: gone } } } }]);
-  assert.deepEqual(await carol.command('getPeersUserAttributes', { userIds: ['alice', 'nobody'] }), {
-    result: 0,
-    attributes: { alice: { result: 0, attributes: { b: '2', c: '3' } }, nobody: { result: 6 } },
-  });
-  alice.socket.disconnect();
-  assert.deepEqual(await bob.event('PeersUserAttributesChanged'), [{ attributes: { alice: { attributes: { b: gone, c: gone } } } }]);
-  await carol.settled();
-  assert.deepEqual(carol.had('PeersUserAttributesChanged'), []);
-});
-
-test('online status: 0 is online in a push, true in an answer', async (t) => {
-  const [service, alice] = await people(t, 'alice');
-  let answered = false;
-  alice.socket.once('PeersOnlineStatusChanged', () => assert.ok(answered, 'the push comes after the answer'));
-  alice.socket.emit('command', 'subscribePeersOnlineStatus', { userIds: ['bob', 'bob'] }, () => (answered = true));
-  assert.deepEqual(await alice.event('PeersOnlineStatusChanged'), [{ status: { bob: 1 } }]);
-  const bob = await Client.login(t, service, 'bob');
-  assert.deepEqual(await alice.event('PeersOnlineStatusChanged'), [{ status: { bob: 0 } }]);
-  assert.deepEqual(await alice.command('queryPeersOnlineStatus', { userIds: ['bob', 'x'] }), { result: 0, status: { bob: true, x: false } });
-  assert.deepEqual(await alice.command('queryPeersBySubscriptionOption', { option: 0 }), { result: 0, userIds: ['bob'] });
-  await alice.command('unsubscribePeersOnlineStatus', { userIds: ['bob'] });
-  await bob.quit();
-  await alice.settled();
-  assert.deepEqual(alice.had('PeersOnlineStatusChanged'), []);
 });
 
 test('what lasts as long as a connection is not there in the next one', async (t) => {

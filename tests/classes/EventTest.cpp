@@ -102,43 +102,6 @@ TEST_F(EventTest, ChannelEventsReachTheirChannel) {
     }
 }
 
-TEST_F(EventTest, OddItemsOfEveryEventAreSurvived) {
-    char const* const events[] = {"disconnectReason",
-                                  "ChannelAttributesUpdated",
-                                  "PeersOnlineStatusChanged",
-                                  "PeersUserAttributesChanged",
-                                  "MessageToPeerReceived",
-                                  "ChannelMemberCount",
-                                  "MemberJoined",
-                                  "MemberLeft",
-                                  "ChannelMessageReceived",
-                                  "InvitationNotify"};
-    char const* const items[] = {"null",
-                                 "7",
-                                 "\"x\"",
-                                 "[]",
-                                 "{}",
-                                 "[[[]]]",
-                                 "{\"_placeholder\":true,\"num\":0}",
-                                 R"({"channelId":7,"userId":[],"reason":{}})",
-                                 R"({"from":3,"content":[]})",
-                                 R"({"from":{"channelId":"c","userId":1},"content":{"text":5}})",
-                                 R"({"msgs":{}})",
-                                 R"({"msgs":[null,7,[]]})",
-                                 R"({"status":[1]})",
-                                 R"({"status":{"a":null,"b":{}}})",
-                                 R"({"attributes":[{}]})",
-                                 R"({"attributes":{"a":7,"b":{"attributes":[]},"c":{"attributes":{"k":null}}}})",
-                                 R"({"counts":{"c":{}}})",
-                                 R"({"invitation":[]})",
-                                 R"({"invitation":{"inviter":1,"state":"2"}})"};
-    alice.kit->getPimInvitationKit();
-    for (auto const* event : events) {
-        for (auto const* item : items) heardOf(event, json::parse(item));
-    }
-    EXPECT_EQ(alice.kit->stateManager().state, KvPimConnectionStateConnected);
-}
-
 TEST_F(EventTest, AUselessMessageEndsItsBatch) {
     heardOf("MessageToPeerReceived", json::parse(R"({"msgs":[
         {"fromUserId":"bob","serverReceivedTs":1,"content":{"text":"first"}},

@@ -1,4 +1,5 @@
 // Login, logout, renewal; what each end of a connection leads to.
+#include "Classes/KvScope.h"
 #include "Person.h"
 #include "support/Printed.h"
 #include "support/ScriptedServer.h"
@@ -299,6 +300,45 @@ TEST_P(SessionTest, ATokenThatIsRenewedDuringAnAttemptEndsTheAttempts) {
     EXPECT_EQ(server.connections(), 2);
     EXPECT_EQ(dora.codeOf([&](auto done) { dora.kit->logoutWithCompletion(done); }), 0);
     EXPECT_TRUE(dora.login());
+}
+
+TEST_P(SessionTest, AClientMayEndAtEachMomentOfALogin) {
+    for (int turns = 0; turns < 40; ++turns) {
+        int codes = 0;
+        Person dora(service.url(), "dora", queue, GetParam());
+        dora.kit->loginByToken(kToken, 1, "dora", [&](std::int64_t) { ++codes; });
+        for (int turn = 0; turn < turns; ++turn) {
+            pollfd waiting{queue->fd(), POLLIN, 0};
+            ::poll(&waiting, 1, 1);
+            queue->poll();
+        }
+        dora.kit.reset();
+        auto const told = dora.states;
+        EXPECT_TRUE(waitFor([&] {
+            queue->advance(100ms);
+            return codes == 1;
+        }));
+        queue->advance(20s);
+        EXPECT_EQ(codes, 1);
+        EXPECT_EQ(dora.states, told);
+    }
+}
+
+TEST(Scope, KeepsCompletionsThatAreStillOwedFromWhatIsGone) {
+    auto const queue = KvMainQueue::create();
+    int owed = 0, guarded = 0;
+    {
+        Person const alice("http://127.0.0.1:9", "alice", queue);
+        KvScope const scope;
+        auto const guard = [&] { return scope.wrap([&](std::int64_t) { ++guarded; }); };
+        alice.kit->logoutWithCompletion(guard());
+        alice.kit->loginByToken(kToken, 1, "alice", [&owed, guard = guard()](std::int64_t code) mutable {
+            ++owed;
+            guard(code);
+        });
+    }
+    EXPECT_TRUE(runUntil(*queue, [&] { return owed == 1; }));
+    EXPECT_EQ(guarded, 1);
 }
 
 }  // namespace

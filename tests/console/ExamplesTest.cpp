@@ -1,4 +1,5 @@
-// The examples beside the demonstration: the bot, and the main queue inside other loops.
+// The examples: the demonstration, which shows what really arrived or says what did not; the bot; the first steps, and
+// the main queue inside other loops.
 #include "console/Programs.h"
 #include "support/Service.h"
 
@@ -13,6 +14,21 @@ namespace kv::test {
 namespace {
 
 using namespace std::chrono_literals;
+
+TEST(Demo, EndsWellWithAService) {
+    Service service;
+    Program demo({KVPIM_DEMO, "--service", service.url(), "--control"});
+    EXPECT_EQ(demo.exitStatus(), 0);
+    EXPECT_TRUE(demo.prints("*bob*<- alice in garden: Welcome back!"));
+    EXPECT_TRUE(demo.prints("*page*<- LoginResult, * times"));
+    EXPECT_TRUE(demo.prints("All that was shown arrived."));
+}
+
+TEST(Demo, FailsWithoutOne) {
+    Program demo({KVPIM_DEMO, "--service", kNobody});
+    EXPECT_EQ(demo.exitStatus(), 1);
+    EXPECT_FALSE(demo.prints("All that was shown arrived."));
+}
 
 TEST(Bot, AnswersKeepsItsPresenceAndComesBack) {
     Service service;
@@ -51,13 +67,14 @@ TEST(Bot, WaitsForAServiceThatIsDownAtItsStart) {
     EXPECT_TRUE(bot.prints("bot: told everybody that it is here"));
 }
 
-TEST(Loops, EachDrivesTheMainQueue) {
+TEST(FirstSteps, SendAMessageAndReceiveItInEachLoop) {
     Service service;
     std::istringstream loops(KVPIM_LOOPS);
-    for (std::string loop; loops >> loop;) {
-        Program program(exampleCommand(KVPIM_LOOP_PREFIX + loop, {service.url()}));
-        EXPECT_EQ(program.exitStatus(), 0) << loop;
-        EXPECT_TRUE(program.prints("alice says: Hello, loop")) << loop;
+    std::string path = KVPIM_FIRST_STEPS;
+    for (std::string loop; !path.empty(); path = loops >> loop ? KVPIM_LOOP_PREFIX + loop : "") {
+        Program program(exampleCommand(path, {service.url()}));
+        EXPECT_EQ(program.exitStatus(), 0) << path;
+        EXPECT_TRUE(program.prints("alice says: Hello, *")) << path;
     }
 }
 

@@ -3,10 +3,8 @@
 #include "support/TemporaryDirectory.h"
 
 #include <algorithm>
-#include <atomic>
 #include <ctime>
 #include <functional>
-#include <map>
 #include <optional>
 #include <thread>
 
@@ -276,36 +274,6 @@ TEST_F(LoganFileManager, CopesWithThousandsOfWaitingFiles) {
     EXPECT_LT(std::chrono::steady_clock::now() - start, 10s);
     EXPECT_EQ(names(directory + "_bak").size(), 5u);
     EXPECT_EQ(names(directory).size(), 2996u);
-}
-
-TEST_F(LoganFileManager, LosesNoRecordWhileProcessesShareTheDirectory) {
-    constexpr int kProcesses = 3;
-    constexpr int kRecords = 1500;
-    std::vector<std::thread> processes;
-    processes.reserve(kProcesses);
-    std::atomic<int> running{kProcesses};
-    for (int process = 0; process < kProcesses; ++process) {
-        processes.emplace_back([&, process] {
-            auto const command = DIAGNOSTICS_PROBE " records " + directory + " p" + std::to_string(process) + " ";
-            EXPECT_EQ(runShell(command + std::to_string(kRecords)).exitCode, 0);
-            --running;
-        });
-    }
-    // Meanwhile this process closes files over and over and puts them away, as if they had been uploaded.
-    open();
-    while (running > 0) {
-        clock->advance(1s);
-        if (auto const path = files->getWaitUploadFilePath()) files->fileWasUploaded(*path);
-    }
-    for (auto& process : processes) process.join();
-    std::map<std::string, int> seen;
-    for (auto const& folder : {directory, directory + "_bak"}) {
-        for (auto const& name : names(folder)) {
-            for (auto const& line : linesOf(std::filesystem::path(folder) / name)) ++seen[line];
-        }
-    }
-    EXPECT_EQ(seen.size(), static_cast<std::size_t>(kProcesses * kRecords));
-    EXPECT_TRUE(std::ranges::all_of(seen, [](auto const& line) { return line.second == 1 && line.first[0] == 'p'; }));
 }
 
 }  // namespace

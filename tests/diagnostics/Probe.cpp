@@ -49,15 +49,6 @@ int secrets(int count, char** arguments) {
     return 0;
 }
 
-// records DIRECTORY NAME COUNT: writes records "NAME 0", "NAME 1", ...
-int records(char** arguments) {
-    kv::WnLoganFileManager files(arguments[0], true);
-    int const count = std::atoi(arguments[2]);
-    for (int i = 0; i < count; ++i) files.writeLog(std::string(arguments[1]) + " " + std::to_string(i));
-    files.drain();
-    return 0;
-}
-
 void limitFiles(rlim_t bytes) {
     rlimit limit{};
     ::getrlimit(RLIMIT_FSIZE, &limit);
@@ -132,7 +123,6 @@ int console(char** arguments) {
 int main(int count, char** arguments) {
     std::string const task = count > 1 ? arguments[1] : "";
     if (task == "secrets" && count > 2) return secrets(count - 2, arguments + 2);
-    if (task == "records" && count == 5) return records(arguments + 2);
     if (task == "full-disk" && count == 3) return fullDisk(arguments + 2);
     if (task == "console" && count == 4) return console(arguments + 2);
     if (task == "exit" && (count == 4 || count == 5)) return exitWithWork(arguments + 2);

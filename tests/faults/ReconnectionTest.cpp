@@ -1,6 +1,5 @@
 // A whole client whose service or network fails in earnest: processes that are killed and stopped, connections that
-// carry nothing any more, a cable that is pulled. The service is asked whether everything is there again.
-#include "Network.h"
+// carry nothing any more. The service is asked whether everything is there again.
 #include "Relay.h"
 #include "Session.h"
 
@@ -107,6 +106,14 @@ std::vector<Fault> const kFaults{
          EXPECT_TRUE(scene.session.waitForLoss());
      },
      false, true},
+    {"GoesWithoutAWordAndTheServiceDies",
+     [](Scene& scene) {
+         scene.relay.goSilent();
+         scene.service->kill();
+         EXPECT_TRUE(scene.session.waitForLoss());
+         scene.restart();
+     },
+     true, true},
 };
 
 class Reconnection : public testing::TestWithParam<std::tuple<Fault, KvPimEngine>> {};
@@ -131,36 +138,6 @@ TEST_P(Reconnection, BringsEverythingBack) {
     ASSERT_GE(states.size(), 2u);
     EXPECT_EQ(states[0], (States::value_type{4, 5}));
     EXPECT_EQ(states[1], (States::value_type{3, 2})) << "told more than once that it reconnects";
-}
-
-// Both ends find out by themselves that nothing comes any more. With the cable pulled, nothing that happens to the
-// service's process is heard of at the client's end either.
-void loseTheNetwork(KvPimEngine engine, bool serviceDiesMeanwhile) {
-    Network network;
-    std::optional<Service> service(std::in_place, network.options(kHastyHeartbeat));
-    Session session(service->url(), engine);
-    ASSERT_TRUE(session.begin());
-    network.pullCable();
-    EXPECT_TRUE(session.waitForLoss());
-    if (serviceDiesMeanwhile) {
-        auto options = network.options(kHastyHeartbeat);
-        options.port = service->port();
-        service.reset();
-        service.emplace(options);
-    }
-    network.plugIn();
-    session.expectRestored(*service, serviceDiesMeanwhile);
-}
-
-class Partition : public testing::TestWithParam<KvPimEngine> {};
-INSTANTIATE_TEST_SUITE_P(Engines, Partition, testing::Values(KvPimEngine::thread, KvPimEngine::mainQueue), engineName);
-
-TEST_P(Partition, EndsWithEverythingBack) {
-    Network::inNamespace([] { loseTheNetwork(GetParam(), false); });
-}
-
-TEST_P(Partition, HidesThatTheServiceHasGone) {
-    Network::inNamespace([] { loseTheNetwork(GetParam(), true); });
 }
 
 }  // namespace

@@ -89,12 +89,6 @@ void Relay::breakOff(std::string_view lastBytes) {
     }
 }
 
-void Relay::breakNext(std::string_view lastBytes) {
-    std::lock_guard lock(mutex_);
-    nextBytes_ = lastBytes;
-    breaksNext_ = true;
-}
-
 void Relay::acceptAll() {
     for (;;) {
         int const client = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
@@ -103,10 +97,6 @@ void Relay::acceptAll() {
         ::setsockopt(client, IPPROTO_TCP, TCP_NODELAY, &yes, sizeof yes);
         std::lock_guard lock(mutex_);
         auto& link = links_.emplace_back(client);
-        if (std::exchange(breaksNext_, false)) {
-            link.lastBytes = nextBytes_;
-            link.breaks = true;
-        }
         link.thread = std::thread([this, &link] { serve(link); });
     }
 }
@@ -123,8 +113,6 @@ void Relay::serve(Link& link) {
         if (isOpen && isReadable(server)) isOpen = pass(server, link.client);
     }
     if (link.breaks) {
-        pollfd request{link.client, POLLIN, 0};
-        if (link.lastBytes.starts_with("HTTP")) ::poll(&request, 1, 1000);  // an answer comes behind its request
         ::send(link.client, link.lastBytes.data(), link.lastBytes.size(), MSG_NOSIGNAL);
         ++broken_;
         reset(link.client);

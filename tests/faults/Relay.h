@@ -24,8 +24,6 @@ public:
     void goSilent();
     /// The clients of all connections that there are receive these bytes, and then a reset.
     void breakOff(std::string_view lastBytes);
-    /// The next connection is answered with these bytes, and then with a reset.
-    void breakNext(std::string_view lastBytes);
     /// How many connections were broken so far.
     int broken() const { return broken_; }
 
@@ -40,10 +38,7 @@ private:
     std::atomic<bool> isEnding_{false};
     std::atomic<int> broken_{0};
     std::mutex mutex_;
-    // Guarded by mutex_.
-    std::list<Link> links_;
-    std::string nextBytes_;
-    bool breaksNext_ = false;
+    std::list<Link> links_;  // guarded by mutex_
 
     std::thread acceptor_;
 };

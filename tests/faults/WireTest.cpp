@@ -39,25 +39,9 @@ TEST_P(Wire, MayBreakInTheMiddleOfEachKindOfFrame) {
     Session session(relay.url(), GetParam(), Session::Time::manual);
     ASSERT_TRUE(session.begin());
     auto& alice = session.alice;
-    for (auto const& c : {Case{"nothing", {}}, Case{"length", {"\x81", 1}},
-                          Case{"text",
-                               {"\x81\x20"
-                                "42[\"Mem",
-                                9}},
-                          Case{"long text", {"\x81\x7E\x01", 3}},
-                          Case{"fragment",
-                               {"\x01\x03"
-                                "42[",
-                                5}},
-                          Case{"binary",
-                               {"\x82\x05"
-                                "ab",
-                                4}},
-                          Case{"before the attachment",
-                               {"\x81\x2F"
-                                "451-[\"event\",{\"_placeholder\":true,\"num\":0}]    ",
-                                49}},
-                          Case{"ping", {"\x89\x04p", 3}}, Case{"close", {"\x88\x05\x03\xE8", 4}}}) {
+    auto const text = std::string("\x81\x20") + "42[\"Mem",
+               header = std::string("\x81\x2B") + "451-[\"event\",{\"_placeholder\":true,\"num\":0}]";
+    for (auto const& c : {Case{"length", "\x81"}, Case{"text", text}, Case{"before the attachment", header}}) {
         SCOPED_TRACE(c.what);
         alice.states.clear();
         int answers = 0;
@@ -74,24 +58,6 @@ TEST_P(Wire, MayBreakInTheMiddleOfEachKindOfFrame) {
         EXPECT_EQ(answers, 1);
         EXPECT_EQ(alice.states, (States{{4, 5}, {3, 2}}));
     }
-}
-
-TEST_P(Wire, MayBreakInTheMiddleOfTheHandshake) {
-    Service const service;
-    Relay relay(service.port());
-    Session session(relay.url(), GetParam(), Session::Time::manual);
-    ASSERT_TRUE(session.begin());
-    relay.breakOff({});
-    std::string const answer =
-        "HTTP/1.1 101 Switching Protocols\r\nUpgrade: websocket\r\nConnection: Upgrade\r\nSec-WebSocket-Accept: AA";
-    for (std::size_t cut : {std::size_t{0}, std::size_t{1}, std::size_t{12}, answer.size()}) {
-        int const broken = relay.broken();
-        relay.breakNext(std::string_view(answer).substr(0, cut));
-        EXPECT_TRUE(session.waitFor([&] { return relay.broken() > broken; })) << cut;
-        EXPECT_FALSE(session.isConnected());
-    }
-    session.expectRestored(service);
-    EXPECT_EQ(session.alice.states, (States{{4, 5}, {3, 2}}));
 }
 
 // A service that stands still reads nothing: what waits for it stays within the bound, and the client says so.

@@ -55,15 +55,6 @@ TEST_F(AckTableTest, EndsEachOnceWithTheAnswerOrWithoutOne) {
     EXPECT_EQ(table->size(), 0u);
 }
 
-TEST_F(AckTableTest, OutlivesItsOwner) {
-    table->add(6s, note("left behind"));
-    std::weak_ptr<AckTable> const weak = table;
-    table.reset();
-    queue->advance(6s);
-    EXPECT_EQ(ended, std::vector<std::string>{"left behind: NO ACK"});
-    EXPECT_TRUE(weak.expired());
-}
-
 TEST_F(AckTableTest, GoesWithItsQueue) {
     auto captured = std::make_shared<int>();
     std::weak_ptr<int> const weak = captured;

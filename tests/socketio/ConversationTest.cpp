@@ -42,38 +42,6 @@ TEST_P(Conversation, ConnectsAndDeliversInOrderWhateverTheCut) {
     }
 }
 
-TEST_P(Conversation, AnswersAndAttachmentsGoBothWays) {
-    ScriptedServer server([](ScriptedPeer& peer) {
-        peer.login();
-        for (;;) {
-            auto const event = peer.readEvent();
-            json::array answer(event.items.begin() + 1, event.items.end());
-            peer.acknowledge(event, answer, event.attachments);
-        }
-    });
-    Client client(GetParam(), server.url());
-    ASSERT_TRUE(client.connect());
-    std::vector<KvBytes> const blobs = {{}, {0, 255, 1}, KvBytes(70000, 7), KvBytes(3u << 20, 9)};
-    for (auto const& blob : blobs) {
-        SocketItems items;
-        items.values = {
-            "command", {{"bytes", items.binary(makeData(blob))}, {"none", items.binary(nullptr)}}, "bad \xFF utf8"};
-        int answers = 0;
-        client.socket().emitWithAck("echo", std::move(items)).timingOutAfter(10s, [&](SocketData const& data) {
-            ++answers;
-            ASSERT_EQ(data.items().size(), 3u) << json::serialize(data.items());
-            auto const& object = data.items()[1].as_object();
-            ASSERT_TRUE(data.binary(object.at("bytes")));
-            EXPECT_TRUE(*data.binary(object.at("bytes")) == blob);
-            EXPECT_TRUE(object.at("none").is_null());
-            EXPECT_EQ(data.items()[2].as_string(), "bad \xEF\xBF\xBD utf8");
-        });
-        EXPECT_EQ(answers, 0) << "inside the call";
-        EXPECT_TRUE(runUntil(*client.queue, [&] { return answers > 0; }));
-        EXPECT_EQ(answers, 1);
-    }
-}
-
 TEST_P(Conversation, ThousandsOfRequestsKeepTheirOrder) {
     constexpr int kCount = 5000;
     ScriptedServer server([](ScriptedPeer& peer) {

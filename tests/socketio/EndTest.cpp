@@ -166,26 +166,6 @@ TEST_P(Ends, AddressesThatLeadNowhere) {
     }
 }
 
-TEST_P(Ends, ReachesServersByNameAndOverIpv6) {
-    auto const script = [](ScriptedPeer& peer) {
-        peer.login();
-        peer.readToEnd();
-    };
-    ScriptedServer server(script);
-    Client byName(GetParam(), server.url("localhost"));  // ::1 may come first, and refuses
-    EXPECT_TRUE(byName.connect());
-    ScriptedServer::Options options6;
-    options6.address = "::1";
-    std::unique_ptr<ScriptedServer> server6;
-    try {
-        server6 = std::make_unique<ScriptedServer>(script, options6);
-    } catch (std::system_error const&) {
-        GTEST_SKIP() << "this machine has no ::1";
-    }
-    Client over6(GetParam(), server6->url("[::1]"));
-    EXPECT_TRUE(over6.connect());
-}
-
 TEST_P(Ends, DisconnectLeavesWithinTheCallAndSaysGoodbye) {
     std::vector<ScriptedPeer::Message> goodbye;
     std::atomic<bool> isOver{false};

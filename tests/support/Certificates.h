@@ -40,6 +40,7 @@ private:
 };
 
 /// A server that says who it is, and what the two kinds of clients think of it; empty when they trust it.
+/// Those of IPv6 are left out where the machine has no ::1.
 struct TlsCase {
     char const* what;
     ScriptedServer::Options server;

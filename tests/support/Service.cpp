@@ -13,10 +13,8 @@ namespace json = boost::json;
 namespace {
 
 std::vector<std::string> commandOf(Service::Options const& options) {
-    auto command = options.runner;
-    auto const port = std::to_string(options.port);
-    command.insert(command.end(),
-                   {"node", KV_SERVICE_MAIN, "--port", port, "--control", "--exit-with-stdin", "--quiet"});
+    std::vector<std::string> command{"node",      KV_SERVICE_MAIN,     "--port", std::to_string(options.port),
+                                     "--control", "--exit-with-stdin", "--quiet"};
     command.insert(command.end(), options.arguments.begin(), options.arguments.end());
     return command;
 }

@@ -17,7 +17,6 @@ public:
     struct Options {
         int port = 0;                          // 0 for a free one
         std::vector<std::string> arguments{};  // more of the service's own
-        std::vector<std::string> runner{};     // a command that becomes the service: "nsenter ..."
     };
 
     /// Starts it; on `port`, or a free one. The test fails, and `url` is empty, when it does not get ready.
