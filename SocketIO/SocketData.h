@@ -36,6 +36,7 @@ struct KV_EXPORT SocketItems {
 class KV_EXPORT SocketAnswer {
 public:
     SocketAnswer() = default;
+    /// For the socket: `send` sends the one answer.
     explicit SocketAnswer(std::function<void(SocketItems const&)> send) : send_(std::move(send)) {}
     /// Whether the server asked.
     explicit operator bool() const { return send_ != nullptr; }
