@@ -98,6 +98,15 @@ TEST_F(WriterTest, DropsWhatNobodyWaitsForAnyMore) {
     EXPECT_EQ(outbox.put("x", {}, kLater), Put::full);
 }
 
+TEST_F(WriterTest, ClosesBehindWhatWaits) {
+    Outbox outbox(kNoBound);
+    Writer writer(outbox);
+    ASSERT_EQ(outbox.put("last words", {}, kLater), Put::queuedFirst);
+    writer.closeWhenEmpty("41");
+    EXPECT_EQ(gather(writer),
+              (std::vector<ClientFrame>{text("last words"), text("41"), {kClose, false, "\x03\xE8", {}}}));
+}
+
 TEST_F(WriterTest, DeflatesLargeMessagesOnly) {
     Outbox outbox(kNoBound);
     Writer writer(outbox);
