@@ -20,6 +20,10 @@ namespace kv::test {
 
 inline constexpr char kToken[] = "0123456789abcdef0123456789abcdef";
 
+inline std::string engineName(testing::TestParamInfo<KvPimEngine> const& info) {
+    return info.param == KvPimEngine::thread ? "Thread" : "MainQueue";
+}
+
 /// Runs the queue until the condition holds; false when it does not within a minute of real time.
 inline bool runUntil(KvMainQueue& queue, std::function<bool()> const& holds) {
     auto const end = std::chrono::steady_clock::now() + std::chrono::seconds(60);

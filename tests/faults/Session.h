@@ -17,10 +17,6 @@ namespace kv::test {
 namespace json = boost::json;
 using namespace std::chrono_literals;
 
-inline std::string engineName(testing::TestParamInfo<KvPimEngine> const& info) {
-    return info.param == KvPimEngine::thread ? "Thread" : "MainQueue";
-}
-
 class Session {
 public:
     using Time = KvMainQueue::Time;

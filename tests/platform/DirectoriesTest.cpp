@@ -1,8 +1,6 @@
 #include "Platform/KvDirectories.h"
 
 #include <cstdlib>
-#include <map>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,33 +13,12 @@ namespace {
 
 // NOLINTBEGIN(concurrency-mt-unsafe) the tests of this file have one thread
 
-// Variables of the environment, for the time of a test.
-class Environment {
-public:
-    void set(std::string const& name, std::optional<std::string> const& value) {
-        char const* const now = std::getenv(name.c_str());
-        before_.try_emplace(name, now != nullptr ? std::optional<std::string>(now) : std::nullopt);
-        put(name, value);
-    }
-    ~Environment() {
-        for (auto const& [name, value] : before_) put(name, value);
-    }
-
-private:
-    static void put(std::string const& name, std::optional<std::string> const& value) {
-        if (value) {
-            ::setenv(name.c_str(), value->c_str(), 1);
-        } else {
-            ::unsetenv(name.c_str());
-        }
-    }
-    std::map<std::string, std::optional<std::string>> before_;
-};
+void set(char const* name, char const* value) { value != nullptr ? ::setenv(name, value, 1) : ::unsetenv(name); }
 
 TEST(Directories, AreAbsoluteWhateverTheEnvironmentSays) {
     std::string const home = ::getpwuid(::getuid())->pw_dir;
     struct Case {
-        std::optional<std::string> xdg, home;
+        char const *xdg, *home;
         std::string caches, data;
     };
     std::vector<Case> const cases{
@@ -50,14 +27,13 @@ TEST(Directories, AreAbsoluteWhateverTheEnvironmentSays) {
         {"/", "/home/anna", "/", "/"},
         {"relative", "/home/anna/", "/home/anna/.cache", "/home/anna/.local/share"},
         {"", "/home/anna", "/home/anna/.cache", "/home/anna/.local/share"},
-        {std::nullopt, "relative", home + "/.cache", home + "/.local/share"},
-        {std::nullopt, std::nullopt, home + "/.cache", home + "/.local/share"},
+        {nullptr, "relative", home + "/.cache", home + "/.local/share"},
+        {nullptr, nullptr, home + "/.cache", home + "/.local/share"},
     };
-    Environment environment;
     for (auto const& c : cases) {
-        environment.set("XDG_CACHE_HOME", c.xdg);
-        environment.set("XDG_DATA_HOME", c.xdg);
-        environment.set("HOME", c.home);
+        set("XDG_CACHE_HOME", c.xdg);
+        set("XDG_DATA_HOME", c.xdg);
+        set("HOME", c.home);
         EXPECT_EQ(cachesDirectory(), c.caches);
         EXPECT_EQ(cachesDirectoryOf(executableName()), c.caches + "/kvpim/platform_test");
         EXPECT_EQ(cachesDirectoryOf("../a b"), c.caches + "/kvpim/%2E.%2Fa%20b");
