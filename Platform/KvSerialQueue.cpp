@@ -19,8 +19,16 @@ public:
 
     void async(Work work) {
         std::lock_guard lock(mutex_);
-        waiting_.push_back(std::move(work));
-        if (!std::exchange(isScheduled_, true)) schedule();
+        add(std::move(work));
+    }
+    // Work whose time has come; a queue that is gone, though at work still, takes none.
+    void asyncWhileOpen(Work work) {
+        std::lock_guard lock(mutex_);
+        if (isOpen_) add(std::move(work));
+    }
+    void close() {
+        std::lock_guard lock(mutex_);
+        isOpen_ = false;
     }
     void asyncWithin(std::chrono::nanoseconds delay, Work work) {
         bool isFirst = false;
@@ -40,6 +48,12 @@ public:
     bool isCurrent() const { return current == this; }
 
 private:
+    // With the lock held.
+    void add(Work work) {
+        waiting_.push_back(std::move(work));
+        if (!std::exchange(isScheduled_, true)) schedule();
+    }
+
     // True when there is somebody needed to run it.
     bool admitPostponed() {
         std::lock_guard lock(mutex_);
@@ -75,6 +89,7 @@ private:
     std::deque<Work> waiting_;
     std::vector<Work> postponed_;
     bool isScheduled_ = false;
+    bool isOpen_ = true;
 };
 
 thread_local KvSerialQueue::Impl const* KvSerialQueue::Impl::current = nullptr;
@@ -82,13 +97,13 @@ thread_local KvSerialQueue::Impl const* KvSerialQueue::Impl::current = nullptr;
 KvSerialQueue::KvSerialQueue(std::string label, std::shared_ptr<KvClock> clock)
     : label_(std::move(label)), clock_(std::move(clock)), impl_(std::make_shared<Impl>()) {}
 
-KvSerialQueue::~KvSerialQueue() = default;
+KvSerialQueue::~KvSerialQueue() { impl_->close(); }
 
 void KvSerialQueue::async(std::function<void()> work) { impl_->async(std::move(work)); }
 
 void KvSerialQueue::asyncAfter(std::chrono::nanoseconds delay, std::function<void()> work) {
     clock_->callAfter(delay, [weak = std::weak_ptr(impl_), work = std::move(work)] {
-        if (auto const impl = weak.lock()) impl->async(work);
+        if (auto const impl = weak.lock()) impl->asyncWhileOpen(work);
     });
 }
 
