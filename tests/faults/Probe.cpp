@@ -16,7 +16,8 @@
 
 // The sanitizer's check of an object's type reads memory through a pipe, and takes it for broken when it gets none.
 // NOLINTNEXTLINE(bugprone-reserved-identifier): the name is the sanitizer's
-extern "C" __attribute__((visibility("default"))) void __ubsan_handle_dynamic_type_cache_miss_abort(void*, void*, void*) {}
+extern "C" __attribute__((visibility("default"))) void __ubsan_handle_dynamic_type_cache_miss_abort(void*, void*,
+                                                                                                    void*) {}
 
 namespace {
 
