@@ -8,7 +8,6 @@
 #include <memory>
 #include <mutex>
 #include <string>
-#include <system_error>
 #include <utility>
 
 #include <poll.h>
@@ -89,13 +88,15 @@ private:
     std::size_t lost_ = 0;
 };
 
+struct Console;
+Console& shared();
+
 struct Console {
     Writer out{STDOUT_FILENO};
     Writer error{STDERR_FILENO};
     std::mutex mutex;
     // Guarded by mutex.
     std::shared_ptr<KvConsole const> chosen = std::make_shared<KvConsole>(writeToStandardStream);
-
     pid_t const process = ::getpid();
 
     Console() {
@@ -104,16 +105,12 @@ struct Console {
             if (::getpid() == shared().process) drainConsole(kLongestExit);
         });
     }
-
-    static Console& shared();
 };
 
-Console& Console::shared() {
+Console& shared() {
     static auto& console = *new Console;  // its threads may be at work until the very end
     return console;
 }
-
-Console& shared() { return Console::shared(); }
 
 }  // namespace
 
