@@ -1,7 +1,10 @@
 #pragma once
 
+#include "Net/KvPimNetworkOptions.h"
+
 #include <cstddef>
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -19,6 +22,8 @@ struct SocketConfig {
     std::vector<std::pair<std::string, std::string>> connectParams;
     /// A PEM file of certificate authorities to trust in addition to the system's; empty for none.
     std::string caFile;
+    /// How to get there, and what to take; null for the built-in values.
+    std::shared_ptr<KvPimNetworkOptions const> network;
     /// What may wait to be sent, in bytes; an emit beyond it is dropped and logged.
     std::size_t maxQueuedBytes = 64u << 20;
     /// Told what goes wrong without another way to say so, one line each, on the main queue; may be empty.

@@ -6,8 +6,8 @@
 //                                                                 "{accept}" stands for the right key
 #include "Classes/Catagory/KvString.h"
 #include "Classes/Network/KvServerAddress.h"
+#include "Net/Url.h"
 #include "SocketIO/transport/Upgrade.h"
-#include "SocketIO/transport/Url.h"
 #include "fuzz/support/Application.h"
 #include "fuzz/support/Input.h"
 #include "fuzz/support/Network.h"
@@ -105,10 +105,10 @@ void checkId(std::string_view text) {
 void checkUrl(std::string_view text) {
     auto const target = sio::requestTarget({{std::string(text), std::string(text)}});
     require(std::ranges::all_of(target, [](unsigned char c) { return c > ' ' && c < 0x7F; }), "a target is one word");
-    auto const url = sio::Url::parse(text);
+    auto const url = net::Url::parse(text);
     if (!url) return;
     require(!url->host.empty() && url->port != 0, "a URL has host and port");
-    auto const again = sio::Url::parse((url->isSecure ? "wss://" : "ws://") + url->authority());
+    auto const again = net::Url::parse((url->isSecure ? "wss://" : "ws://") + url->authority());
     require(again && again->host == url->host && again->port == url->port, "a URL is read as it is written");
 }
 

@@ -14,7 +14,7 @@ measure_coverage() {
     print_counts
     say "Reading what was counted"
     # Processes that write their counts at the same moment, and lines that the compiler made, are no reason to stop.
-    run_job gcovr --root . "$folder" --filter Classes/ --filter SocketIO/ --filter Platform/ \
+    run_job gcovr --root . "$folder" --filter Classes/ --filter SocketIO/ --filter Net/ --filter Platform/ \
         --gcov-ignore-parse-errors --exclude-unreachable-branches --csv --output "$log" || return
     print_coverage <"$log"
 }

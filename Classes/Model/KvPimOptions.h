@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Net/KvPimNetworkOptions.h"
 #include "Platform/KvMainQueue.h"
 
 #include <chrono>
@@ -49,6 +50,8 @@ struct KvPimOptions {
     KvPimEngine engine = KvPimEngine::thread;
     /// What may wait to be sent, in bytes. A request beyond it is not sent and ends like one without an answer.
     std::size_t maxQueuedBytes = 64u << 20;
+    /// How the client gets through the network, and what it takes from it.
+    KvPimNetworkOptions network{};
     /// Ends the program, with a sentence that names the call, when this client is called from another thread than the
     /// one that drives its main queue. Debug builds of the library always do.
     bool checkThreads = false;

@@ -1,8 +1,8 @@
 #include "Classes/Network/KvHttpSession.h"
 
+#include "Net/Trust.h"
 #include "Platform/KvFiles.h"
 #include "Platform/KvThread.h"
-#include "Platform/KvTrust.h"
 
 #include <algorithm>
 #include <array>
@@ -57,7 +57,7 @@ int verifyCertificate(int isGood, X509_STORE_CTX* chain) {
 
 CURLcode onTlsContext(CURL*, void* context, void* caFile) {
     std::string error;
-    auto const trusted = trustedAuthorities(*static_cast<std::string const*>(caFile), error);
+    auto const trusted = net::trustedAuthorities(*static_cast<std::string const*>(caFile), error);
     if (!trusted) return CURLE_SSL_CACERT_BADFILE;
     SSL_CTX_set1_cert_store(static_cast<SSL_CTX*>(context), trusted.get());
     SSL_CTX_set_verify(static_cast<SSL_CTX*>(context), SSL_VERIFY_PEER, &verifyCertificate);

@@ -52,7 +52,7 @@ void Connection::leave(std::shared_ptr<Connection> connection) {
 void Connection::dial() {
     if (phase_ != Phase::dialing) return;
     auto const engine = engine_.lock();
-    auto url = Url::parse(url_);
+    auto url = net::Url::parse(url_);
     if (!url) return end("Not an address of a server: " + url_);
     deadline_ = engine->now() + kHandshakeTime;
     Dialer::Plan plan{*std::move(url), requestTarget(config_.connectParams), config_.caFile, config_.compress};
@@ -151,19 +151,19 @@ bool Connection::readAll(std::span<std::uint8_t> buffer) {
         if (!unread_.empty()) return false;
         auto result = stream_->read(buffer.data(), buffer.size());
         switch (result.status) {
-            case IoStatus::wantRead:
+            case net::IoStatus::wantRead:
                 awaitReadable(socket_base::wait_read);
                 return true;
-            case IoStatus::wantWrite:
+            case net::IoStatus::wantWrite:
                 awaitReadable(socket_base::wait_write);
                 return true;
-            case IoStatus::closed:
+            case net::IoStatus::closed:
                 end(kClosedByServer);
                 return true;
-            case IoStatus::failed:
+            case net::IoStatus::failed:
                 end(std::move(result.error));
                 return true;
-            case IoStatus::done:
+            case net::IoStatus::done:
                 break;
         }
         consume(buffer.first(result.bytes));
@@ -260,9 +260,9 @@ void Connection::discard() {
     auto const buffer = memory.readBuffer();
     for (std::size_t total = 0; total < kMostReadInOneTurn;) {
         auto const result = stream_->read(buffer.data(), buffer.size());
-        if (result.status == IoStatus::wantRead || result.status == IoStatus::wantWrite)
+        if (result.status == net::IoStatus::wantRead || result.status == net::IoStatus::wantWrite)
             return awaitReadable(socket_base::wait_read);
-        if (result.status != IoStatus::done) return shutDown();
+        if (result.status != net::IoStatus::done) return shutDown();
         total += result.bytes;
     }
     engine_.lock()->post([self = shared_from_this()] { self->discard(); });

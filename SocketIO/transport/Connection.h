@@ -8,6 +8,7 @@
 //   shutDown  the last step of each of them: socket and timer go, nobody is told.
 #pragma once
 
+#include "Net/Stream.h"
 #include "Platform/KvMainQueue.h"
 #include "SocketIO/SocketConfig.h"
 #include "SocketIO/core/EventNames.h"
@@ -17,7 +18,6 @@
 #include "SocketIO/transport/Dialer.h"
 #include "SocketIO/transport/Outbox.h"
 #include "SocketIO/transport/Sender.h"
-#include "SocketIO/transport/Stream.h"
 #include "SocketIO/transport/TurnMemory.h"
 
 #include <memory>
@@ -86,7 +86,7 @@ private:
     // Touched on the engine queue only.
     Phase phase_ = Phase::dialing;
     std::shared_ptr<Dialer> dialer_;
-    std::unique_ptr<Stream> stream_;
+    std::unique_ptr<net::Stream> stream_;
     FrameReader reader_;
     ProtocolCore core_{*this};
     Sender sender_{outbox_};

@@ -22,15 +22,15 @@ Dialer::Dialer(std::shared_ptr<KvMainQueue> const& queue, Plan plan, std::functi
 
 void Dialer::start() {
     stage_ = "Looking up " + plan_.url.host;
-    lookUp(plan_.url.host, plan_.url.port, queue_.lock(),
-           [weak = weak_from_this()](Endpoints endpoints, std::string error) {
-               auto const self = weak.lock();
-               if (!self || !self->done_) return;
-               if (endpoints.empty()) return self->fail(std::move(error));
-               self->endpoints_ = std::move(endpoints);
-               self->stage_ = "Connecting to " + self->plan_.url.text();
-               self->connectNext();
-           });
+    net::lookUp(plan_.url.host, plan_.url.port, queue_.lock(),
+                [weak = weak_from_this()](net::Endpoints endpoints, std::string error) {
+                    auto const self = weak.lock();
+                    if (!self || !self->done_) return;
+                    if (endpoints.empty()) return self->fail(std::move(error));
+                    self->endpoints_ = std::move(endpoints);
+                    self->stage_ = "Connecting to " + self->plan_.url.text();
+                    self->connectNext();
+                });
 }
 
 void Dialer::cancel() {
@@ -42,7 +42,7 @@ void Dialer::cancel() {
 void Dialer::connectNext() {
     auto const queue = queue_.lock();
     auto const& endpoint = endpoints_[nextEndpoint_++];
-    auto& stream = *attempts_.emplace(nextEndpoint_, std::make_unique<Stream>(contextOf(*queue))).first->second;
+    auto& stream = *attempts_.emplace(nextEndpoint_, std::make_unique<net::Stream>(contextOf(*queue))).first->second;
     if (nextEndpoint_ < endpoints_.size()) {
         nextAttempt_ = queue->after(kHeadStart, [weak = weak_from_this()] {
             if (auto const self = weak.lock(); self && self->done_) self->connectNext();
@@ -51,8 +51,8 @@ void Dialer::connectNext() {
     onConnecting(nextEndpoint_, stream.connect(endpoint));
 }
 
-void Dialer::onConnecting(std::size_t attempt, IoResult const& result) {
-    if (result.status == IoStatus::wantWrite) {
+void Dialer::onConnecting(std::size_t attempt, net::IoResult const& result) {
+    if (result.status == net::IoStatus::wantWrite) {
         auto const onWritable = [self = shared_from_this(), attempt](boost::system::error_code) {
             auto const found = self->attempts_.find(attempt);
             if (found == self->attempts_.end()) return;
@@ -62,7 +62,7 @@ void Dialer::onConnecting(std::size_t attempt, IoResult const& result) {
         return attempts_.at(attempt)->socket().async_wait(socket_base::wait_write, onWritable);
     }
     auto stream = std::move(attempts_.extract(attempt).mapped());
-    if (result.status == IoStatus::done) {
+    if (result.status == net::IoStatus::done) {
         stream_ = std::move(stream);
         stopConnecting();
         return onConnected();
@@ -85,7 +85,7 @@ void Dialer::onConnected() {
 
 void Dialer::shakeHands() {
     auto const result = stream_->handshake();
-    if (result.status == IoStatus::done) return sendRequest();
+    if (result.status == net::IoStatus::done) return sendRequest();
     whenReady(result, &Dialer::shakeHands);
 }
 
@@ -100,17 +100,17 @@ void Dialer::write() {
     while (written_ < request.size()) {
         auto const* next = reinterpret_cast<std::uint8_t const*>(request.data()) + written_;
         auto const result = stream_->write(next, request.size() - written_);
-        if (result.status != IoStatus::done) return whenReady(result, &Dialer::write);
+        if (result.status != net::IoStatus::done) return whenReady(result, &Dialer::write);
         written_ += result.bytes;
     }
-    whenReady({IoStatus::wantRead}, &Dialer::readAnswer);
+    whenReady({net::IoStatus::wantRead}, &Dialer::readAnswer);
 }
 
 void Dialer::readAnswer() {
     std::array<std::uint8_t, 4096> piece;
     for (;;) {
         auto const result = stream_->read(piece.data(), piece.size());
-        if (result.status != IoStatus::done) return whenReady(result, &Dialer::readAnswer);
+        if (result.status != net::IoStatus::done) return whenReady(result, &Dialer::readAnswer);
         answer_.insert(answer_.end(), piece.begin(), piece.begin() + static_cast<std::ptrdiff_t>(result.bytes));
         std::string_view text(reinterpret_cast<char const*>(answer_.data()), answer_.size());
         auto end = text.find("\r\n\r\n");
@@ -147,10 +147,10 @@ void Dialer::fail(std::string error) {
 }
 
 // Takes the step again when the socket is ready for it, or gives up.
-void Dialer::whenReady(IoResult const& result, void (Dialer::*step)()) {
-    if (result.status == IoStatus::closed) return fail("The server closed the connection: " + stage_);
-    if (result.status == IoStatus::failed) return fail(result.error);
-    auto const ready = result.status == IoStatus::wantRead ? socket_base::wait_read : socket_base::wait_write;
+void Dialer::whenReady(net::IoResult const& result, void (Dialer::*step)()) {
+    if (result.status == net::IoStatus::closed) return fail("The server closed the connection: " + stage_);
+    if (result.status == net::IoStatus::failed) return fail(result.error);
+    auto const ready = result.status == net::IoStatus::wantRead ? socket_base::wait_read : socket_base::wait_write;
     stream_->socket().async_wait(ready, [self = shared_from_this(), step](boost::system::error_code) {
         if (self->done_) (self.get()->*step)();
     });

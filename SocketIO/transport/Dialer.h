@@ -2,12 +2,12 @@
 // engine queue. The caller limits the time.
 #pragma once
 
+#include "Net/NameLookup.h"
+#include "Net/Stream.h"
+#include "Net/Url.h"
 #include "Platform/KvData.h"
 #include "Platform/KvMainQueue.h"
-#include "SocketIO/transport/NameLookup.h"
-#include "SocketIO/transport/Stream.h"
 #include "SocketIO/transport/Upgrade.h"
-#include "SocketIO/transport/Url.h"
 
 #include <functional>
 #include <map>
@@ -19,14 +19,14 @@ namespace kv::sio {
 class Dialer final : public std::enable_shared_from_this<Dialer> {
 public:
     struct Plan {
-        Url url;
+        net::Url url;
         std::string target;
         std::string caFile;
         bool offersDeflate = false;
     };
     struct Dialed {
-        std::unique_ptr<Stream> stream;  // null when it failed, and the error says why
-        KvBytes early;                   // what the server sent behind its answer
+        std::unique_ptr<net::Stream> stream;  // null when it failed, and the error says why
+        KvBytes early;                        // what the server sent behind its answer
         DeflateAgreement agreement;
         std::string error;
     };
@@ -41,7 +41,7 @@ public:
 
 private:
     void connectNext();
-    void onConnecting(std::size_t attempt, IoResult const& result);
+    void onConnecting(std::size_t attempt, net::IoResult const& result);
     void stopConnecting();
     void onConnected();
     void shakeHands();
@@ -50,17 +50,17 @@ private:
     void readAnswer();
     void finish(Dialed dialed);
     void fail(std::string error);
-    void whenReady(IoResult const& result, void (Dialer::*step)());
+    void whenReady(net::IoResult const& result, void (Dialer::*step)());
 
     std::weak_ptr<KvMainQueue> const queue_;
     Plan const plan_;
     std::function<void(Dialed)> done_;  // empty once it is over
     std::string stage_;
-    Endpoints endpoints_;
+    net::Endpoints endpoints_;
     std::size_t nextEndpoint_ = 0;
-    std::map<std::size_t, std::unique_ptr<Stream>> attempts_;  // by the number of their endpoints, from 1
+    std::map<std::size_t, std::unique_ptr<net::Stream>> attempts_;  // by the number of their endpoints, from 1
     KvQueueTimer nextAttempt_;
-    std::unique_ptr<Stream> stream_;  // the one that was first
+    std::unique_ptr<net::Stream> stream_;  // the one that was first
     std::unique_ptr<Upgrade> upgrade_;
     std::size_t written_ = 0;
     KvBytes answer_;

@@ -14,7 +14,7 @@ SendBuffer& sendBuffer() {
 
 }  // namespace
 
-Sender::Step Sender::send(Stream& stream, Outbox::Time now) {
+Sender::Step Sender::send(net::Stream& stream, Outbox::Time now) {
     if (isBroken_) return Step::broken;
     if (!unsent_.empty()) {
         auto const rest = std::exchange(unsent_, KvBytes());
@@ -30,7 +30,7 @@ Sender::Step Sender::send(Stream& stream, Outbox::Time now) {
     return Step::more;
 }
 
-bool Sender::sendClose(Stream& stream, WsCloseCode code) {
+bool Sender::sendClose(net::Stream& stream, WsCloseCode code) {
     if (isBroken_ || framer_.isInsideFrame() || !unsent_.empty()) return false;
     auto const number = static_cast<std::uint16_t>(code);
     char const payload[] = {static_cast<char>(number >> 8), static_cast<char>(number & 0xFF)};
@@ -40,17 +40,17 @@ bool Sender::sendClose(Stream& stream, WsCloseCode code) {
 }
 
 // `idle` when all of it went out.
-Sender::Step Sender::write(Stream& stream, std::span<std::uint8_t const> bytes) {
+Sender::Step Sender::write(net::Stream& stream, std::span<std::uint8_t const> bytes) {
     while (!bytes.empty()) {
         auto const result = stream.write(bytes.data(), bytes.size());
         bytes = bytes.subspan(result.bytes);
-        if (result.status == IoStatus::done) continue;
-        if (result.status != IoStatus::wantWrite && result.status != IoStatus::wantRead) {
+        if (result.status == net::IoStatus::done) continue;
+        if (result.status != net::IoStatus::wantWrite && result.status != net::IoStatus::wantRead) {
             isBroken_ = true;
             return Step::broken;
         }
         unsent_.assign(bytes.begin(), bytes.end());
-        return result.status == IoStatus::wantRead ? Step::wantRead : Step::wantWrite;
+        return result.status == net::IoStatus::wantRead ? Step::wantRead : Step::wantWrite;
     }
     return Step::idle;
 }

@@ -1,11 +1,11 @@
 // Sends what waits on one connection, as much at a time as the socket takes. Lives on the engine queue.
 #pragma once
 
+#include "Net/Stream.h"
 #include "Platform/KvData.h"
 #include "SocketIO/core/WebSocketCodec.h"
 #include "SocketIO/transport/Framer.h"
 #include "SocketIO/transport/Outbox.h"
-#include "SocketIO/transport/Stream.h"
 
 #include <span>
 #include <string_view>
@@ -21,13 +21,13 @@ public:
     Framer& framer() { return framer_; }
     /// Sends until nothing waits any more (`idle`), the socket must become ready first, others shall have their turn
     /// (`more`), or the socket is broken: reading tells how. `now` is the main queue's.
-    Step send(Stream& stream, Outbox::Time now);
+    Step send(net::Stream& stream, Outbox::Time now);
     /// A last close frame. Returns whether it could go out at once.
-    bool sendClose(Stream& stream, WsCloseCode code);
+    bool sendClose(net::Stream& stream, WsCloseCode code);
     void clear() { unsent_ = KvBytes(); }
 
 private:
-    Step write(Stream& stream, std::span<std::uint8_t const> bytes);
+    Step write(net::Stream& stream, std::span<std::uint8_t const> bytes);
 
     Framer framer_;
     KvBytes unsent_;  // framed, but the socket took no more

@@ -22,6 +22,25 @@ constexpr char const* kDeflateOffers =
 // zlib cannot deflate for a window of 256 bytes; nothing obliges this side to deflate.
 constexpr int kLeastDeflateBits = 9;
 
+bool isUnreserved(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '.' ||
+           c == '_' || c == '~';
+}
+
+std::string percentEncoded(std::string_view text) {
+    constexpr char kDigits[] = "0123456789ABCDEF";
+    std::string encoded;
+    for (char const c : text) {
+        if (isUnreserved(c)) {
+            encoded += c;
+            continue;
+        }
+        auto const byte = static_cast<unsigned char>(c);
+        encoded += {'%', kDigits[byte >> 4], kDigits[byte & 15]};
+    }
+    return encoded;
+}
+
 std::string base64(unsigned char const* data, std::size_t size) {
     std::string text(4 * ((size + 2) / 3), '\0');
     EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()), data, static_cast<int>(size));
@@ -112,6 +131,12 @@ bool readAgreement(std::string_view extension, DeflateAgreement& agreement) {
 }
 
 }  // namespace
+
+std::string requestTarget(std::vector<std::pair<std::string, std::string>> const& parameters) {
+    std::string target = "/socket.io/?EIO=4&transport=websocket";
+    for (auto const& [key, value] : parameters) target += '&' + percentEncoded(key) + '=' + percentEncoded(value);
+    return target;
+}
 
 Upgrade::Upgrade(std::string_view authority, std::string_view target, bool offersDeflate)
     : offersDeflate_(offersDeflate) {

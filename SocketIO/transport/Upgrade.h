@@ -3,6 +3,8 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace kv::sio {
 
@@ -14,6 +16,9 @@ struct DeflateAgreement {
     bool serverKeepsContext = true;
     int clientWindowBits = 0;  // of what this side deflates; 0 when it deflates nothing
 };
+
+/// The request target of a Socket.IO connection with these query parameters.
+std::string requestTarget(std::vector<std::pair<std::string, std::string>> const& parameters);
 
 class Upgrade {
 public:

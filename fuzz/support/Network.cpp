@@ -165,7 +165,7 @@ void Dialer::onConnected() {
     int ends[2];
     fuzz::require(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0, "there are sockets");
     Dialed dialed;
-    dialed.stream = std::make_unique<Stream>(contextOf(*queue_.lock()));
+    dialed.stream = std::make_unique<net::Stream>(contextOf(*queue_.lock()));
     dialed.stream->socket().assign(boost::asio::ip::tcp::v4(), ends[0]);
     dialed.agreement.isEnabled = plan_.offersDeflate;
     fuzz::Network::shared().addServer(ends[1]);

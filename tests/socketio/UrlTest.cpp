@@ -1,4 +1,5 @@
-#include "SocketIO/transport/Url.h"
+#include "Net/Url.h"
+#include "SocketIO/transport/Upgrade.h"
 
 #include <iterator>
 #include <sstream>
@@ -28,7 +29,7 @@ TEST(Url, IsTakenApart) {
              {"http://[::1]:9", false, "::1", 9, "[::1]:9"},
              {"https://[2001:db8::1]", true, "2001:db8::1", 443, "[2001:db8::1]"},
          }) {
-        auto const url = Url::parse(c.text);
+        auto const url = net::Url::parse(c.text);
         ASSERT_TRUE(url) << c.text;
         EXPECT_EQ(url->isSecure, c.isSecure) << c.text;
         EXPECT_EQ(url->host, c.host) << c.text;
@@ -45,7 +46,7 @@ TEST(Url, IsRefused) {
     std::vector<std::string> texts{"", "http://ho st", "http://ho\r\nst", "http://host\r\nX: y:80"};
     texts.insert(texts.end(), std::istream_iterator<std::string>(refused), {});
     for (auto const& text : texts) {
-        EXPECT_FALSE(Url::parse(text)) << text;
+        EXPECT_FALSE(net::Url::parse(text)) << text;
     }
 }
 

@@ -1,4 +1,4 @@
-#include "SocketIO/transport/NameLookup.h"
+#include "Net/NameLookup.h"
 
 #include "Platform/KvThread.h"
 
@@ -9,7 +9,7 @@
 #include <boost/asio/ip/address.hpp>
 #include <netdb.h>
 
-namespace kv::sio {
+namespace kv::net {
 namespace asio = boost::asio;
 namespace {
 
@@ -73,4 +73,4 @@ void lookUp(std::string const& host, std::uint16_t port, std::shared_ptr<KvMainQ
     answer({}, "Cannot find " + host + ": no thread is left to look it up");
 }
 
-}  // namespace kv::sio
+}  // namespace kv::net

@@ -1,9 +1,9 @@
-#include "SocketIO/transport/Url.h"
+#include "Net/Url.h"
 
 #include <algorithm>
 #include <charconv>
 
-namespace kv::sio {
+namespace kv::net {
 namespace {
 
 struct Scheme {
@@ -17,26 +17,7 @@ constexpr Scheme kSchemes[] = {
 
 char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
-bool isUnreserved(char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '.' ||
-           c == '_' || c == '~';
-}
-
 std::string bracketed(std::string const& host) { return host.find(':') == std::string::npos ? host : '[' + host + ']'; }
-
-std::string percentEncoded(std::string_view text) {
-    constexpr char kDigits[] = "0123456789ABCDEF";
-    std::string encoded;
-    for (char const c : text) {
-        if (isUnreserved(c)) {
-            encoded += c;
-            continue;
-        }
-        auto const byte = static_cast<unsigned char>(c);
-        encoded += {'%', kDigits[byte >> 4], kDigits[byte & 15]};
-    }
-    return encoded;
-}
 
 }  // namespace
 
@@ -75,10 +56,4 @@ std::optional<Url> Url::parse(std::string_view text) {
     return url;
 }
 
-std::string requestTarget(std::vector<std::pair<std::string, std::string>> const& parameters) {
-    std::string target = "/socket.io/?EIO=4&transport=websocket";
-    for (auto const& [key, value] : parameters) target += '&' + percentEncoded(key) + '=' + percentEncoded(value);
-    return target;
-}
-
-}  // namespace kv::sio
+}  // namespace kv::net

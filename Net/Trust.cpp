@@ -1,4 +1,4 @@
-#include "Platform/KvTrust.h"
+#include "Net/Trust.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -11,7 +11,7 @@
 #include <openssl/x509_vfy.h>
 #include <sys/stat.h>
 
-namespace kv {
+namespace kv::net {
 namespace {
 
 namespace fs = std::filesystem;
@@ -73,4 +73,4 @@ std::shared_ptr<X509_STORE> trustedAuthorities(std::string const& caFile, std::s
     return entry.store;
 }
 
-}  // namespace kv
+}  // namespace kv::net

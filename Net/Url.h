@@ -1,14 +1,12 @@
-// Where a connection goes: the server's address and the request target.
+// The address of a server.
 #pragma once
 
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
-#include <vector>
 
-namespace kv::sio {
+namespace kv::net {
 
 struct Url {
     bool isSecure = false;
@@ -23,7 +21,4 @@ struct Url {
     static std::optional<Url> parse(std::string_view text);
 };
 
-/// The request target of a Socket.IO connection with these query parameters.
-std::string requestTarget(std::vector<std::pair<std::string, std::string>> const& parameters);
-
-}  // namespace kv::sio
+}  // namespace kv::net

@@ -12,7 +12,7 @@
 
 #include <boost/asio/ip/tcp.hpp>
 
-namespace kv::sio {
+namespace kv::net {
 
 using Endpoints = std::vector<boost::asio::ip::tcp::endpoint>;
 
@@ -23,4 +23,4 @@ using Endpoints = std::vector<boost::asio::ip::tcp::endpoint>;
 void lookUp(std::string const& host, std::uint16_t port, std::shared_ptr<KvMainQueue> const& queue,
             std::function<void(Endpoints endpoints, std::string error)> done);
 
-}  // namespace kv::sio
+}  // namespace kv::net

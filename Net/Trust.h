@@ -9,9 +9,9 @@
 
 #include <openssl/x509.h>
 
-namespace kv {
+namespace kv::net {
 
 /// The system's authorities and those of this PEM file, "" for none; null with an error text when it cannot be read.
 std::shared_ptr<X509_STORE> trustedAuthorities(std::string const& caFile, std::string& error);
 
-}  // namespace kv
+}  // namespace kv::net

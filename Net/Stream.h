@@ -9,7 +9,7 @@
 #include <boost/asio/ip/tcp.hpp>
 #include <openssl/ssl.h>
 
-namespace kv::sio {
+namespace kv::net {
 
 enum class IoStatus { done, wantRead, wantWrite, closed, failed };
 
@@ -52,4 +52,4 @@ private:
     std::unique_ptr<SSL, FreeSsl> ssl_;
 };
 
-}  // namespace kv::sio
+}  // namespace kv::net

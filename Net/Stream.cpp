@@ -1,6 +1,6 @@
-#include "SocketIO/transport/Stream.h"
+#include "Net/Stream.h"
 
-#include "Platform/KvTrust.h"
+#include "Net/Trust.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -17,7 +17,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 
-namespace kv::sio {
+namespace kv::net {
 namespace {
 
 constexpr int kSendFlags = MSG_DONTWAIT | MSG_NOSIGNAL;
@@ -219,4 +219,4 @@ void Stream::close() {
     ssl_.reset();
 }
 
-}  // namespace kv::sio
+}  // namespace kv::net

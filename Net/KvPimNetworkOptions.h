@@ -1,0 +1,102 @@
+// The network as an application describes it: how to get out, whom to trust, how long to wait, how much to take. One
+// description serves discovery, the connection and the uploads of event reports.
+#pragma once
+
+#include "Platform/KvExport.h"
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace kv {
+
+/// The way out of a network that lets nobody out directly: none, unless the application names one. All servers, with
+/// TLS or without, are reached through the tunnel that the proxy makes (CONNECT, or SOCKS5 with names resolved there).
+struct KV_EXPORT KvProxy {
+    KvProxy() = default;
+    /// The same for all servers: "http://proxy.example:3128", "https://..." or "socks5://...", with "user:password@"
+    /// before the host where the proxy asks for it (percent-encoded). Without a port: 80, 443 or 1080.
+    KvProxy(std::string url);  // NOLINT(google-explicit-constructor): one word for who has one
+    KvProxy(char const* url) : KvProxy(std::string(url)) {}  // NOLINT(google-explicit-constructor)
+    /// What the variables http_proxy, https_proxy, all_proxy and no_proxy say now. Each is looked for in small letters
+    /// first and then in capitals; HTTP_PROXY is not looked at, because web servers make it from what a client sends.
+    static KvProxy fromEnvironment();
+
+    /// For servers without TLS, and for those with it; empty for none.
+    std::string forHttp, forHttps;
+    /// Who is reached directly, separated by commas: "*" for everybody, a name with all below it ("example.com" or
+    /// ".example.com"), an address ("10.1.2.3", "::1") or a range of them ("10.0.0.0/8"), each with ":port" or without.
+    std::string noProxy;
+};
+
+/// What a server has shown to prove who it is.
+struct KvPeerCertificate {
+    std::string host;                ///< whom it had to prove: the name or address of the server
+    std::string subject, issuer;     ///< as RFC 2253 writes them
+    std::vector<std::string> names;  ///< DNS names and addresses that it is for
+    std::chrono::system_clock::time_point validFrom, validUntil;
+    std::vector<std::vector<std::uint8_t>> chain;  ///< DER: the server's own first, then what it is signed with
+};
+
+enum class KvTlsVersion { tls12, tls13 };
+
+/// Whom TLS trusts, and who this side is. There is no switch that turns verification off.
+struct KvTlsOptions {
+    /// Whether the authorities of the system are trusted, beside those that follow.
+    bool trustsSystem = true;
+    /// Authorities: a PEM file, a directory as `openssl rehash` prepares it, PEM text. Files are read again when they
+    /// have changed.
+    std::string caFile, caDirectory, caPem;
+    /// Who this side is, to servers that ask: a certificate with what it is signed with, and its key, each as a PEM
+    /// file or as PEM text. A key in the file or text of the certificate needs not be named.
+    std::string certificateFile, certificatePem;
+    std::string keyFile, keyPem;
+    /// Asked for the password of an encrypted key, on the engine's thread; it must not block.
+    std::function<std::string()> keyPassword;
+    /// Public keys, one of which each server must have, in addition to a chain that is trusted: "sha256//" and the
+    /// Base64 form of the SHA-256 digest of its SubjectPublicKeyInfo. Name the next key before a rotation.
+    std::vector<std::string> pins;
+    KvTlsVersion minimumVersion = KvTlsVersion::tls12;
+    /// The name that is asked for and that the certificate must be for, instead of the one in the address.
+    std::string serverName;
+    /// The last word, after all checks have passed: false refuses the server. Asked on the engine's thread for each
+    /// connection; it must not block.
+    std::function<bool(KvPeerCertificate const& certificate)> accepts;
+};
+
+/// All of it may stay as it is. What cannot be is refused when the client is made.
+struct KvPimNetworkOptions {
+    KvProxy proxy;
+    KvTlsOptions tls;
+
+    /// Sent with discovery, uploads and the connection's handshake; gateways may want to know who passes. Empty for
+    /// none.
+    std::string userAgent;
+    /// Further headers for the same: name and value each.
+    std::vector<std::pair<std::string, std::string>> headers;
+    /// Where the socket server listens, for gateways that serve several things.
+    std::string socketPath = "/socket.io/";
+
+    /// How long the API server may show no sign of life; the whole discovery may take six times as long.
+    std::chrono::milliseconds discoveryTimeout{6'000};
+    /// How long a login waits for the connection before it ends with 9.
+    std::chrono::milliseconds connectTimeout{6'000};
+    /// How long a request waits for its answer; zero for the time that each operation names.
+    std::chrono::milliseconds requestTimeout{};
+
+    /// The largest message that is taken, in bytes. Guards against a server that announces more than there is memory.
+    std::size_t maxMessageBytes = 16u << 20;
+    /// What may wait for the main queue, in bytes of memory, before reading from the server pauses. Guards against a
+    /// main queue that is not run.
+    std::size_t maxUnhandledBytes = 32u << 20;
+
+    /// Watch the system's network, so that a connection is tried at once when the network comes back or changes, or the
+    /// machine wakes up. Without it applications that know can say so: `KvPimKit::networkChanged`.
+    bool watchesNetwork = false;
+};
+
+}  // namespace kv
