@@ -19,6 +19,8 @@ char const KvPimVersionString[] = KVPIM_VERSION;
 KvPimKitImpl::KvPimKitImpl(std::string appId, std::weak_ptr<KvPimDelegate> listener, KvPimOptions given)
     : mainQueue(given.mainQueue ? given.mainQueue : KvMainQueue::main()),
       engine(given.engine == KvPimEngine::thread ? engineThreadQueue() : mainQueue),
+      network(net::withCaFile(std::make_shared<KvPimNetworkOptions const>(std::move(given.network)),
+                              given.envConfig.caFile)),
       options(std::move(given)),
       delegate(std::move(listener)),
       stateManager(std::make_shared<KvPimStateManager>()),
@@ -42,9 +44,9 @@ std::shared_ptr<KvPimInvitationKit> KvPimKitImpl::getPimInvitationKit() {
 
 std::shared_ptr<KvPimKit> KvPimKit::initWithAppId(std::string appId, std::weak_ptr<KvPimDelegate> delegate,
                                                   KvPimOptions options) {
-    LoganManager::configure(options.envConfig);
-    LoganManager::sharedInstance().setAppId(appId);
     auto impl = std::make_shared<KvPimKitImpl>(std::move(appId), std::move(delegate), std::move(options));
+    LoganManager::configure(impl->options.envConfig, impl->network);
+    LoganManager::sharedInstance().setAppId(impl->stateManager->appId);
     if (!impl->mainQueue || !impl->engine || !isValidApiServer(impl->apiServer)) return nullptr;
     impl->debugInfo.getApiServer(impl->apiServer);
     auto const object = std::shared_ptr<KvPimKit>(new KvPimKit(impl));

@@ -1,19 +1,13 @@
 #include "Net/Stream.h"
 
-#include "Net/Trust.h"
-
 #include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <map>
-#include <mutex>
 #include <system_error>
 
-#include <boost/asio/ip/address.hpp>
 #include <openssl/bio.h>
 #include <openssl/err.h>
 #include <openssl/sslerr.h>
-#include <openssl/x509v3.h>
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -21,8 +15,6 @@ namespace kv::net {
 namespace {
 
 constexpr int kSendFlags = MSG_DONTWAIT | MSG_NOSIGNAL;
-// A common name is a name for people: authorities do not check it as they do alternative names.
-constexpr unsigned kHostFlags = X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS | X509_CHECK_FLAG_NEVER_CHECK_SUBJECT;
 
 std::string errnoText() { return std::generic_category().message(errno); }
 
@@ -35,7 +27,18 @@ std::string openSslText() {
                 return "TLS: the server does not speak TLS (wrong version number)";
             case SSL_R_TLSV1_ALERT_PROTOCOL_VERSION:
             case SSL_R_UNSUPPORTED_PROTOCOL:
-                return "TLS: the server speaks no TLS 1.2 or later";
+                return "TLS: the server speaks none of the versions of TLS that are wanted";
+            case SSL_R_TLSV13_ALERT_CERTIFICATE_REQUIRED:
+                return "TLS: the server wants a certificate of this side";
+            case SSL_R_SSLV3_ALERT_BAD_CERTIFICATE:
+            case SSL_R_SSLV3_ALERT_UNSUPPORTED_CERTIFICATE:
+            case SSL_R_SSLV3_ALERT_CERTIFICATE_REVOKED:
+            case SSL_R_SSLV3_ALERT_CERTIFICATE_EXPIRED:
+            case SSL_R_SSLV3_ALERT_CERTIFICATE_UNKNOWN:
+            case SSL_R_TLSV1_ALERT_UNKNOWN_CA:
+            case SSL_R_TLSV1_ALERT_ACCESS_DENIED:
+                return std::string("TLS: the server does not take this side's certificate, or none: ") +
+                       ERR_reason_error_string(code);
         }
     }
     if (ERR_SYSTEM_ERROR(code)) return "TLS: " + std::generic_category().message(ERR_GET_REASON(code));
@@ -77,31 +80,6 @@ BIO* makeBio(int socket) {
     return bio;
 }
 
-// One context serves all connections that trust the same authorities.
-std::shared_ptr<SSL_CTX> contextFor(std::string const& caFile, std::string& error) {
-    struct Known {
-        std::shared_ptr<X509_STORE> trusted;
-        std::shared_ptr<SSL_CTX> context;
-    };
-    static std::mutex mutex;
-    static auto& contexts = *new std::map<std::string, Known>;
-    auto trusted = trustedAuthorities(caFile, error);
-    if (!trusted) return nullptr;
-    std::lock_guard lock(mutex);
-    auto& known = contexts[caFile];
-    if (known.trusted == trusted) return known.context;
-    std::shared_ptr<SSL_CTX> context(SSL_CTX_new(TLS_client_method()), SSL_CTX_free);
-    SSL_CTX_set_min_proto_version(context.get(), TLS1_2_VERSION);
-    // Not every server says goodbye in TLS. What was cut short shows in the frames.
-    SSL_CTX_set_options(context.get(), SSL_OP_IGNORE_UNEXPECTED_EOF);
-    SSL_CTX_set_verify(context.get(), SSL_VERIFY_PEER, nullptr);
-    SSL_CTX_set_mode(context.get(),
-                     SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER | SSL_MODE_RELEASE_BUFFERS);
-    SSL_CTX_set1_cert_store(context.get(), trusted.get());
-    known = {std::move(trusted), context};
-    return context;
-}
-
 }  // namespace
 
 IoResult Stream::connect(boost::asio::ip::tcp::endpoint const& endpoint) {
@@ -132,30 +110,26 @@ void Stream::forgetWritability(boost::asio::ip::tcp protocol) {
     socket_.assign(protocol, socket_.release(error), error);
 }
 
-std::string Stream::startTls(std::string const& host, std::string const& caFile) {
+std::string Stream::startTls(TlsContext& context, Url const& server) {
+    BIO* transport = nullptr;
+    if (ssl_) {
+        transport = BIO_new(BIO_f_ssl());
+        BIO_set_ssl(transport, ssl_.release(), BIO_CLOSE);
+    } else {
+        transport = makeBio(socket_.native_handle());
+    }
     std::string error;
-    auto const context = contextFor(caFile, error);
-    if (!context) return error;
-    ssl_.reset(SSL_new(context.get()));
-    if (!ssl_) return openSslText();
-    SSL_set_hostflags(ssl_.get(), kHostFlags);
-    boost::system::error_code noAddress;
-    boost::asio::ip::make_address(host, noAddress);
-    bool const isName = static_cast<bool>(noAddress);
-    bool const isSet =
-        isName ? SSL_set1_host(ssl_.get(), host.c_str()) == 1 && SSL_set_tlsext_host_name(ssl_.get(), host.c_str()) == 1
-               : X509_VERIFY_PARAM_set1_ip_asc(SSL_get0_param(ssl_.get()), host.c_str()) == 1;
-    if (!isSet) return openSslText();
-    auto* const bio = makeBio(socket_.native_handle());
-    SSL_set_bio(ssl_.get(), bio, bio);
-    SSL_set_connect_state(ssl_.get());
-    return {};
+    ssl_.reset(context.begin(server.host, server.text(), transport, error));
+    return error;
 }
 
 IoResult Stream::handshake() {
     ERR_clear_error();
+    errno = 0;
     int const returned = SSL_do_handshake(ssl_.get());
-    return returned == 1 ? IoResult{} : sslResult(returned);
+    if (returned != 1) return sslResult(returned);
+    auto problem = TlsContext::judge(ssl_.get());
+    return problem.empty() ? IoResult{} : IoResult{IoStatus::failed, 0, std::move(problem)};
 }
 
 IoResult Stream::sslResult(int returned) {
@@ -173,10 +147,9 @@ IoResult Stream::sslResult(int returned) {
         default:
             break;
     }
-    long const verdict = SSL_get_verify_result(ssl_.get());
-    if (verdict != X509_V_OK) {
+    if (auto refusal = TlsContext::refusal(ssl_.get()); !refusal.empty()) {
         ERR_clear_error();
-        return {IoStatus::failed, 0, std::string("TLS: ") + X509_verify_cert_error_string(verdict)};
+        return {IoStatus::failed, 0, std::move(refusal)};
     }
     return {IoStatus::failed, 0, openSslText()};
 }

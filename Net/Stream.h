@@ -1,6 +1,9 @@
 // A connected TCP socket, with or without TLS, read and written without waiting. Belongs to the engine queue.
 #pragma once
 
+#include "Net/Tls.h"
+#include "Net/Url.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -30,10 +33,11 @@ public:
     /// To be called after waiting for writability, which stays among what Asio asks epoll for, and would wake the loop
     /// once for nothing after each read.
     void forgetWritability(boost::asio::ip::tcp protocol);
-    /// Puts TLS on the connected socket: the server's chain must end in a trusted authority, and its certificate must
-    /// be for this host. Returns an error text, empty for none.
-    std::string startTls(std::string const& host, std::string const& caFile);
-    /// One step of the TLS handshake.
+    /// Puts TLS on the connected socket, or on the TLS that is there already, in the tunnel of a proxy. Returns an
+    /// error text, empty for none.
+    std::string startTls(TlsContext& context, Url const& server);
+    /// One step of the TLS handshake. It fails unless the server's chain ends in a trusted authority, and its
+    /// certificate is for its host and as the options want it.
     IoResult handshake();
     IoResult read(std::uint8_t* data, std::size_t size);
     IoResult write(std::uint8_t const* data, std::size_t size);
@@ -44,7 +48,10 @@ public:
 
 private:
     struct FreeSsl {
-        void operator()(SSL* ssl) const { SSL_free(ssl); }
+        void operator()(SSL* ssl) const {
+            SSL_set_shutdown(ssl, SSL_SENT_SHUTDOWN | SSL_RECEIVED_SHUTDOWN);  // else the session is forgotten
+            SSL_free(ssl);
+        }
     };
     IoResult sslResult(int returned);
 

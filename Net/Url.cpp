@@ -33,9 +33,16 @@ std::optional<Url> Url::parse(std::string_view text) {
     auto const* const scheme = std::ranges::find(kSchemes, name, &Scheme::name);
     if (scheme == std::end(kSchemes)) return std::nullopt;
     text.remove_prefix(colon + 3);
-    text = text.substr(0, text.find_first_of("/?#"));
+    text = text.substr(0, text.find('#'));
+    auto const end = std::min(text.find_first_of("/?"), text.size());
+    auto url = ofAuthority(text.substr(0, end), scheme->isSecure, scheme->port);
+    if (auto const rest = text.substr(end); url && !rest.empty())
+        url->target = (rest.front() == '?' ? "/" : "") + std::string(rest);
+    return url;
+}
 
-    Url url{scheme->isSecure, {}, scheme->port};
+std::optional<Url> Url::ofAuthority(std::string_view text, bool isSecure, std::uint16_t defaultPort) {
+    Url url{isSecure, {}, defaultPort, "/"};
     std::string_view port;
     if (text.starts_with('[')) {
         auto const end = text.find(']');
@@ -54,6 +61,16 @@ std::optional<Url> Url::parse(std::string_view text) {
     if (port.front() != ':' || problem != std::errc() || end != port.data() + port.size() || url.port == 0)
         return std::nullopt;
     return url;
+}
+
+std::optional<Url> Url::redirected(std::string_view location) const {
+    std::string const origin = (isSecure ? "https://" : "http://") + text();
+    if (location.find("://") < location.find_first_of("/?#")) return parse(location);
+    if (location.starts_with("//")) return parse((isSecure ? "https:" : "http:") + std::string(location));
+    if (location.starts_with('/')) return parse(origin + std::string(location));
+    auto const path = target.substr(0, target.find('?'));
+    auto const folder = location.starts_with('?') ? path : path.substr(0, path.rfind('/') + 1);
+    return parse(origin + folder + std::string(location));
 }
 
 }  // namespace kv::net

@@ -12,4 +12,7 @@ namespace kv {
 /// the system has no thread or no descriptor for it. Any thread.
 KV_EXPORT std::shared_ptr<KvMainQueue> engineThreadQueue();
 
+/// Ends the engine thread when the process exits, before what was set up earlier than this call cleans up behind it.
+void stopEngineThreadAtExit();
+
 }  // namespace kv

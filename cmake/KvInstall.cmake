@@ -24,7 +24,7 @@ install(FILES ${build_folder}/KvPimConfig.cmake ${build_folder}/KvPimConfigVersi
 # A static library does not know what it needs, so whoever links it must be told.
 if(NOT BUILD_SHARED_LIBS)
   set(socketio_requires "libssl libcrypto zlib")
-  set(kvpim_requires "libcurl re2 libcrypto")
+  set(kvpim_requires "re2 libcrypto")
 endif()
 file(RELATIVE_PATH prefix_from_pkgconfig /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 foreach(name kvpim kvsocketio)

@@ -7,6 +7,7 @@
 #include "Classes/Internal/KvPimRequest.h"
 #include "Classes/Internal/KvPimStateHelper.h"
 #include "Classes/KvPimKit.h"
+#include "Net/NetworkOptions.h"
 #include "Platform/KvWorkQueue.h"
 #include "SocketIO/SocketManager.h"
 
@@ -68,7 +69,8 @@ public:
 
     std::shared_ptr<KvMainQueue> const mainQueue;
     std::shared_ptr<KvMainQueue> const engine;
-    KvPimOptions const options;
+    net::NetworkOptions const network;
+    KvPimOptions const options;  // without those of the network
     // The outside, twice. The first expires the moment the application lets go, also in the middle of a callback: it
     // says whether anybody is to be told anything. The second is what a callback is given, and lives until it returns.
     std::weak_ptr<KvPimKit> heldByApplication;

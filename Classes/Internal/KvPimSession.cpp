@@ -17,7 +17,7 @@ namespace {
 
 constexpr std::chrono::seconds kConnectTimeout{6};
 
-SocketConfig socketConfigFrom(json::object const& config, KvPimOptions const& options) {
+SocketConfig socketConfigFrom(json::object const& config, KvPimOptions const& options, net::NetworkOptions network) {
     SocketConfig socketConfig;
     auto const* compress = valueOf(&config, "compress");
     socketConfig.compress = compress != nullptr && compress->is_bool() && compress->get_bool();
@@ -26,7 +26,7 @@ SocketConfig socketConfigFrom(json::object const& config, KvPimOptions const& op
             socketConfig.connectParams.emplace_back(key, asString(&value).value_or(""));
         }
     }
-    socketConfig.caFile = options.envConfig.caFile;
+    socketConfig.network = std::move(network);
     socketConfig.maxQueuedBytes = options.maxQueuedBytes;
     socketConfig.log = [](std::string_view line) { KvLog::shared().error("%@", line); };
     return socketConfig;
@@ -64,6 +64,7 @@ KvWork KvPimKitImpl::login(std::weak_ptr<KvPimKitImpl> client, json::object conf
                            std::shared_ptr<KvOwedCompletion> owed) {
     struct Discovery {
         std::optional<std::string> server;
+        std::string error;
         std::int64_t elapsed = 0;
     };
     auto self = living(client);
@@ -71,10 +72,11 @@ KvWork KvPimKitImpl::login(std::weak_ptr<KvPimKitImpl> client, json::object conf
     auto const found = std::make_shared<Discovery>();
     auto const discovered = std::make_shared<KvSignal>(self->mainQueue);
     auto const start = currentTimeStamp();
-    KvApiHelper::apiServer(self->apiServer, self->stateManager->appId, self->options.envConfig.caFile,
-                           [found, discovered, start](std::optional<std::string> server) {
+    KvApiHelper::apiServer(self->apiServer, self->stateManager->appId, self->network, self->engine,
+                           [found, discovered, start](std::optional<std::string> server, std::string const& error) {
                                found->elapsed = currentTimeStamp() - start;
                                found->server = std::move(server);
+                               found->error = error;
                                discovered->set();
                            });
     self.reset();  // the application may let go of the client meanwhile
@@ -84,6 +86,7 @@ KvWork KvPimKitImpl::login(std::weak_ptr<KvPimKitImpl> client, json::object conf
     if (!self) co_return;
     LoganManager::sharedInstance().setTsGetServers(found->elapsed);
     self->brivelServer = found->server.value_or("");
+    if (self->brivelServer.empty()) KvLog::shared().error("discovery: %@", found->error);
     self->debugInfo.getBrivelServer(self->brivelServer);
     self->loginWithConfig(config, owed->take());
 }
@@ -123,7 +126,8 @@ void KvPimKitImpl::abandonLogin() {
 
 void KvPimKitImpl::makeSocketManager(json::object const& config) {
     manager.reset();
-    manager = std::make_unique<SocketManager>(brivelServer, socketConfigFrom(config, options), mainQueue, engine);
+    manager =
+        std::make_unique<SocketManager>(brivelServer, socketConfigFrom(config, options, network), mainQueue, engine);
     socket = manager->defaultSocket();
     manager->setReconnects(false);
     registerCallback();

@@ -12,7 +12,7 @@ namespace kv {
 
 /// Where a client finds its surroundings. An empty field stands for the built-in value. The diagnostics are those of
 /// the process: the first client that is made decides `collectServer`, `uploadInterval`, `applicationIdentifier`,
-/// `cachesDirectory`, `keyStoreDirectory`, and which `caFile` the uploads use.
+/// `cachesDirectory`, `keyStoreDirectory`, and which `caFile` and network options the uploads use.
 struct KvPimEnvConfig {
     /// Base URL of the API server: http or https, a host name with a dot in it or an IPv4 address, an optional port, no
     /// path. "http://127.0.0.1:8600" is one; "http://localhost:8600", "http://[::1]:8600" and a slash at the end are
@@ -30,7 +30,7 @@ struct KvPimEnvConfig {
     std::string cachesDirectory;
     /// Directory in which the device id is kept as a private file, instead of the user's secret service.
     std::string keyStoreDirectory;
-    /// PEM file of certificate authorities to trust in addition to the system's.
+    /// PEM file of certificate authorities to trust in addition to the system's, unless the network options name one.
     std::string caFile;
 };
 

@@ -31,15 +31,16 @@ std::optional<std::string> firstServerOf(std::string_view answer) {
 
 }  // namespace
 
-void KvApiHelper::apiServer(std::string_view apiBase, std::string_view appId, std::string caFile,
-                            Completion completion) {
+void KvApiHelper::apiServer(std::string_view apiBase, std::string_view appId, net::NetworkOptions network,
+                            std::shared_ptr<KvMainQueue> const& queue, Completion completion) {
     std::string url(apiBase);
     url.append(kPath).append(appId);
     KvHttpRequest::getRequestWithUrl(
-        std::move(url), std::move(caFile),
+        std::move(url), std::move(network), queue,
         [completion = std::move(completion)](std::optional<std::string> data, std::optional<std::string> const& error) {
             if (error) tellOfTooFewDescriptors();
-            completion(error || !data ? std::nullopt : firstServerOf(*data));
+            if (error || !data) return completion(std::nullopt, error.value_or("there is no answer"));
+            completion(firstServerOf(*data), "the answer names no server");
         });
 }
 

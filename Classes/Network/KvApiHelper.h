@@ -1,7 +1,11 @@
 // Asks the API server which socket server an application shall use. Every login asks anew: nothing is kept.
 #pragma once
 
+#include "Net/NetworkOptions.h"
+#include "Platform/KvMainQueue.h"
+
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -10,14 +14,15 @@ namespace kv {
 
 class KvApiHelper {
 public:
-    using Completion = std::function<void(std::optional<std::string> server)>;
+    /// `error`: why there is no server, for the log.
+    using Completion = std::function<void(std::optional<std::string> server, std::string const& error)>;
 
     /// Asks the API server, despite its name, for the socket server.
     /// @param appId  becomes part of the URL as it is.
-    /// @param caFile  PEM file of authorities to trust in addition to the system's; empty for none.
-    /// @param completion  called exactly once, on the HTTP thread: the first server of the answer, "" when that is no
-    ///     string, nothing when there is no usable answer. It must not block.
-    static void apiServer(std::string_view apiBase, std::string_view appId, std::string caFile, Completion completion);
+    /// @param completion  called exactly once, on `queue`: the first server of the answer, "" when that is no string,
+    ///     nothing when there is no usable answer. It must not block.
+    static void apiServer(std::string_view apiBase, std::string_view appId, net::NetworkOptions network,
+                          std::shared_ptr<KvMainQueue> const& queue, Completion completion);
 };
 
 }  // namespace kv

@@ -1,19 +1,25 @@
 #include "Classes/Network/KvHttpRequest.h"
 
-#include "Classes/Network/KvHttpSession.h"
+#include "Net/Http.h"
 
 #include <utility>
 
 namespace kv {
+namespace {
 
-void KvHttpRequest::getRequestWithUrl(std::string url, std::string caFile, Completion completion) {
+constexpr int kWholeToTimeout = 6;
+
+}  // namespace
+
+void KvHttpRequest::getRequestWithUrl(std::string url, net::NetworkOptions network,
+                                      std::shared_ptr<KvMainQueue> const& queue, Completion completion) {
     KvHttpTask task;
     task.url = std::move(url);
     task.headers = {"Content-Type: application/json"};
-    task.caFile = std::move(caFile);
-    task.requestTimeout = std::chrono::seconds(6);
-    task.resourceTimeout = std::chrono::seconds(36);
-    KvHttpSession::shared().start(std::move(task), [completion = std::move(completion)](KvHttpAnswer answer) {
+    task.requestTimeout = net::optionsOf(network).discoveryTimeout;
+    task.resourceTimeout = kWholeToTimeout * task.requestTimeout;
+    task.network = std::move(network);
+    startHttp(queue, std::move(task), [completion = std::move(completion)](KvHttpAnswer answer) {
         if (answer.error) return completion(std::nullopt, std::move(answer.error));
         completion(std::move(answer.body), std::nullopt);
     });

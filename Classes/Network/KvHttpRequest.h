@@ -1,7 +1,11 @@
-// The HTTP requests of the library but for uploads: see KvHttpSession for what carries them.
+// The HTTP requests of the library but for uploads: see Net/Http.h for what carries them.
 #pragma once
 
+#include "Net/NetworkOptions.h"
+#include "Platform/KvMainQueue.h"
+
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -14,9 +18,10 @@ public:
     /// `error` says what went wrong; one of the two is there. Any status of an answer is no error.
     using Completion = std::function<void(std::optional<std::string> data, std::optional<std::string> error)>;
 
-    /// GET with 6 seconds for each sign of life and 36 for the whole. `completion` is called exactly once, on the HTTP
-    /// thread, and must not block.
-    static void getRequestWithUrl(std::string url, std::string caFile, Completion completion);
+    /// GET with the options' time for each sign of life, 6 seconds, and six times that for the whole. `completion` is
+    /// called exactly once, on `queue`, and must not block.
+    static void getRequestWithUrl(std::string url, net::NetworkOptions network,
+                                  std::shared_ptr<KvMainQueue> const& queue, Completion completion);
     /// Has no effect; never calls its completion.
     static void postRequest(boost::json::object const& body, std::string const& url, Completion const& completion);
 };

@@ -23,6 +23,7 @@ Connection::Connection(std::string url, SocketConfig const& config, std::shared_
                        std::shared_ptr<KvMainQueue> const& mainQueue, std::shared_ptr<KvMainQueue> const& engine)
     : url_(std::move(url)),
       config_(config),
+      network_(net::withCaFile(config.network, config.caFile)),
       names_(std::move(names)),
       mainQueue_(mainQueue),
       engine_(engine),
@@ -55,26 +56,26 @@ void Connection::dial() {
     auto url = net::Url::parse(url_);
     if (!url) return end("Not an address of a server: " + url_);
     deadline_ = engine->now() + kHandshakeTime;
-    Dialer::Plan plan{*std::move(url), requestTarget(config_.connectParams), config_.caFile, config_.compress};
-    dialer_ = std::make_shared<Dialer>(engine, std::move(plan), [weak = weak_from_this()](Dialer::Dialed dialed) {
-        if (auto const self = weak.lock()) self->onDialed(std::move(dialed));
+    Opener::Plan plan{*std::move(url), requestTarget(config_.connectParams), network_, config_.compress};
+    opener_ = std::make_shared<Opener>(engine, std::move(plan), [weak = weak_from_this()](Opener::Opened opened) {
+        if (auto const self = weak.lock()) self->onOpened(std::move(opened));
     });
     watch();
-    auto const dialer = dialer_;  // it may end within the call, and take leave of this connection
-    dialer->start();
+    auto const opener = opener_;  // it may end within the call, and take leave of this connection
+    opener->start();
 }
 
-void Connection::onDialed(Dialer::Dialed dialed) {
-    dialer_.reset();
-    if (!dialed.stream) return end(std::move(dialed.error));
-    stream_ = std::move(dialed.stream);
+void Connection::onOpened(Opener::Opened opened) {
+    opener_.reset();
+    if (!opened.stream) return end(std::move(opened.error));
+    stream_ = std::move(opened.stream);
     phase_ = Phase::open;
-    if (dialed.agreement.isEnabled) {
-        auto const keeps = dialed.agreement.serverKeepsContext ? Inflater::Context::kept : Inflater::Context::dropped;
+    if (opened.agreement.isEnabled) {
+        auto const keeps = opened.agreement.serverKeepsContext ? Inflater::Context::kept : Inflater::Context::dropped;
         reader_.setInflater(Inflater(keeps));
-        sender_.framer().setDeflates(dialed.agreement.clientWindowBits);
+        sender_.framer().setDeflates(opened.agreement.clientWindowBits);
     }
-    unread_ = std::move(dialed.early);
+    unread_ = std::move(opened.early);
     if (unread_.empty() && !stream_->isSecure()) return awaitReadable(socket_base::wait_read);
     readTurn();
 }
@@ -96,7 +97,7 @@ void Connection::onTime() {
     trimBytes();
     if (phase_ == Phase::leaving || phase_ == Phase::closing) return shutDown();
     auto const now = engine_.lock()->now();
-    if (!core_.isOpen()) return fail((dialer_ ? dialer_->stage() : "Opening the session at " + url_) + ": timed out");
+    if (!core_.isOpen()) return fail((opener_ ? opener_->stage() : "Opening the session at " + url_) + ": timed out");
     // A thread that was busy for long finds the time over and the server's pings unread.
     if (now >= *core_.deadline()) readTurn();
     if (phase_ != Phase::open) return;
@@ -279,7 +280,7 @@ void Connection::end(std::string reason) {
 void Connection::shutDown() {
     phase_ = Phase::closed;
     timer_.cancel();
-    if (auto const dialer = std::exchange(dialer_, nullptr)) dialer->cancel();
+    if (auto const opener = std::exchange(opener_, nullptr)) opener->cancel();
     if (stream_) stream_->close();
     sender_.clear();
     trimBytes();

@@ -15,7 +15,7 @@
 #include "SocketIO/core/ProtocolCore.h"
 #include "SocketIO/core/WebSocketCodec.h"
 #include "SocketIO/transport/Delivery.h"
-#include "SocketIO/transport/Dialer.h"
+#include "SocketIO/transport/Opener.h"
 #include "SocketIO/transport/Outbox.h"
 #include "SocketIO/transport/Sender.h"
 #include "SocketIO/transport/TurnMemory.h"
@@ -47,7 +47,7 @@ private:
 
     // Engine queue, in the order of a connection's life.
     void dial();
-    void onDialed(Dialer::Dialed dialed);
+    void onOpened(Opener::Opened opened);
     void watch();
     void wakeAfter(KvMainQueue::Clock::duration delay);
     void onTime();
@@ -76,6 +76,7 @@ private:
 
     std::string const url_;
     SocketConfig const config_;
+    net::NetworkOptions const network_;
     std::shared_ptr<EventNames const> const names_;
     // Weak: work that waits on a queue holds the connection.
     std::weak_ptr<KvMainQueue> const mainQueue_;
@@ -85,7 +86,7 @@ private:
 
     // Touched on the engine queue only.
     Phase phase_ = Phase::dialing;
-    std::shared_ptr<Dialer> dialer_;
+    std::shared_ptr<Opener> opener_;
     std::unique_ptr<net::Stream> stream_;
     FrameReader reader_;
     ProtocolCore core_{*this};

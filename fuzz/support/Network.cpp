@@ -7,7 +7,7 @@
 #include "Platform/KvKeyStore.h"
 #include "Platform/KvQueueContext.h"
 #include "SocketIO/core/Packet.h"
-#include "SocketIO/transport/Dialer.h"
+#include "SocketIO/transport/Opener.h"
 #include "fuzz/support/Input.h"
 #include "fuzz/support/ServerFrames.h"
 
@@ -148,48 +148,44 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
     return 0;
 }
 
-// ---- In place of SocketIO/transport/Dialer.cpp: every server is there at once, and speaks WebSocket.
+// ---- In place of SocketIO/transport/Opener.cpp: every server is there at once, and speaks WebSocket.
 namespace kv::sio {
 
-Dialer::Dialer(std::shared_ptr<KvMainQueue> const& queue, Plan plan, std::function<void(Dialed)> done)
+class Opener::Handshake {};
+
+Opener::Opener(std::shared_ptr<KvMainQueue> const& queue, Plan plan, std::function<void(Opened)> done)
     : queue_(queue), plan_(std::move(plan)), done_(std::move(done)) {}
 
-void Dialer::start() {
-    stage_ = "Connecting to " + plan_.url.text();
+Opener::~Opener() = default;
+
+void Opener::start() {
     queue_.lock()->post([weak = weak_from_this()] {
-        if (auto const self = weak.lock(); self && self->done_) self->onConnected();
+        if (auto const self = weak.lock(); self && self->done_) self->shakeHands(nullptr);
     });
 }
 
-void Dialer::onConnected() {
+void Opener::shakeHands(std::unique_ptr<net::Stream>) {
     int ends[2];
     fuzz::require(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0, "there are sockets");
-    Dialed dialed;
-    dialed.stream = std::make_unique<net::Stream>(contextOf(*queue_.lock()));
-    dialed.stream->socket().assign(boost::asio::ip::tcp::v4(), ends[0]);
-    dialed.agreement.isEnabled = plan_.offersDeflate;
+    Opened opened;
+    opened.stream = std::make_unique<net::Stream>(contextOf(*queue_.lock()));
+    opened.stream->socket().assign(boost::asio::ip::tcp::v4(), ends[0]);
+    opened.agreement.isEnabled = plan_.offersDeflate;
     fuzz::Network::shared().addServer(ends[1]);
-    std::exchange(done_, nullptr)(std::move(dialed));
+    std::exchange(done_, nullptr)(std::move(opened));
 }
 
-void Dialer::cancel() { done_ = nullptr; }
+void Opener::cancel() { done_ = nullptr; }
+
+std::string Opener::stage() const { return "Connecting to " + plan_.url.text(); }
 
 }  // namespace kv::sio
 
-// ---- In place of Classes/Network/KvHttpSession.cpp: requests wait for the fuzzer's answer, uploads fail.
+// ---- In place of Net/Http.cpp: requests wait for the fuzzer's answer, uploads fail.
 namespace kv {
 
-class KvHttpSession::Transfer {};
-
-KvHttpSession::KvHttpSession() : multi_(nullptr) {}
-
-KvHttpSession& KvHttpSession::shared() {
-    static auto& session = *new KvHttpSession;
-    return session;
-}
-
 // NOLINTNEXTLINE(performance-unnecessary-value-param): the signature is that of the real one
-void KvHttpSession::start(KvHttpTask task, Completion completion) {
+void startHttp(std::shared_ptr<KvMainQueue> const&, KvHttpTask task, KvHttpCompletion completion) {
     if (task.uploadPath.empty()) return fuzz::Network::shared().addRequest(std::move(completion));
     completion({.error = "no network"});  // on a background thread
 }

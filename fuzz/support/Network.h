@@ -1,10 +1,10 @@
 // What the library finds outside when it runs in a fuzzer: no network, but the fuzzer itself.
 //
-// Network.cpp defines what Dialer.cpp and KvHttpSession.cpp define, so the linker leaves those two out of the program.
+// Network.cpp defines what Opener.cpp and Http.cpp define, so the linker leaves those two out of the program.
 // Everything above them is the real thing: the bytes that a server is to send go through a real connection.
 #pragma once
 
-#include "Classes/Network/KvHttpSession.h"
+#include "Net/Http.h"
 #include "SocketIO/core/WebSocketCodec.h"
 
 #include <memory>
@@ -58,11 +58,11 @@ public:
 
     // For those who stand in.
     void addServer(int fd) { servers_.push_back(std::make_unique<ServerEnd>(fd)); }
-    void addRequest(KvHttpSession::Completion completion) { requests_.push_back(std::move(completion)); }
+    void addRequest(KvHttpCompletion completion) { requests_.push_back(std::move(completion)); }
 
 private:
     std::vector<std::unique_ptr<ServerEnd>> servers_;
-    std::vector<KvHttpSession::Completion> requests_;
+    std::vector<KvHttpCompletion> requests_;
 };
 
 /// Ends what an input began outside of its client, so that nothing of it reaches the next one.

@@ -67,7 +67,7 @@ TEST(Reports, OfASessionReachTheCollectorAndAreKept) {
     auto const directory = person.cachesDirectory + "/logan";
     auto const clock = std::make_shared<KvManualClock>(std::chrono::system_clock::now());
     auto const uploads =
-        WnDataCollectManager::initWithURL(service.url() + "/pim/v1/collect-logan", directory, true, "", clock);
+        WnDataCollectManager::initWithURL(service.url() + "/pim/v1/collect-logan", directory, true, {}, clock);
     uploads->startUploadTimerWithInterval(60s);
     auto const before = filesIn(directory + "_bak");
     std::map<std::string, int> reports;

@@ -1,6 +1,7 @@
 // The HTTP layer and server discovery, against a server in this process.
 #include "Classes/Network/KvApiHelper.h"
-#include "Classes/Network/KvHttpSession.h"
+#include "Net/Http.h"
+#include "Platform/KvEngineThread.h"
 #include "diagnostics/Shell.h"
 #include "support/Certificates.h"
 #include "support/HttpTestServer.h"
@@ -47,7 +48,7 @@ HttpTestServer::Script always(HttpTestAnswer answer) {
 KvHttpAnswer answerTo(KvHttpTask task) {
     std::promise<KvHttpAnswer> promise;
     if (task.requestTimeout == 0ms) task.requestTimeout = 10s;
-    KvHttpSession::shared().start(std::move(task), [&](KvHttpAnswer answer) { promise.set_value(std::move(answer)); });
+    startHttp(engineThreadQueue(), std::move(task), [&](KvHttpAnswer answer) { promise.set_value(std::move(answer)); });
     return promise.get_future().get();
 }
 
@@ -58,10 +59,10 @@ KvHttpTask taskFor(std::string url) {
 }
 
 std::optional<std::string> discovered(std::string const& apiBase, std::string const& appId = "app",
-                                      std::string const& caFile = "") {
+                                      net::NetworkOptions const& network = {}) {
     std::promise<std::optional<std::string>> promise;
-    KvApiHelper::apiServer(apiBase, appId, caFile,
-                           [&](std::optional<std::string> const& server) { promise.set_value(server); });
+    KvApiHelper::apiServer(apiBase, appId, network, engineThreadQueue(),
+                           [&](std::optional<std::string> const& server, auto&) { promise.set_value(server); });
     return promise.get_future().get();
 }
 
@@ -183,7 +184,7 @@ TEST(Http, HoldsUpNobodyWhileANameIsNotResolved) {
     hanging.requestTimeout = 300ms;
     std::promise<KvHttpAnswer> hung;
     auto const start = Clock::now();
-    KvHttpSession::shared().start(std::move(hanging), [&](KvHttpAnswer answer) { hung.set_value(std::move(answer)); });
+    startHttp(engineThreadQueue(), std::move(hanging), [&](KvHttpAnswer answer) { hung.set_value(std::move(answer)); });
     HttpTestServer const server(always({.body = "quick"}));
     EXPECT_EQ(answerTo(taskFor(server.url())).body, "quick");
     EXPECT_TRUE(hung.get_future().get().error);
@@ -213,7 +214,7 @@ TEST(Http, ServesManyAtOnce) {
     for (auto& body : bodies) {
         auto task = taskFor(server.url() + "/" + std::to_string(&body - bodies.data()));
         task.requestTimeout = 10s;
-        KvHttpSession::shared().start(std::move(task), [&](auto const& answer) { body.set_value(answer.body); });
+        startHttp(engineThreadQueue(), std::move(task), [&](auto const& answer) { body.set_value(answer.body); });
     }
     for (std::size_t i = 0; i < bodies.size(); ++i)
         EXPECT_EQ(bodies[i].get_future().get(), std::string("/").append(std::to_string(i)));
@@ -233,13 +234,13 @@ TEST(Http, TrustsTheExtraAuthoritiesAndNobodyElse) {
         test::ScriptedServer const server([](auto&) {}, c.server);  // answers the discovery
         auto const url = "https://" + (c.host + (":" + std::to_string(server.port())));
         auto task = taskFor(url + "/config/");
-        task.caFile = authority.caFile();
+        task.network = net::withCaFile({}, authority.caFile());
         auto const error = answerTo(task).error.value_or("");
-        EXPECT_EQ(error.empty(), *c.httpError == 0) << error;
-        EXPECT_NE(error.find(c.httpError), std::string::npos) << error;
-        EXPECT_EQ(discovered(url, "app", authority.caFile()).has_value(), *c.httpError == 0);
+        EXPECT_EQ(error.empty(), *c.error == 0) << error;
+        EXPECT_TRUE(error.starts_with(c.error)) << error;
+        EXPECT_EQ(discovered(url, "app", task.network).has_value(), *c.error == 0);
         // What one request trusts is not kept for the next.
-        EXPECT_EQ(discovered(url, "app", "/nonexistent/ca.pem"), std::nullopt);
+        EXPECT_EQ(discovered(url, "app", net::withCaFile({}, "/nonexistent/ca.pem")), std::nullopt);
         EXPECT_EQ(discovered(url), std::nullopt);
     }
 }

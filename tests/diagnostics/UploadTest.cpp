@@ -31,7 +31,7 @@ class Upload : public testing::Test {
 protected:
     void open(std::string const& url, bool backup = true) {
         manager =
-            WnDataCollectManager::initWithURL(url + "/pim/v1/collect-logan", home.path("logan"), backup, "", clock);
+            WnDataCollectManager::initWithURL(url + "/pim/v1/collect-logan", home.path("logan"), backup, {}, clock);
         manager->startUploadTimerWithInterval(60s);
     }
     void write(std::string const& record) {
@@ -39,7 +39,7 @@ protected:
         manager->drain();
     }
     bool upload(std::string const& url, std::string const& file) const {
-        auto const uploader = std::make_shared<WnLoganUploader>(url, "");
+        auto const uploader = std::make_shared<WnLoganUploader>(url, net::NetworkOptions());
         std::promise<bool> result;
         uploader->uploadFile(home.path(file), [&](bool success) { result.set_value(success); });
         return result.get_future().get();
@@ -146,7 +146,7 @@ TEST_F(Upload, AFailedFileIsSentAgain) {
 
 TEST_F(Upload, ATickDuringAnUploadSendsNothing) {
     HttpTestServer server([](HttpTestRequest const&) { return HttpTestAnswer{.ending = Ending::silence}; });
-    auto const uploader = std::make_shared<WnLoganUploader>(server.url(), "");
+    auto const uploader = std::make_shared<WnLoganUploader>(server.url(), net::NetworkOptions());
     makeFile(home.path("file"), "record\n");
     std::atomic<int> results{0};
     uploader->uploadFile(home.path("file"), [&](bool) { ++results; });

@@ -37,12 +37,12 @@ TEST_P(Tls, TrustsWhoIsToBeTrusted) {
         config.caFile = authority.caFile();
         Client client(GetParam(), "https://" + (c.host + (":" + std::to_string(server.port()))), config);
         client.socket().connect();
-        if (*c.socketError == 0) {
+        if (*c.error == 0) {
             EXPECT_TRUE(client.waitForEvent("connect")) << client.lineOf("disconnect");
             continue;
         }
         auto const reason = client.disconnectReason();
-        EXPECT_TRUE(reason.starts_with(c.socketError)) << reason;
+        EXPECT_TRUE(reason.starts_with(c.error)) << reason;
     }
 }
 

@@ -39,14 +39,13 @@ private:
     std::string caFile_;
 };
 
-/// A server that says who it is, and what the two kinds of clients think of it; empty when they trust it.
+/// A server that says who it is, and what clients think of it; empty when they trust it.
 /// Those of IPv6 are left out where the machine has no ::1.
 struct TlsCase {
     char const* what;
     ScriptedServer::Options server;
     char const* host;
-    char const* socketError;
-    char const* httpError;
+    char const* error;  // how the reason begins
 };
 std::vector<TlsCase> tlsCases(CertificateAuthority const& authority, CertificateAuthority const& stranger);
 

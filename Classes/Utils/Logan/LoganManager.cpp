@@ -34,9 +34,15 @@ std::string collectServerOf(KvPimEnvConfig const& config) {
     return config.collectServer.empty() ? KVPIM_COLLECT_SERVER : config.collectServer;
 }
 
-KvPimEnvConfig& processConfig() {
-    static auto& config = *new KvPimEnvConfig;
-    return config;
+// What the first client has decided.
+struct Surroundings {
+    KvPimEnvConfig config;
+    net::NetworkOptions network;
+};
+
+Surroundings& surroundings() {
+    static auto& surroundings = *new Surroundings;
+    return surroundings;
 }
 
 // Both ends of a duration may come from an application, so it may be any number.
@@ -48,10 +54,10 @@ std::string quoted(std::string_view text) { return jsonText(json::string_view(te
 
 }  // namespace
 
-void LoganManager::configure(KvPimEnvConfig const& config) {
+void LoganManager::configure(KvPimEnvConfig const& config, net::NetworkOptions const& network) {
     static std::once_flag once;
-    std::call_once(once, [&config] {
-        processConfig() = config;
+    std::call_once(once, [&] {
+        surroundings() = {config, network};
         KvLog::shared().useDirectory(directoryOf(config));
         KvKeyStore::configure(config.keyStoreDirectory);
         WnKeyChainStore::configure(config.applicationIdentifier);
@@ -59,12 +65,13 @@ void LoganManager::configure(KvPimEnvConfig const& config) {
 }
 
 LoganManager& LoganManager::sharedInstance() {
-    configure({});
-    static auto& manager = *new LoganManager(processConfig(), KvClock::real());
+    configure({}, {});
+    static auto& manager = *new LoganManager(surroundings().config, KvClock::real(), surroundings().network);
     return manager;
 }
 
-LoganManager::LoganManager(KvPimEnvConfig const& config, std::shared_ptr<KvClock> const& clock)
+LoganManager::LoganManager(KvPimEnvConfig const& config, std::shared_ptr<KvClock> const& clock,
+                           net::NetworkOptions network)
     : commonParameters_{{"uid", ""},
                         {"appId", ""},
                         {"os", "ios"},
@@ -72,7 +79,7 @@ LoganManager::LoganManager(KvPimEnvConfig const& config, std::shared_ptr<KvClock
                         {"clientSessionId", ""},
                         {"sdkVer", sdkVersionString()}},
       collectManager_(WnDataCollectManager::initWithURL(collectServerOf(config), loganDirectoryOf(config), true,
-                                                        config.caFile, clock)) {
+                                                        std::move(network), clock)) {
     collectManager_->startUploadTimerWithInterval(config.uploadInterval.count() > 0 ? config.uploadInterval
                                                                                     : kUploadInterval);
     collectManager_->writeSoon([this, directory = loganDirectoryOf(config)] {

@@ -6,6 +6,7 @@
 
 #include "Classes/Model/KvPimCodes.h"
 #include "Classes/Model/KvPimOptions.h"
+#include "Net/NetworkOptions.h"
 #include "Platform/KvClock.h"
 #include "Platform/KvExport.h"
 
@@ -26,12 +27,12 @@ class KV_EXPORT LoganManager final {
 public:
     /// Decides where the diagnostics of the process keep and send things: reports, log file, device id. The first call
     /// counts, and only before the first use.
-    static void configure(KvPimEnvConfig const& config);
+    static void configure(KvPimEnvConfig const& config, net::NetworkOptions const& network);
     /// The reporter of the process, made on first use, with its upload timer running.
     static LoganManager& sharedInstance();
 
     /// Apart from tests only `sharedInstance` makes one.
-    LoganManager(KvPimEnvConfig const& config, std::shared_ptr<KvClock> const& clock);
+    LoganManager(KvPimEnvConfig const& config, std::shared_ptr<KvClock> const& clock, net::NetworkOptions network = {});
     ~LoganManager();
     LoganManager(LoganManager const&) = delete;
     LoganManager& operator=(LoganManager const&) = delete;

@@ -8,11 +8,11 @@
 namespace kv {
 
 std::shared_ptr<WnDataCollectManager> WnDataCollectManager::initWithURL(std::string url, std::string dirPath,
-                                                                        bool backup, std::string caFile,
+                                                                        bool backup, net::NetworkOptions network,
                                                                         std::shared_ptr<KvClock> const& clock) {
     return std::make_shared<WnDataCollectManager>(
         std::make_shared<WnLoganFileManager>(std::move(dirPath), backup, clock),
-        std::make_shared<WnLoganUploader>(std::move(url), std::move(caFile)), clock);
+        std::make_shared<WnLoganUploader>(std::move(url), std::move(network)), clock);
 }
 
 WnDataCollectManager::WnDataCollectManager(std::shared_ptr<WnLoganFileProtocol> loganFileManager,

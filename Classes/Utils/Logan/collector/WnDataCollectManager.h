@@ -3,6 +3,7 @@
 
 #include "Classes/Utils/Logan/collector/FileManager/WnLoganFileProtocol.h"
 #include "Classes/Utils/Logan/collector/Upload/WnLoganUploadProtocol.h"
+#include "Net/NetworkOptions.h"
 #include "Platform/KvClock.h"
 #include "Platform/KvExport.h"
 #include "Platform/KvSerialQueue.h"
@@ -22,9 +23,8 @@ class KV_EXPORT WnDataCollectManager final : public std::enable_shared_from_this
 public:
     /// Files in `dirPath`, sent to `url`.
     /// @param backup  whether uploaded files are kept.
-    /// @param caFile  PEM file of authorities to trust in addition to the system's; empty for none.
     static std::shared_ptr<WnDataCollectManager> initWithURL(std::string url, std::string dirPath, bool backup,
-                                                             std::string caFile = {},
+                                                             net::NetworkOptions network = {},
                                                              std::shared_ptr<KvClock> const& clock = KvClock::real());
     WnDataCollectManager(std::shared_ptr<WnLoganFileProtocol> loganFileManager,
                          std::shared_ptr<WnLoganUploadProtocol> loganUploader,

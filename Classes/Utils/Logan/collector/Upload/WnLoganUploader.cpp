@@ -1,7 +1,8 @@
 #include "Classes/Utils/Logan/collector/Upload/WnLoganUploader.h"
 
-#include "Classes/Network/KvHttpSession.h"
+#include "Net/Http.h"
 #include "Platform/KvConsole.h"
+#include "Platform/KvEngineThread.h"
 
 #include <utility>
 
@@ -9,12 +10,12 @@ namespace kv {
 namespace {
 
 constexpr std::chrono::seconds kTimeout{30};
-constexpr long kUploaded = 204;
+constexpr unsigned kUploaded = 204;
 
 }  // namespace
 
-WnLoganUploader::WnLoganUploader(std::string urlString, std::string caFile)
-    : urlString_(std::move(urlString)), caFile_(std::move(caFile)) {}
+WnLoganUploader::WnLoganUploader(std::string urlString, net::NetworkOptions network)
+    : urlString_(std::move(urlString)), network_(std::move(network)) {}
 
 void WnLoganUploader::uploadFile(std::string path, std::function<void(bool)> result) {
     if (isUploading_) return;
@@ -30,19 +31,21 @@ void WnLoganUploader::start(std::string path, std::function<void(bool)> result) 
     task.url = urlString_;
     task.headers = {"Content-type: application/octet-stream"};
     task.uploadPath = std::move(path);
-    task.caFile = caFile_;
+    task.network = network_;
     task.requestTimeout = kTimeout;
-    KvHttpSession::shared().start(std::move(task),
-                                  [weak = weak_from_this(), result = std::move(result)](KvHttpAnswer const& answer) {
-                                      auto const self = weak.lock();
-                                      if (!self) return;
-                                      self->queue_.async([weak, status = answer.status, result] {
-                                          if (auto const alive = weak.lock()) alive->onAnswer(status, result);
-                                      });
-                                  });
+    auto answered = [weak = weak_from_this(), result = std::move(result)](KvHttpAnswer const& answer) {
+        auto const self = weak.lock();
+        if (!self) return;
+        self->queue_.async([weak, status = answer.status, result] {
+            if (auto const alive = weak.lock()) alive->onAnswer(status, result);
+        });
+    };
+    auto const engine = engineThreadQueue();
+    if (!engine) return answered({.error = "no thread is left for it"});
+    startHttp(engine, std::move(task), std::move(answered));
 }
 
-void WnLoganUploader::onAnswer(long status, std::function<void(bool)> const& result) {
+void WnLoganUploader::onAnswer(unsigned status, std::function<void(bool)> const& result) {
     isUploading_ = false;
     result(status == kUploaded);
     if (status != kUploaded) printLine(KvConsoleStream::error, "上传失败" + std::to_string(status));

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Classes/Utils/Logan/collector/Upload/WnLoganUploadProtocol.h"
+#include "Net/NetworkOptions.h"
 #include "Platform/KvExport.h"
 #include "Platform/KvSerialQueue.h"
 
@@ -16,8 +17,7 @@ namespace kv {
 class KV_EXPORT WnLoganUploader final : public WnLoganUploadProtocol,
                                         public std::enable_shared_from_this<WnLoganUploader> {
 public:
-    /// @param caFile  PEM file of authorities to trust in addition to the system's; empty for none.
-    WnLoganUploader(std::string urlString, std::string caFile);
+    WnLoganUploader(std::string urlString, net::NetworkOptions network);
 
     /// POSTs the file's bytes as they are. The one status that is success is 204.
     void uploadFile(std::string path, std::function<void(bool success)> result) override;
@@ -25,10 +25,10 @@ public:
 
 private:
     void start(std::string path, std::function<void(bool success)> result);
-    void onAnswer(long status, std::function<void(bool success)> const& result);
+    void onAnswer(unsigned status, std::function<void(bool success)> const& result);
 
     std::string const urlString_;
-    std::string const caFile_;
+    net::NetworkOptions const network_;
     std::atomic<bool> isUploading_{false};  // set and cleared on queue_ only
     KvSerialQueue queue_{"com.kvpaas.logan.uploader"};
 };

@@ -1,0 +1,46 @@
+// HTTP requests, one at a time on a connection each: the library makes few, and a kept connection may have died without
+// a word. Redirects are followed. Any thread.
+#pragma once
+
+#include "Net/NetworkOptions.h"
+#include "Platform/KvExport.h"
+#include "Platform/KvMainQueue.h"
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kv {
+
+struct KvHttpTask {
+    std::string url;
+    std::vector<std::string> headers;  // "Name: value" each
+    /// POSTs the content of this file, read piece by piece while it is sent; empty for a GET.
+    std::string uploadPath{};
+    net::NetworkOptions network{};
+    /// How long nothing at all may arrive or leave.
+    std::chrono::milliseconds requestTimeout{};
+    /// How long the whole may take; zero for any time.
+    std::chrono::milliseconds resourceTimeout{};
+    std::size_t largestBody = 1 << 20;
+};
+
+struct KvHttpAnswer {
+    /// Of the last answer that began to arrive; 0 when there was none.
+    unsigned status = 0;
+    std::string body{};
+    /// What went wrong, when the exchange did not come to its end.
+    std::optional<std::string> error{};
+};
+
+using KvHttpCompletion = std::function<void(KvHttpAnswer answer)>;
+
+/// Carries out a request on `queue`, where `completion` is called exactly once, and must not block. Only when the queue
+/// ends first it is not called.
+KV_EXPORT void startHttp(std::shared_ptr<KvMainQueue> const& queue, KvHttpTask task, KvHttpCompletion completion);
+
+}  // namespace kv

@@ -1,0 +1,320 @@
+#include "Net/Proxy.h"
+
+#include "Net/Base64.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstdlib>
+#include <deque>
+
+#include <boost/asio/ip/address.hpp>
+
+namespace kv {
+
+KvProxy::KvProxy(std::string url) : forHttp(url), forHttps(std::move(url)) {}
+
+KvProxy KvProxy::fromEnvironment() {
+    auto const read = [](std::initializer_list<char const*> names) -> std::string {
+        for (auto const* name : names) {
+            char const* const value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe): nobody sets them
+            if (value != nullptr && *value != '\0') return value;
+        }
+        return {};
+    };
+    KvProxy proxy;
+    proxy.forHttp = read({"http_proxy", "all_proxy", "ALL_PROXY"});
+    proxy.forHttps = read({"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"});
+    proxy.noProxy = read({"no_proxy", "NO_PROXY"});
+    return proxy;
+}
+
+}  // namespace kv
+
+namespace kv::net {
+namespace {
+
+namespace ip = boost::asio::ip;
+
+constexpr std::uint16_t kHttpPort = 80, kHttpsPort = 443, kSocksPort = 1080;
+
+char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+
+std::string lowered(std::string_view text) {
+    std::string made(text);
+    std::ranges::transform(made, made.begin(), lower);
+    return made;
+}
+
+std::string decoded(std::string_view text) {
+    std::string made;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        unsigned byte = 0;
+        auto const* const digits = text.data() + i + 1;
+        bool const isEscape =
+            text[i] == '%' && i + 2 < text.size() && std::from_chars(digits, digits + 2, byte, 16).ptr == digits + 2;
+        made += isEscape ? static_cast<char>(byte) : text[i];
+        if (isEscape) i += 2;
+    }
+    return made;
+}
+
+// The bytes of an address, those of IPv4 as IPv6 has them too.
+std::optional<ip::address_v6::bytes_type> bytesOf(std::string_view text) {
+    boost::system::error_code error;
+    auto const address = ip::make_address(std::string(text), error);
+    if (error) return std::nullopt;
+    return address.is_v4() ? ip::make_address_v6(ip::v4_mapped, address.to_v4()).to_bytes()
+                           : address.to_v6().to_bytes();
+}
+
+bool isInRange(std::string_view host, std::string_view range) {
+    auto const slash = range.find('/');
+    auto const address = bytesOf(host), start = bytesOf(range.substr(0, slash));
+    if (!address || !start) return false;
+    unsigned bits = 128;
+    if (slash != std::string_view::npos) {
+        auto const [end, problem] = std::from_chars(range.data() + slash + 1, range.data() + range.size(), bits);
+        if (problem != std::errc() || end != range.data() + range.size()) return false;
+        if (range.find(':') == std::string_view::npos) bits += 96;
+    }
+    for (unsigned i = 0; i < std::min(bits, 128u); ++i) {
+        if ((((*address)[i / 8] ^ (*start)[i / 8]) >> (7 - i % 8) & 1) != 0) return false;
+    }
+    return true;
+}
+
+bool isNamed(std::string_view host, std::string_view name) {
+    if (name.starts_with("*.")) name.remove_prefix(1);
+    if (name.starts_with('.')) name.remove_prefix(1);
+    if (name.empty() || !host.ends_with(name)) return false;
+    return host.size() == name.size() || host[host.size() - name.size() - 1] == '.';
+}
+
+bool isMeant(Url const& server, std::string entry) {
+    if (entry == "*") return true;
+    auto const colon = entry.rfind(':');
+    bool const hasPort = colon != std::string::npos && (entry.find(':') == colon || entry[colon - 1] == ']');
+    if (hasPort) {
+        if (entry.substr(colon + 1) != std::to_string(server.port)) return false;
+        entry.resize(colon);
+    }
+    if (entry.starts_with('[') && entry.ends_with(']')) entry = entry.substr(1, entry.size() - 2);
+    auto const host = lowered(server.host);
+    return bytesOf(host) ? isInRange(host, entry) : isNamed(host, entry);
+}
+
+// What both kinds share: their text, and what they say when it goes wrong.
+class Tunnel : public Script {
+public:
+    explicit Tunnel(Proxy const& proxy) : proxy_(proxy) {}
+    std::string_view toSend() override { return sent_ < said_.size() ? said_[sent_++] : std::string_view(); }
+    void onClosed() override { fail("has closed the connection"); }
+    bool isOver() const override { return isOver_; }
+    std::string const& error() const override { return error_; }
+
+protected:
+    void say(std::string text) { said_.push_back(std::move(text)); }
+    void succeed() { isOver_ = true; }
+    void fail(std::string const& what) {
+        isOver_ = true;
+        error_ = proxy_.text() + ' ' + what;
+        error_.front() = 'T';
+    }
+
+    Proxy const proxy_;
+    std::string received_;
+
+private:
+    std::deque<std::string> said_;  // all of it stays: some may still be on its way
+    std::size_t sent_ = 0;
+    bool isOver_ = false;
+    std::string error_;
+};
+
+class HttpTunnel final : public Tunnel {
+public:
+    HttpTunnel(Proxy const& proxy, Url const& server) : Tunnel(proxy) {
+        auto request = "CONNECT " + server.text() + " HTTP/1.1\r\nHost: " + server.text() + "\r\n";
+        if (!proxy.user.empty() || !proxy.password.empty()) {
+            auto const pair = proxy.user + ':' + proxy.password;
+            request += "Proxy-Authorization: Basic " +
+                       base64({reinterpret_cast<std::uint8_t const*>(pair.data()), pair.size()}) + "\r\n";
+        }
+        say(request + "\r\n");
+    }
+
+    void onReceived(std::string_view bytes) override {
+        constexpr std::string_view kStart = "HTTP/1.";
+        received_ += bytes;
+        if (!kStart.starts_with(std::string_view(received_).substr(0, kStart.size())))
+            return fail("does not speak HTTP");
+        auto const end = received_.find("\r\n\r\n");
+        if (end == std::string::npos) {
+            if (received_.size() > kMostHead) fail("gives too long an answer");
+            return;
+        }
+        auto const line = received_.substr(0, std::min(received_.find("\r\n"), kMostLine));
+        auto const status = line.size() > 9 ? line.substr(9) : std::string();
+        if (status.starts_with("407"))
+            return fail(proxy_.user.empty() ? "wants a user and a password (HTTP status " + status + ')'
+                                            : "does not take this user and password (HTTP status " + status + ')');
+        if (!status.starts_with('2')) return fail("does not lead there: HTTP status " + status);
+        if (received_.size() > end + 4) return fail("speaks before it is asked");
+        succeed();
+    }
+
+private:
+    static constexpr std::size_t kMostHead = 16384, kMostLine = 200;
+};
+
+class SocksTunnel final : public Tunnel {
+public:
+    SocksTunnel(Proxy const& proxy, Url const& server) : Tunnel(proxy), server_(server) {
+        say(hasUser() ? std::string("\5\2\0\2", 4) : std::string("\5\1\0", 3));
+    }
+
+    void onReceived(std::string_view bytes) override {
+        received_ += bytes;
+        while (!isOver() && received_.size() >= needed()) {
+            auto const answer = received_.substr(0, needed());
+            received_.erase(0, answer.size());
+            (this->*step_)(answer);
+        }
+    }
+
+private:
+    static constexpr std::size_t kMostText = 255;
+
+    bool hasUser() const { return !proxy_.user.empty() || !proxy_.password.empty(); }
+
+    // The answer to CONNECT is as long as the address in it.
+    std::size_t needed() const {
+        if (step_ != &SocksTunnel::onConnected) return 2;
+        if (received_.size() < 5) return 5;
+        switch (received_[3]) {
+            case 1:
+                return 10;
+            case 3:
+                return 7 + static_cast<unsigned char>(received_[4]);
+            default:
+                return 22;
+        }
+    }
+
+    void onMethod(std::string const& answer) {
+        if (answer[0] != 5) return fail("does not speak SOCKS 5");
+        if (answer[1] == 0) return connect();
+        if (answer[1] != 2)
+            return fail(hasUser() ? "does not take a user and a password" : "wants a user and a password");
+        if (proxy_.user.size() > kMostText || proxy_.password.size() > kMostText)
+            return fail("takes no user or password of more than 255 bytes");
+        step_ = &SocksTunnel::onLoggedIn;
+        say(std::string("\1") + counted(proxy_.user) + counted(proxy_.password));
+    }
+
+    void onLoggedIn(std::string const& answer) {
+        if (answer[1] != 0) return fail("does not take this user and password");
+        connect();
+    }
+
+    void connect() {
+        step_ = &SocksTunnel::onConnected;
+        boost::system::error_code noAddress;
+        auto const address = ip::make_address(server_.host, noAddress);
+        std::string request("\5\1\0", 3);
+        auto const add = [&](char type, auto const& bytes) {
+            request.append(1, type).append(bytes.begin(), bytes.end());
+        };
+        if (noAddress) {
+            if (server_.host.size() > kMostText) return fail("takes no name of more than 255 bytes");
+            add(3, counted(server_.host));
+        } else if (address.is_v4()) {
+            add(1, address.to_v4().to_bytes());
+        } else {
+            add(4, address.to_v6().to_bytes());
+        }
+        request += {static_cast<char>(server_.port >> 8), static_cast<char>(server_.port & 0xFF)};
+        say(std::move(request));
+    }
+
+    void onConnected(std::string const& answer) {
+        static constexpr char const* kRefusals[] = {"",
+                                                    "general failure",
+                                                    "its rules forbid it",
+                                                    "network unreachable",
+                                                    "host unreachable",
+                                                    "connection refused",
+                                                    "time-out",
+                                                    "it knows no such command",
+                                                    "it knows no such kind of address"};
+        auto const code = static_cast<unsigned char>(answer[1]);
+        if (answer[0] != 5) return fail("does not speak SOCKS 5");
+        if (code != 0)
+            return fail(std::string("does not lead there: ") +
+                        (code < std::size(kRefusals) ? kRefusals[code] : "unknown failure"));
+        if (!received_.empty()) return fail("speaks before it is asked");
+        succeed();
+    }
+
+    static std::string counted(std::string const& text) { return static_cast<char>(text.size()) + text; }
+
+    Url const server_;
+    void (SocksTunnel::*step_)(std::string const&) = &SocksTunnel::onMethod;
+};
+
+}  // namespace
+
+std::optional<Proxy> Proxy::parse(std::string_view text) {
+    struct Scheme {
+        std::string_view name;
+        Kind kind;
+        bool isSecure;
+        std::uint16_t port;
+    };
+    static constexpr std::array kSchemes{
+        Scheme{"http", Kind::http, false, kHttpPort}, Scheme{"https", Kind::http, true, kHttpsPort},
+        Scheme{"socks5", Kind::socks5, false, kSocksPort}, Scheme{"socks5h", Kind::socks5, false, kSocksPort}};
+    auto const colon = text.find("://");
+    auto const name = colon == std::string_view::npos ? "http" : lowered(text.substr(0, colon));
+    auto const* const scheme = std::ranges::find(kSchemes, name, &Scheme::name);
+    if (scheme == kSchemes.end()) return std::nullopt;
+    if (colon != std::string_view::npos) text.remove_prefix(colon + 3);
+    if (text.ends_with('/')) text.remove_suffix(1);
+    Proxy proxy{scheme->kind, {}};
+    if (auto const at = text.rfind('@'); at != std::string_view::npos) {
+        auto const pair = text.substr(0, at);
+        auto const separator = std::min(pair.find(':'), pair.size());
+        proxy.user = decoded(pair.substr(0, separator));
+        proxy.password = decoded(pair.substr(std::min(separator + 1, pair.size())));
+        text.remove_prefix(at + 1);
+    }
+    auto url = Url::ofAuthority(text, scheme->isSecure, scheme->port);
+    bool const isOdd = url && url->host.find_first_of("/?#") != std::string::npos;
+    if (!url || isOdd) return std::nullopt;
+    proxy.url = *std::move(url);
+    return proxy;
+}
+
+std::string const& Proxy::to(Url const& server, KvProxy const& options) {
+    static std::string const none;
+    auto const& proxy = server.isSecure ? options.forHttps : options.forHttp;
+    return proxy.empty() || isDirect(server, options.noProxy) ? none : proxy;
+}
+
+std::unique_ptr<Script> Proxy::tunnel(Url const& server) const {
+    if (kind == Kind::http) return std::make_unique<HttpTunnel>(*this, server);
+    return std::make_unique<SocksTunnel>(*this, server);
+}
+
+bool isDirect(Url const& server, std::string_view noProxy) {
+    while (!noProxy.empty()) {
+        auto const end = std::min(noProxy.find_first_of(", "), noProxy.size());
+        auto entry = lowered(noProxy.substr(0, end));
+        noProxy.remove_prefix(std::min(end + 1, noProxy.size()));
+        if (!entry.empty() && isMeant(server, std::move(entry))) return true;
+    }
+    return false;
+}
+
+}  // namespace kv::net
