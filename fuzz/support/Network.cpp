@@ -78,22 +78,9 @@ void ServerEnd::read() {
 
 // Moves whole frames from `masked_` to `frames_`, as a server would have sent them.
 void ServerEnd::unmask() {
-    for (;;) {
-        auto const byteAt = [&](std::size_t i) { return static_cast<std::uint8_t>(masked_[i]); };
-        if (masked_.size() < 2) return;
-        require((byteAt(1) & 0x80) != 0, "the client masks");
-        std::size_t const length7 = byteAt(1) & 0x7F;
-        std::size_t const lengthBytes = length7 == 126 ? 2 : length7 == 127 ? 8 : 0;
-        std::size_t const header = 2 + lengthBytes + 4;
-        if (masked_.size() < header) return;
-        std::size_t length = lengthBytes == 0 ? length7 : 0;
-        for (std::size_t i = 0; i < lengthBytes; ++i) length = length << 8 | byteAt(2 + i);
-        if (masked_.size() - header < length) return;
-        std::string payload = masked_.substr(header, length);
-        for (std::size_t i = 0; i < length; ++i)
-            payload[i] = static_cast<char>(payload[i] ^ masked_[header - 4 + i % 4]);
-        frames_ += serverFrame(byteAt(0), payload);
-        masked_.erase(0, header + length);
+    for (auto const& frame : test::takeClientFrames(masked_)) {
+        require(frame.opcode >= 0, "the client masks, and fragments nothing");
+        frames_ += serverFrame(test::kFin | (frame.isCompressed ? test::kCompressed : 0) | frame.opcode, frame.payload);
     }
 }
 

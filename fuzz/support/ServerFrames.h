@@ -7,6 +7,7 @@
 
 #include "SocketIO/core/Deflate.h"
 #include "SocketIO/core/WebSocketCodec.h"
+#include "tests/support/Frames.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -15,17 +16,7 @@
 
 namespace kv::fuzz {
 
-inline std::string serverFrame(std::uint8_t firstByte, std::string_view payload) {
-    std::string frame{static_cast<char>(firstByte)};
-    if (payload.size() < 126) {
-        frame += static_cast<char>(payload.size());
-    } else {
-        bool const isShort = payload.size() <= 0xFFFF;
-        frame += static_cast<char>(isShort ? 126 : 127);
-        for (int byte = isShort ? 2 : 8; byte-- > 0;) frame += static_cast<char>(payload.size() >> (8 * byte));
-    }
-    return frame.append(payload);
-}
+using test::serverFrame;
 
 inline std::string framesOfLine(std::string_view line) {
     constexpr std::uint8_t kFin = 0x80, kCompressed = 0x40;

@@ -24,66 +24,6 @@ protected:
     Program peer{consoleCommand(service.url())};
 };
 
-TEST_F(Chat, CommandsReachTheOtherSideAndTheirAnswersAreShown) {
-    startPeer();
-    struct Step {
-        char const* line;
-        char const* shown;    // by the chat, or null
-        char const* printed;  // by the peer, or null
-    };
-    Step const steps[] = {
-        {"hello?", "! to whom?*", nullptr},
-        {"/who", "! you are in no room*", nullptr},
-        {"/join a/b", "! this is no valid room name: 1 to 64 ASCII*", nullptr},
-        {"/join garden", "* you are in garden", "{\"event\":\"channel.memberJoined\",*\"alice\"*"},
-        {"  hello, garden", nullptr, R"({"event":"channel.messageReceived",*"text":"  hello, garden"*)"},
-        {"/who", "* here: bob, alice", nullptr},
-        {"/count", "* garden has 2 members", nullptr},
-        {"/msg bob just you", nullptr, R"({"event":"messageReceived","peerId":"alice",*"text":"just you"*)"},
-        {"/msg bob", "! /msg wants USER TEXT", nullptr},
-        {"/status bob", "* bob is online", nullptr},
-        {"/status nobody", "* nobody is offline", nullptr},
-        {"/watch bob", "* you watch bob", nullptr},
-        {"/set mood rather good", "* you: mood = rather good", nullptr},
-        {"/attrs", "* alice: mood = rather good", nullptr},
-        {"/attrs bob", "* bob has no attributes", nullptr},
-        {"/room-attrs", "* garden has no attributes", nullptr},
-        {"/accept", "! nobody has invited you", nullptr},
-        {"/invite bob a walk?", "* you invite bob", R"({"event":"invitationArrived",*"a walk?"*)"},
-        {"/cancel", "* canceled", R"({"event":"invitationCanceled",*)"},
-        {"/invite nobody", "! inviting nobody: this user is unknown", nullptr},
-        {"/dance", "! there is no /dance; /help*", nullptr},
-        {"/jon", "! there is no /jon; did you mean join?; /help*", nullptr},
-        {"/help", "/file PATH*", nullptr},
-        {"/leave", "* you have left garden", R"({"event":"channel.memberLeft",*)"},
-        {"to the last one", nullptr, R"({"event":"messageReceived",*"text":"to the last one"*)"},
-    };
-    Program chat(chatCommand(service.url(), "alice"));
-    for (auto const& step : steps) {
-        chat.send(step.line);
-        if (step.shown != nullptr) {
-            EXPECT_TRUE(chat.prints(step.shown)) << step.line;
-        }
-        if (step.printed != nullptr) {
-            EXPECT_TRUE(peer.prints(step.printed)) << step.line;
-        }
-    }
-    chat.send("/quit");
-    EXPECT_EQ(chat.exitStatus(), 0);
-}
-
-TEST_F(Chat, WhatOthersWriteCannotReachTheTerminal) {
-    startPeer();
-    Program chat(chatCommand(service.url(), "alice"));
-    chat.send("/join garden");
-    ASSERT_TRUE(chat.prints("* you are in garden"));
-    peer.send(
-        R"({"op":"sendMessage","channelId":"garden","text":"\u001b]0;title\u0007\r\u009b2J\u202Eevil\n\u007f ü"})");
-    EXPECT_TRUE(chat.prints("bob (garden) ^[]0;title^G^M<U+009B>2J<U+202E>evil^J^? ü"));
-    peer.send(R"({"op":"sendMessageToPeer","peerId":"alice","text":"\u001b[31m","rawData":"AAEC"})");
-    EXPECT_TRUE(chat.prints("bob (to you) [3 bytes: ^[[31m]"));
-}
-
 TEST_F(Chat, FilesUpToTheLimitAreSent) {
     startPeer();
     TemporaryDirectory const directory;

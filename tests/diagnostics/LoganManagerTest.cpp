@@ -8,13 +8,14 @@
 #include "support/TemporaryDirectory.h"
 
 #include <algorithm>
-#include <future>
 #include <map>
+#include <mutex>
 #include <optional>
 #include <thread>
 
 #include <boost/json/parse.hpp>
 #include <boost/json/serialize.hpp>
+#include <fnmatch.h>
 #include <gtest/gtest.h>
 
 namespace kv {
@@ -23,31 +24,25 @@ namespace {
 namespace json = boost::json;
 using namespace std::chrono_literals;
 
-constexpr char kDeviceKey[] = "com.wn.device.uuid";
+constexpr char kDeviceKey[] = "com.wn.device.uuid", kDeviceId[] = "0123456789abcdef0123456789abcdef";
 
-// A store in memory, which may refuse, and which holds its callers up while the test wants it to.
+// A store in memory, which may refuse, and which holds its callers up while the test holds its gate.
 class MemoryKeyStore final : public KvKeyStore {
 public:
     KvKeyStoreStatus add(KvKeyStoreQuery const& query, std::string_view value) override {
-        if (refuses) return KvKeyStoreStatus::notAvailable;
-        values_[query.account] = value;
-        return KvKeyStoreStatus::success;
+        if (!refuses) values_[query.account] = value;
+        return refuses ? KvKeyStoreStatus::notAvailable : KvKeyStoreStatus::success;
     }
     KvKeyStoreMatch copyMatching(KvKeyStoreQuery const& query) override {
-        gate.wait();
-        auto const found = values_.find(query.account);
-        if (found == values_.end()) return {KvKeyStoreStatus::itemNotFound};
-        return {KvKeyStoreStatus::success, found->second};
+        std::lock_guard lock(gate);
+        if (!values_.contains(query.account)) return {KvKeyStoreStatus::itemNotFound};
+        return {KvKeyStoreStatus::success, values_[query.account]};
     }
     KvKeyStoreStatus remove(KvKeyStoreQuery const& query) override {
         return values_.erase(query.account) > 0 ? KvKeyStoreStatus::success : KvKeyStoreStatus::itemNotFound;
     }
     bool refuses = false;
-    std::shared_future<void> gate = [] {
-        std::promise<void> open;
-        open.set_value();
-        return open.get_future().share();
-    }();
+    std::mutex gate;
 
 private:
     std::map<std::string, std::string> values_;
@@ -57,7 +52,7 @@ class LoganReports : public testing::Test {
 protected:
     LoganReports() {
         KvKeyStore::setShared(store);
-        store->add({"", kDeviceKey}, "0123456789abcdef0123456789abcdef");
+        store->add({"", kDeviceKey}, kDeviceId);
         config.cachesDirectory = home.path();
         config.collectServer = "http://127.0.0.1:9/";  // nobody is there
     }
@@ -69,11 +64,8 @@ protected:
         for (auto const& line : linesOf(home.path("logan/logan"))) {
             EXPECT_EQ(line.find_first_of(" \n\r"), std::string::npos) << line;
             auto const envelope = json::parse(line).as_object();
-            EXPECT_EQ(envelope.size(), 6u);
-            EXPECT_EQ(envelope.at("logType"), 1);
-            EXPECT_EQ(envelope.at("deviceId"), "0123456789abcdef0123456789abcdef");
-            EXPECT_EQ(envelope.at("os"), "ios");
-            EXPECT_EQ(envelope.at("encrypt"), false);
+            auto const start = R"({"logType":1,"deviceId":")" + std::string(kDeviceId) + R"(","os":"ios","timestamp":)";
+            EXPECT_EQ(::fnmatch((start + R"(*,"encrypt":false,"content":"*"})").c_str(), line.c_str(), 0), 0) << line;
             EXPECT_LE(std::abs(envelope.at("timestamp").as_int64() - currentTimeStamp()), 60'000);
             contents.push_back(json::parse(envelope.at("content").as_string()).as_object());
         }
@@ -86,12 +78,6 @@ protected:
     KvPimEnvConfig config;
     std::optional<LoganManager> manager;
 };
-
-bool isUpperCaseUuid(json::value const& value) {
-    auto const& text = value.as_string();
-    return text.size() == 36 && std::ranges::count(text, '-') == 4 &&
-           text.find_first_not_of("0123456789ABCDEF-") == json::string::npos;
-}
 
 TEST_F(LoganReports, HoldWhatIsToldOfEachEvent) {
     open();
@@ -112,77 +98,34 @@ TEST_F(LoganReports, HoldWhatIsToldOfEachEvent) {
     logan.channelAttributes("room", KvLoganActionStringDelete, "-[KvPimKit clearChannelAttributes:]", 0, -4);
     logan.connectState(4, 7);
 
-    struct Expected {
-        char const* type;
-        json::object keys;     // beside the common ones
-        std::int64_t elapsed;  // of the key that is 0 in `keys` and not exact
-        char const* elapsedKey;
-    };
-    std::vector<Expected> const expected{
-        {"StartLogin", {{"loginParams", nullptr}}, 0, nullptr},
-        {"LoginResult",
-         {{"result", 1},
-          {"errorCode", 0},
-          {"totalElapsed", 0},
-          {"elapsedInfo", {{"getServers", 11}, {"connectServer", 22}}}},
-         1000,
-         "totalElapsed"},
-        {"Logout", {{"result", 0}, {"errorCode", 102}, {"elapsed", 33}}, 0, nullptr},
-        {"JoinChannel",
-         {{"channelId", "room"}, {"channelSessionId", nullptr}, {"result", 1}, {"errorCode", 0}, {"elapsed", 0}},
-         2000,
-         "elapsed"},
-        {"LeaveChannel",
-         {{"channelId", "room"}, {"channelSessionId", nullptr}, {"result", 0}, {"errorCode", 5}, {"elapsed", 0}},
-         3000,
-         "elapsed"},
+    // As `fnmatch` has patterns; "?" stands for brackets, too.
+    std::pair<char const*, std::string> const expected[] = {
+        {"StartLogin", R"("loginParams":{"token":"token","uid":"anna","timestamp":?????????????})"},
+        {"LoginResult", R"("result":1,"errorCode":0,"totalElapsed":1[0-8]??,)"
+                        R"("elapsedInfo":{"getServers":11,"connectServer":22})"},
+        {"Logout", R"("result":0,"errorCode":102,"elapsed":33)"},
+        {"JoinChannel", R"("channelId":"room","channelSessionId":"*","result":1,"errorCode":0,"elapsed":2[0-8]??)"},
+        {"LeaveChannel", R"("channelId":"room","channelSessionId":"*","result":0,"errorCode":5,"elapsed":3[0-8]??)"},
         {"UserAttributes",
-         {{"result", 0},
-          {"errorCode", 3},
-          {"action", "set"},
-          {"interface", "-[KvPimKitsetLocalUserAttributes:completion:]"}},
-         0,
-         nullptr},
-        {"ChannelAttributes",
-         {{"channelId", "room"},
-          {"action", "delete"},
-          {"interface", "-[KvPimKitclearChannelAttributes:]"},
-          {"result", 0},
-          {"errorCode", -4}},
-         0,
-         nullptr},
-        {"ConnectState", {{"state", 4}, {"reason", 7}}, 0, nullptr},
+         R"("result":0,"errorCode":3,"action":"set","interface":"-?KvPimKitsetLocalUserAttributes:completion:?")"},
+        {"ChannelAttributes", R"("channelId":"room","action":"delete",)"
+                              R"("interface":"-?KvPimKitclearChannelAttributes:?","result":0,"errorCode":-4)"},
+        {"ConnectState", R"("state":4,"reason":7)"},
     };
     auto const written = records();
-    ASSERT_EQ(written.size(), expected.size());
+    ASSERT_EQ(written.size(), std::size(expected));
     for (std::size_t i = 0; i < written.size(); ++i) {
-        auto const& record = written[i];
-        auto const& [type, keys, elapsed, elapsedKey] = expected[i];
-        EXPECT_EQ(record.at("type"), type);
-        EXPECT_EQ(record.size(), keys.size() + 9) << type;  // the seven common ones, the time, the type
-        EXPECT_EQ(record.at("uid"), "anna");
-        EXPECT_EQ(record.at("appId"), "app");
-        EXPECT_EQ(record.at("os"), "ios");
-        EXPECT_EQ(record.at("platform"), "native");
-        EXPECT_TRUE(record.at("sdkVer").as_string().starts_with("sdkVersion/KvPim-"));
-        EXPECT_EQ(record.at("clientSessionId"), "");  // a login start does not set the common one
-        EXPECT_TRUE(record.at("timestamp").is_int64());
-        for (auto const& key : keys) {
-            ASSERT_TRUE(record.contains(key.key())) << type << " " << key.key();
-            if (elapsedKey != nullptr && key.key() == elapsedKey) {
-                EXPECT_GE(record.at(elapsedKey).as_int64(), elapsed) << type;
-                EXPECT_LT(record.at(elapsedKey).as_int64(), elapsed + 900) << type;
-            } else if (!key.value().is_null()) {
-                EXPECT_EQ(json::serialize(record.at(key.key())), json::serialize(key.value()))
-                    << type << " " << key.key();
-            }
-        }
+        // A login start does not set the common session.
+        auto const pattern = R"({"uid":"anna","appId":"app","os":"ios","platform":"native","clientSessionId":"",)"
+                             R"("sdkVer":"sdkVersion/KvPim-*","deviceId":")" +
+                             std::string(kDeviceId) + R"(",)" + expected[i].second + R"(,"type":")" +
+                             expected[i].first + R"(","timestamp":?????????????})";
+        auto const record = json::serialize(written[i]);
+        EXPECT_EQ(::fnmatch(pattern.c_str(), record.c_str(), 0), 0) << record << " is not like " << pattern;
     }
-    auto const& parameters = written[0].at("loginParams").as_object();
-    EXPECT_EQ(parameters.at("token"), "token");
-    EXPECT_EQ(parameters.at("uid"), "anna");
-    EXPECT_TRUE(parameters.at("timestamp").is_int64());
-    EXPECT_TRUE(isUpperCaseUuid(written[3].at("channelSessionId")));
+    auto const session = std::string(written[3].at("channelSessionId").as_string());
+    EXPECT_EQ(session.find_first_not_of("0123456789ABCDEF-"), std::string::npos) << session;
+    EXPECT_EQ(session.size(), 36u);
     EXPECT_EQ(written[4].at("channelSessionId"), written[3].at("channelSessionId"));
 }
 
@@ -227,27 +170,24 @@ TEST_F(LoganReports, AreValidJsonWhateverTheirTextsAre) {
     auto const written = records();
     ASSERT_EQ(written.size(), 2 * texts.size());
     for (std::size_t i = 0; i < texts.size(); ++i) {
-        auto const& kept = texts[i].second;
-        auto const& start = written[2 * i];
-        EXPECT_EQ(start.at("uid").as_string(), kept);
-        EXPECT_EQ(start.at("loginParams").at("token").as_string(), kept);
-        EXPECT_EQ(written[2 * i + 1].at("channelId").as_string(), kept);
-        EXPECT_EQ(written[2 * i + 1].at("type"), "ChannelAttributes");
+        json::string const kept(texts[i].second);
+        EXPECT_EQ(written[2 * i].at("uid"), kept);
+        EXPECT_EQ(written[2 * i].at("loginParams").at("token"), kept);
+        EXPECT_EQ(written[2 * i + 1].at("channelId"), kept);
     }
 }
 
 TEST_F(LoganReports, NeverHoldUpTheirCaller) {
-    std::promise<void> release;
-    store->gate = release.get_future().share();
+    std::unique_lock gate(store->gate);
     auto const start = std::chrono::steady_clock::now();
     open();
     for (int i = 0; i < 50; ++i) manager->connectState(1, i);
     EXPECT_LT(std::chrono::steady_clock::now() - start, 2s);
     EXPECT_EQ(contentOf(home.path("logan/logan")), "");  // all of that waits for the key store
-    release.set_value();
-    auto const written = records();
-    ASSERT_EQ(written.size(), 50u);
-    for (int i = 0; i < 50; ++i) EXPECT_EQ(written[static_cast<std::size_t>(i)].at("reason"), i);
+    gate.unlock();
+    std::int64_t next = 0;
+    for (auto const& record : records()) EXPECT_EQ(record.at("reason"), next++);
+    EXPECT_EQ(next, 50);
 }
 
 TEST_F(LoganReports, OfManyThreadsAreWholeAndInOrder) {
@@ -292,8 +232,7 @@ TEST_F(LoganReports, ReachTheEndpointAMinuteAfterTheFirstUse) {
     auto const line = contentOf(home.path("logan/logan"));
     clock->advance(60s);
     ASSERT_TRUE(server.waitForRequests(1));
-    EXPECT_EQ(server.requests().at(0).body, line);
-    EXPECT_EQ(server.requests().at(0).target, "/pim/v1/collect-logan");
+    EXPECT_EQ(server.requests().at(0).target + line, "/pim/v1/collect-logan" + server.requests().at(0).body);
 }
 
 TEST(DeviceIdentity, IsMadeOnceKeptAndToldOnStandardOutputWhenItCannotBe) {

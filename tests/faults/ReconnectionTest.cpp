@@ -5,11 +5,6 @@
 
 #include <optional>
 
-#include <netinet/in.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 namespace kv::test {
 namespace {
 
@@ -32,29 +27,6 @@ struct Scene {
     Session session;
 };
 
-// A listener that takes connections, and says nothing, until it goes.
-class SilentListener {
-public:
-    explicit SilentListener(int port) : listener_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(static_cast<std::uint16_t>(port));
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        int const yes = 1;
-        ::setsockopt(listener_, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
-        EXPECT_EQ(::bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-        EXPECT_EQ(::listen(listener_, 8), 0);
-    }
-    ~SilentListener() { ::close(listener_); }
-    bool hasConnection() const {
-        pollfd waiting{listener_, POLLIN, 0};
-        return ::poll(&waiting, 1, 0) == 1;
-    }
-
-private:
-    int listener_;
-};
-
 struct Fault {
     char const* name;
     void (*happen)(Scene& scene);
@@ -73,11 +45,17 @@ std::vector<Fault> const kFaults{
      true},
     {"AcceptsAndSaysNothing",
      [](Scene& scene) {
-         int const port = scene.service->port();
+         auto const port = scene.service->port();
          scene.service->kill();
          {
-             SilentListener const silent(port);
-             EXPECT_TRUE(runUntil(*scene.session.alice.queue, [&] { return silent.hasConnection(); }));
+             std::atomic<bool> isReached{false};
+             Listener const silent(
+                 [&](Connection& connection) {
+                     isReached = true;
+                     while (!connection.receive().empty()) continue;
+                 },
+                 {"127.0.0.1", port});
+             EXPECT_TRUE(runUntil(*scene.session.alice.queue, [&] { return isReached.load(); }));
              scene.run(kLongerThanTheHeartbeat);
              EXPECT_EQ(scene.session.alice.kit->stateManager().state, KvPimConnectionStateReconnecting);
          }

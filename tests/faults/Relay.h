@@ -1,46 +1,31 @@
 // A relay between a client and the service, on a free port of 127.0.0.1, that can do to a connection what networks do.
 #pragma once
 
-#include <atomic>
-#include <cstdint>
-#include <list>
-#include <mutex>
-#include <string>
-#include <string_view>
-#include <thread>
+#include "support/Listener.h"
 
 namespace kv::test {
 
 class Relay {
 public:
     /// Passes everything on to this port of 127.0.0.1.
-    explicit Relay(int target);
-    ~Relay();
-    Relay(Relay const&) = delete;
-    Relay& operator=(Relay const&) = delete;
+    explicit Relay(std::uint16_t target) : target_(target) {}
 
-    std::string url() const;
+    std::string url() const { return "http://127.0.0.1:" + std::to_string(listener_.port()); }
     /// The connections that there are carry nothing any more, and stay open.
-    void goSilent();
+    void goSilent() { silent_ = connections_.load(); }
     /// The clients of all connections that there are receive these bytes, and then a reset.
     void breakOff(std::string_view lastBytes);
     /// How many connections were broken so far.
     int broken() const { return broken_; }
 
 private:
-    struct Link;
-    void acceptAll();
-    void serve(Link& link);
+    void pass(Connection& client);
 
-    int const target_;
-    int listener_ = -1;
-    std::uint16_t port_ = 0;
-    std::atomic<bool> isEnding_{false};
-    std::atomic<int> broken_{0};
-    std::mutex mutex_;
-    std::list<Link> links_;  // guarded by mutex_
-
-    std::thread acceptor_;
+    std::uint16_t const target_;
+    std::atomic<int> connections_{0}, broken_{0};
+    std::atomic<int> silent_{0}, breaking_{0};  // so many of the connections, the first ones
+    std::string lastBytes_;                     // written before `breaking_`
+    Listener const listener_{[this](Connection& client) { pass(client); }};
 };
 
 }  // namespace kv::test

@@ -21,12 +21,11 @@ SocketItems itemsOf(json::array values) {
 
 TEST_P(Conversation, ConnectsAndDeliversInOrderWhateverTheCut) {
     ScriptedServer server([](ScriptedPeer& peer) {
-        auto const all = peer.upgradeAnswer() + ScriptedPeer::textFrame(ScriptedPeer::openPacket({})) +
-                         ScriptedPeer::textFrame("40{\"sid\":\"S\"}") +
-                         ScriptedPeer::textFrame("42[\"loginSuccess\",{}]") +
-                         ScriptedPeer::textFrame("451-[\"event\",{\"_placeholder\":true,\"num\":0}]") +
-                         ScriptedPeer::textFrame("2") +  // a ping between a packet and its attachment is lawful
-                         ScriptedPeer::binaryFrame(std::string(300, 'x'));
+        auto const all = peer.upgradeAnswer() + textFrame(ScriptedPeer::openPacket({})) +
+                         textFrame("40{\"sid\":\"S\"}") + textFrame("42[\"loginSuccess\",{}]") +
+                         textFrame("451-[\"event\",{\"_placeholder\":true,\"num\":0}]") +
+                         textFrame("2") +  // a ping between a packet and its attachment is lawful
+                         binaryFrame(std::string(300, 'x'));
         std::size_t const cuts[] = {all.size(), 1, 2, 7, 100};
         peer.sendInPieces(all, cuts[peer.number()]);
         peer.readToEnd();
@@ -73,8 +72,7 @@ TEST_P(Conversation, AMainThreadThatFallsBehindGetsAll) {
         peer.login();
         for (int i = 0; i < kCount; i += 1000) {
             std::string bytes;
-            for (int j = i; j < i + 1000; ++j)
-                bytes += ScriptedPeer::textFrame("42[\"push\"," + std::to_string(j) + "]");
+            for (int j = i; j < i + 1000; ++j) bytes += textFrame("42[\"push\"," + std::to_string(j) + "]");
             peer.send(bytes);
         }
         peer.readToEnd();
@@ -93,7 +91,7 @@ TEST_P(Conversation, AMainThreadThatFallsBehindGetsAll) {
 
 TEST_P(Conversation, BelievesNoServerThatSpeaksForThisSide) {
     ScriptedServer server([](ScriptedPeer& peer) {
-        auto const text = ScriptedPeer::textFrame;
+        auto const text = textFrame;
         peer.acceptWebSocket();
         peer.send(text(ScriptedPeer::openPacket({})) + text("42[\"event\",\"early\"]") + text("40{\"sid\":\"S\"}") +
                   text("42[\"late\"]") + text("42[\"connect\"]") + text("42[\"error\",\"x\"]") +
@@ -129,7 +127,7 @@ TEST_P(Conversation, CompressesWhatIsWorthIt) {
         EXPECT_NE(peer.request().find("permessage-deflate; client_no_context_takeover"), std::string::npos);
         peer.connect({}, "Sec-WebSocket-Extensions: permessage-deflate; client_no_context_takeover\r\n");
         // "42["event"]" deflated, from another implementation.
-        peer.send(ScriptedPeer::frame(0xC1, std::string("\x32\x31\x8a\x56\x4a\x2d\x4b\xcd\x2b\x51\x8a\x05\x00", 13)));
+        peer.send(serverFrame(0xC1, std::string("\x32\x31\x8a\x56\x4a\x2d\x4b\xcd\x2b\x51\x8a\x05\x00", 13)));
         small = peer.readMessage().isCompressed ? 1 : 0;
         large = peer.readMessage().isCompressed ? 1 : 0;
         peer.hangUp();

@@ -83,10 +83,10 @@ TEST_P(Ends, EveryEndIsToldOnceWithItsReason) {
 
 // The close frame must reach the server, though much that it sent is still unread.
 TEST_P(Ends, TellsTheServerWhy) {
-    for (auto const& [last, wanted] : {std::pair{ScriptedPeer::frame(0x88, "\x0F\xA1 why"), "\x0F\xA1"},
-                                       {ScriptedPeer::frame(0x88, ""), "\x03\xE8"},
-                                       {ScriptedPeer::frame(0x88, "\x03\xED"), "\x03\xEA"},
-                                       {ScriptedPeer::textFrame("42[\"\xFF\"]"), "\x03\xEF"},
+    for (auto const& [last, wanted] : {std::pair{serverFrame(0x88, "\x0F\xA1 why"), "\x0F\xA1"},
+                                       {serverFrame(0x88, ""), "\x03\xE8"},
+                                       {serverFrame(0x88, "\x03\xED"), "\x03\xEA"},
+                                       {textFrame("42[\"\xFF\"]"), "\x03\xEF"},
                                        {std::string("\x09\x00", 2), "\x03\xEA"}}) {
         std::string code;
         std::atomic<bool> isOver{false};
@@ -121,7 +121,7 @@ TEST_P(Ends, AddressesThatLeadNowhere) {
 }
 
 TEST_P(Ends, DisconnectLeavesWithinTheCallAndSaysGoodbye) {
-    std::vector<ScriptedPeer::Message> goodbye;
+    std::vector<ClientFrame> goodbye;
     std::atomic<bool> isOver{false};
     {
         ScriptedServer server([&](ScriptedPeer& peer) {

@@ -1,6 +1,6 @@
 #include "SocketIO/core/Deflate.h"
 #include "SocketIO/transport/Framer.h"
-#include "socketio/Frames.h"
+#include "support/Frames.h"
 
 #include <string>
 #include <vector>

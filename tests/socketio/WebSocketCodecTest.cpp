@@ -1,7 +1,7 @@
 #include "Platform/KvUtf8.h"
 #include "SocketIO/core/Deflate.h"
 #include "SocketIO/core/WebSocketCodec.h"
-#include "socketio/Frames.h"
+#include "support/Frames.h"
 
 #include <set>
 #include <string>

@@ -1,7 +1,8 @@
 #include "support/Certificates.h"
 
+#include "support/Listener.h"
+
 #include <cstdio>
-#include <system_error>
 
 #include <openssl/pem.h>
 #include <openssl/x509v3.h>
@@ -44,14 +45,12 @@ void write(std::string const& file, auto const& writer) {
 }
 
 bool hasIpv6() {
-    ScriptedServer::Options options;
-    options.address = "::1";
     try {
-        ScriptedServer const server([](auto&) {}, options);
-    } catch (std::system_error const&) {
+        Listener const listener([](auto&) {}, {"::1"});
+        return true;
+    } catch (boost::system::system_error const&) {
         return false;
     }
-    return true;
 }
 
 }  // namespace

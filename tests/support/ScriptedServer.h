@@ -9,22 +9,22 @@
 //     });
 //     kit.login(server.url()) ...
 //
-// The script runs once for each connection, on a thread of its own, and ends with its connection. Whatever takes longer
-// than ten seconds, or meets the end of the connection, ends the script. A GET of the discovery address is answered
+// The script runs once for each connection, on a thread of its own, and ends with its connection. Whatever
+// meets the end of the connection, or of the server, ends the script. A GET of the discovery address is answered
 // without the script, with this very server, so that a whole client can run against it.
 #pragma once
+
+#include "support/Frames.h"
 
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <deque>
 #include <functional>
-#include <list>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <thread>
 #include <vector>
 
 #include <boost/json/array.hpp>
@@ -32,14 +32,12 @@
 
 namespace kv::test {
 
+class Connection;
+class Listener;
+
 /// One connection, seen from the server. Any call may throw, which ends the script.
 class ScriptedPeer {
 public:
-    struct Message {
-        std::uint8_t opcode = 0;  // 1 text, 2 binary, 8 close, 9 ping, 10 pong
-        bool isCompressed = false;
-        std::string payload;
-    };
     /// An event of the client; `id` when it wants an acknowledgement. The items begin with the name.
     struct Event {
         std::optional<std::uint64_t> id;
@@ -59,17 +57,13 @@ public:
     void send(std::string_view bytes);
     /// Sends every `size` bytes on their own.
     void sendInPieces(std::string_view bytes, std::size_t size);
-    std::string receive();  // some; empty at the end of the connection
 
     // WebSocket.
     void acceptWebSocket(std::string const& moreHeaders = {});
     /// The answer that `acceptWebSocket` sends.
     std::string upgradeAnswer(std::string const& moreHeaders = {}) const;
-    static std::string frame(std::uint8_t firstByte, std::string_view payload);
-    static std::string textFrame(std::string_view payload) { return frame(0x81, payload); }
-    static std::string binaryFrame(std::string_view payload) { return frame(0x82, payload); }
     void sendText(std::string_view text) { send(textFrame(text)); }
-    Message readMessage();
+    ClientFrame readMessage();
     /// The next text message.
     std::string readText();
 
@@ -92,21 +86,20 @@ public:
     void hangUp();  // without a word
     void reset();
     /// Waits for the client to end the connection; what it still sends is returned.
-    std::vector<Message> readToEnd();
+    std::vector<ClientFrame> readToEnd();
     void sleep(std::chrono::milliseconds time);  // shorter when the server is being destroyed
 
 private:
     friend class ScriptedServer;
-    class Channel;
+    explicit ScriptedPeer(Connection& connection) : connection_(connection) {}
 
     void sendPacket(std::string_view type, std::optional<std::uint64_t> id, boost::json::array const& items,
                     std::vector<std::string> const& attachments);
-    void readRequest();
-    std::string take(std::size_t size);
 
-    std::shared_ptr<Channel> channel_;
+    Connection& connection_;
     std::string request_;
-    std::string received_;
+    std::string unread_;  // the beginning of a frame
+    std::deque<ClientFrame> messages_;
     int number_ = 0;
 };
 
@@ -126,7 +119,7 @@ public:
     ScriptedServer(Script script, Options options);
     ~ScriptedServer();
 
-    std::uint16_t port() const { return port_; }
+    std::uint16_t port() const;
     /// http or https, by address.
     std::string url() const { return url("127.0.0.1"); }
     std::string url(std::string const& host) const;
@@ -134,20 +127,12 @@ public:
     int connections() const { return connections_; }
 
 private:
-    void acceptAll();
-    void serve(std::shared_ptr<ScriptedPeer::Channel> channel);
+    void serve(Connection& connection);
 
     Script const script_;
     Options const options_;
-    std::shared_ptr<void> tls_;
-    int listener_ = -1;
-    std::uint16_t port_ = 0;
     std::atomic<int> connections_{0};
-    std::atomic<bool> isEnding_{false};
-    std::mutex mutex_;
-    std::list<std::weak_ptr<ScriptedPeer::Channel>> channels_;  // guarded by mutex_
-    std::vector<std::thread> threads_;                          // of the accepting thread, then of the destructor
-    std::thread acceptor_;
+    std::unique_ptr<Listener> const listener_;  // the last: what it serves uses the others
 };
 
 }  // namespace kv::test

@@ -60,7 +60,7 @@ Service::Service(Options const& options) : process_(commandOf(options)) {
     if (at != std::string::npos) url_ = line.substr(at);
 }
 
-int Service::port() const { return std::stoi(url_.substr(url_.rfind(':') + 1)); }
+std::uint16_t Service::port() const { return static_cast<std::uint16_t>(std::stoi(url_.substr(url_.rfind(':') + 1))); }
 
 void Service::kill() {
     process_.kill(SIGKILL);

@@ -4,6 +4,7 @@
 
 #include "support/ChildProcess.h"
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -24,7 +25,7 @@ public:
     explicit Service(Options const& options);
 
     std::string const& url() const { return url_; }
-    int port() const;
+    std::uint16_t port() const;
     /// Ends it at once, as a crash would.
     void kill();
     /// Stops and continues the process, which then neither answers nor closes.

@@ -38,7 +38,8 @@ struct ClientFrame {
     }
 };
 
-/// Takes the whole frames off the front of `bytes`. A frame that is not masked or not final shows as one of opcode -1.
+/// Takes the whole frames off the front of `bytes`. A frame that is not masked or not final, or has
+/// reserved bits, shows as one of opcode -1.
 inline std::vector<ClientFrame> takeClientFrames(std::string& bytes) {
     std::vector<ClientFrame> frames;
     std::size_t at = 0;
@@ -52,7 +53,7 @@ inline std::vector<ClientFrame> takeClientFrames(std::string& bytes) {
         for (std::size_t i = 0; i < lengthBytes; ++i) size = size << 8 | byte(2 + i);
         if (bytes.size() - at - header < size) break;
         ClientFrame frame;
-        bool const isWhole = (byte(0) & kFin) != 0 && (byte(1) & 0x80) != 0;
+        bool const isWhole = (byte(0) & (kFin | 0x30)) == kFin && (byte(1) & 0x80) != 0;
         frame.opcode = isWhole ? byte(0) & 0x0F : -1;
         frame.isCompressed = (byte(0) & kCompressed) != 0;
         for (std::size_t i = 0; i < 4; ++i) frame.mask[i] = byte(header - 4 + i);
