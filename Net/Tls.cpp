@@ -5,7 +5,7 @@
 #include "Platform/KvEngineThread.h"
 
 #include <algorithm>
-#include <array>
+#include <cctype>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -27,7 +27,7 @@ namespace fs = std::filesystem;
 constexpr unsigned kHostFlags = X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS | X509_CHECK_FLAG_NEVER_CHECK_SUBJECT;
 constexpr std::size_t kMostUnused = 16;           // contexts that nobody uses at the moment
 constexpr std::size_t kMostServers = 256;         // of which sessions are remembered
-constexpr std::size_t kMostSessionsOfServer = 4;  // each is good for one connection
+constexpr std::size_t kMostSessionsOfServer = 4;  // since TLS 1.3 each is good for one connection
 
 struct FreeBio {
     void operator()(BIO* bio) const { BIO_free(bio); }
@@ -111,6 +111,21 @@ int onPassword(char* buffer, int size, int, void* options) {
 }
 
 }  // namespace
+
+std::string problemOfTls(KvTlsOptions const& options) {
+    constexpr std::string_view kStart = "sha256//";
+    constexpr std::size_t kDigest = 44;  // characters of Base64
+    for (auto const& pin : options.pins) {
+        auto const digest = std::string_view(pin).substr(std::min(kStart.size(), pin.size()));
+        bool const isPin = pin.starts_with(kStart) && digest.size() == kDigest && digest.back() == '=' &&
+                           std::ranges::all_of(digest.substr(0, kDigest - 1), [](unsigned char c) {
+                               return std::isalnum(c) != 0 || c == '+' || c == '/';
+                           });
+        if (!isPin) return "a pin is \"sha256//\" and the Base64 form of a digest, and not \"" + pin + '"';
+    }
+    bool const isOdd = std::ranges::any_of(options.serverName, [](unsigned char c) { return c <= ' ' || c >= 0x7F; });
+    return isOdd ? "the name of the server is none: \"" + options.serverName + '"' : "";
+}
 
 // What this side knows of the other one; the session owns it.
 struct TlsContext::Peer {
@@ -257,6 +272,8 @@ TlsContext::Session TlsContext::takeSession(std::string const& address) {
     std::lock_guard const lock(mutex_);
     auto const found = sessions_.find(address);
     if (found == sessions_.end()) return nullptr;
+    auto* const last = found->second.back().get();
+    if (SSL_SESSION_get_protocol_version(last) < TLS1_3_VERSION) return Session((SSL_SESSION_up_ref(last), last));
     auto session = std::move(found->second.back());
     found->second.pop_back();
     if (found->second.empty()) sessions_.erase(found);

@@ -14,6 +14,9 @@
 
 namespace kv::net {
 
+/// What is wrong with options that no server could make right; empty for nothing.
+std::string problemOfTls(KvTlsOptions const& options);
+
 class TlsContext final : public std::enable_shared_from_this<TlsContext> {
 public:
     /// The context for these options, one for all who want the same, or null and an error text. Reading all of the

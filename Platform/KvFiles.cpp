@@ -41,10 +41,6 @@ off_t sizeOf(int fd) {
 
 }  // namespace
 
-KvFileDescriptor::~KvFileDescriptor() {
-    if (fd_ >= 0) ::close(fd_);
-}
-
 bool writeAll(int fd, std::string_view bytes) { return writtenOf(fd, bytes) == bytes.size(); }
 
 bool appendLines(int fd, std::string_view lines) {

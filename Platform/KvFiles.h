@@ -9,11 +9,12 @@
 #include <utility>
 
 #include <sys/types.h>
+#include <unistd.h>
 
 namespace kv {
 
 /// Owns an open descriptor, or none.
-class KV_EXPORT KvFileDescriptor {
+class KvFileDescriptor {
 public:
     KvFileDescriptor() = default;
     explicit KvFileDescriptor(int fd) : fd_(fd) {}
@@ -22,7 +23,9 @@ public:
         std::swap(fd_, other.fd_);
         return *this;
     }
-    ~KvFileDescriptor();
+    ~KvFileDescriptor() {
+        if (fd_ >= 0) ::close(fd_);
+    }
     int get() const { return fd_; }
     explicit operator bool() const { return fd_ >= 0; }
 

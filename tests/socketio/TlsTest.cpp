@@ -1,11 +1,16 @@
 // TLS: who is trusted, who is not, and what is said about it.
+#include "Net/Http.h"
+#include "Platform/KvEngineThread.h"
 #include "Sockets.h"
 #include "support/Certificates.h"
 #include "support/TemporaryDirectory.h"
 
+#include <cstdio>
 #include <filesystem>
+#include <future>
 
 #include <boost/json/parse.hpp>
+#include <openssl/ssl.h>
 
 namespace kv::test {
 namespace {
@@ -76,6 +81,148 @@ TEST_P(Tls, ReadsAFileOfAuthoritiesAgainWhenItHasChanged) {
         Client client(GetParam(), server.url(), config);
         client.socket().connect();
         EXPECT_TRUE(client.waitForEvent(trusted == &authority ? "connect" : "disconnect"));
+    }
+}
+
+// What the command prints, without line breaks.
+std::string outputOf(std::string const& command) {
+    std::string output;
+    std::unique_ptr<FILE, decltype(&::pclose)> const pipe(::popen(command.c_str(), "r"), &::pclose);
+    for (int c = std::fgetc(pipe.get()); c != EOF; c = std::fgetc(pipe.get()))
+        if (c != '\n') output += static_cast<char>(c);
+    return output;
+}
+
+std::string pinOf(std::string const& certificateFile) {
+    return "sha256//" + outputOf("openssl x509 -in " + certificateFile +
+                                 " -pubkey -noout | openssl pkey -pubin -outform der | openssl dgst -sha256 -binary |"
+                                 " openssl enc -base64");
+}
+
+// How a request by HTTP ends: the other road to a server.
+std::string httpError(std::string const& url, net::NetworkOptions const& network) {
+    std::promise<std::string> ended;
+    KvHttpTask task;
+    task.url = url + "/config/";
+    task.network = network;
+    task.requestTimeout = 10s;
+    startHttp(engineThreadQueue(), std::move(task),
+              [&](KvHttpAnswer const& answer) { ended.set_value(answer.error.value_or("")); });
+    return ended.get_future().get();
+}
+
+TEST_P(Tls, IsAsTheOptionsWantIt) {
+    CertificateAuthority const authority, stranger("Another authority");
+    auto const certificate = authority.issue("DNS:server.example,IP:127.0.0.1"), own = authority.issue("DNS:client");
+    auto const name = authority.issue("DNS:server.example");
+    TemporaryDirectory directory;
+    std::filesystem::copy_file(authority.caFile(), directory.path("ca.pem"));
+    auto const lockedKey = directory.path("key");
+    ASSERT_EQ(outputOf("openssl rehash " + directory.path() + " && openssl pkey -in " + own.keyFile +
+                       " -aes256 -passout pass:secret -out " + lockedKey),
+              "");
+    auto const server = tlsOptions(certificate), named = tlsOptions(name);
+    auto onlyTls12 = server, askingServer = server;
+    onlyTls12.onlyTls = TLS1_2_VERSION;
+    askingServer.clientAuthorities = authority.caFile();
+    auto const pin = pinOf(certificate.certificateFile), otherPin = pinOf(own.certificateFile);
+    auto const with = [&](auto change) {
+        KvTlsOptions options;
+        options.caFile = authority.caFile();
+        change(options);
+        return options;
+    };
+    auto const withOwn = [&](auto change) {
+        return with([&](auto& o) { o.certificateFile = own.certificateFile, o.keyFile = own.keyFile, change(o); });
+    };
+    std::vector<KvPeerCertificate> seen;
+    struct Case {
+        char const* what;
+        ScriptedServer::Options server;
+        KvTlsOptions options;
+        char const* error;  // how the reason begins; empty when all is well
+    };
+    for (auto const& c : std::vector<Case>{
+             {"PEM text alone", server,
+              with([&](auto& o) { o.trustsSystem = false, o.caFile = {}, o.caPem = contentOf(authority.caFile()); }),
+              ""},
+             {"a directory", server, with([&](auto& o) { o.caFile = {}, o.caDirectory = directory.path(); }), ""},
+             {"other authorities", server, with([&](auto& o) { o.caFile = stranger.caFile(); }),
+              "TLS: unable to get local issuer certificate: certificate \"CN=Test server\" for server.example, "
+              "127.0.0.1, "
+              "shown by 127.0.0.1, issued by \"CN=Test authority\", valid from 2"},
+             {"no PEM", server, with([](auto& o) { o.caPem = "nothing"; }), "TLS: no certificate can be read"},
+             {"no directory", server, with([](auto& o) { o.caDirectory = "/nonexistent"; }),
+              "TLS: cannot be read, CA d"},
+             {"the pin", server, with([&](auto& o) {
+                  o.pins = {otherPin, pin};
+              }),
+              ""},
+             {"another pin", server, with([&](auto& o) { o.pins = {otherPin}; }), "TLS: the public key is none of"},
+             {"another name", named, with([](auto& o) { o.serverName = "server.example"; }), ""},
+             {"a newer TLS", onlyTls12, with([](auto& o) { o.minimumVersion = KvTlsVersion::tls13; }),
+              "TLS: the server speaks none of the versions"},
+             {"TLS 1.2", onlyTls12, with([](auto&) {}), ""},
+             {"no client certificate", askingServer, with([](auto&) {}), "TLS: the server wants a certificate"},
+             {"a client certificate", askingServer, withOwn([](auto&) {}), ""},
+             {"one in PEM text", askingServer,
+              with([&](auto& o) { o.certificatePem = contentOf(own.certificateFile) + contentOf(own.keyFile); }), ""},
+             {"an encrypted key", askingServer,
+              withOwn([&](auto& o) { o.keyFile = lockedKey, o.keyPassword = [] { return "secret"; }; }), ""},
+             {"a wrong password", askingServer,
+              withOwn([&](auto& o) { o.keyFile = lockedKey, o.keyPassword = [] { return "wrong"; }; }),
+              "TLS: the key of the client certificate cannot be read"},
+             {"no password", askingServer, withOwn([&](auto& o) { o.keyFile = lockedKey; }), "TLS: the key of the"},
+             {"another's key", askingServer, withOwn([&](auto& o) { o.keyFile = certificate.keyFile; }),
+              "TLS: the key is not that"},
+             {"an acceptance", server,
+              with([&](auto& o) { o.accepts = [&](auto& peer) { return seen.push_back(peer), true; }; }), ""},
+             {"a veto", server, with([](auto& o) { o.accepts = [](auto&) { return false; }; }),
+              "TLS: the application does not accept the certificate \"CN=Test server\""},
+         }) {
+        SCOPED_TRACE(c.what);
+        ScriptedServer const listening(kEcho, c.server);
+        KvPimNetworkOptions network;
+        network.tls = c.options;
+        SocketConfig config;
+        config.network = std::make_shared<KvPimNetworkOptions const>(network);
+        auto const error = httpError(listening.url(), config.network);
+        EXPECT_TRUE(error.starts_with(c.error) && error.empty() == (*c.error == 0)) << error;
+        Client client(GetParam(), listening.url(), config);
+        client.socket().connect();
+        if (*c.error == 0) {
+            EXPECT_TRUE(client.waitForEvent("connect")) << client.lineOf("disconnect");
+        } else {
+            auto const reason = client.disconnectReason();
+            EXPECT_TRUE(reason.starts_with(c.error)) << reason;
+        }
+    }
+    ASSERT_EQ(seen.size(), 2u);
+    EXPECT_EQ(seen[1].host, "127.0.0.1");
+    EXPECT_EQ(seen[1].subject, "CN=Test server");
+    EXPECT_EQ(seen[1].names, (std::vector<std::string>{"server.example", "127.0.0.1"}));
+    EXPECT_LT(seen[1].validFrom, std::chrono::system_clock::now());
+    EXPECT_GT(seen[1].validUntil, std::chrono::system_clock::now());
+    EXPECT_EQ(seen[1].chain.size(), 1u);
+}
+
+TEST_P(Tls, TakesUpASessionWhenItComesBack) {
+    CertificateAuthority const authority;
+    auto const certificate = authority.issue("IP:127.0.0.1");
+    for (int const version : {TLS1_2_VERSION, TLS1_3_VERSION}) {
+        auto options = tlsOptions(certificate);
+        options.onlyTls = version;
+        ScriptedServer server(kEcho, options);
+        auto network = std::make_shared<KvPimNetworkOptions>();
+        network->tls.caFile = authority.caFile();
+        network->tls.pins = {pinOf(certificate.certificateFile)};
+        SocketConfig config;
+        config.network = network;
+        for (int connections = 1; connections <= 3; ++connections) {
+            Client client(GetParam(), server.url(), config);
+            ASSERT_TRUE(client.connect()) << client.lineOf("disconnect");
+            EXPECT_EQ(server.resumptions(), connections - 1) << version;
+        }
     }
 }
 

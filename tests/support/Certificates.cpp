@@ -87,8 +87,8 @@ CertificateAuthority::Certificate CertificateAuthority::sign(X509* made, EVP_PKE
 
 std::vector<TlsCase> tlsCases(CertificateAuthority const& authority, CertificateAuthority const& stranger) {
     auto const with = [](CertificateAuthority::Certificate const& certificate, char const* address = "127.0.0.1",
-                         bool isOld = false) {
-        return ScriptedServer::Options{address, certificate.certificateFile, certificate.keyFile, isOld, {}};
+                         int onlyTls = 0) {
+        return ScriptedServer::Options{address, certificate.certificateFile, certificate.keyFile, onlyTls};
     };
     auto const name = authority.issue("DNS:localhost");
     auto const ipv6 = authority.issue("IP:::1");
@@ -109,7 +109,7 @@ std::vector<TlsCase> tlsCases(CertificateAuthority const& authority, Certificate
         {"a stranger's", with(stranger.issue("DNS:localhost")), "localhost",
          "TLS: unable to get local issuer certificate"},
         {"its own", with(authority.selfSigned("DNS:localhost")), "localhost", "TLS: self-signed certificate"},
-        {"TLS 1.1", with(name, "127.0.0.1", true), "localhost",
+        {"TLS 1.1", with(name, "127.0.0.1", TLS1_1_VERSION), "localhost",
          "TLS: the server speaks none of the versions of TLS that are wanted"},
         {"plain text", plain, "localhost", "TLS: the server does not speak TLS"},
     };

@@ -31,6 +31,7 @@ public:
     Connection(boost::asio::ip::tcp::socket socket, boost::asio::ssl::context* tls);
 
     bool handshake();
+    bool isResumed() { return tls_ && SSL_session_reused(tls_->native_handle()) == 1; }
     /// Throws when the client is gone.
     void send(std::string_view bytes);
     /// Some bytes; empty at the end of the connection.

@@ -32,13 +32,18 @@ std::shared_ptr<boost::asio::ssl::context> contextOf(ScriptedServer::Options con
     if (options.certificateFile.empty()) return nullptr;
     using Context = boost::asio::ssl::context;
     auto context = std::make_shared<Context>(Context::tls_server);
-    if (options.isOldTls) {
-        SSL_CTX_set_min_proto_version(context->native_handle(), TLS1_1_VERSION);
-        SSL_CTX_set_max_proto_version(context->native_handle(), TLS1_1_VERSION);
+    if (options.onlyTls != 0) {
+        SSL_CTX_set_min_proto_version(context->native_handle(), options.onlyTls);
+        SSL_CTX_set_max_proto_version(context->native_handle(), options.onlyTls);
         SSL_CTX_set_cipher_list(context->native_handle(), "DEFAULT:@SECLEVEL=0");
     }
     context->use_certificate_chain_file(options.certificateFile);
     context->use_private_key_file(options.keyFile, Context::pem);
+    SSL_CTX_set_session_id_context(context->native_handle(), reinterpret_cast<unsigned char const*>("test"), 4);
+    if (!options.clientAuthorities.empty()) {
+        context->load_verify_file(options.clientAuthorities);
+        context->set_verify_mode(boost::asio::ssl::verify_peer | boost::asio::ssl::verify_fail_if_no_peer_cert);
+    }
     return context;
 }
 
@@ -185,6 +190,7 @@ std::string ScriptedServer::url(std::string const& host) const {
 }
 
 void ScriptedServer::serve(Connection& connection) {
+    resumptions_ += connection.isResumed() ? 1 : 0;
     ScriptedPeer peer(connection);
     peer.send(options_.greeting);
     peer.request_ = connection.takeUntil("\r\n\r\n");

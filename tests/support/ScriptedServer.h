@@ -110,9 +110,11 @@ public:
         std::string address = "127.0.0.1";
         /// PEM files; with them the server speaks TLS.
         std::string certificateFile, keyFile;
-        bool isOldTls = false;  // TLS 1.1 and nothing later
+        int onlyTls = 0;  // TLS1_1_VERSION and the like, and no other; 0 for what is usual
+        /// PEM file; clients must show a certificate of these authorities.
+        std::string clientAuthorities{};
         /// Sent before anything is read.
-        std::string greeting;
+        std::string greeting{};
     };
 
     explicit ScriptedServer(Script script);
@@ -125,13 +127,15 @@ public:
     std::string url(std::string const& host) const;
     /// How many connections came so far.
     int connections() const { return connections_; }
+    /// How many connections took up an earlier TLS session, discovery's included.
+    int resumptions() const { return resumptions_; }
 
 private:
     void serve(Connection& connection);
 
     Script const script_;
     Options const options_;
-    std::atomic<int> connections_{0};
+    std::atomic<int> connections_{0}, resumptions_{0};
     std::unique_ptr<Listener> const listener_;  // the last: what it serves uses the others
 };
 
