@@ -27,6 +27,7 @@ SocketConfig socketConfigFrom(json::object const& config, KvPimOptions const& op
         }
     }
     socketConfig.caFile = options.envConfig.caFile;
+    socketConfig.network = std::make_shared<KvPimNetworkOptions const>(options.network);
     socketConfig.maxQueuedBytes = options.maxQueuedBytes;
     socketConfig.log = [](std::string_view line) { KvLog::shared().error("%@", line); };
     return socketConfig;
@@ -123,7 +124,11 @@ void KvPimKitImpl::abandonLogin() {
 
 void KvPimKitImpl::makeSocketManager(json::object const& config) {
     manager.reset();
-    manager = std::make_unique<SocketManager>(brivelServer, socketConfigFrom(config, options), mainQueue, engine);
+    auto socketConfig = socketConfigFrom(config, options);
+    socketConfig.networkChanged = [weak = weak_from_this()] {
+        if (auto const self = living(weak)) self->makeWaitingAttempt();
+    };
+    manager = std::make_unique<SocketManager>(brivelServer, std::move(socketConfig), mainQueue, engine);
     socket = manager->defaultSocket();
     manager->setReconnects(false);
     registerCallback();
