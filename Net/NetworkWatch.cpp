@@ -155,12 +155,12 @@ private:
             case RTM_DELLINK: {
                 auto const* link = bodyOf<ifinfomsg>(message);
                 if (link == nullptr || link->ifi_family != AF_UNSPEC) return false;
-                auto const found = links_.try_emplace(link->ifi_index).first;
+                auto const [found, isUnknown] = links_.try_emplace(link->ifi_index);
                 bool const isGone = message.nlmsg_type == RTM_DELLINK;
                 auto const now = isGone ? 0 : link->ifi_flags & (IFF_UP | IFF_RUNNING);
                 auto const before = std::exchange(found->second, now);
                 if (isGone) links_.erase(found);
-                return before != now;
+                return isUnknown || before != now;
             }
             case RTM_NEWADDR:
             case RTM_DELADDR: {

@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <iostream>
 
 #include <sched.h>
 #include <unistd.h>
@@ -23,10 +24,13 @@ public:
         enterNetwork();
         auto const there = std::to_string(service.pid());
         run("ip link set lo up && ip link add kv0 type veth peer name kv1 && ip link set kv1 netns " + there +
-            " && ip addr add 10.99.0.2/24 dev kv0 && ip addr add fd00::2/64 nodad dev kv0 && ip link set kv0 up" +
-            " && nsenter -n -t " + there + " sh -c 'ip addr add 10.99.0.1/24 dev kv1 && ip link set kv1 up'");
+            " && ip addr add 10.99.0.2/24 dev kv0 && ip link set kv0 addrgenmode none up && nsenter -n -t " + there +
+            " sh -c 'ip addr add 10.99.0.1/24 dev kv1 && ip link set kv1 up'");
     }
-    void set(std::string const& state) { run("ip link set kv0 " + state); }
+    static void run(std::string const& command) {
+        ChildProcess shell({"sh", "-c", command});
+        if (shell.wait(Clock::now() + 10s) != 0) std::_Exit(kNotPermitted);
+    }
     std::string url(std::string const& host) const { return "http://" + host + ":" + std::to_string(service.port()); }
 
     Service const service;
@@ -37,10 +41,6 @@ private:
         auto const user = std::to_string(::geteuid());
         if (::unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) std::_Exit(kNotPermitted);
         std::ofstream("/proc/self/uid_map") << "0 " + user + " 1";
-    }
-    static void run(std::string const& command) {
-        ChildProcess shell({"sh", "-c", command});
-        if (shell.wait(Clock::now() + 10s) != 0) std::_Exit(kNotPermitted);
     }
 };
 
@@ -65,20 +65,24 @@ INSTANTIATE_TEST_SUITE_P(Engines, Network, testing::Values(KvPimEngine::thread, 
 // A cable that is out for a moment costs nothing, one that is out for long the connection.
 TEST_P(Network, IsUsedAgainAtOnceWhenTheCableIsBack) {
     inNamespaces([](KvPimEngine engine) {
-        Cable cable;
+        Cable const cable;
         Session session(cable.url("10.99.0.1"), engine, Session::Time::real, watchItself);
         ASSERT_TRUE(session.begin());
         auto& alice = session.alice;
-        for (auto const& [out, states] : {std::pair{2s, States{}}, {7s, States{{4, 5}, {3, 2}}}}) {
-            cable.set("down");
+        for (auto const& [out, states] : {std::pair{7s, States{{4, 5}, {3, 2}}}, {2s, States{}}}) {
+            alice.queue->runFor(500ms);  // what is on its way when the cable goes is sent again when TCP sees fit
+            Cable::run("ip link set kv0 down");
             alice.queue->runFor(out);
             EXPECT_EQ(session.isConnected(), states.empty());
             auto const back = Clock::now();
-            cable.set("up");
+            Cable::run("ip link set kv0 up");
             EXPECT_TRUE(session.waitFor([&] { return session.isConnected(); }));
             EXPECT_EQ(alice.codeOf([&](auto done) { alice.kit->setLocalUserAttributes({{"b", "3"}}, done); }), 0);
-            EXPECT_LT(Clock::now() - back, 1s) << out.count();
+            auto const time = Clock::now() - back;
+            EXPECT_LT(time, 1s);
             EXPECT_EQ(alice.states, states);
+            std::cerr << out / 1s << " s without, back after " << time / 1ms << " ms\n";  // for who sees it fail
+            alice.states.clear();
         }
     });
 }
@@ -86,6 +90,7 @@ TEST_P(Network, IsUsedAgainAtOnceWhenTheCableIsBack) {
 TEST_P(Network, ADeadAddressOfANameHoldsUpNobody) {
     inNamespaces([](KvPimEngine engine) {
         Cable const cable;
+        Cable::run("ip addr add fd00::2/64 nodad dev kv0");
         Names names;
         auto const timeOfLogin = [&](std::string const& addresses) {
             names.set(addresses);
