@@ -90,6 +90,8 @@ void KvPimKit::renewToken(std::string token, std::int64_t timeStamp, RenewTokenC
     client->renewToken(token, timeStamp, done);
 }
 
+void KvPimKit::networkChanged() { impl()->networkChanged(); }
+
 std::shared_ptr<KvPimInvitationKit> KvPimKit::getPimInvitationKit() { return impl()->getPimInvitationKit(); }
 
 boost::json::object KvPimKit::getDebugInfo() const { return impl()->debugInfo.toJsonModel(); }

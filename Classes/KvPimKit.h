@@ -150,6 +150,13 @@ public:
     /// @param timeStamp  the time stamp that belongs to the token.
     /// @param done       a KvPimRenewTokenErrorCode, inside the call.
     void renewToken(std::string token, std::int64_t timeStamp, RenewTokenCompletion done);
+    /// Says that the system's network has changed or come back, or that the machine woke up, for applications whose
+    /// system tells them; the library can also watch by itself (`KvPimNetworkOptions::watchesNetwork`). An attempt to
+    /// reconnect that waits for its time is made at once, one that is being made begins anew when it is older than a
+    /// second. A connection is asked for a sign of life: when nothing has come from the server 5 seconds after the last
+    /// call, it is lost like any other, instead of with a heartbeat that fails. Calls in a row count as one. Without a
+    /// session it does nothing.
+    void networkChanged();
 
     // ---- Channels
 

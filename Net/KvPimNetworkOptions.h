@@ -94,8 +94,9 @@ struct KvPimNetworkOptions {
     /// main queue that is not run.
     std::size_t maxUnhandledBytes = 32u << 20;
 
-    /// Watch the system's network, so that a connection is tried at once when the network comes back or changes, or the
-    /// machine wakes up. Without it applications that know can say so: `KvPimKit::networkChanged`.
+    /// Watch the system's network, so that a connection is tried or put to the test at once when the network comes back
+    /// or changes (links, addresses, the ways to everywhere), or the machine wakes up. Where the system does not let
+    /// it, a line of the log says so. Without it applications that know can say so: `KvPimKit::networkChanged`.
     bool watchesNetwork = false;
 };
 

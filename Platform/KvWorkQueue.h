@@ -87,19 +87,6 @@ private:
     std::shared_ptr<State> state_;
 };
 
-/// `co_await KvDelay{queue, duration}`: goes on that much later, on the queue's clock.
-struct KvDelay {
-    KvMainQueue& queue;
-    std::chrono::nanoseconds duration;
-    KvQueueTimer timer{};
-
-    bool await_ready() const noexcept { return false; }
-    void await_suspend(KvWork::Handle waiting) {
-        timer = queue.after(duration, [waiting] { KvWork::resume(waiting); });
-    }
-    void await_resume() const noexcept {}
-};
-
 /// `co_await KvSignal::Wait{signal}`: goes on once `set` was called, by any thread, before or after. One waiter.
 class KV_EXPORT KvSignal final : public std::enable_shared_from_this<KvSignal> {
 public:
@@ -118,10 +105,30 @@ public:
     };
 
 private:
+    friend struct KvDelay;
     std::shared_ptr<KvMainQueue> const queue_;
     // Touched only on queue_.
     bool isSet_ = false;
     KvWork::Handle waiting_;
+};
+
+/// `co_await KvDelay{queue, duration, sooner}`: goes on that much later, on the queue's clock, or once `sooner` is set;
+/// it may be null.
+struct KvDelay {
+    KvMainQueue& queue;
+    std::chrono::nanoseconds duration;
+    std::shared_ptr<KvSignal> sooner{};
+    KvQueueTimer timer{};
+
+    ~KvDelay() {
+        if (sooner) sooner->waiting_ = nullptr;
+    }
+    bool await_ready() const noexcept { return sooner && sooner->isSet_; }
+    void await_suspend(KvWork::Handle waiting) {
+        timer = queue.after(duration, [waiting] { KvWork::resume(waiting); });
+        if (sooner) sooner->waiting_ = waiting;
+    }
+    void await_resume() const noexcept {}
 };
 
 }  // namespace kv

@@ -28,6 +28,9 @@ struct SocketConfig {
     std::size_t maxQueuedBytes = 64u << 20;
     /// Told what goes wrong without another way to say so, one line each, on the main queue; may be empty.
     std::function<void(std::string_view line)> log;
+    /// Called after the socket has dealt with a change of the system's network that the library saw by itself, on the
+    /// main queue; may be empty. For whoever waits before it connects again.
+    std::function<void()> networkChanged;
 };
 
 }  // namespace kv

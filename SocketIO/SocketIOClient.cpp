@@ -62,6 +62,17 @@ SocketIOClient::Impl::Impl(std::string serverUrl, SocketConfig socketConfig, std
       engine(std::move(worker)),
       acks(std::make_shared<sio::AckTable>(mainQueue)) {}
 
+void SocketIOClient::Impl::watchNetwork() {
+    if (!config.network || !config.network->watchesNetwork) return;
+    auto const changed = [weak = socket->weak_from_this()] {
+        auto const self = weak.lock();
+        if (!self || self->impl_->isReleasedForGood) return;
+        self->networkChanged();
+        if (self->impl_->config.networkChanged) self->impl_->config.networkChanged();
+    };
+    networkWatch_ = net::watchNetwork(engine, mainQueue, changed, config.log);
+}
+
 SocketIOClient::Impl::~Impl() { release(); }
 
 void SocketIOClient::Impl::assertMainThread() const {
@@ -90,8 +101,13 @@ void SocketIOClient::Impl::disconnect() {
     deliverText("disconnect", sio::kNamespaceLeave);
 }
 
+void SocketIOClient::Impl::networkChanged() {
+    if (link_) link_->connection->networkChanged();
+}
+
 void SocketIOClient::Impl::releaseForGood() {
     isReleasedForGood = true;
+    networkWatch_.reset();
     release();
 }
 
@@ -205,6 +221,11 @@ void SocketIOClient::connectWithTimeoutAfter(std::chrono::duration<double> timeo
     impl_->assertMainThread();
     impl_->connect();
     impl_->callIfStillConnecting(timeout, std::move(handler));
+}
+
+void SocketIOClient::networkChanged() {
+    impl_->assertMainThread();
+    impl_->networkChanged();
 }
 
 void SocketIOClient::disconnect() {

@@ -52,6 +52,12 @@ public:
     /// The same; calls `handler` once if the socket is still connecting `timeout` from now. The attempt goes on all the
     /// same. A "disconnect" before then is the end of the attempt, and of its time-out.
     void connectWithTimeoutAfter(std::chrono::duration<double> timeout, std::function<void()> handler);
+    /// Says that the system's network has changed, come back, or slept: for applications that know before the heartbeat
+    /// does. A connection is asked for a sign of life; when nothing at all has come from the server 5 seconds after the
+    /// last call, it ends in "disconnect" with "The server is silent since the network changed". An attempt to connect
+    /// that is older than a second, or will be, begins anew. Calls in a row count as one. Does nothing while neither
+    /// connecting nor connected. `KvPimNetworkOptions::watchesNetwork` has it called by the library.
+    void networkChanged();
     /// Leaves. "disconnect" with "Namespace leave" is delivered within the call, unless the socket was disconnected.
     void disconnect();
 

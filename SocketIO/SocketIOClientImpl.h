@@ -1,6 +1,7 @@
 // The inside of a socket, shared by the socket and its manager. Belongs to the main queue.
 #pragma once
 
+#include "Net/NetworkWatch.h"
 #include "SocketIO/AckTable.h"
 #include "SocketIO/SocketIOClient.h"
 #include "SocketIO/SocketManager.h"
@@ -23,7 +24,10 @@ public:
          std::shared_ptr<KvMainQueue> engine);
     ~Impl();
 
+    /// Has the system watched where the configuration says so; once, when the socket is there.
+    void watchNetwork();
     void connect();
+    void networkChanged();
     /// Leaves, and tells the handlers.
     void disconnect();
     /// Leaves, if it was not gone already; the handlers hear nothing of it.
@@ -63,6 +67,7 @@ private:
 
     std::shared_ptr<Link> link_;          // to the present connection; one that was released delivers nothing any more
     std::vector<KvQueueTimer> timeouts_;  // of the attempt to connect
+    std::shared_ptr<void> networkWatch_;
 };
 
 }  // namespace kv

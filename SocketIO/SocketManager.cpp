@@ -9,7 +9,9 @@ namespace kv {
 SocketManager::SocketManager(std::string url, SocketConfig config, std::shared_ptr<KvMainQueue> mainQueue,
                              std::shared_ptr<KvMainQueue> engine)
     : socket_(std::make_shared<SocketIOClient>(std::make_unique<SocketIOClient::Impl>(
-          std::move(url), std::move(config), std::move(mainQueue), std::move(engine)))) {}
+          std::move(url), std::move(config), std::move(mainQueue), std::move(engine)))) {
+    socket_->impl_->watchNetwork();
+}
 
 SocketManager::~SocketManager() {
     socket_->impl_->assertMainThread();

@@ -44,6 +44,9 @@ public:
     // ---- Disconnection, reconnection, restore (KvPimReconnection.cpp)
     void rebuildSocketManagerWithConfig(boost::json::object const& config);
     void reconnect();
+    void networkChanged();
+    /// An attempt to reconnect that waits for its time is made at once.
+    void makeWaitingAttempt();
     void restoreStateAfterReconnection();
 
     // ---- Channels (KvPimKitChannels.cpp)
@@ -76,7 +79,8 @@ public:
     std::weak_ptr<KvPimKit> heldByApplication;
     std::weak_ptr<KvPimKit> alive;
 
-    std::int32_t connectIndex = 0;  // into the table of reconnection delays
+    std::int32_t connectIndex = 0;          // into the table of reconnection delays
+    std::weak_ptr<KvSignal> attemptAtOnce;  // of the attempt that waits
     std::weak_ptr<KvPimDelegate> delegate;
     std::shared_ptr<KvPimInvitationKit> invitationKit;
     std::unique_ptr<SocketManager> manager;
@@ -113,7 +117,7 @@ private:
 
     static KvWork login(std::weak_ptr<KvPimKitImpl> client, boost::json::object config,
                         std::shared_ptr<KvOwedCompletion> owed);
-    static KvWork reconnectAfterDelay(std::weak_ptr<KvPimKitImpl> client);
+    static KvWork reconnectAfterDelay(std::weak_ptr<KvPimKitImpl> client, std::shared_ptr<KvSignal> noDelay);
     /// A login in progress ends here: its completion is called at a later turn.
     void abandonLogin();
     void cleanResourcesAfterLogout();

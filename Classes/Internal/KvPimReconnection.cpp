@@ -78,16 +78,27 @@ void KvPimKitImpl::onDisconnect(SocketData const& data) {
 }
 
 void KvPimKitImpl::reconnect() {
-    queue.add([weak = weak_from_this()] { return reconnectAfterDelay(weak); });
+    auto const noDelay = std::make_shared<KvSignal>(mainQueue);
+    attemptAtOnce = noDelay;
+    queue.add([weak = weak_from_this(), noDelay] { return reconnectAfterDelay(weak, noDelay); });
 }
 
-KvWork KvPimKitImpl::reconnectAfterDelay(std::weak_ptr<KvPimKitImpl> client) {
+void KvPimKitImpl::makeWaitingAttempt() {
+    if (auto const waiting = attemptAtOnce.lock()) waiting->set();
+}
+
+void KvPimKitImpl::networkChanged() {
+    makeWaitingAttempt();
+    if (auto const connected = socket.lock()) connected->networkChanged();
+}
+
+KvWork KvPimKitImpl::reconnectAfterDelay(std::weak_ptr<KvPimKitImpl> client, std::shared_ptr<KvSignal> noDelay) {
     auto self = living(client);
     if (!self || !self->stateManager->login) co_return;
     auto const mainQueue = self->mainQueue;
     auto const delay = kConnectInterval[static_cast<std::size_t>(self->connectIndex)];
     self.reset();  // the application may let go of the client meanwhile
-    co_await KvDelay{*mainQueue, delay};
+    co_await KvDelay{*mainQueue, delay, noDelay};
 
     self = living(client);
     if (!self) co_return;

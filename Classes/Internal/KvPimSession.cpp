@@ -126,8 +126,11 @@ void KvPimKitImpl::abandonLogin() {
 
 void KvPimKitImpl::makeSocketManager(json::object const& config) {
     manager.reset();
-    manager =
-        std::make_unique<SocketManager>(brivelServer, socketConfigFrom(config, options, network), mainQueue, engine);
+    auto socketConfig = socketConfigFrom(config, options, network);
+    socketConfig.networkChanged = [weak = weak_from_this()] {
+        if (auto const self = living(weak)) self->makeWaitingAttempt();
+    };
+    manager = std::make_unique<SocketManager>(brivelServer, std::move(socketConfig), mainQueue, engine);
     socket = manager->defaultSocket();
     manager->setReconnects(false);
     registerCallback();

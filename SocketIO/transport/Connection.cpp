@@ -4,6 +4,10 @@
 
 #include <utility>
 
+#include <boost/asio/ip/udp.hpp>
+#include <sys/socket.h>
+#include <unistd.h>
+
 namespace kv::sio {
 namespace asio = boost::asio;
 using asio::socket_base;
@@ -14,8 +18,27 @@ constexpr seconds kHandshakeTime{30};
 constexpr seconds kFarewellTime{3};
 constexpr seconds kClosingTime{1};
 constexpr seconds kBehindTime{1};
+constexpr seconds kLeastAttempt{1};  // however often the network changes
+constexpr seconds kMostSilence{5};   // after a change of it
+constexpr auto kNever = KvMainQueue::Clock::time_point::max();
 constexpr std::size_t kMostReadInOneTurn = 512u << 10;  // then timers and other connections get their turn
 constexpr char const* kClosedByServer = "The server closed the connection";
+constexpr char const* kSilent = "The server is silent since the network changed";
+
+// Whether the system knows a way to the other side, from the address that this side has there.
+bool hasWay(asio::ip::tcp::socket const& socket) {
+    boost::system::error_code error;
+    auto const here = socket.local_endpoint(error);
+    auto const there = error ? here : socket.remote_endpoint(error);
+    if (error) return false;
+    asio::ip::udp::endpoint const from(here.address(), 0), to(there.address(), there.port());
+    int const trial = ::socket(from.protocol().family(), SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (trial < 0) return true;  // the system has no descriptor left, which says nothing of the network
+    bool const leads = ::bind(trial, from.data(), static_cast<socklen_t>(from.size())) == 0 &&
+                       ::connect(trial, to.data(), static_cast<socklen_t>(to.size())) == 0;
+    ::close(trial);
+    return leads;
+}
 
 }  // namespace
 
@@ -50,6 +73,10 @@ void Connection::leave(std::shared_ptr<Connection> connection) {
     engine->post([self = std::move(connection)] { self->leaveOnEngine(); });
 }
 
+void Connection::networkChanged() {
+    engine_.lock()->post([self = shared_from_this()] { self->onNetworkChange(); });
+}
+
 void Connection::dial() {
     if (phase_ != Phase::dialing) return;
     auto const engine = engine_.lock();
@@ -70,6 +97,7 @@ void Connection::onOpened(Opener::Opened opened) {
     if (!opened.stream) return end(std::move(opened.error));
     stream_ = std::move(opened.stream);
     phase_ = Phase::open;
+    changeDue_ = kNever;
     if (opened.agreement.isEnabled) {
         auto const keeps = opened.agreement.serverKeepsContext ? Inflater::Context::kept : Inflater::Context::dropped;
         reader_.setInflater(Inflater(keeps));
@@ -80,11 +108,35 @@ void Connection::onOpened(Opener::Opened opened) {
     readTurn();
 }
 
-// One timer for whatever comes first: the end of the handshakes, an overdue ping, the end of the farewell.
-void Connection::watch() {
-    auto const due = phase_ == Phase::open && core_.isOpen() ? *core_.deadline() : deadline_;
-    wakeAfter(due - engine_.lock()->now());
+void Connection::redial() {
+    changeDue_ = kNever;
+    std::exchange(opener_, nullptr)->cancel();
+    dial();
 }
+
+// What was on its way when the network changed may still arrive, so each change gives it time anew. A ping that finds
+// no way would wait for ever longer until it is sent again, and hold up what follows: it is sent once there is one.
+void Connection::onNetworkChange() {
+    if (phase_ == Phase::dialing) {
+        changeDue_ = deadline_ - kHandshakeTime + kLeastAttempt;
+    } else if (phase_ == Phase::open) {
+        changeDue_ = engine_.lock()->now() + kMostSilence;
+        if (!isProbed_ && hasWay(stream_->socket())) {
+            isProbed_ = true;
+            sender_.framer().putAhead(WsOpcode::ping, {});
+            flush();
+        }
+    }
+    if (phase_ == Phase::dialing || phase_ == Phase::open) watch();
+}
+
+KvMainQueue::Clock::time_point Connection::due() const {
+    return std::min(changeDue_, phase_ == Phase::open && core_.isOpen() ? *core_.deadline() : deadline_);
+}
+
+// One timer for whatever comes first: the end of the handshakes, an overdue ping, what a change of the network leads
+// to, the end of the farewell.
+void Connection::watch() { wakeAfter(due() - engine_.lock()->now()); }
 
 void Connection::wakeAfter(KvMainQueue::Clock::duration delay) {
     timer_ = engine_.lock()->after(delay, [weak = weak_from_this()] {
@@ -97,11 +149,14 @@ void Connection::onTime() {
     trimBytes();
     if (phase_ == Phase::leaving || phase_ == Phase::closing) return shutDown();
     auto const now = engine_.lock()->now();
-    if (!core_.isOpen()) return fail((opener_ ? opener_->stage() : "Opening the session at " + url_) + ": timed out");
+    if (phase_ == Phase::dialing && now >= changeDue_) return redial();
     // A thread that was busy for long finds the time over and the server's pings unread.
-    if (now >= *core_.deadline()) readTurn();
-    if (phase_ != Phase::open) return;
+    if (phase_ == Phase::open && now >= due()) readTurn();
+    if (phase_ != Phase::open && phase_ != Phase::dialing) return;
+    if (now < due()) return watch();
     if (isReading_ || delivery_->isBehind()) return wakeAfter(kBehindTime);  // pings wait behind what waits
+    if (now >= changeDue_) return fail(kSilent);
+    if (!core_.isOpen()) return fail((opener_ ? opener_->stage() : "Opening the session at " + url_) + ": timed out");
     if (!core_.onTime(now)) return fail(core_.reason());
     watch();
 }
@@ -167,6 +222,8 @@ bool Connection::readAll(std::span<std::uint8_t> buffer) {
             case net::IoStatus::done:
                 break;
         }
+        changeDue_ = kNever;
+        isProbed_ = false;
         consume(buffer.first(result.bytes));
         total += result.bytes;
         // A read that left room has taken all there was; TLS may still hold bytes back.
@@ -229,6 +286,7 @@ void Connection::leaveOnEngine() {
     if (phase_ != Phase::open && phase_ != Phase::dialing) return;
     if (phase_ == Phase::dialing) return shutDown();
     phase_ = Phase::leaving;
+    changeDue_ = kNever;
     // Behind what was sent before, but not held back by the bound on what waits.
     sender_.framer().closeWhenEmpty(core_.isOpen() ? "41" : "");
     deadline_ = engine_.lock()->now() + kFarewellTime;

@@ -37,6 +37,8 @@ public:
     void start(std::weak_ptr<ConnectionListener> listener);
     /// False when too much waits already.
     [[nodiscard]] bool put(std::string_view text, std::vector<KvData> const& attachments, Outbox::Time deadline);
+    /// The system's network has changed: an attempt begins anew, an open connection must show that it still carries.
+    void networkChanged();
     /// Says goodbye in the background, which keeps the connection until it is done.
     static void leave(std::shared_ptr<Connection> connection);
 
@@ -48,6 +50,9 @@ private:
     // Engine queue, in the order of a connection's life.
     void dial();
     void onOpened(Opener::Opened opened);
+    void redial();
+    void onNetworkChange();
+    KvMainQueue::Clock::time_point due() const;
     void watch();
     void wakeAfter(KvMainQueue::Clock::duration delay);
     void onTime();
@@ -98,6 +103,9 @@ private:
     bool isAwaitingWrite_ = false;
     KvMainQueue::Clock::time_point turnTime_;  // when the turn of reading began
     KvMainQueue::Clock::time_point deadline_;  // of the handshakes, then of the farewell
+    // After a change of the network: when an attempt begins anew, or an open connection has been silent for too long.
+    KvMainQueue::Clock::time_point changeDue_ = KvMainQueue::Clock::time_point::max();
+    bool isProbed_ = false;  // a ping asks for a sign of life
     KvQueueTimer timer_;
     TurnMemory* turn_ = nullptr;
 };

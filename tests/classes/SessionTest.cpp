@@ -213,6 +213,21 @@ TEST_P(SessionTest, ALogoutDuringTheWaitForAnAttemptEndsTheCycle) {
     EXPECT_EQ(alice.kit->stateManager().state, KvPimConnectionStateDisconnected);
 }
 
+TEST_P(SessionTest, AChangeOfTheNetworkEndsTheWaitForAnAttempt) {
+    alice.kit->networkChanged();  // without a session
+    ASSERT_TRUE(alice.login());
+    for (bool const isLast : {false, true}) {
+        alice.states.clear();
+        service.control("drop", {{"userId", "alice"}});
+        EXPECT_TRUE(waitFor([&] { return alice.kit->stateManager().state == KvPimConnectionStateDisconnected; }));
+        for (int i = 0; i < 3; ++i) alice.kit->networkChanged();
+        std::int64_t code = -1;
+        if (isLast) alice.kit->logoutWithCompletion([&](std::int64_t result) { code = result; });  // behind the attempt
+        EXPECT_TRUE(waitFor([&] { return isLast ? code == 0 : isConnected(); }));  // and the clock stands still
+        EXPECT_EQ(alice.states, (States{{4, 5}, isLast ? States::value_type{1, 6} : States::value_type{3, 2}}));
+    }
+}
+
 // The news of the end waits in the queue when the application logs out, and comes first.
 TEST_P(SessionTest, ALogoutBehindTheEndOfTheConnectionIsTold) {
     for (int const attempts : {0, 1}) {

@@ -48,6 +48,7 @@ struct Client {
         surroundings.collectServer = arguments[1] + std::string("/pim/v1/collect-logan");
         surroundings.uploadInterval = 20ms;
         surroundings.cachesDirectory = surroundings.keyStoreDirectory = arguments[3];
+        options.network.watchesNetwork = true;
         options.engine = arguments[2] == std::string("thread") ? kv::KvPimEngine::thread : kv::KvPimEngine::mainQueue;
     }
 

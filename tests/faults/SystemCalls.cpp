@@ -11,6 +11,7 @@
 #include <netdb.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
+#include <sys/timerfd.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -20,6 +21,8 @@ namespace {
 std::atomic<std::size_t> mostBytes{SIZE_MAX};
 std::atomic<bool> hasDescriptors{true};
 std::atomic<std::int64_t> wallClockStep{0};  // seconds
+std::atomic<std::int64_t> timeAsleep{0};     // likewise
+std::atomic<int> alarmOfClock{-1};           // the timer that is told when the wall clock is set
 
 std::mutex namesMutex;
 bool hasNames = false;  // guarded, as the address is
@@ -46,6 +49,13 @@ NoDescriptors::~NoDescriptors() {
 
 WallClockStep::WallClockStep(std::chrono::seconds step) { wallClockStep = step.count(); }
 WallClockStep::~WallClockStep() { wallClockStep = 0; }
+
+void sleepAndWakeUp(std::chrono::seconds time) {
+    timeAsleep += time.count();
+    itimerspec now{};
+    now.it_value.tv_nsec = 1;
+    ::syscall(SYS_timerfd_settime, alarmOfClock.load(), 0, &now, nullptr);
+}
 
 Names::Names() {
     std::lock_guard lock(namesMutex);
@@ -77,7 +87,13 @@ KV_STANDS_IN ssize_t recv(int socket, void* bytes, std::size_t size, int flags) 
 KV_STANDS_IN int clock_gettime(clockid_t clock, timespec* time) noexcept {
     auto const result = ::syscall(SYS_clock_gettime, clock, time);
     if (result == 0 && clock == CLOCK_REALTIME) time->tv_sec += kv::test::wallClockStep.load();
+    if (result == 0 && clock == CLOCK_BOOTTIME) time->tv_sec += kv::test::timeAsleep.load();
     return static_cast<int>(result);
+}
+
+KV_STANDS_IN int timerfd_settime(int fd, int flags, itimerspec const* next, itimerspec* before) noexcept {
+    if ((flags & TFD_TIMER_CANCEL_ON_SET) != 0) kv::test::alarmOfClock = fd;
+    return static_cast<int>(::syscall(SYS_timerfd_settime, fd, flags, next, before));
 }
 
 KV_STANDS_IN int getaddrinfo(char const* node, char const* service, addrinfo const* hints, addrinfo** found) {

@@ -34,6 +34,9 @@ public:
     ~WallClockStep();
 };
 
+/// The machine sleeps for so long, and wakes up.
+void sleepAndWakeUp(std::chrono::seconds time);
+
 /// While one lives, the names that end in ".test" have the address that is set, and none without one.
 class Names {
 public:

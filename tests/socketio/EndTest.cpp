@@ -173,6 +173,43 @@ TEST(EngineOnMainQueue, TimesAreThoseOfTheQueue) {
     }
 }
 
+TEST(EngineOnMainQueue, AChangeOfTheNetworkPutsTheConnectionToTheTest) {
+    auto const queue = KvMainQueue::create(KvMainQueue::Time::manual);
+    std::atomic<int> pings{0};
+    std::atomic<bool> isAlive{true};
+    ScriptedServer server([&](ScriptedPeer& peer) {
+        if (peer.number() == 0) peer.readToEnd();  // its network is gone
+        peer.login();
+        while (peer.readMessage().opcode == 9) {
+            if (isAlive) peer.emit("event");  // any sign of life counts
+            ++pings;
+        }
+    });
+    Client client(Engine::mainQueue, server.url(), {}, queue);
+    auto const change = [&] {
+        for (int i = 0; i < 3; ++i) client.socket().networkChanged();
+    };
+    change();  // of no interest yet
+    client.socket().connect();
+    ASSERT_TRUE(runUntil(*queue, [&] { return server.connections() == 1; }));
+    change();
+    queue->advance(999ms);
+    EXPECT_EQ(server.connections(), 1);
+    queue->advance(1ms);
+    ASSERT_TRUE(client.waitForEvent("loginSuccess"));
+    change();
+    ASSERT_TRUE(client.waitForEvent("event"));
+    isAlive = false;
+    queue->advance(6s);
+    change();
+    ASSERT_TRUE(runUntil(*queue, [&] { return pings == 2; }));
+    queue->advance(4999ms);
+    EXPECT_EQ(client.lineOf("disconnect"), "");
+    queue->advance(1ms);
+    EXPECT_EQ(client.disconnectReason(), "The server is silent since the network changed");
+    EXPECT_EQ(pings, 2);
+}
+
 TEST(EngineOnMainQueue, AcknowledgementsEndOnceWhateverBecomesOfTheSocket) {
     auto const queue = KvMainQueue::create(KvMainQueue::Time::manual);
     ScriptedServer server([](ScriptedPeer& peer) {

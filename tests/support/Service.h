@@ -26,6 +26,7 @@ public:
 
     std::string const& url() const { return url_; }
     std::uint16_t port() const;
+    pid_t pid() const { return process_.pid(); }
     /// Ends it at once, as a crash would.
     void kill();
     /// Stops and continues the process, which then neither answers nor closes.
