@@ -40,6 +40,16 @@ std::shared_ptr<KvPimInvitationKit> KvPimKitImpl::getPimInvitationKit() {
     return invitationKit;
 }
 
+boost::json::object KvPimKitImpl::getDebugInfo() const {
+    auto model = debugInfo.toJsonModel();
+    if (auto const connected = socket.lock()) {
+        auto pressure = connected->pressure();
+        pressure.addEnded(endedPressure);
+        model["pressure"] = pressureModel(pressure);
+    }
+    return model;
+}
+
 std::shared_ptr<KvPimKit> KvPimKit::initWithAppId(std::string appId, std::weak_ptr<KvPimDelegate> delegate,
                                                   KvPimOptions options) {
     LoganManager::configure(options.envConfig);
@@ -90,7 +100,12 @@ void KvPimKit::renewToken(std::string token, std::int64_t timeStamp, RenewTokenC
 
 std::shared_ptr<KvPimInvitationKit> KvPimKit::getPimInvitationKit() { return impl()->getPimInvitationKit(); }
 
-boost::json::object KvPimKit::getDebugInfo() const { return impl()->debugInfo.toJsonModel(); }
+std::size_t KvPimKit::bytesQueued() const {
+    auto const socket = impl()->socket.lock();
+    return socket ? socket->bytesQueued() : 0;
+}
+
+boost::json::object KvPimKit::getDebugInfo() const { return impl()->getDebugInfo(); }
 
 std::string KvPimKit::getDebugInfoText() const { return jsonText(getDebugInfo()); }
 

@@ -50,6 +50,7 @@ public:
                                                       std::weak_ptr<KvPimChannelDelegate> channelDelegate);
     bool destroyChannelWithId(std::string const& channelId);
     std::shared_ptr<KvPimInvitationKit> getPimInvitationKit();
+    boost::json::object getDebugInfo() const;
 
     /// Runs one operation: refuses it when not logged in or when its arguments are invalid, else sends what `payload`
     /// makes. `finish(code, result)` is called exactly once; `result` is null for what was refused here.
@@ -80,6 +81,7 @@ public:
     std::unique_ptr<SocketManager> manager;
     std::weak_ptr<SocketIOClient> socket;
     std::shared_ptr<KvPimStateManager> const stateManager;
+    SocketPressure endedPressure;  // of the sockets before, since the login
     std::string brivelServer;
     Completion loginBlcok;  // of the login in progress
     std::int64_t disconnectReason = 0;

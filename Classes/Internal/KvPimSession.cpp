@@ -122,6 +122,7 @@ void KvPimKitImpl::abandonLogin() {
 }
 
 void KvPimKitImpl::makeSocketManager(json::object const& config) {
+    if (auto const before = socket.lock()) endedPressure.addEnded(before->pressure());
     manager.reset();
     manager = std::make_unique<SocketManager>(brivelServer, socketConfigFrom(config, options), mainQueue, engine);
     socket = manager->defaultSocket();
@@ -150,6 +151,7 @@ void KvPimKitImpl::loginSuccess(SocketData const& data) {
     auto const done = std::exchange(loginBlcok, nullptr);  // the delegate may begin another login
     tellAndReportState(KvPimConnectionStateConnected, KvPimConnectionChangeReasonLoginSuccess);
     stateManager->login = true;
+    if (std::exchange(endedPressure.isTight, false)) tell<&KvPimDelegate::onWritable>();
     if (!done) return;
     reporter.setTsConnectServer(currentTimeStamp() - connectStart);
     reporter.loginResult(1, KvPimLoginErrorOk);
@@ -188,6 +190,7 @@ void KvPimKitImpl::cleanResourcesAfterLogout() {
     abandonLogin();
     socket.reset();
     manager.reset();
+    endedPressure = {};
     stateManager->login = false;
     ++restoreNumber;
     stateManager->userId.clear();

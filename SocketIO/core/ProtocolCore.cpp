@@ -54,6 +54,7 @@ bool ProtocolCore::onText(std::string_view text, Time now) {
         case EngineIoType::ping:
             if (!isOpen()) return fail("Engine.IO: packet before the session was opened");
             if (body.size() > kMostPingBytes) return fail("Engine.IO: ping of more than 125 bytes");
+            heard_ = now;
             deadline_ = now + patience_;
             host_.sendText(std::string(1, static_cast<char>(EngineIoType::pong)).append(body));
             return true;
@@ -75,7 +76,9 @@ bool ProtocolCore::onOpen(std::string_view text, Time now) {
     auto const interval = object ? durationAt(*object, "pingInterval") : std::nullopt;
     auto const timeout = object ? durationAt(*object, "pingTimeout") : std::nullopt;
     if (!sid || !interval || !timeout) return fail("Engine.IO: bad open packet");
+    interval_ = std::chrono::milliseconds(*interval);
     patience_ = std::chrono::milliseconds(*interval + *timeout);
+    heard_ = now;
     deadline_ = now + patience_;
     state_ = State::awaitingNamespace;
     host_.sendText("40");
@@ -171,6 +174,12 @@ bool ProtocolCore::onBinary(KvBytes bytes) {
     auto const finished = std::move(unfinished_);
     host_.onPacket(std::move(finished->packet));
     return true;
+}
+
+void ProtocolCore::onUnread(Time now) {
+    if (!isOpen() || now < nextPulse()) return;
+    heard_ = now;
+    host_.sendText(std::string(1, static_cast<char>(EngineIoType::pong)));
 }
 
 bool ProtocolCore::onTime(Time now) { return deadline_ && now >= *deadline_ ? fail(std::string(kPingTimeout)) : true; }

@@ -43,10 +43,14 @@ public:
     [[nodiscard]] bool onText(std::string_view text, Time now);
     [[nodiscard]] bool onBinary(KvBytes bytes);
     [[nodiscard]] bool onTime(Time now);
+    /// Answers the ping that must have come, while nothing is read. Does nothing before `nextPulse`.
+    void onUnread(Time now);
 
     std::string const& reason() const { return reason_; }
     /// When the server's next ping is overdue; nothing before the server opened the session.
     std::optional<Time> deadline() const { return deadline_; }
+    /// When the server's next ping is to come, if it keeps its word.
+    Time nextPulse() const { return heard_ + interval_; }
     bool isOpen() const { return state_ != State::awaitingOpen; }
     bool isConnected() const { return state_ == State::connected; }
 
@@ -76,7 +80,8 @@ private:
     ProtocolHost& host_;
     State state_ = State::awaitingOpen;
     std::optional<Time> deadline_;
-    std::chrono::milliseconds patience_{0};
+    std::chrono::milliseconds interval_{0}, patience_{0};
+    Time heard_{};  // when the last ping came, or should have
     std::unique_ptr<Unfinished> unfinished_;
     std::vector<Early> early_;
     std::size_t earlyBytes_ = 0;

@@ -1,6 +1,7 @@
 #include "SocketIO/transport/Connection.h"
 
 #include "SocketIO/core/ByteStore.h"
+#include "SocketIO/transport/HeapTrim.h"
 
 #include <utility>
 
@@ -26,7 +27,7 @@ Connection::Connection(std::string url, SocketConfig const& config, std::shared_
       names_(std::move(names)),
       mainQueue_(mainQueue),
       engine_(engine),
-      outbox_(config.maxQueuedBytes) {}
+      outbox_(config.maxQueuedBytes, [this] { delivery_->tellWritable(); }) {}
 
 void Connection::start(std::weak_ptr<ConnectionListener> listener) {
     auto const engine = engine_.lock();
@@ -42,6 +43,13 @@ bool Connection::put(std::string_view text, std::vector<KvData> const& attachmen
     if (put == Outbox::Put::queuedFirst && !isInTurn)
         engine_.lock()->post([self = shared_from_this()] { self->flush(); });
     return put != Outbox::Put::full;
+}
+
+SocketPressure Connection::pressure() const {
+    SocketPressure pressure;
+    outbox_.tell(pressure);
+    delivery_->tell(pressure);
+    return pressure;
 }
 
 void Connection::leave(std::shared_ptr<Connection> connection) {
@@ -79,9 +87,11 @@ void Connection::onDialed(Dialer::Dialed dialed) {
     readTurn();
 }
 
-// One timer for whatever comes first: the end of the handshakes, an overdue ping, the end of the farewell.
+// One timer for whatever comes first: the end of the handshakes, an overdue ping or one that waits unread, the end of
+// the farewell.
 void Connection::watch() {
-    auto const due = phase_ == Phase::open && core_.isOpen() ? *core_.deadline() : deadline_;
+    bool const isKnown = phase_ == Phase::open && core_.isOpen();
+    auto const due = !isKnown ? deadline_ : delivery_->isBehind() ? core_.nextPulse() : *core_.deadline();
     wakeAfter(due - engine_.lock()->now());
 }
 
@@ -100,7 +110,13 @@ void Connection::onTime() {
     // A thread that was busy for long finds the time over and the server's pings unread.
     if (now >= *core_.deadline()) readTurn();
     if (phase_ != Phase::open) return;
-    if (isReading_ || delivery_->isBehind()) return wakeAfter(kBehindTime);  // pings wait behind what waits
+    if (isReading_) return wakeAfter(kBehindTime);
+    if (delivery_->isBehind()) {
+        // The server's pings wait behind what waits for the main queue, and it would take its client for dead.
+        core_.onUnread(now);
+        flush();
+        return watch();
+    }
     if (!core_.onTime(now)) return fail(core_.reason());
     watch();
 }
@@ -136,6 +152,7 @@ void Connection::readTurn() {
         if (!isDrained) engine_.lock()->post([self] { self->readTurn(); });
     }
     delivery_->flush();
+    if (phase_ == Phase::open && delivery_->isBehind()) watch();
     flush();
 }
 
@@ -283,6 +300,7 @@ void Connection::shutDown() {
     if (stream_) stream_->close();
     sender_.clear();
     trimBytes();
+    afterBurst();
 }
 
 void Connection::flush() {
@@ -291,6 +309,7 @@ void Connection::flush() {
     if (!mainQueue) return;
     switch (sender_.send(*stream_, mainQueue->now())) {
         case Sender::Step::idle:
+            return afterBurst();
         case Sender::Step::wantRead:  // the next turn of reading sends again
         case Sender::Step::broken:    // what the server said before it went is read first, and reading finds the end
             return;
@@ -299,6 +318,10 @@ void Connection::flush() {
         case Sender::Step::wantWrite:
             return awaitWritable();
     }
+}
+
+void Connection::afterBurst() {
+    if (outbox_.takeBurst()) trimHeapSoon(engine_.lock());
 }
 
 std::shared_ptr<PacketMemory> const& Connection::packetMemory() {

@@ -37,6 +37,10 @@ public:
     void start(std::weak_ptr<ConnectionListener> listener);
     /// False when too much waits already.
     [[nodiscard]] bool put(std::string_view text, std::vector<KvData> const& attachments, Outbox::Time deadline);
+    /// Bytes that wait to be sent.
+    std::size_t bytesQueued() const { return outbox_.bytes(); }
+    bool hasRoom() const { return outbox_.hasRoom(); }
+    SocketPressure pressure() const;
     /// Says goodbye in the background, which keeps the connection until it is done.
     static void leave(std::shared_ptr<Connection> connection);
 
@@ -67,6 +71,7 @@ private:
     void discard();
     void shutDown();
     void flush();
+    void afterBurst();
 
     // ProtocolHost
     std::shared_ptr<PacketMemory> const& packetMemory() override;

@@ -1,5 +1,7 @@
 #include "SocketIO/transport/Delivery.h"
 
+#include "SocketIO/transport/HeapTrim.h"
+
 #include <utility>
 #include <vector>
 
@@ -67,11 +69,19 @@ void Delivery::flushMuch() {
 
 void Delivery::flush() {
     if (!batch_ || batch_->packets.empty()) return;
-    underWay_ += batch_->bytes() - batch_->counted;
-    batch_->counted = batch_->bytes();
+    auto const added = batch_->bytes() - batch_->counted;
+    batch_->counted += added;
+    count(added);
     std::lock_guard const lock(mutex_);
     waiting_.push_back(std::move(batch_));
     wake();
+}
+
+void Delivery::count(std::size_t added) {
+    auto const before = underWay_.fetch_add(added), now = before + added;
+    if (now > mostUnderWay_.load(std::memory_order_relaxed)) mostUnderWay_.store(now, std::memory_order_relaxed);
+    if (before <= kMostUnderWay && now > kMostUnderWay) pauses_.fetch_add(1, std::memory_order_relaxed);
+    if (now > kBurstBytes) isBurst_ = true;
 }
 
 void Delivery::close(std::string reason) {
@@ -124,8 +134,29 @@ void Delivery::handOne() {
 
 void Delivery::onHandled(std::size_t bytes) {
     auto const before = underWay_.fetch_sub(bytes);
-    if (before <= kMostUnderWay || before - bytes > kMostUnderWay) return;
-    if (auto const engine = engine_.lock()) engine->post([self = shared_from_this()] { self->resume_(); });
+    if (before > kMostUnderWay && before - bytes <= kMostUnderWay)
+        postToEngine([self = shared_from_this()] { self->resume_(); });
+    if (before == bytes && isBurst_.load(std::memory_order_relaxed) && isBurst_.exchange(false))
+        postToEngine([self = shared_from_this()] { trimHeapSoon(self->engine_.lock()); });
+}
+
+void Delivery::postToEngine(std::function<void()> work) {
+    if (auto const engine = engine_.lock()) engine->post(std::move(work));
+}
+
+void Delivery::tellWritable() {
+    auto const mainQueue = mainQueue_.lock();
+    if (!mainQueue) return;
+    mainQueue->post([self = shared_from_this()] {
+        auto const listener = self->listener_.lock();
+        if (listener && listener->isListening()) listener->onWritable();
+    });
+}
+
+void Delivery::tell(SocketPressure& pressure) const {
+    pressure.bytesUnhandled = underWay_;
+    pressure.mostBytesUnhandled = mostUnderWay_;
+    pressure.readingPauses = pauses_;
 }
 
 }  // namespace kv::sio
