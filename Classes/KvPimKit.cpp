@@ -19,10 +19,11 @@ char const KvPimVersionString[] = KVPIM_VERSION;
 KvPimKitImpl::KvPimKitImpl(std::string appId, std::weak_ptr<KvPimDelegate> listener, KvPimOptions given)
     : mainQueue(given.mainQueue ? given.mainQueue : KvMainQueue::main()),
       engine(given.engine == KvPimEngine::thread ? engineThreadQueue() : mainQueue),
-      options(std::move(given)),
+      options{std::move(given.envConfig.caFile), net::shared(std::move(given.network)), given.maxQueuedBytes,
+              given.checkThreads},
       delegate(std::move(listener)),
       stateManager(std::make_shared<KvPimStateManager>()),
-      apiServer(options.envConfig.apiServer.empty() ? KvApiManager::apiServer() : options.envConfig.apiServer),
+      apiServer(given.envConfig.apiServer.empty() ? KvApiManager::apiServer() : std::move(given.envConfig.apiServer)),
       queue(mainQueue) {
     stateManager->appId = std::move(appId);
 }
@@ -36,6 +37,7 @@ std::shared_ptr<KvPimInvitationKit> KvPimKitImpl::getPimInvitationKit() {
         invitationKit->stateManager_ = stateManager;
         invitationKit->mainQueue_ = mainQueue;
         invitationKit->checksThreads_ = options.checkThreads;
+        invitationKit->requestTimeout_ = net::orDefault(options.network).requestTimeout;
     }
     return invitationKit;
 }
@@ -54,6 +56,10 @@ std::shared_ptr<KvPimKit> KvPimKit::initWithAppId(std::string appId, std::weak_p
                                                   KvPimOptions options) {
     LoganManager::configure(options.envConfig);
     LoganManager::sharedInstance().setAppId(appId);
+    if (auto const problem = problemOf(options.network); !problem.empty()) {
+        KvLog::shared().error("no client: %@", problem);
+        return nullptr;
+    }
     auto impl = std::make_shared<KvPimKitImpl>(std::move(appId), std::move(delegate), std::move(options));
     if (!impl->mainQueue || !impl->engine || !isValidApiServer(impl->apiServer)) return nullptr;
     impl->debugInfo.getApiServer(impl->apiServer);

@@ -132,12 +132,12 @@ public:
     /// @param timeStamp  the time stamp that belongs to the token, in milliseconds since 1970; handed to the server as
     ///     it is. The event report of the login counts its duration from it.
     /// @param userId     1 to 64 ASCII letters, digits, white space and ``!#$%&()+-:;<=.>?@[\]^_{}|~,``
-    /// @param done  a KvPimLoginErrorCode. A 9 for a connection that is not there after 6 seconds (the delegate hears
-    ///     (1, 4)) is not the end: the attempt goes on, and `done` is called once more with its outcome. A 9 when no
-    ///     server was found is the end, and no state tells of it: (2, 1) stays the last one. What tells the two apart
-    ///     is `stateManager().state` once `done` has returned: KvPimConnectionStateConnecting while an attempt goes on.
-    ///     Another login is possible from then on, and not in `done` itself (8). A 1 also when the client is destroyed
-    ///     meanwhile.
+    /// @param done  a KvPimLoginErrorCode. A 9 for a connection that is not there in time
+    ///     (`KvPimNetworkOptions::connectTimeout`, 6 seconds; the delegate hears (1, 4)) is not the end: the attempt
+    ///     goes on, and `done` is called once more with its outcome. A 9 when no server was found is the end, and no
+    ///     state tells of it: (2, 1) stays the last one. What tells the two apart is `stateManager().state` once `done`
+    ///     has returned: KvPimConnectionStateConnecting while an attempt goes on. Another login is possible from then
+    ///     on, and not in `done` itself (8). A 1 also when the client is destroyed meanwhile.
     void loginByToken(std::string token, std::int64_t timeStamp, std::string userId, Completion done);
     /// The second half of a login, for a configuration made before; not meant for applications. A login that still
     /// waits for its outcome fails.

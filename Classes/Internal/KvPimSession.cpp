@@ -15,9 +15,7 @@ namespace kv {
 namespace json = boost::json;
 namespace {
 
-constexpr std::chrono::seconds kConnectTimeout{6};
-
-SocketConfig socketConfigFrom(json::object const& config, KvPimOptions const& options) {
+SocketConfig socketConfigFrom(json::object const& config, KvPimKitImpl::Options const& options) {
     SocketConfig socketConfig;
     auto const* compress = valueOf(&config, "compress");
     socketConfig.compress = compress != nullptr && compress->is_bool() && compress->get_bool();
@@ -26,7 +24,8 @@ SocketConfig socketConfigFrom(json::object const& config, KvPimOptions const& op
             socketConfig.connectParams.emplace_back(key, asString(&value).value_or(""));
         }
     }
-    socketConfig.caFile = options.envConfig.caFile;
+    socketConfig.caFile = options.caFile;
+    socketConfig.network = options.network;
     socketConfig.maxQueuedBytes = options.maxQueuedBytes;
     socketConfig.log = [](std::string_view line) { KvLog::shared().error("%@", line); };
     return socketConfig;
@@ -71,7 +70,7 @@ KvWork KvPimKitImpl::login(std::weak_ptr<KvPimKitImpl> client, json::object conf
     auto const found = std::make_shared<Discovery>();
     auto const discovered = std::make_shared<KvSignal>(self->mainQueue);
     auto const start = currentTimeStamp();
-    KvApiHelper::apiServer(self->apiServer, self->stateManager->appId, self->options.envConfig.caFile,
+    KvApiHelper::apiServer(self->apiServer, self->stateManager->appId, self->options.caFile,
                            [found, discovered, start](std::optional<std::string> server) {
                                found->elapsed = currentTimeStamp() - start;
                                found->server = std::move(server);
@@ -114,7 +113,7 @@ void KvPimKitImpl::loginWithConfig(json::object const& config, Completion done) 
         logan.loginResult(0, KvPimLoginErrorTimeout);
         self->tellState(KvPimConnectionStateDisconnected, KvPimConnectionChangeReasonLoginTimeout);
     };
-    socket.lock()->connectWithTimeoutAfter(kConnectTimeout, timedOut);
+    socket.lock()->connectWithTimeoutAfter(net::orDefault(options.network).connectTimeout, timedOut);
 }
 
 void KvPimKitImpl::abandonLogin() {

@@ -2,7 +2,6 @@
 
 #include "Platform/KvJsonText.h"
 #include "SocketIO/core/ByteStore.h"
-#include "SocketIO/core/WebSocketCodec.h"
 
 #include <utility>
 
@@ -123,7 +122,7 @@ bool ProtocolCore::onConnect(PacketHeader const& header) {
 
 bool ProtocolCore::onEarly(std::string_view message, bool isText) {
     earlyBytes_ += sizeof(Early) + message.size();
-    if (earlyBytes_ > kMostMessageBytes) return fail("Socket.IO: too much before the namespace was connected");
+    if (earlyBytes_ > mostBytes_) return fail("Socket.IO: too much before the namespace was connected");
     early_.push_back({std::string(message), isText});
     return true;
 }
@@ -168,7 +167,8 @@ bool ProtocolCore::onBinary(KvBytes bytes) {
         return onEarly({reinterpret_cast<char const*>(bytes.data()), bytes.size()}, false);
     if (!unfinished_) return fail("Socket.IO: attachment of no packet");
     unfinished_->bytes += bytes.size();
-    if (unfinished_->bytes > kMostMessageBytes) return fail("Socket.IO: attachments over the limit of 16 MiB");
+    if (unfinished_->bytes > mostBytes_)
+        return fail("Socket.IO: attachments over the limit of " + limitText(mostBytes_));
     unfinished_->packet.attachments.push_back(makeReceived(std::move(bytes)));
     if (--unfinished_->missing > 0) return true;
     auto const finished = std::move(unfinished_);

@@ -4,6 +4,7 @@
 
 #include "Platform/KvData.h"
 #include "SocketIO/core/Packet.h"
+#include "SocketIO/core/WebSocketCodec.h"
 
 #include <chrono>
 #include <cstdint>
@@ -37,7 +38,9 @@ class ProtocolCore {
 public:
     using Time = std::chrono::steady_clock::time_point;
 
-    explicit ProtocolCore(ProtocolHost& host) : host_(host) {}
+    /// The attachments of a packet may have `mostBytes` together, and so may what comes too early.
+    explicit ProtocolCore(ProtocolHost& host, std::size_t mostBytes = kMostMessageBytes)
+        : host_(host), mostBytes_(mostBytes) {}
 
     // Each returns whether the connection goes on; if not, `reason` says why.
     [[nodiscard]] bool onText(std::string_view text, Time now);
@@ -78,6 +81,7 @@ private:
     };
 
     ProtocolHost& host_;
+    std::size_t const mostBytes_;
     State state_ = State::awaitingOpen;
     std::optional<Time> deadline_;
     std::chrono::milliseconds interval_{0}, patience_{0};

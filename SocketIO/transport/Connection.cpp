@@ -1,8 +1,10 @@
 #include "SocketIO/transport/Connection.h"
 
+#include "Net/NetworkOptions.h"
 #include "SocketIO/core/ByteStore.h"
 #include "SocketIO/transport/HeapTrim.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace kv::sio {
@@ -27,13 +29,17 @@ Connection::Connection(std::string url, SocketConfig const& config, std::shared_
       names_(std::move(names)),
       mainQueue_(mainQueue),
       engine_(engine),
-      outbox_(config.maxQueuedBytes, [this] { delivery_->tellWritable(); }) {}
+      outbox_(config.maxQueuedBytes, [this] { delivery_->tellWritable(); }),
+      reader_(net::orDefault(config.network).maxMessageBytes),
+      core_(*this, net::orDefault(config.network).maxMessageBytes) {}
 
 void Connection::start(std::weak_ptr<ConnectionListener> listener) {
     auto const engine = engine_.lock();
-    delivery_ = std::make_shared<Delivery>(mainQueue_.lock(), engine, std::move(listener), [weak = weak_from_this()] {
-        if (auto const self = weak.lock()) self->readTurn();
-    });
+    delivery_ =
+        std::make_shared<Delivery>(mainQueue_.lock(), engine, std::move(listener),
+                                   net::orDefault(config_.network).maxUnhandledBytes, [weak = weak_from_this()] {
+                                       if (auto const self = weak.lock()) self->readTurn();
+                                   });
     engine->post([self = shared_from_this()] { self->dial(); });
 }
 
@@ -62,8 +68,11 @@ void Connection::dial() {
     auto const engine = engine_.lock();
     auto url = net::Url::parse(url_);
     if (!url) return end("Not an address of a server: " + url_);
-    deadline_ = engine->now() + kHandshakeTime;
-    Dialer::Plan plan{*std::move(url), requestTarget(config_.connectParams), config_.caFile, config_.compress};
+    auto const& network = net::orDefault(config_.network);
+    if (auto const problem = problemOf(network); !problem.empty()) return end("Unusable network options: " + problem);
+    deadline_ = engine->now() + std::max<KvMainQueue::Clock::duration>(kHandshakeTime, network.connectTimeout);
+    Dialer::Plan plan{*std::move(url), requestTarget(network.socketPath, config_.connectParams),
+                      net::headerLines(network), config_.caFile, config_.compress};
     dialer_ = std::make_shared<Dialer>(engine, std::move(plan), [weak = weak_from_this()](Dialer::Dialed dialed) {
         if (auto const self = weak.lock()) self->onDialed(std::move(dialed));
     });

@@ -93,7 +93,7 @@ private:
     std::shared_ptr<Dialer> dialer_;
     std::unique_ptr<net::Stream> stream_;
     FrameReader reader_;
-    ProtocolCore core_{*this};
+    ProtocolCore core_;
     Sender sender_{outbox_};
     std::string awaited_;  // the event that was awaited last: most are like the one before
     KvBytes unread_;       // was read, but the main queue was too far behind to take it

@@ -11,7 +11,6 @@ namespace {
 // Larger batches fall out of the processor's cache before the main queue gets to them.
 constexpr std::size_t kMostInBatch = 128;
 constexpr std::size_t kMostBytesInBatch = 256u << 10;
-constexpr std::size_t kMostUnderWay = 32u << 20;
 
 }  // namespace
 
@@ -33,11 +32,12 @@ struct Delivery::Batch {
 };
 
 Delivery::Delivery(std::shared_ptr<KvMainQueue> const& mainQueue, std::shared_ptr<KvMainQueue> const& engine,
-                   std::weak_ptr<ConnectionListener> listener, std::function<void()> resume)
+                   std::weak_ptr<ConnectionListener> listener, std::size_t mostUnderWay, std::function<void()> resume)
     : isDirect_(mainQueue == engine),
       mainQueue_(mainQueue),
       engine_(engine),
       listener_(std::move(listener)),
+      limit_(mostUnderWay),
       resume_(std::move(resume)) {}
 
 Delivery::~Delivery() = default;
@@ -80,7 +80,7 @@ void Delivery::flush() {
 void Delivery::count(std::size_t added) {
     auto const before = underWay_.fetch_add(added), now = before + added;
     if (now > mostUnderWay_.load(std::memory_order_relaxed)) mostUnderWay_.store(now, std::memory_order_relaxed);
-    if (before <= kMostUnderWay && now > kMostUnderWay) pauses_.fetch_add(1, std::memory_order_relaxed);
+    if (before <= limit_ && now > limit_) pauses_.fetch_add(1, std::memory_order_relaxed);
     if (now > kBurstBytes) isBurst_ = true;
 }
 
@@ -102,7 +102,7 @@ void Delivery::wake() {
     if (mainQueue && !std::exchange(isWoken_, true)) mainQueue->post([self = shared_from_this()] { self->handOne(); });
 }
 
-bool Delivery::isBehind() const { return underWay_ > kMostUnderWay; }
+bool Delivery::isBehind() const { return underWay_ > limit_; }
 
 // On the main queue.
 void Delivery::handOne() {
@@ -134,8 +134,7 @@ void Delivery::handOne() {
 
 void Delivery::onHandled(std::size_t bytes) {
     auto const before = underWay_.fetch_sub(bytes);
-    if (before > kMostUnderWay && before - bytes <= kMostUnderWay)
-        postToEngine([self = shared_from_this()] { self->resume_(); });
+    if (before > limit_ && before - bytes <= limit_) postToEngine([self = shared_from_this()] { self->resume_(); });
     if (before == bytes && isBurst_.load(std::memory_order_relaxed) && isBurst_.exchange(false))
         postToEngine([self = shared_from_this()] { trimHeapSoon(self->engine_.lock()); });
 }

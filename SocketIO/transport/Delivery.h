@@ -33,9 +33,10 @@ public:
 /// Work on the main queue holds it, so it must own nothing that belongs to the engine queue.
 class Delivery final : public std::enable_shared_from_this<Delivery> {
 public:
-    /// `resume` is called on the engine queue when the main queue is not behind any more.
+    /// The main queue is behind when it has more than `mostUnderWay` bytes of memory to handle; `resume` is called on
+    /// the engine queue when it is not any more.
     Delivery(std::shared_ptr<KvMainQueue> const& mainQueue, std::shared_ptr<KvMainQueue> const& engine,
-             std::weak_ptr<ConnectionListener> listener, std::function<void()> resume);
+             std::weak_ptr<ConnectionListener> listener, std::size_t mostUnderWay, std::function<void()> resume);
     ~Delivery();
 
     // Engine queue.
@@ -71,6 +72,7 @@ private:
     std::weak_ptr<KvMainQueue> const mainQueue_;
     std::weak_ptr<KvMainQueue> const engine_;
     std::weak_ptr<ConnectionListener> const listener_;
+    std::size_t const limit_;
     std::function<void()> const resume_;
     std::atomic<std::size_t> underWay_{0};  // bytes in batches that the main queue has not handled yet
     std::atomic<std::size_t> mostUnderWay_{0};

@@ -91,7 +91,7 @@ void Dialer::shakeHands() {
 
 void Dialer::sendRequest() {
     stage_ = "WebSocket handshake with " + plan_.url.text();
-    upgrade_ = std::make_unique<Upgrade>(plan_.url.authority(), plan_.target, plan_.offersDeflate);
+    upgrade_ = std::make_unique<Upgrade>(plan_.url.authority(), plan_.target, plan_.offersDeflate, plan_.headerLines);
     write();
 }
 

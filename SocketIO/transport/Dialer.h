@@ -21,6 +21,7 @@ public:
     struct Plan {
         net::Url url;
         std::string target;
+        std::string headerLines;  // of the upgrade, beside its own
         std::string caFile;
         bool offersDeflate = false;
     };

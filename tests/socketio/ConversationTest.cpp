@@ -99,15 +99,26 @@ TEST_P(Conversation, AMainThreadThatFallsBehindGetsAll) {
 
 // Pings wait unread behind what the main queue has not taken, and the server must not take the client for dead.
 TEST(EngineOnThread, AMainThreadThatStandsStillKeepsItsConnection) {
-    constexpr std::size_t kCount = 1100, kBytes = 32768;  // more than is read, less than the system holds beside it
+    constexpr std::size_t kCount = 96, kBytes = 32768;  // more than is read, less than the system holds beside it
+    auto const network = std::make_shared<KvPimNetworkOptions>();
+    network->maxUnhandledBytes = 1u << 20;
+    network->maxMessageBytes = 40000;
+    network->socketPath = "/gate/socket.io/";
+    network->userAgent = "tests";
+    SocketConfig config;
+    config.network = network;
     std::atomic<int> beats{0};
     ScriptedServer server([&](ScriptedPeer& peer) {
+        EXPECT_TRUE(peer.request().starts_with("GET /gate/socket.io/?EIO=4"));
+        EXPECT_NE(peer.request().find("\r\nUser-Agent: tests\r\n"), std::string::npos);
         peer.connect({200ms, 60s});
         for (std::size_t i = 0; i < kCount; ++i)
             peer.emit("blob", {ScriptedPeer::placeholder(0)}, {std::string(kBytes, 'b')});
-        for (;;) beats += peer.readText() == "3";
+        while (beats < 3) beats += peer.readText() == "3";
+        peer.sendText(std::string(40001, 'x'));
+        peer.readToEnd();
     });
-    Client client(Engine::thread, server.url());
+    Client client(Engine::thread, server.url(), config);
     std::size_t blobs = 0;
     client.socket().on("blob", [&](SocketData const&) {
         for (int i = 0; blobs == 0 && beats < 3 && i < 10000; ++i) std::this_thread::sleep_for(1ms);
@@ -115,7 +126,11 @@ TEST(EngineOnThread, AMainThreadThatStandsStillKeepsItsConnection) {
     });
     ASSERT_TRUE(client.connect());
     EXPECT_TRUE(runUntil(*client.queue, [&] { return blobs == kCount; })) << blobs;
-    EXPECT_GE(beats, 3);
+    EXPECT_EQ(beats, 3);
+    EXPECT_EQ(client.disconnectReason(), "WebSocket: message over the limit of 40000 bytes");
+    auto const pressure = client.socket().pressure();
+    EXPECT_GT(pressure.readingPauses, 0u);
+    EXPECT_LT(pressure.mostBytesUnhandled, 2u << 20);
 }
 
 TEST_P(Conversation, TellsWhenThereIsRoomAgain) {
