@@ -13,6 +13,7 @@ namespace kv {
 namespace {
 
 constexpr std::size_t kMostInfoBytes = 8192;
+constexpr std::chrono::milliseconds kRequestTimeout{6000};
 
 bool isTooLong(std::optional<std::string> const& info) { return info && info->size() > kMostInfoBytes; }
 
@@ -74,7 +75,8 @@ void KvPimInvitationKit::run(Operation const& operation, std::shared_ptr<KvPimIn
     KvInvitationStore::shared().adopt(*invitation, *this);
     auto payload = payloadOf({{"type", operation.type}, {"invitation", dictionaryFrom(*invitation)}});
     // The kit is held until the answer: it is the target of the timer that an accepted invitation starts.
-    emitCommand(*mainQueue_, socket_, "invitationOp", std::move(payload), std::chrono::seconds(6),
+    emitCommand(*mainQueue_, socket_, "invitationOp", std::move(payload),
+                requestTimeout_.count() > 0 ? requestTimeout_ : kRequestTimeout,
                 [self = shared_from_this(), starts = operation.starts, invitation = std::move(invitation),
                  done = std::move(done)](KvPimResult const& result) {
                     auto const code = kCodes.of(result);

@@ -6,6 +6,7 @@
 #include "Classes/Model/KvPimInvitation.h"
 #include "Platform/KvExport.h"
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -84,6 +85,7 @@ private:
     std::shared_ptr<SocketIOClient> socket_;
     std::shared_ptr<KvMainQueue> mainQueue_;
     bool checksThreads_ = false;
+    std::chrono::milliseconds requestTimeout_{};  // of the options; zero for the kit's own
 };
 
 }  // namespace kv

@@ -16,15 +16,14 @@ namespace kv {
 
 char const KvPimVersionString[] = KVPIM_VERSION;
 
-KvPimKitImpl::KvPimKitImpl(std::string appId, std::weak_ptr<KvPimDelegate> listener, KvPimOptions given)
+KvPimKitImpl::KvPimKitImpl(std::string appId, std::weak_ptr<KvPimDelegate> listener, KvPimOptions given,
+                           net::NetworkOptions network)
     : mainQueue(given.mainQueue ? given.mainQueue : KvMainQueue::main()),
       engine(given.engine == KvPimEngine::thread ? engineThreadQueue() : mainQueue),
-      network(net::withCaFile(std::make_shared<KvPimNetworkOptions const>(std::move(given.network)),
-                              given.envConfig.caFile)),
-      options(std::move(given)),
+      options{std::move(network), given.maxQueuedBytes, given.checkThreads},
       delegate(std::move(listener)),
       stateManager(std::make_shared<KvPimStateManager>()),
-      apiServer(options.envConfig.apiServer.empty() ? KvApiManager::apiServer() : options.envConfig.apiServer),
+      apiServer(given.envConfig.apiServer.empty() ? KvApiManager::apiServer() : std::move(given.envConfig.apiServer)),
       queue(mainQueue) {
     stateManager->appId = std::move(appId);
 }
@@ -38,15 +37,32 @@ std::shared_ptr<KvPimInvitationKit> KvPimKitImpl::getPimInvitationKit() {
         invitationKit->stateManager_ = stateManager;
         invitationKit->mainQueue_ = mainQueue;
         invitationKit->checksThreads_ = options.checkThreads;
+        invitationKit->requestTimeout_ = net::optionsOf(options.network).requestTimeout;
     }
     return invitationKit;
 }
 
+boost::json::object KvPimKitImpl::getDebugInfo() const {
+    auto model = debugInfo.toJsonModel();
+    if (auto const connected = socket.lock()) {
+        auto pressure = connected->pressure();
+        pressure.addEnded(endedPressure);
+        model["pressure"] = pressureModel(pressure);
+    }
+    return model;
+}
+
 std::shared_ptr<KvPimKit> KvPimKit::initWithAppId(std::string appId, std::weak_ptr<KvPimDelegate> delegate,
                                                   KvPimOptions options) {
-    auto impl = std::make_shared<KvPimKitImpl>(std::move(appId), std::move(delegate), std::move(options));
-    LoganManager::configure(impl->options.envConfig, impl->network);
-    LoganManager::sharedInstance().setAppId(impl->stateManager->appId);
+    auto const problem = problemOf(options.network);
+    auto network = problem.empty() ? net::withCaFile(net::shared(options.network), options.envConfig.caFile) : nullptr;
+    LoganManager::configure(options.envConfig, network);
+    LoganManager::sharedInstance().setAppId(appId);
+    if (!problem.empty()) {
+        KvLog::shared().error("no client: %@", problem);
+        return nullptr;
+    }
+    auto impl = std::make_shared<KvPimKitImpl>(std::move(appId), std::move(delegate), std::move(options), std::move(network));
     if (!impl->mainQueue || !impl->engine || !isValidApiServer(impl->apiServer)) return nullptr;
     impl->debugInfo.getApiServer(impl->apiServer);
     auto const object = std::shared_ptr<KvPimKit>(new KvPimKit(impl));
@@ -94,7 +110,12 @@ void KvPimKit::networkChanged() { impl()->networkChanged(); }
 
 std::shared_ptr<KvPimInvitationKit> KvPimKit::getPimInvitationKit() { return impl()->getPimInvitationKit(); }
 
-boost::json::object KvPimKit::getDebugInfo() const { return impl()->debugInfo.toJsonModel(); }
+std::size_t KvPimKit::bytesQueued() const {
+    auto const socket = impl()->socket.lock();
+    return socket ? socket->bytesQueued() : 0;
+}
+
+boost::json::object KvPimKit::getDebugInfo() const { return impl()->getDebugInfo(); }
 
 std::string KvPimKit::getDebugInfoText() const { return jsonText(getDebugInfo()); }
 

@@ -24,6 +24,7 @@
 #include "Platform/KvConsoleStream.h"
 #include "Platform/KvExport.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -65,6 +66,11 @@ struct KvPimDelegate {
     std::function<void(KvPimKit& kit, std::vector<KvPimPeerOnlineStatus> const& statuses)> peersOnlineStatusChanged;
     /// Peers whose attributes changed, with the changed attributes only.
     std::function<void(KvPimKit& kit, std::vector<KvPimUserAttributes> const& users)> peersUserAttributesChanged;
+    /// There is room again for what is to be sent: `bytesQueued` has come down to half of
+    /// `KvPimOptions::maxQueuedBytes` or less, after it had been more or a request had been dropped because there was
+    /// no room for it. Once each time. If the connection was lost before, the call comes behind the (3, 2) of the next
+    /// one; after a logout, not at all.
+    std::function<void(KvPimKit& kit)> onWritable;
 };
 
 /// What a client knows of its session.
@@ -126,12 +132,12 @@ public:
     /// @param timeStamp  the time stamp that belongs to the token, in milliseconds since 1970; handed to the server as
     ///     it is. The event report of the login counts its duration from it.
     /// @param userId     1 to 64 ASCII letters, digits, white space and ``!#$%&()+-:;<=.>?@[\]^_{}|~,``
-    /// @param done  a KvPimLoginErrorCode. A 9 for a connection that is not there after 6 seconds (the delegate hears
-    ///     (1, 4)) is not the end: the attempt goes on, and `done` is called once more with its outcome. A 9 when no
-    ///     server was found is the end, and no state tells of it: (2, 1) stays the last one. What tells the two apart
-    ///     is `stateManager().state` once `done` has returned: KvPimConnectionStateConnecting while an attempt goes on.
-    ///     Another login is possible from then on, and not in `done` itself (8). A 1 also when the client is destroyed
-    ///     meanwhile.
+    /// @param done  a KvPimLoginErrorCode. A 9 for a connection that is not there in time
+    ///     (`KvPimNetworkOptions::connectTimeout`, 6 seconds; the delegate hears (1, 4)) is not the end: the attempt
+    ///     goes on, and `done` is called once more with its outcome. A 9 when no server was found is the end, and no
+    ///     state tells of it: (2, 1) stays the last one. What tells the two apart is `stateManager().state` once `done`
+    ///     has returned: KvPimConnectionStateConnecting while an attempt goes on. Another login is possible from then
+    ///     on, and not in `done` itself (8). A 1 also when the client is destroyed meanwhile.
     void loginByToken(std::string token, std::int64_t timeStamp, std::string userId, Completion done);
     /// The second half of a login, for a configuration made before; not meant for applications. A login that still
     /// waits for its outcome fails.
@@ -266,12 +272,21 @@ public:
     void sendMessageToPeer(std::shared_ptr<KvPimMessage const> message, std::string const& peerId,
                            std::optional<KvPimSendMessageOptions> options, Completion done);
 
+    // ---- Under pressure
+
+    /// How many bytes of requests, texts and attachments without framing, wait to be sent on the present connection; 0
+    /// while there is none. A request counts until all of it has been framed; what the system has taken, or is to take
+    /// next (some 256 KiB at most), does not count any more. More than `KvPimOptions::maxQueuedBytes` never waits: a
+    /// request beyond it is not sent, and ends like one without an answer. `KvPimDelegate::onWritable` tells of room.
+    std::size_t bytesQueued() const;
+
     // ---- Invitations, diagnostics, the rest
 
     /// The client's invitation kit, the same object at each call. Notices of invitations are dropped before the first.
     std::shared_ptr<KvPimInvitationKit> getPimInvitationKit();
     /// What helps to look into a connection problem: servers, connection id, the arguments of the last login (the token
-    /// in clear: for the application's own eyes), the library's version.
+    /// in clear: for the application's own eyes), the library's version; while logged in, what waits in both directions
+    /// ("pressure": see `SocketPressure`), all connections since the login together.
     boost::json::object getDebugInfo() const;
     /// The same as the text of a JSON object.
     std::string getDebugInfoText() const;

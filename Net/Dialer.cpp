@@ -103,8 +103,7 @@ void Dialer::openTunnel() {
 
 void Dialer::secure() {
     if (!url_.isSecure) return succeed();
-    auto const& options = options_ ? options_ : builtInOptions();
-    startTls({options, &options->tls}, url_, &Dialer::succeed);
+    startTls({options_, &optionsOf(options_).tls}, url_, &Dialer::succeed);
 }
 
 void Dialer::startTls(std::shared_ptr<KvTlsOptions const> const& options, Url const& server, void (Dialer::*next)()) {

@@ -204,10 +204,7 @@ private:
         for (auto const& header : task_.headers) head.append(header).append("\r\n");
         // What is meant for one server, such as a password, is nobody else's.
         bool const isAtHome = url_.text() == origin_.text() && url_.isSecure == origin_.isSecure;
-        auto const& options = net::optionsOf(task_.network);
-        if (!options.userAgent.empty()) head.append("User-Agent: ").append(options.userAgent).append("\r\n");
-        for (auto const& [name, value] : options.headers)
-            if (isAtHome) head.append(name).append(": ").append(value).append("\r\n");
+        if (isAtHome) head.append(net::headerLines(net::optionsOf(task_.network)));
         if (isUpload_) head.append("Content-Length: ").append(std::to_string(fileSize_)).append("\r\n");
         return head + "\r\n";
     }

@@ -68,30 +68,42 @@ struct KvTlsOptions {
     std::function<bool(KvPeerCertificate const& certificate)> accepts;
 };
 
-/// All of it may stay as it is. What cannot be is refused when the client is made.
+/// All of it may stay as it is. What cannot be is refused when the client is made: `KvPimKit::initWithAppId` returns
+/// null, and the log's error line "no client: ..." says what is wrong. A `SocketManager` ends its attempts with that
+/// text.
 struct KvPimNetworkOptions {
     KvProxy proxy;
     KvTlsOptions tls;
 
     /// Sent with discovery, uploads and the connection's handshake; gateways may want to know who passes. Empty for
-    /// none.
+    /// none. Without line breaks and other control characters, which would let it pass for headers of its own.
     std::string userAgent;
-    /// Further headers for the same: name and value each.
+    /// Further headers for the same, name and value each, as gateways ask for them. None that the requests have of
+    /// themselves (Host, Connection, Upgrade, User-Agent, Sec-WebSocket-..., Proxy-... and their like); values without
+    /// control characters. With `userAgent` 8192 bytes at most: servers refuse more, each at its own number.
     std::vector<std::pair<std::string, std::string>> headers;
-    /// Where the socket server listens, for gateways that serve several things.
+    /// Where the socket server listens, for gateways that serve several things: a slash first, and mostly last, because
+    /// servers tell the two apart; percent-encoded, without query. 2048 bytes at most.
     std::string socketPath = "/socket.io/";
 
     /// How long the API server may show no sign of life; the whole discovery may take six times as long.
     std::chrono::milliseconds discoveryTimeout{6'000};
-    /// How long a login waits for the connection before it ends with 9.
+    /// How long a login waits for the connection before it is told 9. Guards the user, not the connection: the attempt
+    /// goes on, and each attempt, one to reconnect too, is given up after 30 seconds, or after this if it is longer.
+    /// From 1 millisecond to a day.
     std::chrono::milliseconds connectTimeout{6'000};
-    /// How long a request waits for its answer; zero for the time that each operation names.
+    /// How long a request waits for its answer before it ends with its operation's time-out code; zero for the time
+    /// that each operation names (6 seconds, 10 for clearing the user's attributes). Guards against answers that never
+    /// come: a short one ends requests that a slow network would have carried. A day at most.
     std::chrono::milliseconds requestTimeout{};
 
-    /// The largest message that is taken, in bytes. Guards against a server that announces more than there is memory.
+    /// The largest message that is taken, in bytes, inflated, and with its attachments. A larger one ends the
+    /// connection, which then comes back. Guards against a server that announces more than there is memory. 1 KiB to 1
+    /// GiB; a message of this service with text and data of the largest size can take some 230 KiB.
     std::size_t maxMessageBytes = 16u << 20;
-    /// What may wait for the main queue, in bytes of memory, before reading from the server pauses. Guards against a
-    /// main queue that is not run.
+    /// What may wait for the main queue, in bytes of memory, before reading from the server pauses; a message of
+    /// `maxMessageBytes` may come on top. Guards against a main queue that is not run. Nothing is lost. 64 KiB at
+    /// least.
     std::size_t maxUnhandledBytes = 32u << 20;
 
     /// Watch the system's network, so that a connection is tried or put to the test at once when the network comes back

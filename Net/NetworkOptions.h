@@ -1,21 +1,31 @@
-// The options of the network as the library passes them on: shared, and null for the built-in values.
+// What is made of an application's description of the network.
 #pragma once
 
 #include "Net/KvPimNetworkOptions.h"
+#include "Platform/KvExport.h"
 
 #include <memory>
 #include <string>
 
-namespace kv::net {
+namespace kv {
+
+/// What is wrong with the options, in a sentence; empty when they can be used.
+KV_EXPORT std::string problemOf(KvPimNetworkOptions const& options);
+
+namespace net {
 
 using NetworkOptions = std::shared_ptr<KvPimNetworkOptions const>;
 
-KV_EXPORT NetworkOptions const& builtInOptions();
-inline KvPimNetworkOptions const& optionsOf(NetworkOptions const& options) {
-    return options ? *options : *builtInOptions();
-}
+/// One copy for all connections of a client; null when all of it is as it is by default.
+KV_EXPORT NetworkOptions shared(KvPimNetworkOptions options);
+/// What the null stands for too.
+KV_EXPORT KvPimNetworkOptions const& optionsOf(NetworkOptions const& options);
 
 /// The same, trusting the authorities of one more file, unless the options name a file themselves.
 KV_EXPORT NetworkOptions withCaFile(NetworkOptions options, std::string const& caFile);
 
-}  // namespace kv::net
+/// The lines of a request that the application wants: the user agent and the further headers, each with its end.
+std::string headerLines(KvPimNetworkOptions const& options);
+
+}  // namespace net
+}  // namespace kv

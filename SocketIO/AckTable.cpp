@@ -10,6 +10,7 @@ namespace {
 // Beyond this a time-out means "never"; it keeps the sum with the clock far from overflow.
 constexpr double kMostSeconds = 1e9;
 constexpr std::size_t kFewDeadlines = 64;
+constexpr std::size_t kMuch = 4096;
 
 void endWithoutAnswer(AckTable::Handler const& done) {
     boost::json::array const items{kNoAck};
@@ -69,11 +70,16 @@ void AckTable::onTimer() {
         if (!entry.empty() && entry.mapped()) endWithoutAnswer(entry.mapped());
     }
     forgetAnswered();
-    if (handlers_.empty()) {
-        deadlines_.clear();
-    } else {
-        arm();
-    }
+    if (handlers_.empty()) deadlines_.clear();
+    giveBack();
+    arm();
+}
+
+// What a burst of requests has made large. At time-outs only: a burst that goes on has some of them pending.
+void AckTable::giveBack() {
+    if (deadlines_.capacity() < kMuch || deadlines_.capacity() / 8 < deadlines_.size()) return;
+    deadlines_.shrink_to_fit();
+    handlers_.rehash(0);
 }
 
 }  // namespace kv::sio

@@ -46,6 +46,7 @@ private:
     void onTimer();
     void arm();
     void forgetAnswered();
+    void giveBack();
 
     // Weak: the queue's timer holds the table.
     std::weak_ptr<KvMainQueue> const queue_;

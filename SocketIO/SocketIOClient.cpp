@@ -34,6 +34,12 @@ public:
         }
     }
 
+    void onWritable() override {
+        auto const keep = owner_->socket->shared_from_this();
+        // The application may have filled the room meanwhile; then another call is on its way.
+        if (connection->hasRoom()) owner_->onWritable();
+    }
+
     void onClosed(std::string const& reason) override {
         auto& owner = *owner_;
         auto const keep = owner.socket->shared_from_this();
@@ -92,7 +98,10 @@ void SocketIOClient::Impl::release() {
     timeouts_.clear();
     if (status != SocketStatus::notConnected) status = SocketStatus::disconnected;
     sid.clear();
-    if (auto const link = std::exchange(link_, nullptr)) link->release();
+    auto const link = std::exchange(link_, nullptr);
+    if (!link) return;
+    ended_.addEnded(link->connection->pressure());
+    link->release();
 }
 
 void SocketIOClient::Impl::disconnect() {
@@ -122,6 +131,20 @@ void SocketIOClient::Impl::onConnected(Link const& link, std::string_view sessio
     sid = sessionId;
     timeouts_.clear();
     deliver(&link, "connect", SocketData({}, {}));
+    if (link.isListening() && std::exchange(ended_.isTight, false)) onWritable();
+}
+
+void SocketIOClient::Impl::onWritable() {
+    if (auto const handler = writable) handler();  // which may set another one
+}
+
+std::size_t SocketIOClient::Impl::bytesQueued() const { return link_ ? link_->connection->bytesQueued() : 0; }
+
+SocketPressure SocketIOClient::Impl::pressure() const {
+    if (!link_) return ended_;
+    auto pressure = link_->connection->pressure();
+    pressure.addEnded(ended_);
+    return pressure;
 }
 
 void SocketIOClient::Impl::onEvent(std::shared_ptr<Link> const& link, sio::ReceivedPacket const& packet) {
@@ -179,7 +202,7 @@ void SocketIOClient::Impl::send(std::string_view event, SocketItems const& items
             " attachments at once: many servers refuse more than 10");
     thread_local std::string text;
     constexpr std::size_t kMostKept = 64u << 10;
-    if (text.capacity() > kMostKept) text = {};
+    if (text.capacity() > kMostKept) std::string().swap(text);  // assigned to, it would keep what it has
     text.clear();
     sio::writeEvent(text, event, items, ackId);
     if (!link_->connection->put(text, items.attachments, deadline))
@@ -246,6 +269,21 @@ SocketStatus SocketIOClient::status() const {
 std::uint64_t SocketIOClient::unaskedAcknowledgements() const {
     impl_->assertMainThread();
     return impl_->acks->unasked();
+}
+
+std::size_t SocketIOClient::bytesQueued() const {
+    impl_->assertMainThread();
+    return impl_->bytesQueued();
+}
+
+void SocketIOClient::onWritable(std::function<void()> handler) {
+    impl_->assertMainThread();
+    impl_->writable = std::move(handler);
+}
+
+SocketPressure SocketIOClient::pressure() const {
+    impl_->assertMainThread();
+    return impl_->pressure();
 }
 
 void SocketIOClient::emit(std::string_view event, SocketItems const& items) {

@@ -5,8 +5,10 @@
 
 #include "Platform/KvExport.h"
 #include "SocketIO/SocketData.h"
+#include "SocketIO/SocketPressure.h"
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -73,6 +75,18 @@ public:
     void emit(std::string_view event, SocketItems const& items);
     /// Prepares an event that the server is to acknowledge: `timingOutAfter` of the result sends it.
     Acknowledgement emitWithAck(std::string_view event, SocketItems items);
+
+    /// How many bytes of texts and attachments wait to be sent on the present connection, without framing; 0 while
+    /// there is none. A message counts until all of it has been framed; what the system has taken, or is to take next
+    /// (some 256 KiB at most), does not count any more.
+    std::size_t bytesQueued() const;
+    /// What is called when there is room again: once each time after what waits had been more than half of
+    /// `SocketConfig::maxQueuedBytes`, or an emit had been dropped because there was no room for it, and what waits is
+    /// at most half of that. If the connection ends before, it is called when the next one is connected, behind the
+    /// handlers of "connect". Never inside a call of the socket's. One at a time; empty for none.
+    void onWritable(std::function<void()> handler);
+    /// Counters of what waits in both directions, and has waited. The calls that read them are cheap, but take a lock.
+    SocketPressure pressure() const;
 
     class Impl;
     /// For the manager.

@@ -39,6 +39,8 @@ public:
               std::chrono::steady_clock::time_point deadline);
     void addHandler(std::string event, Handler handler);
     void assertMainThread() const;
+    std::size_t bytesQueued() const;
+    SocketPressure pressure() const;
 
     SocketIOClient* socket = nullptr;  // whose inside this is
     std::string const url;
@@ -49,6 +51,7 @@ public:
     SocketStatus status = SocketStatus::notConnected;
     std::string sid;
     bool isReleasedForGood = false;  // the manager is gone
+    std::function<void()> writable;
 
     // A list is replaced, never changed: handlers may add handlers while it runs.
     using Handlers = std::shared_ptr<std::vector<Handler> const>;
@@ -59,6 +62,7 @@ private:
     class Link;
 
     void onConnected(Link const& link, std::string_view sessionId);
+    void onWritable();
     void onEvent(std::shared_ptr<Link> const& link, sio::ReceivedPacket const& packet);
     SocketAnswer answerTo(std::shared_ptr<Link> const& link, std::optional<std::uint64_t> id);
     void log(std::string_view line) const;
@@ -66,6 +70,7 @@ private:
     void deliverText(std::string_view event, std::string_view text);
 
     std::shared_ptr<Link> link_;          // to the present connection; one that was released delivers nothing any more
+    SocketPressure ended_;                // of the connections before
     std::vector<KvQueueTimer> timeouts_;  // of the attempt to connect
     std::shared_ptr<void> networkWatch_;
 };

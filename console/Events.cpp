@@ -93,6 +93,10 @@ constexpr Callback<KvPimDelegate> kClientCallbacks[] = {
              events.write("peersUserAttributesChanged", {{"users", toJson(users)}});
          };
      }},
+    {"onWritable",
+     [](KvPimDelegate& delegate, Events const& events) {
+         delegate.onWritable = [events](KvPimKit&) { events.write("onWritable"); };
+     }},
 };
 
 constexpr Callback<KvPimChannelDelegate> kChannelCallbacks[] = {

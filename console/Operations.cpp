@@ -251,6 +251,8 @@ constexpr Operation kOperations[] = {
      [](Session& s, Arguments const& a, Answer const& answer) { answer.result(toJson(*invitationOf(s, a))); }},
 
     // Diagnostics and the rest
+    {"bytesQueued",
+     [](Session& s, Arguments const&, Answer const& answer) { answer.result(s.client->bytesQueued()); }},
     {"getDebugInfo",
      [](Session& s, Arguments const&, Answer const& answer) { answer.result(s.client->getDebugInfo()); }},
     {"getSDKVersion",

@@ -103,7 +103,7 @@ void checkId(std::string_view text) {
 }
 
 void checkUrl(std::string_view text) {
-    auto const target = sio::requestTarget({{std::string(text), std::string(text)}});
+    auto const target = sio::requestTarget("/socket.io/", {{std::string(text), std::string(text)}});
     require(std::ranges::all_of(target, [](unsigned char c) { return c > ' ' && c < 0x7F; }), "a target is one word");
     auto const url = net::Url::parse(text);
     if (!url) return;

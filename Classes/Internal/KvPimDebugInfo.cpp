@@ -42,4 +42,14 @@ json::object KvPimDebugInfo::toJsonModel() const {
     return model;
 }
 
+json::object pressureModel(SocketPressure const& pressure) {
+    return {{"bytesQueued", pressure.bytesQueued},
+            {"mostBytesQueued", pressure.mostBytesQueued},
+            {"dropped", pressure.dropped},
+            {"overdue", pressure.overdue},
+            {"bytesUnhandled", pressure.bytesUnhandled},
+            {"mostBytesUnhandled", pressure.mostBytesUnhandled},
+            {"readingPauses", pressure.readingPauses}};
+}
+
 }  // namespace kv

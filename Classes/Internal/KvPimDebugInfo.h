@@ -1,6 +1,8 @@
 // What the application may want to see of a connection when it looks into a problem. Holds the token in clear.
 #pragma once
 
+#include "SocketIO/SocketPressure.h"
+
 #include <optional>
 #include <string>
 
@@ -37,5 +39,8 @@ private:
     KvPimBrivelSocket brivelSocket_;
     std::optional<KvPimLoginArguments> loginArguments_;
 };
+
+/// What waits between a client and its server, and has waited.
+boost::json::object pressureModel(SocketPressure const& pressure);
 
 }  // namespace kv

@@ -27,7 +27,7 @@ public:
     using Completion = KvPimKit::Completion;
     using Strings = std::vector<std::string>;
 
-    KvPimKitImpl(std::string appId, std::weak_ptr<KvPimDelegate> delegate, KvPimOptions options);
+    KvPimKitImpl(std::string appId, std::weak_ptr<KvPimDelegate> delegate, KvPimOptions given);
     ~KvPimKitImpl();
     /// The client, if the application still holds it. What is at work in it may keep the inside for longer.
     static std::shared_ptr<KvPimKitImpl> living(std::weak_ptr<KvPimKitImpl> const& client) {
@@ -54,7 +54,13 @@ public:
                                                       std::weak_ptr<KvPimChannelDelegate> channelDelegate);
     bool destroyChannelWithId(std::string const& channelId);
     std::shared_ptr<KvPimInvitationKit> getPimInvitationKit();
+    boost::json::object getDebugInfo() const;
 
+    /// How long an answer to the operation is waited for.
+    std::chrono::milliseconds timeoutOf(KvOperation const& operation) const {
+        auto const ofAll = net::optionsOf(options.network).requestTimeout;
+        return ofAll.count() > 0 ? ofAll : operation.timeout;
+    }
     /// Runs one operation: refuses it when not logged in or when its arguments are invalid, else sends what `payload`
     /// makes. `finish(code, result)` is called exactly once; `result` is null for what was refused here.
     template <class MakePayload, class Finish>
@@ -72,8 +78,13 @@ public:
 
     std::shared_ptr<KvMainQueue> const mainQueue;
     std::shared_ptr<KvMainQueue> const engine;
-    net::NetworkOptions const network;
-    KvPimOptions const options;  // without those of the network
+    // What a client needs of its options for as long as it lives; there may be many clients.
+    struct Options {
+        net::NetworkOptions network;
+        std::size_t maxQueuedBytes;
+        bool checkThreads;
+    };
+    Options const options;
     // The outside, twice. The first expires the moment the application lets go, also in the middle of a callback: it
     // says whether anybody is to be told anything. The second is what a callback is given, and lives until it returns.
     std::weak_ptr<KvPimKit> heldByApplication;
@@ -86,6 +97,7 @@ public:
     std::unique_ptr<SocketManager> manager;
     std::weak_ptr<SocketIOClient> socket;
     std::shared_ptr<KvPimStateManager> const stateManager;
+    SocketPressure endedPressure;  // of the sockets before, since the login
     std::string brivelServer;
     Completion loginBlcok;  // of the login in progress
     std::int64_t disconnectReason = 0;
@@ -178,7 +190,7 @@ void KvPimKitImpl::requestOn(std::shared_ptr<SocketIOClient> const& on, KvOperat
     if (!isValid) return conclude(operation.invalidArgument, nullptr);
     SocketItems items = payload();
     logRequest(operation, items);
-    emitCommand(*mainQueue, on, operation.command, std::move(items), operation.timeout,
+    emitCommand(*mainQueue, on, operation.command, std::move(items), timeoutOf(operation),
                 [&operation, conclude = std::move(conclude)](KvPimResult const& result) {
                     conclude(operation.codes.of(result), &result);
                 });

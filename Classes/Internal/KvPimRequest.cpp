@@ -69,7 +69,7 @@ boost::json::object const* dictionaryOf(KvPimResult const& result, std::string_v
 }
 
 void emitCommand(KvMainQueue& queue, std::shared_ptr<SocketIOClient> const& socket, std::string_view command,
-                 SocketItems payload, std::chrono::seconds timeout, KvAnswer answered) {
+                 SocketItems payload, std::chrono::milliseconds timeout, KvAnswer answered) {
     if (!socket) {
         auto timer = std::make_shared<KvQueueTimer>();
         *timer = queue.after(timeout, [timer, answered = std::move(answered)] {

@@ -112,7 +112,7 @@ using KvAnswer = std::function<void(KvPimResult const& result)>;
 /// once, on the main queue, never inside the call; without a socket that happens at the time-out, like without an
 /// answer.
 void emitCommand(KvMainQueue& queue, std::shared_ptr<SocketIOClient> const& socket, std::string_view command,
-                 SocketItems payload, std::chrono::seconds timeout, KvAnswer answered);
+                 SocketItems payload, std::chrono::milliseconds timeout, KvAnswer answered);
 
 /// A payload without binary data.
 SocketItems payloadOf(boost::json::object dictionary);

@@ -64,6 +64,9 @@ void KvPimKitImpl::registerCallback() {
             if (auto const self = living(weak)) (self.get()->*handler)(data);
         });
     }
+    subscribing->onWritable([weak = weak_from_this()] {
+        if (auto const self = living(weak)) self->tell<&KvPimDelegate::onWritable>();
+    });
 }
 
 void KvPimKitImpl::channelAttributesUpdated(SocketData const& data) {

@@ -15,9 +15,7 @@ namespace kv {
 namespace json = boost::json;
 namespace {
 
-constexpr std::chrono::seconds kConnectTimeout{6};
-
-SocketConfig socketConfigFrom(json::object const& config, KvPimOptions const& options, net::NetworkOptions network) {
+SocketConfig socketConfigFrom(json::object const& config, KvPimKitImpl::Options const& options) {
     SocketConfig socketConfig;
     auto const* compress = valueOf(&config, "compress");
     socketConfig.compress = compress != nullptr && compress->is_bool() && compress->get_bool();
@@ -26,7 +24,7 @@ SocketConfig socketConfigFrom(json::object const& config, KvPimOptions const& op
             socketConfig.connectParams.emplace_back(key, asString(&value).value_or(""));
         }
     }
-    socketConfig.network = std::move(network);
+    socketConfig.network = options.network;
     socketConfig.maxQueuedBytes = options.maxQueuedBytes;
     socketConfig.log = [](std::string_view line) { KvLog::shared().error("%@", line); };
     return socketConfig;
@@ -72,7 +70,7 @@ KvWork KvPimKitImpl::login(std::weak_ptr<KvPimKitImpl> client, json::object conf
     auto const found = std::make_shared<Discovery>();
     auto const discovered = std::make_shared<KvSignal>(self->mainQueue);
     auto const start = currentTimeStamp();
-    KvApiHelper::apiServer(self->apiServer, self->stateManager->appId, self->network, self->engine,
+    KvApiHelper::apiServer(self->apiServer, self->stateManager->appId, self->options.network, self->engine,
                            [found, discovered, start](std::optional<std::string> server, std::string const& error) {
                                found->elapsed = currentTimeStamp() - start;
                                found->server = std::move(server);
@@ -117,7 +115,7 @@ void KvPimKitImpl::loginWithConfig(json::object const& config, Completion done) 
         logan.loginResult(0, KvPimLoginErrorTimeout);
         self->tellState(KvPimConnectionStateDisconnected, KvPimConnectionChangeReasonLoginTimeout);
     };
-    socket.lock()->connectWithTimeoutAfter(kConnectTimeout, timedOut);
+    socket.lock()->connectWithTimeoutAfter(net::optionsOf(options.network).connectTimeout, timedOut);
 }
 
 void KvPimKitImpl::abandonLogin() {
@@ -125,8 +123,9 @@ void KvPimKitImpl::abandonLogin() {
 }
 
 void KvPimKitImpl::makeSocketManager(json::object const& config) {
+    if (auto const before = socket.lock()) endedPressure.addEnded(before->pressure());
     manager.reset();
-    auto socketConfig = socketConfigFrom(config, options, network);
+    auto socketConfig = socketConfigFrom(config, options);
     socketConfig.networkChanged = [weak = weak_from_this()] {
         if (auto const self = living(weak)) self->makeWaitingAttempt();
     };
@@ -157,6 +156,7 @@ void KvPimKitImpl::loginSuccess(SocketData const& data) {
     auto const done = std::exchange(loginBlcok, nullptr);  // the delegate may begin another login
     tellAndReportState(KvPimConnectionStateConnected, KvPimConnectionChangeReasonLoginSuccess);
     stateManager->login = true;
+    if (std::exchange(endedPressure.isTight, false)) tell<&KvPimDelegate::onWritable>();
     if (!done) return;
     reporter.setTsConnectServer(currentTimeStamp() - connectStart);
     reporter.loginResult(1, KvPimLoginErrorOk);
@@ -195,6 +195,7 @@ void KvPimKitImpl::cleanResourcesAfterLogout() {
     abandonLogin();
     socket.reset();
     manager.reset();
+    endedPressure = {};
     stateManager->login = false;
     ++restoreNumber;
     stateManager->userId.clear();

@@ -2,7 +2,6 @@
 
 #include "Platform/KvJsonText.h"
 #include "SocketIO/core/ByteStore.h"
-#include "SocketIO/core/WebSocketCodec.h"
 
 #include <utility>
 
@@ -54,6 +53,7 @@ bool ProtocolCore::onText(std::string_view text, Time now) {
         case EngineIoType::ping:
             if (!isOpen()) return fail("Engine.IO: packet before the session was opened");
             if (body.size() > kMostPingBytes) return fail("Engine.IO: ping of more than 125 bytes");
+            heard_ = now;
             deadline_ = now + patience_;
             host_.sendText(std::string(1, static_cast<char>(EngineIoType::pong)).append(body));
             return true;
@@ -75,7 +75,9 @@ bool ProtocolCore::onOpen(std::string_view text, Time now) {
     auto const interval = object ? durationAt(*object, "pingInterval") : std::nullopt;
     auto const timeout = object ? durationAt(*object, "pingTimeout") : std::nullopt;
     if (!sid || !interval || !timeout) return fail("Engine.IO: bad open packet");
+    interval_ = std::chrono::milliseconds(*interval);
     patience_ = std::chrono::milliseconds(*interval + *timeout);
+    heard_ = now;
     deadline_ = now + patience_;
     state_ = State::awaitingNamespace;
     host_.sendText("40");
@@ -120,7 +122,7 @@ bool ProtocolCore::onConnect(PacketHeader const& header) {
 
 bool ProtocolCore::onEarly(std::string_view message, bool isText) {
     earlyBytes_ += sizeof(Early) + message.size();
-    if (earlyBytes_ > kMostMessageBytes) return fail("Socket.IO: too much before the namespace was connected");
+    if (earlyBytes_ > mostBytes_) return fail("Socket.IO: too much before the namespace was connected");
     early_.push_back({std::string(message), isText});
     return true;
 }
@@ -165,12 +167,19 @@ bool ProtocolCore::onBinary(KvBytes bytes) {
         return onEarly({reinterpret_cast<char const*>(bytes.data()), bytes.size()}, false);
     if (!unfinished_) return fail("Socket.IO: attachment of no packet");
     unfinished_->bytes += bytes.size();
-    if (unfinished_->bytes > kMostMessageBytes) return fail("Socket.IO: attachments over the limit of 16 MiB");
+    if (unfinished_->bytes > mostBytes_)
+        return fail("Socket.IO: attachments over the limit of " + limitText(mostBytes_));
     unfinished_->packet.attachments.push_back(makeReceived(std::move(bytes)));
     if (--unfinished_->missing > 0) return true;
     auto const finished = std::move(unfinished_);
     host_.onPacket(std::move(finished->packet));
     return true;
+}
+
+void ProtocolCore::onUnread(Time now) {
+    if (!isOpen() || now < nextPulse()) return;
+    heard_ = now;
+    host_.sendText(std::string(1, static_cast<char>(EngineIoType::pong)));
 }
 
 bool ProtocolCore::onTime(Time now) { return deadline_ && now >= *deadline_ ? fail(std::string(kPingTimeout)) : true; }

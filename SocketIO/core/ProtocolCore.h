@@ -4,6 +4,7 @@
 
 #include "Platform/KvData.h"
 #include "SocketIO/core/Packet.h"
+#include "SocketIO/core/WebSocketCodec.h"
 
 #include <chrono>
 #include <cstdint>
@@ -37,16 +38,22 @@ class ProtocolCore {
 public:
     using Time = std::chrono::steady_clock::time_point;
 
-    explicit ProtocolCore(ProtocolHost& host) : host_(host) {}
+    /// The attachments of a packet may have `mostBytes` together, and so may what comes too early.
+    explicit ProtocolCore(ProtocolHost& host, std::size_t mostBytes = kMostMessageBytes)
+        : host_(host), mostBytes_(mostBytes) {}
 
     // Each returns whether the connection goes on; if not, `reason` says why.
     [[nodiscard]] bool onText(std::string_view text, Time now);
     [[nodiscard]] bool onBinary(KvBytes bytes);
     [[nodiscard]] bool onTime(Time now);
+    /// Answers the ping that must have come, while nothing is read. Does nothing before `nextPulse`.
+    void onUnread(Time now);
 
     std::string const& reason() const { return reason_; }
     /// When the server's next ping is overdue; nothing before the server opened the session.
     std::optional<Time> deadline() const { return deadline_; }
+    /// When the server's next ping is to come, if it keeps its word.
+    Time nextPulse() const { return heard_ + interval_; }
     bool isOpen() const { return state_ != State::awaitingOpen; }
     bool isConnected() const { return state_ == State::connected; }
 
@@ -74,9 +81,11 @@ private:
     };
 
     ProtocolHost& host_;
+    std::size_t const mostBytes_;
     State state_ = State::awaitingOpen;
     std::optional<Time> deadline_;
-    std::chrono::milliseconds patience_{0};
+    std::chrono::milliseconds interval_{0}, patience_{0};
+    Time heard_{};  // when the last ping came, or should have
     std::unique_ptr<Unfinished> unfinished_;
     std::vector<Early> early_;
     std::size_t earlyBytes_ = 0;

@@ -98,6 +98,11 @@ void appendFrame(KvBytes& out, WsOpcode opcode, std::string_view payload) {
                mask, 0);
 }
 
+std::string limitText(std::size_t bytes) {
+    constexpr std::size_t kMebibyte = 1u << 20;
+    return bytes % kMebibyte == 0 ? std::to_string(bytes / kMebibyte) + " MiB" : std::to_string(bytes) + " bytes";
+}
+
 void FrameReader::setInflater(std::optional<Inflater> inflater) {
     inflater_.reset();
     if (inflater) inflater_.emplace(std::move(*inflater));
@@ -176,9 +181,8 @@ FrameReader::Step FrameReader::checkLength() {
     auto const length = extended.empty() ? header_[1] & kLengthBits : bigEndian(extended);
     if (extended.size() == 2 && length < kLength16) return fail("WebSocket: frame length not in its shortest form");
     if (extended.size() == 8 && length <= 0xFFFF) return fail("WebSocket: frame length not in its shortest form");
-    if (length > kMostMessageBytes || gathered_.size() + length > kMostMessageBytes) {
-        return fail("WebSocket: message over the limit of 16 MiB", WsCloseCode::tooBig);
-    }
+    if (length > mostBytes_ || gathered_.size() + length > mostBytes_)
+        return fail("WebSocket: message over the limit of " + limitText(mostBytes_), WsCloseCode::tooBig);
     frameLeft_ = length;
     hasHeader_ = true;
     return Step::message;
@@ -223,7 +227,7 @@ FrameReader::Step FrameReader::finishMessage(WsOpcode opcode) {
     opcode_ = opcode;
     if (isCompressed_) {
         KvBytes inflated;
-        auto problem = inflater_->inflate(payload_, inflated, kMostMessageBytes);
+        auto problem = inflater_->inflate(payload_, inflated, mostBytes_);
         if (!problem.empty()) return fail(std::move(problem));
         gathered_ = std::move(inflated);
         payload_ = gathered_;

@@ -19,7 +19,7 @@ enum class WsOpcode : std::uint8_t { continuation = 0, text = 1, binary = 2, clo
 /// Close codes that this side sends of itself.
 enum class WsCloseCode : std::uint16_t { normal = 1000, protocolError = 1002, badText = 1007, tooBig = 1009 };
 
-constexpr std::size_t kMostMessageBytes = 16u << 20;
+constexpr std::size_t kMostMessageBytes = 16u << 20;  // unless a connection is told otherwise
 constexpr std::size_t kMostFrameHeader = 14;
 
 using WsMask = std::array<std::uint8_t, 4>;
@@ -36,10 +36,16 @@ WsMask randomMask();
 /// Appends a whole frame; for control frames and other small ones.
 void appendFrame(KvBytes& out, WsOpcode opcode, std::string_view payload);
 
+/// A limit in bytes as texts tell it: "16 MiB", "1000 bytes".
+std::string limitText(std::size_t bytes);
+
 /// Reads what a server sends, cut anywhere, into whole messages.
 class FrameReader {
 public:
     enum class Step { needMore, message, failed };
+
+    /// Messages of more than `mostBytes` are refused, as soon as they are announced.
+    explicit FrameReader(std::size_t mostBytes = kMostMessageBytes) : mostBytes_(mostBytes) {}
 
     /// Without an inflater compressed messages are refused.
     void setInflater(std::optional<Inflater> inflater);
@@ -67,6 +73,7 @@ private:
     Step readData(std::span<std::uint8_t const>& input);
     Step finishMessage(WsOpcode opcode);
 
+    std::size_t const mostBytes_;
     std::optional<Inflater> inflater_;
 
     // The frame that is being read.

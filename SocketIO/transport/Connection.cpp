@@ -1,7 +1,10 @@
 #include "SocketIO/transport/Connection.h"
 
+#include "Net/NetworkOptions.h"
 #include "SocketIO/core/ByteStore.h"
+#include "SocketIO/transport/HeapTrim.h"
 
+#include <algorithm>
 #include <utility>
 
 #include <boost/asio/ip/udp.hpp>
@@ -50,13 +53,17 @@ Connection::Connection(std::string url, SocketConfig const& config, std::shared_
       names_(std::move(names)),
       mainQueue_(mainQueue),
       engine_(engine),
-      outbox_(config.maxQueuedBytes) {}
+      outbox_(config.maxQueuedBytes, [this] { delivery_->tellWritable(); }),
+      reader_(net::optionsOf(config.network).maxMessageBytes),
+      core_(*this, net::optionsOf(config.network).maxMessageBytes) {}
 
 void Connection::start(std::weak_ptr<ConnectionListener> listener) {
     auto const engine = engine_.lock();
-    delivery_ = std::make_shared<Delivery>(mainQueue_.lock(), engine, std::move(listener), [weak = weak_from_this()] {
-        if (auto const self = weak.lock()) self->readTurn();
-    });
+    delivery_ =
+        std::make_shared<Delivery>(mainQueue_.lock(), engine, std::move(listener),
+                                   net::optionsOf(config_.network).maxUnhandledBytes, [weak = weak_from_this()] {
+                                       if (auto const self = weak.lock()) self->readTurn();
+                                   });
     engine->post([self = shared_from_this()] { self->dial(); });
 }
 
@@ -66,6 +73,13 @@ bool Connection::put(std::string_view text, std::vector<KvData> const& attachmen
     if (put == Outbox::Put::queuedFirst && !isInTurn)
         engine_.lock()->post([self = shared_from_this()] { self->flush(); });
     return put != Outbox::Put::full;
+}
+
+SocketPressure Connection::pressure() const {
+    SocketPressure pressure;
+    outbox_.tell(pressure);
+    delivery_->tell(pressure);
+    return pressure;
 }
 
 void Connection::leave(std::shared_ptr<Connection> connection) {
@@ -82,8 +96,11 @@ void Connection::dial() {
     auto const engine = engine_.lock();
     auto url = net::Url::parse(url_);
     if (!url) return end("Not an address of a server: " + url_);
-    deadline_ = engine->now() + kHandshakeTime;
-    Opener::Plan plan{*std::move(url), requestTarget(config_.connectParams), network_, config_.compress};
+    auto const& network = net::optionsOf(network_);
+    if (auto const problem = problemOf(network); !problem.empty()) return end("Unusable network options: " + problem);
+    deadline_ = engine->now() + std::max<KvMainQueue::Clock::duration>(kHandshakeTime, network.connectTimeout);
+    Opener::Plan plan{*std::move(url), requestTarget(network.socketPath, config_.connectParams), network_,
+                      config_.compress};
     opener_ = std::make_shared<Opener>(engine, std::move(plan), [weak = weak_from_this()](Opener::Opened opened) {
         if (auto const self = weak.lock()) self->onOpened(std::move(opened));
     });
@@ -131,10 +148,12 @@ void Connection::onNetworkChange() {
 }
 
 KvMainQueue::Clock::time_point Connection::due() const {
-    return std::min(changeDue_, phase_ == Phase::open && core_.isOpen() ? *core_.deadline() : deadline_);
+    bool const isKnown = phase_ == Phase::open && core_.isOpen();
+    auto const usual = !isKnown ? deadline_ : delivery_->isBehind() ? core_.nextPulse() : *core_.deadline();
+    return std::min(changeDue_, usual);
 }
 
-// One timer for whatever comes first: the end of the handshakes, an overdue ping, what a change of the network leads
+// One timer for whatever comes first: the end of the handshakes, an overdue ping or one that waits unread, what a change of the network leads
 // to, the end of the farewell.
 void Connection::watch() { wakeAfter(due() - engine_.lock()->now()); }
 
@@ -153,8 +172,15 @@ void Connection::onTime() {
     // A thread that was busy for long finds the time over and the server's pings unread.
     if (phase_ == Phase::open && now >= due()) readTurn();
     if (phase_ != Phase::open && phase_ != Phase::dialing) return;
+    if (isReading_) return wakeAfter(kBehindTime);
+    if (phase_ == Phase::open && core_.isOpen() && delivery_->isBehind()) {
+        // The server's pings wait behind what waits for the main queue, and it would take its client for dead.
+        core_.onUnread(now);
+        if (now >= changeDue_) changeDue_ = now + kMostSilence;  // signs of life are unread, too
+        flush();
+        return watch();
+    }
     if (now < due()) return watch();
-    if (isReading_ || delivery_->isBehind()) return wakeAfter(kBehindTime);  // pings wait behind what waits
     if (now >= changeDue_) return fail(kSilent);
     if (!core_.isOpen()) return fail((opener_ ? opener_->stage() : "Opening the session at " + url_) + ": timed out");
     if (!core_.onTime(now)) return fail(core_.reason());
@@ -192,6 +218,7 @@ void Connection::readTurn() {
         if (!isDrained) engine_.lock()->post([self] { self->readTurn(); });
     }
     delivery_->flush();
+    if (phase_ == Phase::open && delivery_->isBehind()) watch();
     flush();
 }
 
@@ -342,6 +369,7 @@ void Connection::shutDown() {
     if (stream_) stream_->close();
     sender_.clear();
     trimBytes();
+    afterBurst();
 }
 
 void Connection::flush() {
@@ -350,6 +378,7 @@ void Connection::flush() {
     if (!mainQueue) return;
     switch (sender_.send(*stream_, mainQueue->now())) {
         case Sender::Step::idle:
+            return afterBurst();
         case Sender::Step::wantRead:  // the next turn of reading sends again
         case Sender::Step::broken:    // what the server said before it went is read first, and reading finds the end
             return;
@@ -358,6 +387,10 @@ void Connection::flush() {
         case Sender::Step::wantWrite:
             return awaitWritable();
     }
+}
+
+void Connection::afterBurst() {
+    if (outbox_.takeBurst()) trimHeapSoon(engine_.lock());
 }
 
 std::shared_ptr<PacketMemory> const& Connection::packetMemory() {

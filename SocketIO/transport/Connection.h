@@ -39,6 +39,10 @@ public:
     [[nodiscard]] bool put(std::string_view text, std::vector<KvData> const& attachments, Outbox::Time deadline);
     /// The system's network has changed: an attempt begins anew, an open connection must show that it still carries.
     void networkChanged();
+    /// Bytes that wait to be sent.
+    std::size_t bytesQueued() const { return outbox_.bytes(); }
+    bool hasRoom() const { return outbox_.hasRoom(); }
+    SocketPressure pressure() const;
     /// Says goodbye in the background, which keeps the connection until it is done.
     static void leave(std::shared_ptr<Connection> connection);
 
@@ -72,6 +76,7 @@ private:
     void discard();
     void shutDown();
     void flush();
+    void afterBurst();
 
     // ProtocolHost
     std::shared_ptr<PacketMemory> const& packetMemory() override;
@@ -94,7 +99,7 @@ private:
     std::shared_ptr<Opener> opener_;
     std::unique_ptr<net::Stream> stream_;
     FrameReader reader_;
-    ProtocolCore core_{*this};
+    ProtocolCore core_;
     Sender sender_{outbox_};
     std::string awaited_;  // the event that was awaited last: most are like the one before
     KvBytes unread_;       // was read, but the main queue was too far behind to take it

@@ -1,5 +1,7 @@
 #include "SocketIO/transport/Delivery.h"
 
+#include "SocketIO/transport/HeapTrim.h"
+
 #include <utility>
 #include <vector>
 
@@ -9,7 +11,6 @@ namespace {
 // Larger batches fall out of the processor's cache before the main queue gets to them.
 constexpr std::size_t kMostInBatch = 128;
 constexpr std::size_t kMostBytesInBatch = 256u << 10;
-constexpr std::size_t kMostUnderWay = 32u << 20;
 
 }  // namespace
 
@@ -31,11 +32,12 @@ struct Delivery::Batch {
 };
 
 Delivery::Delivery(std::shared_ptr<KvMainQueue> const& mainQueue, std::shared_ptr<KvMainQueue> const& engine,
-                   std::weak_ptr<ConnectionListener> listener, std::function<void()> resume)
+                   std::weak_ptr<ConnectionListener> listener, std::size_t mostUnderWay, std::function<void()> resume)
     : isDirect_(mainQueue == engine),
       mainQueue_(mainQueue),
       engine_(engine),
       listener_(std::move(listener)),
+      limit_(mostUnderWay),
       resume_(std::move(resume)) {}
 
 Delivery::~Delivery() = default;
@@ -67,11 +69,19 @@ void Delivery::flushMuch() {
 
 void Delivery::flush() {
     if (!batch_ || batch_->packets.empty()) return;
-    underWay_ += batch_->bytes() - batch_->counted;
-    batch_->counted = batch_->bytes();
+    auto const added = batch_->bytes() - batch_->counted;
+    batch_->counted += added;
+    count(added);
     std::lock_guard const lock(mutex_);
     waiting_.push_back(std::move(batch_));
     wake();
+}
+
+void Delivery::count(std::size_t added) {
+    auto const before = underWay_.fetch_add(added), now = before + added;
+    if (now > mostUnderWay_.load(std::memory_order_relaxed)) mostUnderWay_.store(now, std::memory_order_relaxed);
+    if (before <= limit_ && now > limit_) pauses_.fetch_add(1, std::memory_order_relaxed);
+    if (now > kBurstBytes) isBurst_ = true;
 }
 
 void Delivery::close(std::string reason) {
@@ -92,7 +102,7 @@ void Delivery::wake() {
     if (mainQueue && !std::exchange(isWoken_, true)) mainQueue->post([self = shared_from_this()] { self->handOne(); });
 }
 
-bool Delivery::isBehind() const { return underWay_ > kMostUnderWay; }
+bool Delivery::isBehind() const { return underWay_ > limit_; }
 
 // On the main queue.
 void Delivery::handOne() {
@@ -124,8 +134,28 @@ void Delivery::handOne() {
 
 void Delivery::onHandled(std::size_t bytes) {
     auto const before = underWay_.fetch_sub(bytes);
-    if (before <= kMostUnderWay || before - bytes > kMostUnderWay) return;
-    if (auto const engine = engine_.lock()) engine->post([self = shared_from_this()] { self->resume_(); });
+    if (before > limit_ && before - bytes <= limit_) postToEngine([self = shared_from_this()] { self->resume_(); });
+    if (before == bytes && isBurst_.load(std::memory_order_relaxed) && isBurst_.exchange(false))
+        postToEngine([self = shared_from_this()] { trimHeapSoon(self->engine_.lock()); });
+}
+
+void Delivery::postToEngine(std::function<void()> work) {
+    if (auto const engine = engine_.lock()) engine->post(std::move(work));
+}
+
+void Delivery::tellWritable() {
+    auto const mainQueue = mainQueue_.lock();
+    if (!mainQueue) return;
+    mainQueue->post([self = shared_from_this()] {
+        auto const listener = self->listener_.lock();
+        if (listener && listener->isListening()) listener->onWritable();
+    });
+}
+
+void Delivery::tell(SocketPressure& pressure) const {
+    pressure.bytesUnhandled = underWay_;
+    pressure.mostBytesUnhandled = mostUnderWay_;
+    pressure.readingPauses = pauses_;
 }
 
 }  // namespace kv::sio

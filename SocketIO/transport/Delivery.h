@@ -3,6 +3,7 @@
 #pragma once
 
 #include "Platform/KvMainQueue.h"
+#include "SocketIO/SocketPressure.h"
 #include "SocketIO/core/Packet.h"
 
 #include <atomic>
@@ -21,6 +22,8 @@ class ConnectionListener {
 public:
     virtual ~ConnectionListener() = default;
     virtual void onPacket(ReceivedPacket const& packet) = 0;
+    /// There is room again for what is to be sent.
+    virtual void onWritable() = 0;
     /// Nothing follows.
     virtual void onClosed(std::string const& reason) = 0;
     /// Whether it still wants to hear anything; it may have changed its mind inside `onPacket`.
@@ -30,9 +33,10 @@ public:
 /// Work on the main queue holds it, so it must own nothing that belongs to the engine queue.
 class Delivery final : public std::enable_shared_from_this<Delivery> {
 public:
-    /// `resume` is called on the engine queue when the main queue is not behind any more.
+    /// The main queue is behind when it has more than `mostUnderWay` bytes of memory to handle; `resume` is called on
+    /// the engine queue when it is not any more.
     Delivery(std::shared_ptr<KvMainQueue> const& mainQueue, std::shared_ptr<KvMainQueue> const& engine,
-             std::weak_ptr<ConnectionListener> listener, std::function<void()> resume);
+             std::weak_ptr<ConnectionListener> listener, std::size_t mostUnderWay, std::function<void()> resume);
     ~Delivery();
 
     // Engine queue.
@@ -49,20 +53,32 @@ public:
     /// Whether the main queue has so much to do that nothing more should be read: the server then feels it.
     bool isBehind() const;
 
+    // Any thread.
+    /// Tells the listener that there is room again.
+    void tellWritable();
+    /// Writes down what concerns receiving.
+    void tell(SocketPressure& pressure) const;
+
 private:
     struct Batch;
     Batch& batch();
+    void count(std::size_t added);
     void wake();
     void handOne();
     void onHandled(std::size_t bytes);
+    void postToEngine(std::function<void()> work);
 
     bool const isDirect_;
     std::weak_ptr<KvMainQueue> const mainQueue_;
     std::weak_ptr<KvMainQueue> const engine_;
     std::weak_ptr<ConnectionListener> const listener_;
+    std::size_t const limit_;
     std::function<void()> const resume_;
     std::atomic<std::size_t> underWay_{0};  // bytes in batches that the main queue has not handled yet
-    std::unique_ptr<Batch> batch_;          // engine queue: the one that packets are added to
+    std::atomic<std::size_t> mostUnderWay_{0};
+    std::atomic<std::uint64_t> pauses_{0};  // of reading
+    std::atomic<bool> isBurst_{false};
+    std::unique_ptr<Batch> batch_;  // engine queue: the one that packets are added to
 
     std::mutex mutex_;
     // Guarded by mutex_: what the main queue has not taken yet, and whether it was told so.

@@ -59,23 +59,27 @@ bool Framer::startNext(SendBuffer& out, Outbox::Time now) {
     auto const* text = reinterpret_cast<std::uint8_t const*>(content_.texts.data()) + nextText_;
     nextText_ += message.textBytes;
     attachmentsLeft_ = message.attachments;
-    outbox_.release(message.bytes);
+    bytesAtHand_ = message.bytes;
     startFrame(out, WsOpcode::text, {text, message.textBytes});
     return true;
 }
 
 // Moves to the next message that is still wanted.
 bool Framer::nextMessage(Outbox::Time now) {
+    if (bytesAtHand_ > 0) outbox_.release(std::exchange(bytesAtHand_, 0), Outbox::Outcome::sent);
     for (;;) {
         for (; nextMessage_ < content_.messages.size(); ++nextMessage_) {
             auto const& message = content_.messages[nextMessage_];
             if (message.deadline > now) return true;
             nextText_ += message.textBytes;
             nextAttachment_ += message.attachments;
-            outbox_.release(message.bytes);
+            outbox_.release(message.bytes, Outbox::Outcome::overdue);
         }
         nextMessage_ = nextText_ = nextAttachment_ = 0;
-        if (content_.texts.capacity() > kMostKeptIdle) content_ = {};
+        if (content_.texts.capacity() > kMostKeptIdle) {
+            Outbox::Content freed;
+            std::swap(content_, freed);  // assigned to, a string would keep what it has
+        }
         content_.messages.clear();
         content_.texts.clear();
         content_.attachments.clear();

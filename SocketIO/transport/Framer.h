@@ -60,6 +60,7 @@ private:
     Outbox::Content content_;
     std::size_t nextMessage_ = 0, nextText_ = 0, nextAttachment_ = 0;
     std::size_t attachmentsLeft_ = 0;  // of the message at hand
+    std::size_t bytesAtHand_ = 0;      // its own, which still wait
 
     // The frame at hand.
     KvData attachment_;

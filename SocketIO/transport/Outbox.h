@@ -3,10 +3,14 @@
 #pragma once
 
 #include "Platform/KvData.h"
+#include "SocketIO/SocketPressure.h"
+#include "SocketIO/transport/HeapTrim.h"
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstddef>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -34,15 +38,25 @@ public:
         std::vector<KvData> attachments;
     };
 
-    explicit Outbox(std::size_t mostBytes) : mostBytes_(mostBytes) {}
+    /// `onRoom` is called by whoever takes messages out, with no lock held: once what waits is at most half of the
+    /// bound again, after it was more or after something found no room.
+    explicit Outbox(std::size_t mostBytes, std::function<void()> onRoom = {})
+        : mostBytes_(mostBytes), onRoom_(std::move(onRoom)) {}
 
     /// `queuedFirst` when the engine must be woken.
     Put put(std::string_view text, std::vector<KvData> const& attachments, Time deadline) {
         Message message{text.size(), attachments.size(), text.size(), deadline};
         for (auto const& attachment : attachments) message.bytes += attachment ? attachment->size() : 0;
         std::lock_guard lock(mutex_);
-        if (message.bytes > mostBytes_ - std::min(bytes_, mostBytes_)) return Put::full;
+        if (message.bytes > mostBytes_ - std::min(bytes_, mostBytes_)) {
+            isTight_ = true;
+            ++dropped_;
+            return Put::full;
+        }
         bytes_ += message.bytes;
+        mostWaited_ = std::max(mostWaited_, bytes_);
+        if (bytes_ > mostBytes_ / 2) isTight_ = true;
+        if (bytes_ > kBurstBytes) isBurst_.store(true, std::memory_order_relaxed);
         content_.messages.push_back(message);
         content_.texts.append(text);
         content_.attachments.insert(content_.attachments.end(), attachments.begin(), attachments.end());
@@ -58,19 +72,50 @@ public:
         return !content.messages.empty();
     }
 
-    /// So many bytes do not wait any more.
-    void release(std::size_t bytes) {
-        std::lock_guard lock(mutex_);
-        bytes_ -= bytes;
+    enum class Outcome { sent, overdue };
+    /// A message that was taken out is on its way, or will never be: so many bytes do not wait any more.
+    void release(std::size_t bytes, Outcome outcome) {
+        bool hasRoom = false;
+        {
+            std::lock_guard lock(mutex_);
+            bytes_ -= bytes;
+            if (outcome == Outcome::overdue) ++overdue_;
+            hasRoom = bytes_ <= mostBytes_ / 2 && std::exchange(isTight_, false);
+        }
+        if (hasRoom && onRoom_) onRoom_();
     }
+
+    /// How many bytes wait.
+    std::size_t bytes() const {
+        std::lock_guard lock(mutex_);
+        return bytes_;
+    }
+    /// Whether there is room, as `onRoom` has it.
+    bool hasRoom() const { return bytes() <= mostBytes_ / 2; }
+    /// Writes down what concerns sending.
+    void tell(SocketPressure& pressure) const {
+        std::lock_guard lock(mutex_);
+        pressure.bytesQueued = bytes_;
+        pressure.mostBytesQueued = mostWaited_;
+        pressure.dropped = dropped_;
+        pressure.overdue = overdue_;
+        pressure.isTight = isTight_;
+    }
+    /// Whether a burst has waited since it was asked last.
+    bool takeBurst() { return isBurst_.load(std::memory_order_relaxed) && isBurst_.exchange(false); }
 
 private:
     std::size_t const mostBytes_;
-    std::mutex mutex_;
+    std::function<void()> const onRoom_;
+    std::atomic<bool> isBurst_{false};
+    std::mutex mutable mutex_;
     // Guarded by mutex_.
     Content content_;
     std::size_t bytes_ = 0;
     bool isEngineAwake_ = false;
+    bool isTight_ = false;  // `onRoom` is owed
+    std::size_t mostWaited_ = 0;
+    std::uint64_t dropped_ = 0, overdue_ = 0;
 };
 
 }  // namespace kv::sio

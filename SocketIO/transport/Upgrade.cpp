@@ -132,13 +132,13 @@ bool readAgreement(std::string_view extension, DeflateAgreement& agreement) {
 
 }  // namespace
 
-std::string requestTarget(std::vector<std::pair<std::string, std::string>> const& parameters) {
-    std::string target = "/socket.io/?EIO=4&transport=websocket";
+std::string requestTarget(std::string_view path, std::vector<std::pair<std::string, std::string>> const& parameters) {
+    auto target = std::string(path) + "?EIO=4&transport=websocket";
     for (auto const& [key, value] : parameters) target += '&' + percentEncoded(key) + '=' + percentEncoded(value);
     return target;
 }
 
-Upgrade::Upgrade(std::string_view authority, std::string_view target, bool offersDeflate)
+Upgrade::Upgrade(std::string_view authority, std::string_view target, bool offersDeflate, std::string_view headerLines)
     : offersDeflate_(offersDeflate) {
     std::array<std::uint8_t, 16> random;
     randomBytes(random);
@@ -149,7 +149,7 @@ Upgrade::Upgrade(std::string_view authority, std::string_view target, bool offer
         "\r\nUpgrade: websocket\r\nConnection: Upgrade\r\nSec-WebSocket-Version: 13\r\nSec-WebSocket-Key: " + key +
         "\r\n";
     if (offersDeflate) request_.append("Sec-WebSocket-Extensions: ").append(kDeflateOffers).append("\r\n");
-    request_ += "\r\n";
+    request_.append(headerLines).append("\r\n");
 }
 
 bool Upgrade::mayBeHttp(std::string_view start) {

@@ -17,13 +17,14 @@ struct DeflateAgreement {
     int clientWindowBits = 0;  // of what this side deflates; 0 when it deflates nothing
 };
 
-/// The request target of a Socket.IO connection with these query parameters.
-std::string requestTarget(std::vector<std::pair<std::string, std::string>> const& parameters);
+/// The request target of a Socket.IO connection at this path, with these query parameters.
+std::string requestTarget(std::string_view path, std::vector<std::pair<std::string, std::string>> const& parameters);
 
 class Upgrade {
 public:
-    /// `authority`: host and port; `offersDeflate`: whether permessage-deflate is offered.
-    Upgrade(std::string_view authority, std::string_view target, bool offersDeflate);
+    /// `authority`: host and port; `offersDeflate`: whether permessage-deflate is offered; `headerLines`: further lines
+    /// of the request, each with its end.
+    Upgrade(std::string_view authority, std::string_view target, bool offersDeflate, std::string_view headerLines = {});
 
     /// Whether bytes that begin like this can be an answer at all.
     static bool mayBeHttp(std::string_view start);

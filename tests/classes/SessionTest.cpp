@@ -103,17 +103,26 @@ TEST_P(SessionTest, ALoginThatTimesOutIsAnsweredAgainWhenTheServerThaws) {
         peer.login();
         peer.readToEnd();
     });
-    Person dora(server.url(), "dora", queue, GetParam());
+    Person dora(server.url(), "dora", queue, GetParam(), [](KvPimOptions& options) {
+        options.network.connectTimeout = 3s;
+        options.network.requestTimeout = 2s;
+    });
     std::vector<std::int64_t> codes;
     dora.kit->loginByToken(kToken, 1, "dora", [&](std::int64_t code) { codes.push_back(code); });
     EXPECT_TRUE(waitFor([&] { return server.connections() == 1; }));
-    queue->advance(6s);
+    queue->advance(3s);
     EXPECT_EQ(codes, std::vector<std::int64_t>{9});
     isFrozen = false;
     EXPECT_TRUE(waitFor([&] { return codes.size() == 2; }));
     EXPECT_EQ(codes.back(), 0);
     EXPECT_EQ(dora.states, (States{{2, 1}, {1, 4}, {3, 2}}));
     EXPECT_TRUE(dora.kit->stateManager().login);
+    dora.kit->setLocalUserAttributes({{"k", "v"}}, [&](std::int64_t code) { codes.push_back(code); });
+    dora.kit->clearLocalUserAttributesWithCompletion([&](std::int64_t code) { codes.push_back(code); });
+    queue->advance(1999ms);
+    EXPECT_EQ(codes.size(), 2u);
+    queue->advance(1ms);
+    EXPECT_EQ(codes, (std::vector<std::int64_t>{9, 0, 7, 7}));
 }
 
 TEST_P(SessionTest, WithoutAServerTheLoginEndsWithoutAWordToTheDelegate) {
@@ -129,6 +138,14 @@ TEST_P(SessionTest, AnUnusableApiServerMakesNoClient) {
         options.envConfig.apiServer = address;
         EXPECT_EQ(KvPimKit::initWithAppId("app", {}, options), nullptr) << address;
     }
+    KvPimOptions options;
+    options.network.connectTimeout = 0s;
+    KvPimKit::setLogFilters(4);
+    Printed printed;
+    EXPECT_EQ(KvPimKit::initWithAppId("app", {}, options), nullptr);
+    EXPECT_EQ(printed.error(),
+              "kv_pim_error_log:no client: `connectTimeout` is 0 ms, and must be between 1 ms and a day\n");
+    KvPimKit::setLogFilters(0);
 }
 
 TEST_P(SessionTest, AttemptsWaitOneTwoFourSixSeconds) {

@@ -80,13 +80,102 @@ TEST_P(Conversation, AMainThreadThatFallsBehindGetsAll) {
     Client client(GetParam(), server.url());
     int next = 0;
     client.socket().on("push", [&](SocketData const& data) {
-        if (next == 0) std::this_thread::sleep_for(500ms);  // some 32 MiB come meanwhile
+        auto const hasPaused = [&] { return client.socket().pressure().readingPauses > 0; };
+        for (int i = 0; next == 0 && GetParam() == Engine::thread && !hasPaused() && i < 10000; ++i)
+            std::this_thread::sleep_for(1ms);
         if (next % 64 == 0) std::this_thread::sleep_for(10us);
         if (data.items().at(0).as_int64() == next) ++next;
     });
     ASSERT_TRUE(client.connect());
     runUntil(*client.queue, [&] { return next == kCount || !client.lineOf("disconnect").empty(); });
     EXPECT_EQ(next, kCount) << client.lineOf("disconnect");
+    auto const pressure = client.socket().pressure();
+    EXPECT_EQ(pressure.readingPauses > 0, GetParam() == Engine::thread);
+    EXPECT_LT(pressure.mostBytesUnhandled, 33u << 20);
+    EXPECT_EQ(pressure.bytesUnhandled, 0u);
+}
+
+// Pings wait unread behind what the main queue has not taken, and the server must not take the client for dead.
+TEST(EngineOnThread, AMainThreadThatStandsStillKeepsItsConnection) {
+    constexpr std::size_t kCount = 96, kBytes = 32768;  // more than is read, less than the system holds beside it
+    auto const network = std::make_shared<KvPimNetworkOptions>();
+    network->maxUnhandledBytes = 1u << 20;
+    network->maxMessageBytes = 40000;
+    network->socketPath = "/gate/socket.io/";
+    network->userAgent = "tests";
+    SocketConfig config;
+    config.network = network;
+    std::atomic<int> beats{0};
+    ScriptedServer server([&](ScriptedPeer& peer) {
+        EXPECT_TRUE(peer.request().starts_with("GET /gate/socket.io/?EIO=4"));
+        EXPECT_NE(peer.request().find("\r\nUser-Agent: tests\r\n"), std::string::npos);
+        peer.connect({200ms, 60s});
+        for (std::size_t i = 0; i < kCount; ++i)
+            peer.emit("blob", {ScriptedPeer::placeholder(0)}, {std::string(kBytes, 'b')});
+        while (beats < 3) beats += peer.readText() == "3";
+        peer.sendText(std::string(40001, 'x'));
+        peer.readToEnd();
+    });
+    Client client(Engine::thread, server.url(), config);
+    std::size_t blobs = 0;
+    client.socket().on("blob", [&](SocketData const&) {
+        for (int i = 0; blobs == 0 && beats < 3 && i < 10000; ++i) std::this_thread::sleep_for(1ms);
+        ++blobs;
+    });
+    ASSERT_TRUE(client.connect());
+    EXPECT_TRUE(runUntil(*client.queue, [&] { return blobs == kCount; })) << blobs;
+    EXPECT_EQ(beats, 3);
+    EXPECT_EQ(client.disconnectReason(), "WebSocket: message over the limit of 40000 bytes");
+    auto const pressure = client.socket().pressure();
+    EXPECT_GT(pressure.readingPauses, 0u);
+    EXPECT_LT(pressure.mostBytesUnhandled, 2u << 20);
+}
+
+TEST_P(Conversation, TellsWhenThereIsRoomAgain) {
+    constexpr std::size_t kBlob = 1u << 20, kBound = 8u << 20;
+    std::atomic<bool> mayRead{false};
+    ScriptedServer server([&](ScriptedPeer& peer) {
+        peer.login();
+        while (!mayRead) peer.sleep(1ms);
+        if (peer.number() == 1) peer.reset();
+        peer.readToEnd();
+    });
+    SocketConfig config;
+    config.maxQueuedBytes = kBound;
+    Client client(GetParam(), server.url(), config);
+    auto& socket = client.socket();
+    std::vector<std::size_t> writable;  // what waited by then
+    socket.onWritable([&] { writable.push_back(socket.bytesQueued()); });
+    auto const fill = [&] {
+        SocketItems items;
+        items.values = {items.binary(makeData(KvBytes(kBlob)))};
+        for (auto const before = socket.pressure().dropped; socket.pressure().dropped == before; client.queue->poll())
+            socket.emit("blob", items);
+    };
+    ASSERT_TRUE(client.connect());
+    fill();
+    EXPECT_GT(socket.bytesQueued(), kBound - 2 * kBlob);
+    EXPECT_TRUE(writable.empty());
+    mayRead = true;
+    ASSERT_TRUE(runUntil(*client.queue, [&] { return !writable.empty() && socket.bytesQueued() == 0; }));
+    EXPECT_LE(writable.front(), kBound / 2);
+    EXPECT_EQ(writable.size(), 1u);
+
+    // The next connection begins with an empty queue and, where a call is owed, with that.
+    mayRead = false;
+    socket.disconnect();
+    client.lines.clear();
+    ASSERT_TRUE(client.connect());
+    fill();
+    mayRead = true;
+    ASSERT_TRUE(client.waitForEvent("disconnect"));
+    EXPECT_EQ(socket.bytesQueued(), 0u);
+    EXPECT_EQ(writable.size(), 1u);
+    client.lines.clear();
+    ASSERT_TRUE(client.connect());
+    EXPECT_EQ(writable.size(), 2u);
+    EXPECT_EQ(socket.pressure().dropped, 2u);
+    EXPECT_LE(socket.pressure().mostBytesQueued, kBound);
 }
 
 TEST_P(Conversation, BelievesNoServerThatSpeaksForThisSide) {

@@ -33,7 +33,7 @@ std::string const kOffer =
     "permessage-deflate; client_max_window_bits, permessage-deflate";
 
 TEST(Upgrade, AsksForAWebSocket) {
-    Upgrade const plain("host:81", "/socket.io/?EIO=4", false), offering("[::1]", "/", true);
+    Upgrade const plain("host:81", "/socket.io/?EIO=4", false), offering("[::1]", "/", true, "A: b\r\nC: d\r\n");
     EXPECT_TRUE(plain.request().starts_with("GET /socket.io/?EIO=4 HTTP/1.1\r\n"));
     EXPECT_TRUE(plain.request().ends_with("\r\n\r\n"));
     EXPECT_EQ(valueOf(plain.request(), "Host"), "host:81");
@@ -42,6 +42,7 @@ TEST(Upgrade, AsksForAWebSocket) {
     EXPECT_EQ(valueOf(plain.request(), "Sec-WebSocket-Version"), "13");
     EXPECT_EQ(valueOf(plain.request(), "Sec-WebSocket-Extensions"), "absent");
     EXPECT_EQ(valueOf(offering.request(), "Host"), "[::1]");
+    EXPECT_TRUE(offering.request().ends_with("\r\nA: b\r\nC: d\r\n\r\n"));
     EXPECT_EQ(valueOf(offering.request(), "Sec-WebSocket-Extensions"), kOffer);
     EXPECT_EQ(valueOf(plain.request(), "Sec-WebSocket-Key").size(), 24u);
     EXPECT_NE(valueOf(plain.request(), "Sec-WebSocket-Key"), valueOf(offering.request(), "Sec-WebSocket-Key"));

@@ -1,6 +1,10 @@
+// How a server is reached: its address, the options of the network, the target of the request.
+#include "Net/NetworkOptions.h"
 #include "Net/Url.h"
 #include "SocketIO/transport/Upgrade.h"
 
+#include <algorithm>
+#include <functional>
 #include <iterator>
 #include <sstream>
 #include <string>
@@ -10,6 +14,8 @@
 
 namespace kv::sio {
 namespace {
+
+using namespace std::chrono_literals;
 
 TEST(Url, IsTakenApart) {
     struct Case {
@@ -50,10 +56,62 @@ TEST(Url, IsRefused) {
     }
 }
 
+TEST(NetworkOptions, WhatCannotBeIsTold) {
+    using Options = KvPimNetworkOptions;
+    struct Case {
+        std::function<void(Options&)> change;
+        char const* problem;  // a part of it; empty for none
+    };
+    auto const header = [](std::string const& name, std::string const& value) {
+        return [=](Options& options) { options.headers.emplace_back(name, value); };
+    };
+    auto const path = [](char const* text) { return [=](Options& options) { options.socketPath = text; }; };
+    std::vector<Case> const cases{
+        {[](Options&) {}, ""},
+        {header("X-Gate", "a value,\twith \xC3\xA4"), ""},
+        {header("X-Gate", "a\r\nHost: other"), "value of the header X-Gate"},
+        {header("X-Gate", std::string(1, '\0')), "value of the header X-Gate"},
+        {header("X-Gate", std::string(8192, 'x')), "8192 bytes"},
+        {header("", "x"), "name of a header"},
+        {header("X Gate", "x"), "name of a header"},
+        {header("X:", "x"), "name of a header"},
+        {header("hOst", "x"), "header hOst"},
+        {header("Sec-WebSocket-Protocol", "x"), "header Sec-WebSocket-Protocol"},
+        {header("Proxy-Authorization", "x"), "header Proxy-Authorization"},
+        {[](Options& options) { options.userAgent = "a\n"; }, "userAgent"},
+        {path("/a%20b/"), ""},
+        {path(""), "socketPath"},
+        {path("socket.io/"), "socketPath"},
+        {path("/a b/"), "socketPath"},
+        {path("/a?b"), "socketPath"},
+        {path("/a\r\nb"), "socketPath"},
+        {[](Options& options) { options.connectTimeout = 0ms; }, "connectTimeout"},
+        {[](Options& options) { options.connectTimeout = 24h; }, ""},
+        {[](Options& options) { options.discoveryTimeout = std::chrono::milliseconds::max(); }, "discoveryTimeout"},
+        {[](Options& options) { options.requestTimeout = -1ms; }, "requestTimeout"},
+        {[](Options& options) { options.maxMessageBytes = 1023; }, "maxMessageBytes"},
+        {[](Options& options) { options.maxMessageBytes = (1u << 30) + 1; }, "maxMessageBytes"},
+        {[](Options& options) { options.maxUnhandledBytes = 0; }, "maxUnhandledBytes"},
+    };
+    for (auto const& c : cases) {
+        Options options;
+        c.change(options);
+        auto const problem = problemOf(options);
+        EXPECT_EQ(problem.empty(), *c.problem == '\0') << problem;
+        EXPECT_NE(problem.find(c.problem), std::string::npos) << problem << ", not " << c.problem;
+        EXPECT_TRUE(std::ranges::none_of(problem, [](char each) { return each < ' '; })) << problem;
+    }
+    EXPECT_EQ(net::shared({}), nullptr);
+    Options watching;
+    watching.watchesNetwork = true;
+    EXPECT_NE(net::shared(watching), nullptr);
+}
+
 TEST(Url, EncodesEveryByteOfAParameterThatIsNotPlain) {
-    EXPECT_EQ(requestTarget({}), "/socket.io/?EIO=4&transport=websocket");
+    EXPECT_EQ(requestTarget("/gate/socket.io", {}), "/gate/socket.io?EIO=4&transport=websocket");
     EXPECT_EQ(
-        requestTarget({{"app", "brivel"}, {"token", R"({"a":"b c"})"}, {"&=", "+%\r\n/?#\xC3\xA4-._~"}, {"empty", ""}}),
+        requestTarget("/socket.io/",
+                      {{"app", "brivel"}, {"token", R"({"a":"b c"})"}, {"&=", "+%\r\n/?#\xC3\xA4-._~"}, {"empty", ""}}),
         "/socket.io/?EIO=4&transport=websocket&app=brivel&token=%7B%22a%22%3A%22b%20c%22%7D"
         "&%26%3D=%2B%25%0D%0A%2F%3F%23%C3%A4-._~&empty=");
 }

@@ -162,6 +162,14 @@ TEST(FrameReader, BoundsAMessageOfManyFragments) {
     readInto(reader, outcome, serverFrame(kContinuation, "x"));
     EXPECT_NE(outcome.error.find("over the limit"), std::string::npos);
     EXPECT_EQ(reader.closeCode(), WsCloseCode::tooBig);
+
+    FrameReader small(1000);
+    small.setInflater(Inflater(Inflater::Context::dropped));
+    Outcome sizes;
+    readInto(small, sizes, binaryFrame(std::string(1000, 'f')));
+    EXPECT_EQ(sizes.messages.size(), 1u);
+    readInto(small, sizes, serverFrame(kFin | kCompressed | kBinary, deflated(std::string(1001, 'f'))));
+    EXPECT_NE(sizes.error.find("over the limit"), std::string::npos);
 }
 
 // As a server that keeps its context compresses: later messages refer to earlier ones.
