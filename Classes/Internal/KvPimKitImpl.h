@@ -27,7 +27,8 @@ public:
     using Completion = KvPimKit::Completion;
     using Strings = std::vector<std::string>;
 
-    KvPimKitImpl(std::string appId, std::weak_ptr<KvPimDelegate> delegate, KvPimOptions given);
+    KvPimKitImpl(std::string appId, std::weak_ptr<KvPimDelegate> delegate, KvPimOptions given,
+                 net::NetworkOptions network);
     ~KvPimKitImpl();
     /// The client, if the application still holds it. What is at work in it may keep the inside for longer.
     static std::shared_ptr<KvPimKitImpl> living(std::weak_ptr<KvPimKitImpl> const& client) {
