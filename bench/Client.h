@@ -26,6 +26,8 @@ public:
     /// Anything but a success ends the process.
     virtual void login(Done done) = 0;
     virtual void logout(Done done) = 0;
+    /// Has the server drop the connection; `done` comes when the client is logged in again.
+    virtual void loseConnection(Done done) = 0;
     /// Sends a message to a peer.
     virtual void send(Content content, Answered answered) = 0;
     /// Has the server send so many messages; `done` comes behind the last of them.
@@ -37,13 +39,16 @@ public:
 /// What to measure, and where its server is.
 struct Subject {
     std::string port;
+    std::string caFile;  // of a server that speaks TLS; empty for one that does not
     bool isSocketOnly = false;
     bool isOnThread = false;
 
     std::string name() const {
         return std::string(isSocketOnly ? "socketio" : "kit") + (isOnThread ? "-thread" : "-main");
     }
-    std::string url() const { return "http://127.0.0.1:" + port; }
+    /// What a workload is called when this is what it measures.
+    std::string titled(std::string const& workload) const { return (caFile.empty() ? "" : "tls_") + workload; }
+    std::string url() const { return (caFile.empty() ? "http" : "https") + ("://127.0.0.1:" + port); }
     std::unique_ptr<Client> makeClient() const;
 };
 
