@@ -52,7 +52,7 @@ public:
 private:
     struct Batch;
     Batch& batch();
-    void wake();
+    void wake(std::unique_lock<std::mutex>& lock);
     void handOne();
     void onHandled(std::size_t bytes);
 
