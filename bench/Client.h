@@ -13,6 +13,7 @@
 namespace bench {
 
 enum class Content { text, binary };
+inline constexpr long kAddresses = 8;
 inline constexpr std::size_t kTextBytes = 64, kBinaryBytes = 32768;
 
 inline constexpr std::size_t bytesOf(Content content) { return content == Content::text ? kTextBytes : kBinaryBytes; }
@@ -38,6 +39,7 @@ public:
 
 /// What to measure, and where its server is.
 struct Subject {
+    std::string host = "127.0.0.1";
     std::string port;
     std::string caFile;  // of a server that speaks TLS; empty for one that does not
     bool isSocketOnly = false;
@@ -48,7 +50,13 @@ struct Subject {
     }
     /// What a workload is called when this is what it measures.
     std::string titled(std::string const& workload) const { return (caFile.empty() ? "" : "tls_") + workload; }
-    std::string url() const { return (caFile.empty() ? "http" : "https") + ("://127.0.0.1:" + port); }
+    std::string url() const { return (caFile.empty() ? "http" : "https") + ("://" + host + ':' + port); }
+    /// The servers listen on some addresses, since one has too few ports for fifty thousand connections.
+    Subject atAddress(long number) const {
+        auto other = *this;
+        other.host = "127.0.0." + std::to_string(1 + number % kAddresses);
+        return other;
+    }
     std::unique_ptr<Client> makeClient() const;
 };
 

@@ -175,20 +175,25 @@ void receiveMessages(Client& client, long count, Content content) {
     }
 }
 
-void loginAll(std::vector<std::unique_ptr<Client>> const& clients, std::size_t atATime) {
+void withEach(Clients const& clients, std::size_t atATime,
+              std::function<void(Client& client, Client::Done done)> const& action) {
     std::size_t begun = 0, ended = 0;
     runUntilDone([&](Client::Done const& done) {
-        // Lives as long as the logins that hold it.
+        // Lives as long as the actions that hold it.
         auto const next = std::make_shared<std::function<void()>>();
         *next = [&, done, weak = std::weak_ptr(next)] {
             if (begun == clients.size()) return;
-            clients[begun++]->login([&, done, again = weak.lock()] {
+            action(*clients[begun++], [&, done, again = weak.lock()] {
                 if (++ended == clients.size()) return done();
                 (*again)();
             });
         };
         for (std::size_t i = 0; i < atATime; ++i) (*next)();
     });
+}
+
+void loginAll(Clients const& clients, std::size_t atATime) {
+    withEach(clients, atATime, [](Client& client, Client::Done done) { client.login(std::move(done)); });
 }
 
 bool runWorkload(std::string const& workload, Subject const& subject, Amount amount) {

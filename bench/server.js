@@ -6,10 +6,12 @@
 const fs = require('fs');
 const http = require('http');
 const https = require('https');
+const net = require('net');
 const path = require('path');
 const { createRequire } = require('module');
 const { Server } = createRequire(path.join(__dirname, '../service/package.json'))('socket.io');
 
+const ADDRESSES = 8;
 const TEXT_BYTES = 64;
 const BINARY_BYTES = 32768;
 const MESSAGES_IN_A_WRITE = { text: 256, binary: 8 };
@@ -92,5 +94,12 @@ io.on('connection', (socket) => {
   socket.emit('loginSuccess', { connectionId: socket.id });
 });
 
-httpServer.listen(0, '127.0.0.1', 16384, () => console.log(`PORT ${httpServer.address().port}`));
+// One address has too few ports for fifty thousand connections.
+httpServer.listen(0, '127.0.0.1', 16384, () => {
+  const { port } = httpServer.address();
+  for (let i = 2; i <= ADDRESSES; i++) {
+    net.createServer((connection) => httpServer.emit('connection', connection)).listen(port, `127.0.0.${i}`, 16384);
+  }
+  console.log(`PORT ${port}`);
+});
 process.stdin.once('end', () => process.exit(0)).resume();

@@ -45,7 +45,8 @@ compare_clients() {
 
 # measure_crowd CLIENTS
 measure_crowd() {
-    local server engine
+    local server engine files=$(($1 + 1000))
+    (($(ulimit -Hn) >= files)) || ulimit -n "$files" 2>/dev/null || fail "So many clients need ulimit -n $files."
     for server in node fast; do
         start_bench_server "$server"
         measure_client /dev/null js ack_pipelined 50000 1000
