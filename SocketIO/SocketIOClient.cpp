@@ -57,7 +57,7 @@ private:
 SocketIOClient::Impl::Impl(std::string serverUrl, SocketConfig socketConfig, std::shared_ptr<KvMainQueue> main,
                            std::shared_ptr<KvMainQueue> worker)
     : url(std::move(serverUrl)),
-      config(std::move(socketConfig)),
+      config(std::make_shared<SocketConfig const>(std::move(socketConfig))),
       mainQueue(std::move(main)),
       engine(std::move(worker)),
       acks(std::make_shared<sio::AckTable>(mainQueue)) {}
@@ -125,7 +125,7 @@ void SocketIOClient::Impl::onEvent(std::shared_ptr<Link> const& link, sio::Recei
 SocketAnswer SocketIOClient::Impl::answerTo(std::shared_ptr<Link> const& link, std::optional<std::uint64_t> id) {
     if (!id) return {};
     return SocketAnswer([weak = std::weak_ptr(link), id = *id, isSent = std::make_shared<bool>(false),
-                         log = config.log](SocketItems const& items) {
+                         log = config->log](SocketItems const& items) {
         auto const asked = weak.lock();
         if (!asked || !asked->connection || std::exchange(*isSent, true)) return;
         std::string text;
@@ -137,15 +137,12 @@ SocketAnswer SocketIOClient::Impl::answerTo(std::shared_ptr<Link> const& link, s
 }
 
 void SocketIOClient::Impl::log(std::string_view line) const {
-    if (config.log) config.log(line);
+    if (config->log) config->log(line);
 }
 
 void SocketIOClient::Impl::addHandler(std::string event, Handler handler) {
     names->add(event);
-    auto& list = handlers[std::move(event)];
-    auto longer = list ? *list : std::vector<Handler>();
-    longer.push_back(std::move(handler));
-    list = std::make_shared<std::vector<Handler> const>(std::move(longer));
+    handlers.emplace(std::move(event), std::move(handler));
 }
 
 void SocketIOClient::Impl::send(std::string_view event, SocketItems const& items, std::optional<std::uint64_t> ackId,
@@ -171,12 +168,11 @@ void SocketIOClient::Impl::send(std::string_view event, SocketItems const& items
 }
 
 void SocketIOClient::Impl::deliver(Link const* link, std::string_view event, SocketData const& data) {
-    auto const found = handlers.find(event);
-    if (found == handlers.end()) return;
-    auto const all = found->second;
-    for (auto const& handler : *all) {
+    auto next = handlers.lower_bound(event);
+    // Those that are added meanwhile come behind, and hear of the next one.
+    for (auto left = handlers.count(event); left > 0; --left, ++next) {
         if (link && !link->isListening()) return;  // a handler before has left
-        handler(data);
+        next->second(data);
     }
 }
 

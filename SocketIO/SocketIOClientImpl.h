@@ -8,11 +8,11 @@
 #include "SocketIO/transport/Connection.h"
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 namespace kv {
@@ -38,7 +38,7 @@ public:
 
     SocketIOClient* socket = nullptr;  // whose inside this is
     std::string const url;
-    SocketConfig const config;
+    std::shared_ptr<SocketConfig const> const config;  // its connections share it
     std::shared_ptr<KvMainQueue> const mainQueue;
     std::shared_ptr<KvMainQueue> const engine;
     std::shared_ptr<sio::AckTable> const acks;
@@ -46,9 +46,8 @@ public:
     std::string sid;
     bool isReleasedForGood = false;  // the manager is gone
 
-    // A list is replaced, never changed: handlers may add handlers while it runs.
-    using Handlers = std::shared_ptr<std::vector<Handler> const>;
-    std::unordered_map<std::string, Handlers, sio::TextHash, std::equal_to<>> handlers;
+    // Nothing is ever taken out: a handler that is at work stays where it is, whatever it adds.
+    std::multimap<std::string, Handler const, std::less<>> handlers;
     std::shared_ptr<sio::EventNames> const names = std::make_shared<sio::EventNames>();  // of `handlers`
 
 private:

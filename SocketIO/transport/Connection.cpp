@@ -19,14 +19,15 @@ constexpr char const* kClosedByServer = "The server closed the connection";
 
 }  // namespace
 
-Connection::Connection(std::string url, SocketConfig const& config, std::shared_ptr<EventNames const> names,
-                       std::shared_ptr<KvMainQueue> const& mainQueue, std::shared_ptr<KvMainQueue> const& engine)
+Connection::Connection(std::string url, std::shared_ptr<SocketConfig const> config,
+                       std::shared_ptr<EventNames const> names, std::shared_ptr<KvMainQueue> const& mainQueue,
+                       std::shared_ptr<KvMainQueue> const& engine)
     : url_(std::move(url)),
-      config_(config),
+      config_(std::move(config)),
       names_(std::move(names)),
       mainQueue_(mainQueue),
       engine_(engine),
-      outbox_(config.maxQueuedBytes) {}
+      outbox_(config_->maxQueuedBytes) {}
 
 void Connection::start(std::weak_ptr<ConnectionListener> listener) {
     auto const engine = engine_.lock();
@@ -55,7 +56,7 @@ void Connection::dial() {
     auto url = net::Url::parse(url_);
     if (!url) return end("Not an address of a server: " + url_);
     deadline_ = engine->now() + kHandshakeTime;
-    Dialer::Plan plan{*std::move(url), requestTarget(config_.connectParams), config_.caFile, config_.compress};
+    Dialer::Plan plan{*std::move(url), requestTarget(config_->connectParams), config_->caFile, config_->compress};
     dialer_ = std::make_shared<Dialer>(engine, std::move(plan), [weak = weak_from_this()](Dialer::Dialed dialed) {
         if (auto const self = weak.lock()) self->onDialed(std::move(dialed));
     });
@@ -307,7 +308,7 @@ std::shared_ptr<PacketMemory> const& Connection::packetMemory() {
 
 bool Connection::isAwaited(std::string_view event) {
     if (event == awaited_) return true;
-    if (!names_->contains(event)) return false;
+    if (!names_->mayContain(event)) return false;
     awaited_ = event;
     return true;
 }

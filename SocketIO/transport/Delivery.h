@@ -7,8 +7,8 @@
 
 #include <atomic>
 #include <cstddef>
-#include <deque>
 #include <functional>
+#include <list>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -66,7 +66,7 @@ private:
 
     std::mutex mutex_;
     // Guarded by mutex_: what the main queue has not taken yet, and whether it was told so.
-    std::deque<std::unique_ptr<Batch>> waiting_;
+    std::list<std::unique_ptr<Batch>> waiting_;
     std::optional<std::string> reason_;
     bool isWoken_ = false;
 };
