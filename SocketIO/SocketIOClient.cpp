@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cassert>
+#include <iterator>
 #include <utility>
 
 namespace kv {
@@ -105,13 +106,14 @@ void SocketIOClient::Impl::onConnected(Link const& link, std::string_view sessio
     status = SocketStatus::connected;
     sid = sessionId;
     timeouts_.clear();
-    deliver(&link, "connect", SocketData({}, {}));
+    deliver(&link, handlers.equal_range("connect"), SocketData({}, {}));
 }
 
 void SocketIOClient::Impl::onEvent(std::shared_ptr<Link> const& link, sio::ReceivedPacket const& packet) {
     std::string_view const name = packet.name;
     if (name == "connect" || name == "error") return;  // which this side alone can tell
-    if (!handlers.contains(name)) return;
+    HandlersOfOne const to = handlers.equal_range(name);
+    if (to.first == to.second) return;
     json::array late;  // of an event whose handler was not there yet when it came
     if (!packet.unread.empty()) {
         if (auto const problem = sio::readItems(packet.unread, true, late); !problem.empty()) return log(problem);
@@ -119,7 +121,7 @@ void SocketIOClient::Impl::onEvent(std::shared_ptr<Link> const& link, sio::Recei
     auto const& items = packet.unread.empty() ? packet.items : late;
     auto const* reason = items.empty() ? nullptr : items.front().if_string();
     if (name == "disconnect" && reason && sio::isOwnReason(*reason)) return;
-    deliver(link.get(), name, SocketData(items, packet.attachments, answerTo(link, packet.id)));
+    deliver(link.get(), to, SocketData(items, packet.attachments, answerTo(link, packet.id)));
 }
 
 SocketAnswer SocketIOClient::Impl::answerTo(std::shared_ptr<Link> const& link, std::optional<std::uint64_t> id) {
@@ -167,19 +169,20 @@ void SocketIOClient::Impl::send(std::string_view event, SocketItems const& items
         log("Too much waits to be sent: dropped the event " + std::string(event));
 }
 
-void SocketIOClient::Impl::deliver(Link const* link, std::string_view event, SocketData const& data) {
-    auto next = handlers.lower_bound(event);
-    // Those that are added meanwhile come behind, and hear of the next one.
-    for (auto left = handlers.count(event); left > 0; --left, ++next) {
+void SocketIOClient::Impl::deliver(Link const* link, HandlersOfOne const& to, SocketData const& data) {
+    if (to.first == to.second) return;
+    auto const last = std::prev(to.second);  // those that are added meanwhile come behind, and hear of the next event
+    for (auto next = to.first;; ++next) {
         if (link && !link->isListening()) return;  // a handler before has left
         next->second(data);
+        if (next == last) return;
     }
 }
 
 void SocketIOClient::Impl::deliverText(std::string_view event, std::string_view text) {
     auto const keep = socket->weak_from_this().lock();
     json::array const items{json::string_view(text.data(), text.size())};
-    deliver(nullptr, event, SocketData(items, {}));
+    deliver(nullptr, handlers.equal_range(event), SocketData(items, {}));
 }
 
 SocketIOClient::SocketIOClient(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) { impl_->socket = this; }

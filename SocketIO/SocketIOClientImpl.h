@@ -13,6 +13,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace kv {
@@ -47,7 +48,9 @@ public:
     bool isReleasedForGood = false;  // the manager is gone
 
     // Nothing is ever taken out: a handler that is at work stays where it is, whatever it adds.
-    std::multimap<std::string, Handler const, std::less<>> handlers;
+    using Handlers = std::multimap<std::string, Handler const, std::less<>>;
+    using HandlersOfOne = std::pair<Handlers::const_iterator, Handlers::const_iterator>;
+    Handlers handlers;
     std::shared_ptr<sio::EventNames> const names = std::make_shared<sio::EventNames>();  // of `handlers`
 
 private:
@@ -57,7 +60,7 @@ private:
     void onEvent(std::shared_ptr<Link> const& link, sio::ReceivedPacket const& packet);
     SocketAnswer answerTo(std::shared_ptr<Link> const& link, std::optional<std::uint64_t> id);
     void log(std::string_view line) const;
-    void deliver(Link const* link, std::string_view event, SocketData const& data);
+    static void deliver(Link const* link, HandlersOfOne const& to, SocketData const& data);
     void deliverText(std::string_view event, std::string_view text);
 
     std::shared_ptr<Link> link_;          // to the present connection; one that was released delivers nothing any more
