@@ -13,7 +13,6 @@
 
 #include <chrono>
 #include <coroutine>
-#include <deque>
 #include <exception>
 #include <functional>
 #include <memory>

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cassert>
+#include <iterator>
 #include <utility>
 
 namespace kv {
@@ -14,6 +15,12 @@ namespace {
 constexpr std::string_view kReserved[] = {"connect",       "connect_error", "disconnect",
                                           "disconnecting", "newListener",   "removeListener"};
 constexpr std::size_t kUsualAttachments = 10;  // what the reference server takes unless it is told otherwise
+
+// For all connections of the socket.
+std::shared_ptr<SocketConfig const> shared(SocketConfig config) {
+    config.network = net::withCaFile(std::move(config.network), config.caFile);
+    return std::make_shared<SocketConfig const>(std::move(config));
+}
 
 }  // namespace
 
@@ -63,20 +70,20 @@ private:
 SocketIOClient::Impl::Impl(std::string serverUrl, SocketConfig socketConfig, std::shared_ptr<KvMainQueue> main,
                            std::shared_ptr<KvMainQueue> worker)
     : url(std::move(serverUrl)),
-      config(std::move(socketConfig)),
+      config(shared(std::move(socketConfig))),
       mainQueue(std::move(main)),
       engine(std::move(worker)),
       acks(std::make_shared<sio::AckTable>(mainQueue)) {}
 
 void SocketIOClient::Impl::watchNetwork() {
-    if (!config.network || !config.network->watchesNetwork) return;
+    if (!config->network || !config->network->watchesNetwork) return;
     auto const changed = [weak = socket->weak_from_this()] {
         auto const self = weak.lock();
         if (!self || self->impl_->isReleasedForGood) return;
         self->networkChanged();
-        if (self->impl_->config.networkChanged) self->impl_->config.networkChanged();
+        if (self->impl_->config->networkChanged) self->impl_->config->networkChanged();
     };
-    networkWatch_ = net::watchNetwork(engine, mainQueue, changed, config.log);
+    networkWatch_ = net::watchNetwork(engine, mainQueue, changed, config->log);
 }
 
 SocketIOClient::Impl::~Impl() { release(); }
@@ -130,7 +137,7 @@ void SocketIOClient::Impl::onConnected(Link const& link, std::string_view sessio
     status = SocketStatus::connected;
     sid = sessionId;
     timeouts_.clear();
-    deliver(&link, "connect", SocketData({}, {}));
+    deliver(&link, handlers.equal_range("connect"), SocketData({}, {}));
     if (link.isListening() && std::exchange(ended_.isTight, false)) onWritable();
 }
 
@@ -150,7 +157,8 @@ SocketPressure SocketIOClient::Impl::pressure() const {
 void SocketIOClient::Impl::onEvent(std::shared_ptr<Link> const& link, sio::ReceivedPacket const& packet) {
     std::string_view const name = packet.name;
     if (name == "connect" || name == "error") return;  // which this side alone can tell
-    if (!handlers.contains(name)) return;
+    HandlersOfOne const to = handlers.equal_range(name);
+    if (to.first == to.second) return;
     json::array late;  // of an event whose handler was not there yet when it came
     if (!packet.unread.empty()) {
         if (auto const problem = sio::readItems(packet.unread, true, late); !problem.empty()) return log(problem);
@@ -158,13 +166,13 @@ void SocketIOClient::Impl::onEvent(std::shared_ptr<Link> const& link, sio::Recei
     auto const& items = packet.unread.empty() ? packet.items : late;
     auto const* reason = items.empty() ? nullptr : items.front().if_string();
     if (name == "disconnect" && reason && sio::isOwnReason(*reason)) return;
-    deliver(link.get(), name, SocketData(items, packet.attachments, answerTo(link, packet.id)));
+    deliver(link.get(), to, SocketData(items, packet.attachments, answerTo(link, packet.id)));
 }
 
 SocketAnswer SocketIOClient::Impl::answerTo(std::shared_ptr<Link> const& link, std::optional<std::uint64_t> id) {
     if (!id) return {};
     return SocketAnswer([weak = std::weak_ptr(link), id = *id, isSent = std::make_shared<bool>(false),
-                         log = config.log](SocketItems const& items) {
+                         log = config->log](SocketItems const& items) {
         auto const asked = weak.lock();
         if (!asked || !asked->connection || std::exchange(*isSent, true)) return;
         std::string text;
@@ -176,15 +184,12 @@ SocketAnswer SocketIOClient::Impl::answerTo(std::shared_ptr<Link> const& link, s
 }
 
 void SocketIOClient::Impl::log(std::string_view line) const {
-    if (config.log) config.log(line);
+    if (config->log) config->log(line);
 }
 
 void SocketIOClient::Impl::addHandler(std::string event, Handler handler) {
     names->add(event);
-    auto& list = handlers[std::move(event)];
-    auto longer = list ? *list : std::vector<Handler>();
-    longer.push_back(std::move(handler));
-    list = std::make_shared<std::vector<Handler> const>(std::move(longer));
+    handlers.emplace(std::move(event), std::move(handler));
 }
 
 void SocketIOClient::Impl::send(std::string_view event, SocketItems const& items, std::optional<std::uint64_t> ackId,
@@ -209,20 +214,20 @@ void SocketIOClient::Impl::send(std::string_view event, SocketItems const& items
         log("Too much waits to be sent: dropped the event " + std::string(event));
 }
 
-void SocketIOClient::Impl::deliver(Link const* link, std::string_view event, SocketData const& data) {
-    auto const found = handlers.find(event);
-    if (found == handlers.end()) return;
-    auto const all = found->second;
-    for (auto const& handler : *all) {
+void SocketIOClient::Impl::deliver(Link const* link, HandlersOfOne const& to, SocketData const& data) {
+    if (to.first == to.second) return;
+    auto const last = std::prev(to.second);  // those that are added meanwhile come behind, and hear of the next event
+    for (auto next = to.first;; ++next) {
         if (link && !link->isListening()) return;  // a handler before has left
-        handler(data);
+        next->second(data);
+        if (next == last) return;
     }
 }
 
 void SocketIOClient::Impl::deliverText(std::string_view event, std::string_view text) {
     auto const keep = socket->weak_from_this().lock();
     json::array const items{json::string_view(text.data(), text.size())};
-    deliver(nullptr, event, SocketData(items, {}));
+    deliver(nullptr, handlers.equal_range(event), SocketData(items, {}));
 }
 
 SocketIOClient::SocketIOClient(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) { impl_->socket = this; }

@@ -9,11 +9,12 @@
 #include "SocketIO/transport/Connection.h"
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace kv {
@@ -44,7 +45,7 @@ public:
 
     SocketIOClient* socket = nullptr;  // whose inside this is
     std::string const url;
-    SocketConfig const config;
+    std::shared_ptr<SocketConfig const> const config;  // its connections share it
     std::shared_ptr<KvMainQueue> const mainQueue;
     std::shared_ptr<KvMainQueue> const engine;
     std::shared_ptr<sio::AckTable> const acks;
@@ -53,9 +54,10 @@ public:
     bool isReleasedForGood = false;  // the manager is gone
     std::function<void()> writable;
 
-    // A list is replaced, never changed: handlers may add handlers while it runs.
-    using Handlers = std::shared_ptr<std::vector<Handler> const>;
-    std::unordered_map<std::string, Handlers, sio::TextHash, std::equal_to<>> handlers;
+    // Nothing is ever taken out: a handler that is at work stays where it is, whatever it adds.
+    using Handlers = std::multimap<std::string, Handler const, std::less<>>;
+    using HandlersOfOne = std::pair<Handlers::const_iterator, Handlers::const_iterator>;
+    Handlers handlers;
     std::shared_ptr<sio::EventNames> const names = std::make_shared<sio::EventNames>();  // of `handlers`
 
 private:
@@ -66,7 +68,7 @@ private:
     void onEvent(std::shared_ptr<Link> const& link, sio::ReceivedPacket const& packet);
     SocketAnswer answerTo(std::shared_ptr<Link> const& link, std::optional<std::uint64_t> id);
     void log(std::string_view line) const;
-    void deliver(Link const* link, std::string_view event, SocketData const& data);
+    static void deliver(Link const* link, HandlersOfOne const& to, SocketData const& data);
     void deliverText(std::string_view event, std::string_view text);
 
     std::shared_ptr<Link> link_;          // to the present connection; one that was released delivers nothing any more

@@ -13,6 +13,7 @@
 namespace bench {
 
 enum class Content { text, binary };
+inline constexpr long kAddresses = 8;
 inline constexpr std::size_t kTextBytes = 64, kBinaryBytes = 32768;
 
 inline constexpr std::size_t bytesOf(Content content) { return content == Content::text ? kTextBytes : kBinaryBytes; }
@@ -26,6 +27,8 @@ public:
     /// Anything but a success ends the process.
     virtual void login(Done done) = 0;
     virtual void logout(Done done) = 0;
+    /// Has the server drop the connection; `done` comes when the client is logged in again.
+    virtual void loseConnection(Done done) = 0;
     /// Sends a message to a peer.
     virtual void send(Content content, Answered answered) = 0;
     /// Has the server send so many messages; `done` comes behind the last of them.
@@ -36,14 +39,24 @@ public:
 
 /// What to measure, and where its server is.
 struct Subject {
+    std::string host = "127.0.0.1";
     std::string port;
+    std::string caFile;  // of a server that speaks TLS; empty for one that does not
     bool isSocketOnly = false;
     bool isOnThread = false;
 
     std::string name() const {
         return std::string(isSocketOnly ? "socketio" : "kit") + (isOnThread ? "-thread" : "-main");
     }
-    std::string url() const { return "http://127.0.0.1:" + port; }
+    /// What a workload is called when this is what it measures.
+    std::string titled(std::string const& workload) const { return (caFile.empty() ? "" : "tls_") + workload; }
+    std::string url() const { return (caFile.empty() ? "http" : "https") + ("://" + host + ':' + port); }
+    /// The servers listen on some addresses, since one has too few ports for fifty thousand connections.
+    Subject atAddress(long number) const {
+        auto other = *this;
+        other.host = "127.0.0." + std::to_string(1 + number % kAddresses);
+        return other;
+    }
     std::unique_ptr<Client> makeClient() const;
 };
 

@@ -10,7 +10,7 @@
 namespace bench {
 namespace {
 
-constexpr std::size_t kLoginsAtATime = 200;
+constexpr std::size_t kLoginsAtATime = 200, kTalkAtATime = 1000;
 constexpr std::chrono::seconds kIdle{5};
 
 void print(char const* what, Measurement const& measured, std::size_t count) {
@@ -19,32 +19,26 @@ void print(char const* what, Measurement const& measured, std::size_t count) {
 }
 
 // Each client sends itself a message, and answers it when it comes back.
-void talk(std::vector<std::unique_ptr<Client>> const& clients) {
-    std::size_t answered = 0;
-    runUntilDone([&](Client::Done const& done) {
-        for (auto const& client : clients) {
-            auto& kit = static_cast<KitClient&>(*client);
-            kit.onMessage = [&, done](std::size_t) {
-                kit.send(Content::text, [&, done](std::int64_t code) {
-                    if (code != 0) fail("an answer was answered with %lld", static_cast<long long>(code));
-                    if (++answered == clients.size()) done();
-                });
-            };
-            kit.sendTo("me", "hello", [](std::int64_t code) {
-                if (code != 0) fail("a message was answered with %lld", static_cast<long long>(code));
-            });
-        }
+void talk(Client& client, Client::Done done) {
+    auto& kit = static_cast<KitClient&>(client);
+    kit.onMessage = [&kit, done = std::move(done)](std::size_t) {
+        kit.send(Content::text, [done](std::int64_t code) {
+            if (code != 0) fail("an answer was answered with %lld", static_cast<long long>(code));
+            done();
+        });
+    };
+    kit.sendTo("me", "hello", [](std::int64_t code) {
+        if (code != 0) fail("a message was answered with %lld", static_cast<long long>(code));
     });
-    for (auto const& client : clients) client->onMessage = nullptr;
 }
 
 }  // namespace
 
 void runCrowd(Subject const& subject, long count) {
     auto const memoryBefore = statusOf("VmRSS:");
-    std::vector<std::unique_ptr<Client>> clients;
+    Clients clients;
     for (long i = 0; i < count; ++i) {
-        clients.push_back(std::make_unique<KitClient>(subject, "user-" + std::to_string(i)));
+        clients.push_back(std::make_unique<KitClient>(subject.atAddress(i), "user-" + std::to_string(i)));
     }
     Measurement login;
     loginAll(clients, kLoginsAtATime);
@@ -57,8 +51,9 @@ void runCrowd(Subject const& subject, long count) {
                 static_cast<double>(statusOf("VmRSS:") - memoryBefore) / static_cast<double>(count));
 
     Measurement conversation;
-    talk(clients);
+    withEach(clients, kTalkAtATime, talk);
     conversation.stop();
+    for (auto const& client : clients) client->onMessage = nullptr;
     print("receive and answer", conversation, size);
 
     auto const switchesBefore = usage().ru_nvcsw;
@@ -67,6 +62,12 @@ void runCrowd(Subject const& subject, long count) {
     idle.stop();
     std::printf("%-28s %8.2f s %8.3f s of CPU, %ld wake-ups\n", "idle", idle.wall(), idle.cpu(),
                 usage().ru_nvcsw - switchesBefore);
+
+    Measurement logout;
+    withEach(clients, kTalkAtATime, [](Client& client, Client::Done done) { client.logout(std::move(done)); });
+    clients.clear();
+    logout.stop();
+    print("log out", logout, size);
 }
 
 }  // namespace bench

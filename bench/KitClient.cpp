@@ -26,6 +26,7 @@ std::string const& directory() {
 kv::KvPimOptions optionsOf(Subject const& subject) {
     kv::KvPimOptions options;
     options.envConfig.apiServer = subject.url();
+    options.envConfig.caFile = subject.caFile;
     options.envConfig.collectServer = "http://127.0.0.1:9/";  // event reports are written, not uploaded
     options.envConfig.cachesDirectory = directory() + "/caches";
     options.envConfig.keyStoreDirectory = directory() + "/keys";
@@ -44,7 +45,9 @@ KitClient::KitClient(Subject const& subject, std::string userId) : userId_(std::
     delegate_->messageReceived = [this](kv::KvPimKit&, std::shared_ptr<kv::KvPimMessage> const& message,
                                         std::string const&) { onReceived(*message); };
     delegate_->peersOnlineStatusChanged = [this](kv::KvPimKit&, auto const&) { onEvent(); };
-    delegate_->connectionStateChanged = [](kv::KvPimKit&, std::int64_t, std::int64_t) {};
+    delegate_->connectionStateChanged = [this](kv::KvPimKit&, std::int64_t state, std::int64_t) {
+        if (state == kv::KvPimConnectionStateConnected && back_) std::exchange(back_, nullptr)();
+    };
     kit_ = kv::KvPimKit::initWithAppId("bench", delegate_, optionsOf(subject));
 }
 
@@ -57,6 +60,11 @@ void KitClient::login(Done done) {
 
 void KitClient::logout(Done done) {
     kit_->logoutWithCompletion([done = std::move(done)](std::int64_t) { done(); });
+}
+
+void KitClient::loseConnection(Done done) {
+    back_ = std::move(done);
+    sendTo("drop", "now", {});
 }
 
 void KitClient::send(Content content, Answered answered) {

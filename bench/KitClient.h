@@ -12,6 +12,7 @@ public:
 
     void login(Done done) override;
     void logout(Done done) override;
+    void loseConnection(Done done) override;
     void send(Content content, Answered answered) override;
     void askForMessages(long count, Content content, Done done) override;
     void sendTo(std::string const& peer, std::string text, Answered answered);
@@ -30,6 +31,7 @@ private:
     std::shared_ptr<kv::KvPimKit> kit_;
     long missing_ = 0;
     Done allReceived_;
+    Done back_;
 };
 
 }  // namespace bench

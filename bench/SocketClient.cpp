@@ -5,6 +5,7 @@
 #include "bench/Client.h"
 
 #include <array>
+#include <memory>
 #include <utility>
 
 #include <boost/json/monotonic_resource.hpp>
@@ -16,8 +17,9 @@ namespace {
 
 constexpr std::chrono::seconds kTimeout{6};
 
-kv::SocketConfig config() {
+kv::SocketConfig configOf(Subject const& subject) {
     kv::SocketConfig config;
+    config.caFile = subject.caFile;
     config.connectParams = {{"app", "bench"}, {"roomId", "room-1"}, {"token", R"({"userId":"alice","token":"t"})"}};
     return config;
 }
@@ -29,26 +31,22 @@ kv::KvData const& blob() {
 
 class SocketClient final : public Client {
 public:
-    explicit SocketClient(Subject const& subject)
-        : manager_(subject.url(), config(), kv::KvMainQueue::main(),
-                   subject.isOnThread ? kv::engineThreadQueue() : kv::KvMainQueue::main()),
-          socket_(manager_.defaultSocket()) {
-        socket_->on("disconnect", [this](kv::SocketData const&) {
-            if (!left_) fail("the connection was lost");
-            left_();
-        });
-        socket_->on("MessageToPeerReceived", [this](kv::SocketData const& data) { onReceived(data); });
-        socket_->on("floodEnd", [this](kv::SocketData const&) { std::exchange(allReceived_, nullptr)(); });
-    }
+    explicit SocketClient(Subject const& subject) : subject_(subject) {}
 
     void login(Done done) override {
-        socket_->on("loginSuccess", [done = std::move(done)](kv::SocketData const&) { done(); });
-        socket_->connect();
+        loggedIn_ = std::move(done);
+        connect();
     }
 
     void logout(Done done) override {
         left_ = std::move(done);
         socket_->disconnect();
+    }
+
+    void loseConnection(Done done) override {
+        loggedIn_ = std::move(done);
+        left_ = [this] { kv::KvMainQueue::main()->post([this] { connect(); }); };
+        socket_->emit("drop", {});
     }
 
     void send(Content content, Answered answered) override {
@@ -81,6 +79,21 @@ public:
     }
 
 private:
+    void connect() {
+        auto const main = kv::KvMainQueue::main();
+        auto const engine = subject_.isOnThread ? kv::engineThreadQueue() : main;
+        manager_ = std::make_unique<kv::SocketManager>(subject_.url(), configOf(subject_), main, engine);
+        socket_ = manager_->defaultSocket();
+        socket_->on("disconnect", [this](kv::SocketData const&) {
+            if (!left_) fail("the connection was lost");
+            std::exchange(left_, nullptr)();
+        });
+        socket_->on("loginSuccess", [this](kv::SocketData const&) { std::exchange(loggedIn_, nullptr)(); });
+        socket_->on("MessageToPeerReceived", [this](kv::SocketData const& data) { onReceived(data); });
+        socket_->on("floodEnd", [this](kv::SocketData const&) { std::exchange(allReceived_, nullptr)(); });
+        socket_->connect();
+    }
+
     void onReceived(kv::SocketData const& data) {
         for (auto const& message : data.items().front().at("msgs").get_array()) {
             auto const& content = message.at("content").get_object();
@@ -89,10 +102,10 @@ private:
         }
     }
 
-    kv::SocketManager manager_;
-    std::shared_ptr<kv::SocketIOClient> const socket_;
-    Done left_;
-    Done allReceived_;
+    Subject const subject_;
+    std::unique_ptr<kv::SocketManager> manager_;
+    std::shared_ptr<kv::SocketIOClient> socket_;
+    Done loggedIn_, left_, allReceived_;
 };
 
 }  // namespace

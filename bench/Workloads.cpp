@@ -135,6 +135,23 @@ void measureManyClients(std::string const& name, Subject const& subject, Amount 
     measurement.print(name, subject.name(), amount.operations);
 }
 
+// All lose their connection at once, and come back when the library thinks it time.
+void measureReconnect(std::string const& name, Subject const& subject, Amount amount) {
+    std::vector<std::unique_ptr<Client>> clients;
+    for (long i = 0; i < amount.operations; ++i) clients.push_back(subject.makeClient());
+    loginAll(clients, kLoginsAtATime);
+    Measurement measurement;
+    std::size_t back = 0;
+    runUntilDone([&](Client::Done const& done) {
+        for (auto const& client : clients)
+            client->loseConnection([&, done] {
+                if (++back == clients.size()) done();
+            });
+    });
+    measurement.stop();
+    measurement.print(name, subject.name(), amount.operations);
+}
+
 }  // namespace
 
 void requestPipelined(Client& client, long count, int depth, Content content) {
@@ -158,14 +175,15 @@ void receiveMessages(Client& client, long count, Content content) {
     }
 }
 
-void loginAll(std::vector<std::unique_ptr<Client>> const& clients, std::size_t atATime) {
+void withEach(Clients const& clients, std::size_t atATime,
+              std::function<void(Client& client, Client::Done done)> const& action) {
     std::size_t begun = 0, ended = 0;
     runUntilDone([&](Client::Done const& done) {
-        // Lives as long as the logins that hold it.
+        // Lives as long as the actions that hold it.
         auto const next = std::make_shared<std::function<void()>>();
         *next = [&, done, weak = std::weak_ptr(next)] {
             if (begun == clients.size()) return;
-            clients[begun++]->login([&, done, again = weak.lock()] {
+            action(*clients[begun++], [&, done, again = weak.lock()] {
                 if (++ended == clients.size()) return done();
                 (*again)();
             });
@@ -174,7 +192,12 @@ void loginAll(std::vector<std::unique_ptr<Client>> const& clients, std::size_t a
     });
 }
 
-bool runWorkload(std::string const& name, Subject const& subject, Amount amount) {
+void loginAll(Clients const& clients, std::size_t atATime) {
+    withEach(clients, atATime, [](Client& client, Client::Done done) { client.login(std::move(done)); });
+}
+
+bool runWorkload(std::string const& workload, Subject const& subject, Amount amount) {
+    auto const name = subject.titled(workload);
     using Latencies = std::vector<double>*;
     auto const requests = [&](int depth, Content content, bool withLatencies) {
         measure(name, subject, amount, [=](Client& client, long count, Latencies latencies) {
@@ -187,13 +210,14 @@ bool runWorkload(std::string const& name, Subject const& subject, Amount amount)
                 [=](Client& client, long count, Latencies) { receiveMessages(client, count, content); });
         return true;
     };
-    if (name == "ack_pipelined") return requests(kDeep, Content::text, false);
-    if (name == "ack_sequential") return requests(1, Content::text, true);
-    if (name == "send_binary32k") return requests(kShallow, Content::binary, false);
-    if (name == "recv_text") return messages(Content::text);
-    if (name == "recv_binary32k") return messages(Content::binary);
-    if (name == "connect") return measureConnect(name, subject, amount), true;
-    if (name == "many_clients") return measureManyClients(name, subject, amount), true;
+    if (workload == "ack_pipelined") return requests(kDeep, Content::text, false);
+    if (workload == "ack_sequential") return requests(1, Content::text, true);
+    if (workload == "send_binary32k") return requests(kShallow, Content::binary, false);
+    if (workload == "recv_text") return messages(Content::text);
+    if (workload == "recv_binary32k") return messages(Content::binary);
+    if (workload == "connect") return measureConnect(name, subject, amount), true;
+    if (workload == "reconnect") return measureReconnect(name, subject, amount), true;
+    if (workload == "many_clients") return measureManyClients(name, subject, amount), true;
     return false;
 }
 

@@ -3,6 +3,8 @@
 
 #include "bench/Client.h"
 
+#include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -20,8 +22,12 @@ bool runWorkload(std::string const& name, Subject const& subject, Amount amount)
 void requestPipelined(Client& client, long count, int depth, Content content);
 /// The messages arrive as the server likes; each is looked at.
 void receiveMessages(Client& client, long count, Content content);
+/// Has all clients do the same, so many at a time.
+using Clients = std::vector<std::unique_ptr<Client>>;
+void withEach(Clients const& clients, std::size_t atATime,
+              std::function<void(Client& client, Client::Done done)> const& action);
 /// Logs all in, so many at a time.
-void loginAll(std::vector<std::unique_ptr<Client>> const& clients, std::size_t atATime);
+void loginAll(Clients const& clients, std::size_t atATime);
 
 /// Many clients in one process, each of which receives a message and answers it: the time, the threads, the rest.
 void runCrowd(Subject const& subject, long count);

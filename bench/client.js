@@ -1,6 +1,6 @@
 #!/usr/bin/env node
 // The same workloads with the JavaScript client of Socket.IO: what this library is compared with.
-//     client.js PORT WORKLOAD OPS WARMUP
+//     client.js PORT WORKLOAD OPS WARMUP [PEM]
 'use strict';
 const fs = require('fs');
 const path = require('path');
@@ -8,7 +8,8 @@ const { createRequire } = require('module');
 const { io } = createRequire(path.join(__dirname, '../service/package.json'))('socket.io-client');
 
 const [port, workload] = process.argv.slice(2);
-const [operations, warmUp] = process.argv.slice(4).map(Number);
+const [operations, warmUp] = process.argv.slice(4, 6).map(Number);
+const ca = process.argv[6] && fs.readFileSync(process.argv[6]);  // of a server that speaks TLS
 const TEXT = 'x'.repeat(64);
 const BLOB = Buffer.alloc(32768, 4);
 const LOGINS_AT_A_TIME = 50;
@@ -28,10 +29,11 @@ function percentile(values, share) {
 
 function login() {
   return new Promise((resolve, reject) => {
-    const socket = io(`http://127.0.0.1:${port}`, {
+    const socket = io(`${ca ? 'https' : 'http'}://127.0.0.1:${port}`, {
       transports: ['websocket'],
-      reconnection: false,
+      reconnection: workload === 'reconnect',
       forceNew: true,
+      ca,
       query: { app: 'bench', roomId: 'room-1', token: JSON.stringify({ userId: 'alice', token: 't' }) },
     });
     socket.once('loginSuccess', () => resolve(socket));
@@ -102,7 +104,7 @@ async function measure(run, { prepare = () => run(warmUp, []), columns = () => (
   await run(operations, latencies);
   const [cpuUsed, userUsed, wallUsed] = [cpuSeconds() - cpu, userSeconds() - user, wallSeconds() - wall];
   console.log(JSON.stringify({
-    workload,
+    workload: (ca ? 'tls_' : '') + workload,
     client: 'js',
     ops: operations,
     wall_s: Number(wallUsed.toFixed(4)),
@@ -154,8 +156,21 @@ async function manyClients() {
   await measure(loginAll, { prepare, columns });
 }
 
+async function reconnect() {
+  const sockets = [];
+  while (sockets.length < operations) {
+    sockets.push(...await Promise.all(Array.from({ length: LOGINS_AT_A_TIME }, login)));
+  }
+  const back = (socket) => new Promise((resolve) => {
+    socket.once('loginSuccess', resolve);
+    socket.emit('drop');
+  });
+  await measure(() => Promise.all(sockets.map(back)), { prepare: async () => {} });
+}
+
 async function main() {
   if (workload === 'connect') return connect();
+  if (workload === 'reconnect') return reconnect();
   if (workload === 'many_clients') return manyClients();
   const socket = await login();
   const runs = {

@@ -28,6 +28,7 @@ namespace {
 
 constexpr std::size_t kReadBytes = 1u << 20;
 constexpr int kEvents = 256;
+constexpr std::uint32_t kAddresses = 8;  // one has too few ports for fifty thousand connections
 constexpr long kMessagesInAWrite = 256;
 
 // What stands between two texts, or an empty view.
@@ -180,18 +181,23 @@ void allowManyFiles() {
     setrlimit(RLIMIT_NOFILE, &files);
 }
 
-int listenAnywhere() {
-    int const listener = ::socket(AF_INET, SOCK_STREAM, 0);
+// On the same port of all addresses, which the first of them chooses.
+std::vector<int> listenAnywhere() {
+    std::vector<int> listeners;
     sockaddr_in address{};
     address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t size = sizeof address;
     auto* const generic = reinterpret_cast<sockaddr*>(&address);
-    if (::bind(listener, generic, size) != 0 || ::listen(listener, 16384) != 0) return -1;
-    ::getsockname(listener, generic, &size);
+    for (std::uint32_t i = 0; i < kAddresses; ++i) {
+        int const listener = ::socket(AF_INET, SOCK_STREAM, 0);
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK + i);
+        if (::bind(listener, generic, size) != 0 || ::listen(listener, 16384) != 0) return {};
+        ::getsockname(listener, generic, &size);
+        listeners.push_back(listener);
+    }
     std::printf("PORT %d\n", ntohs(address.sin_port));
     std::fflush(stdout);
-    return listener;
+    return listeners;
 }
 
 void watch(int poll, int socket) {
@@ -205,10 +211,10 @@ void watch(int poll, int socket) {
 
 int main() {
     allowManyFiles();
-    int const listener = listenAnywhere();
-    if (listener < 0) return 1;
+    auto const listeners = listenAnywhere();
+    if (listeners.empty()) return 1;
     int const poll = ::epoll_create1(0);
-    watch(poll, listener);
+    for (int const listener : listeners) watch(poll, listener);
     watch(poll, STDIN_FILENO);
     std::vector<char> buffer(kReadBytes);
     std::unordered_map<int, Peer> peers;
@@ -218,8 +224,8 @@ int main() {
         for (int i = 0; i < count; ++i) {
             int const socket = events[static_cast<std::size_t>(i)].data.fd;
             if (socket == STDIN_FILENO) return 0;
-            if (socket == listener) {
-                int const made = ::accept(listener, nullptr, nullptr), one = 1;
+            if (std::ranges::find(listeners, socket) != listeners.end()) {
+                int const made = ::accept(socket, nullptr, nullptr), one = 1;
                 if (made < 0) continue;
                 ::setsockopt(made, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
                 peers.emplace(made, made);

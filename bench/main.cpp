@@ -1,5 +1,5 @@
 // Measures this library against a server that ./run bench starts.
-//     kvpim-bench PORT WORKLOAD OPS WARMUP [--engine main|thread] [--socketio]
+//     kvpim-bench PORT WORKLOAD OPS WARMUP [--engine main|thread] [--socketio] [--tls PEM]
 //     kvpim-bench PORT crowd CLIENTS 0 [--engine main|thread]
 //     kvpim-bench PORT growth 0 0 [--engine main|thread]
 #include "bench/Workloads.h"
@@ -27,7 +27,9 @@ void fail(char const* format, ...) {
 
 namespace {
 
-constexpr char kUsage[] = "usage: kvpim-bench PORT WORKLOAD OPS WARMUP [--engine main|thread] [--socketio]";
+constexpr char kUsage[] =
+    "usage: kvpim-bench PORT WORKLOAD OPS WARMUP [--engine main|thread] [--socketio] "
+    "[--tls PEM]";
 
 void allowManyFiles() {
     rlimit files;
@@ -40,7 +42,8 @@ void allowManyFiles() {
 
 int main(int argumentCount, char** arguments) {
     if (argumentCount < 5) bench::fail("%s", kUsage);
-    bench::Subject subject{arguments[1]};
+    bench::Subject subject;
+    subject.port = arguments[1];
     bench::Amount const amount{std::atol(arguments[3]), std::atol(arguments[4])};
     for (int i = 5; i < argumentCount; ++i) {
         std::string_view const option = arguments[i];
@@ -48,6 +51,8 @@ int main(int argumentCount, char** arguments) {
             subject.isSocketOnly = true;
         } else if (option == "--engine" && i + 1 < argumentCount) {
             subject.isOnThread = std::string_view(arguments[++i]) == "thread";
+        } else if (option == "--tls" && i + 1 < argumentCount) {
+            subject.caFile = arguments[++i];
         } else {
             bench::fail("%s", kUsage);
         }

@@ -1,21 +1,31 @@
 #!/usr/bin/env node
 // The server of the benchmarks: discovery, login, acknowledgements, and messages as fast as a client takes them.
 // Prints "PORT n", and ends with its standard input.
+//     server.js [PEM]    over TLS with the certificate and key of this file
 'use strict';
+const fs = require('fs');
 const http = require('http');
+const https = require('https');
+const net = require('net');
 const path = require('path');
 const { createRequire } = require('module');
 const { Server } = createRequire(path.join(__dirname, '../service/package.json'))('socket.io');
 
+const ADDRESSES = 8;
 const TEXT_BYTES = 64;
 const BINARY_BYTES = 32768;
 const MESSAGES_IN_A_WRITE = { text: 256, binary: 8 };
 const FROM = ['alice', 'carol', 'dave', 'erin'];
 
-const httpServer = http.createServer((request, response) => {
-  const data = { brivelServers: [`http://${request.headers.host}`] };
+const pem = process.argv[2] && fs.readFileSync(process.argv[2]);
+const scheme = pem ? 'https' : 'http';
+
+function answerDiscovery(request, response) {
+  const data = { brivelServers: [`${scheme}://${request.headers.host}`] };
   response.end(JSON.stringify({ code: 200, data }));
-});
+}
+
+const httpServer = pem ? https.createServer({ cert: pem, key: pem }, answerDiscovery) : http.createServer(answerDiscovery);
 const io = new Server(httpServer, {
   transports: ['websocket'],
   serveClient: false,
@@ -51,8 +61,13 @@ function pieceOf(kind, count) {
   return pieces.get(key);
 }
 
+const connectionOf = (socket) => socket.conn.transport.socket._socket;
+
+// The client finds its connection lost, not closed by anyone.
+const drop = (socket) => connectionOf(socket).destroy();
+
 function flood(socket, kind, count) {
-  const connection = socket.conn.transport.socket._socket;
+  const connection = connectionOf(socket);
   let left = count;
   const step = () => {
     for (let taken = true; left > 0 && taken;) {
@@ -72,10 +87,19 @@ io.on('connection', (socket) => {
     if (targetUserId === 'flood-text') flood(socket, 'text', Number(content.text));
     if (targetUserId === 'flood-binary') flood(socket, 'binary', Number(content.text));
     if (targetUserId === 'me') socket.emit(...message(0, content));
+    if (targetUserId === 'drop') drop(socket);
   });
+  socket.on('drop', () => drop(socket));
   socket.on('flood', ({ n, binary }) => flood(socket, binary ? 'binary' : 'text', n));
   socket.emit('loginSuccess', { connectionId: socket.id });
 });
 
-httpServer.listen(0, '127.0.0.1', 16384, () => console.log(`PORT ${httpServer.address().port}`));
+// One address has too few ports for fifty thousand connections.
+httpServer.listen(0, '127.0.0.1', 16384, () => {
+  const { port } = httpServer.address();
+  for (let i = 2; i <= ADDRESSES; i++) {
+    net.createServer((connection) => httpServer.emit('connection', connection)).listen(port, `127.0.0.${i}`, 16384);
+  }
+  console.log(`PORT ${port}`);
+});
 process.stdin.once('end', () => process.exit(0)).resume();

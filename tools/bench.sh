@@ -6,14 +6,15 @@
 workloads_of() {
     if [[ $1 == fast ]]; then
         echo "ack_pipelined 100000 20000"
-    else
-        echo "recv_text 100000 50000"
-        echo "recv_binary32k 5000 500"
-        echo "send_binary32k 2000 200"
-        echo "ack_sequential 10000 2000"
-        echo "connect 200 20"
-        echo "many_clients 1000 1"
+        return
     fi
+    echo "recv_text 100000 50000"
+    echo "recv_binary32k 5000 500"
+    echo "send_binary32k 2000 200"
+    echo "ack_sequential 10000 2000"
+    echo "connect 200 20"
+    echo "many_clients 1000 1"
+    [[ $1 != tls ]] || echo "reconnect 200 0"
 }
 
 # compare_clients RUNS
@@ -23,7 +24,7 @@ compare_clients() {
     results=$folder/results.jsonl
     : >"$results"
     : >"$folder/clients.log"
-    for server in node fast; do
+    for server in node fast tls; do
         start_bench_server "$server"
         # A server in JavaScript is slow until it has been at work for a while.
         measure_client /dev/null js ack_pipelined 50000 1000
@@ -44,7 +45,8 @@ compare_clients() {
 
 # measure_crowd CLIENTS
 measure_crowd() {
-    local server engine
+    local server engine files=$(($1 + 1000))
+    (($(ulimit -Hn) >= files)) || ulimit -n "$files" 2>/dev/null || fail "So many clients need ulimit -n $files."
     for server in node fast; do
         start_bench_server "$server"
         measure_client /dev/null js ack_pipelined 50000 1000
@@ -62,10 +64,26 @@ measure_growth() {
     stop_server
 }
 
+# start_bench_server node|fast|tls
 start_bench_server() {
-    local command=(node bench/server.js)
-    [[ $1 == node ]] || command=("$(build_folder bench)/kvpim-fast-server")
+    local command=(node bench/server.js) pem
+    bench_tls=()
+    case $1 in
+    fast) command=("$(build_folder bench)/kvpim-fast-server") ;;
+    tls)
+        pem=$(build_folder bench)/server.pem
+        make_bench_certificate "$pem" >"$pem.log" 2>&1 || fail "No certificate. What openssl said: $pem.log"
+        command+=("$pem")
+        bench_tls=("$pem")
+        ;;
+    esac
     start_server "$(build_folder bench)/server.log" 's/^PORT //p' $(on_processor 0) "${command[@]}"
+}
+
+# Its own authority, behind its key.
+make_bench_certificate() {
+    openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -noenc -days 2 -subj /CN=bench \
+        -addext subjectAltName=IP:127.0.0.1 -keyout "$1" -out "$1"
 }
 
 on_processor() { (($(nproc) < 2)) || echo taskset -c "$1"; }
@@ -75,11 +93,12 @@ measure_client() {
     local program command
     program=$(build_folder bench)/kvpim-bench
     case $2 in
-    js) command=(node bench/client.js "$server_said" "${@:3}") ;;
+    js) command=(node bench/client.js "$server_said" "${@:3}" "${bench_tls[@]}") ;;
     socketio-main) command=("$program" "$server_said" "${@:3}" --socketio --engine main) ;;
     kit-main) command=("$program" "$server_said" "${@:3}" --engine main) ;;
     kit-thread) command=("$program" "$server_said" "${@:3}" --engine thread) ;;
     esac
+    [[ $2 == js || ${#bench_tls[@]} == 0 ]] || command+=(--tls "${bench_tls[@]}")
     START_NS=$(date +%s%N) run_job timeout 300 $(on_processor 1) "${command[@]}" \
         >>"$1" 2>>"$(build_folder bench)/clients.log" || fail "No result: ${command[*]}"
 }

@@ -1,34 +1,34 @@
-// The names of the events that someone handles. The main queue adds to them, the engine asks. Any thread.
+// Which events someone handles: the main queue adds their names, the engine asks. Any thread. Only the names' hashes
+// are kept, because every client has a dozen of them: an event whose hash happens to be the same is parsed for nobody.
 #pragma once
 
+#include <algorithm>
+#include <cstddef>
 #include <functional>
 #include <mutex>
-#include <string>
 #include <string_view>
-#include <unordered_set>
+#include <vector>
 
 namespace kv::sio {
-
-/// The hash by which a table of texts is asked with a part of another text.
-struct TextHash {
-    using is_transparent = void;
-    std::size_t operator()(std::string_view text) const { return std::hash<std::string_view>()(text); }
-};
 
 class EventNames {
 public:
     void add(std::string_view name) {
+        auto const hash = hashOf(name);
         std::lock_guard const lock(mutex_);
-        names_.emplace(name);
+        hashes_.insert(std::ranges::lower_bound(hashes_, hash), hash);
     }
-    bool contains(std::string_view name) const {
+    bool mayContain(std::string_view name) const {
+        auto const hash = hashOf(name);
         std::lock_guard const lock(mutex_);
-        return names_.contains(name);
+        return std::ranges::binary_search(hashes_, hash);
     }
 
 private:
+    static std::size_t hashOf(std::string_view name) { return std::hash<std::string_view>()(name); }
+
     mutable std::mutex mutex_;
-    std::unordered_set<std::string, TextHash, std::equal_to<>> names_;  // guarded by mutex_
+    std::vector<std::size_t> hashes_;  // guarded by mutex_, sorted
 };
 
 }  // namespace kv::sio

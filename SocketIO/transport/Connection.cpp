@@ -45,23 +45,23 @@ bool hasWay(asio::ip::tcp::socket const& socket) {
 
 }  // namespace
 
-Connection::Connection(std::string url, SocketConfig const& config, std::shared_ptr<EventNames const> names,
-                       std::shared_ptr<KvMainQueue> const& mainQueue, std::shared_ptr<KvMainQueue> const& engine)
+Connection::Connection(std::string url, std::shared_ptr<SocketConfig const> config,
+                       std::shared_ptr<EventNames const> names, std::shared_ptr<KvMainQueue> const& mainQueue,
+                       std::shared_ptr<KvMainQueue> const& engine)
     : url_(std::move(url)),
-      config_(config),
-      network_(net::withCaFile(config.network, config.caFile)),
+      config_(std::move(config)),
       names_(std::move(names)),
       mainQueue_(mainQueue),
       engine_(engine),
-      outbox_(config.maxQueuedBytes, [this] { delivery_->tellWritable(); }),
-      reader_(net::optionsOf(config.network).maxMessageBytes),
-      core_(*this, net::optionsOf(config.network).maxMessageBytes) {}
+      outbox_(config_->maxQueuedBytes, [this] { delivery_->tellWritable(); }),
+      reader_(net::optionsOf(config_->network).maxMessageBytes),
+      core_(*this, net::optionsOf(config_->network).maxMessageBytes) {}
 
 void Connection::start(std::weak_ptr<ConnectionListener> listener) {
     auto const engine = engine_.lock();
     delivery_ =
         std::make_shared<Delivery>(mainQueue_.lock(), engine, std::move(listener),
-                                   net::optionsOf(config_.network).maxUnhandledBytes, [weak = weak_from_this()] {
+                                   net::optionsOf(config_->network).maxUnhandledBytes, [weak = weak_from_this()] {
                                        if (auto const self = weak.lock()) self->readTurn();
                                    });
     engine->post([self = shared_from_this()] { self->dial(); });
@@ -96,11 +96,11 @@ void Connection::dial() {
     auto const engine = engine_.lock();
     auto url = net::Url::parse(url_);
     if (!url) return end("Not an address of a server: " + url_);
-    auto const& network = net::optionsOf(network_);
+    auto const& network = net::optionsOf(config_->network);
     if (auto const problem = problemOf(network); !problem.empty()) return end("Unusable network options: " + problem);
     deadline_ = engine->now() + std::max<KvMainQueue::Clock::duration>(kHandshakeTime, network.connectTimeout);
-    Opener::Plan plan{*std::move(url), requestTarget(network.socketPath, config_.connectParams), network_,
-                      config_.compress};
+    Opener::Plan plan{*std::move(url), requestTarget(network.socketPath, config_->connectParams), config_->network,
+                      config_->compress};
     opener_ = std::make_shared<Opener>(engine, std::move(plan), [weak = weak_from_this()](Opener::Opened opened) {
         if (auto const self = weak.lock()) self->onOpened(std::move(opened));
     });
@@ -399,7 +399,7 @@ std::shared_ptr<PacketMemory> const& Connection::packetMemory() {
 
 bool Connection::isAwaited(std::string_view event) {
     if (event == awaited_) return true;
-    if (!names_->contains(event)) return false;
+    if (!names_->mayContain(event)) return false;
     awaited_ = event;
     return true;
 }

@@ -30,8 +30,9 @@ namespace kv::sio {
 
 class Connection final : public std::enable_shared_from_this<Connection>, ProtocolHost {
 public:
-    Connection(std::string url, SocketConfig const& config, std::shared_ptr<sio::EventNames const> names,
-               std::shared_ptr<KvMainQueue> const& mainQueue, std::shared_ptr<KvMainQueue> const& engine);
+    Connection(std::string url, std::shared_ptr<SocketConfig const> config,
+               std::shared_ptr<sio::EventNames const> names, std::shared_ptr<KvMainQueue> const& mainQueue,
+               std::shared_ptr<KvMainQueue> const& engine);
 
     // Main queue.
     void start(std::weak_ptr<ConnectionListener> listener);
@@ -85,8 +86,7 @@ private:
     void sendText(std::string_view text) override;
 
     std::string const url_;
-    SocketConfig const config_;
-    net::NetworkOptions const network_;
+    std::shared_ptr<SocketConfig const> const config_;
     std::shared_ptr<EventNames const> const names_;
     // Weak: work that waits on a queue holds the connection.
     std::weak_ptr<KvMainQueue> const mainQueue_;

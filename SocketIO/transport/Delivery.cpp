@@ -72,9 +72,9 @@ void Delivery::flush() {
     auto const added = batch_->bytes() - batch_->counted;
     batch_->counted += added;
     count(added);
-    std::lock_guard const lock(mutex_);
+    std::unique_lock lock(mutex_);
     waiting_.push_back(std::move(batch_));
-    wake();
+    wake(lock);
 }
 
 void Delivery::count(std::size_t added) {
@@ -91,15 +91,17 @@ void Delivery::close(std::string reason) {
         return;
     }
     flush();
-    std::lock_guard const lock(mutex_);
+    std::unique_lock lock(mutex_);
     reason_ = std::move(reason);
-    wake();
+    wake(lock);
 }
 
-// With the lock held: one work at a time is on the main queue, so that what it does in between has its turn.
-void Delivery::wake() {
-    auto const mainQueue = mainQueue_.lock();
-    if (mainQueue && !std::exchange(isWoken_, true)) mainQueue->post([self = shared_from_this()] { self->handOne(); });
+// One work at a time is on the main queue, so that what it does in between has its turn. Posted without the lock, for
+// which the thread that wakes up would have to wait at once.
+void Delivery::wake(std::unique_lock<std::mutex>& lock) {
+    if (std::exchange(isWoken_, true)) return;
+    lock.unlock();
+    if (auto const mainQueue = mainQueue_.lock()) mainQueue->post([self = shared_from_this()] { self->handOne(); });
 }
 
 bool Delivery::isBehind() const { return underWay_ > limit_; }
@@ -109,7 +111,7 @@ void Delivery::handOne() {
     std::unique_ptr<Batch> batch;
     std::optional<std::string> reason;
     {
-        std::lock_guard const lock(mutex_);
+        std::unique_lock lock(mutex_);
         isWoken_ = false;
         if (waiting_.empty()) {
             reason.swap(reason_);
@@ -118,7 +120,7 @@ void Delivery::handOne() {
             waiting_.pop_front();
         }
         // Before the work: a handler may run the queue itself, and is to find the rest there.
-        if (!waiting_.empty() || reason_) wake();
+        if (!waiting_.empty() || reason_) wake(lock);
     }
     auto const listener = listener_.lock();
     if (batch) {

@@ -8,8 +8,8 @@
 
 #include <atomic>
 #include <cstddef>
-#include <deque>
 #include <functional>
+#include <list>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -63,7 +63,7 @@ private:
     struct Batch;
     Batch& batch();
     void count(std::size_t added);
-    void wake();
+    void wake(std::unique_lock<std::mutex>& lock);
     void handOne();
     void onHandled(std::size_t bytes);
     void postToEngine(std::function<void()> work);
@@ -82,7 +82,7 @@ private:
 
     std::mutex mutex_;
     // Guarded by mutex_: what the main queue has not taken yet, and whether it was told so.
-    std::deque<std::unique_ptr<Batch>> waiting_;
+    std::list<std::unique_ptr<Batch>> waiting_;
     std::optional<std::string> reason_;
     bool isWoken_ = false;
 };

@@ -75,7 +75,7 @@ TEST_P(Lifetime, MayBeDestroyedAtAnyMomentOfConnecting) {
 TEST_P(Lifetime, HandlersMayCallEverything) {
     ScriptedServer server(kChatty);
     Client client(GetParam(), server.url());
-    int rounds = 0, events = 0;
+    int rounds = 0, events = 0, later = 0;
     client.socket().on("event", [&](SocketData const&) {
         ++events;
         client.socket().on("event", [](SocketData const&) {});
@@ -83,9 +83,13 @@ TEST_P(Lifetime, HandlersMayCallEverything) {
         client.socket().disconnect();
         client.socket().connect();
     });
-    client.socket().on("disconnect", [&](SocketData const&) { ++rounds; });
+    client.socket().on("disconnect", [&](SocketData const&) {
+        ++rounds;
+        client.socket().on("disconnect", [&](SocketData const&) { ++later; });
+    });
     client.socket().connect();
     ASSERT_TRUE(runUntil(*client.queue, [&] { return rounds >= 5; }));
+    EXPECT_EQ(later, rounds * (rounds - 1) / 2) << "each hears of what happens after it was added";
     EXPECT_EQ(events, rounds) << "an event of a connection that was left";
 }
 
