@@ -4,13 +4,12 @@
 #include "SystemCalls.h"
 
 #include <random>
-#include <string_view>
 
 namespace kv::test {
 namespace {
 
-class Wire : public testing::TestWithParam<KvPimEngine> {};
-INSTANTIATE_TEST_SUITE_P(Engines, Wire, testing::Values(KvPimEngine::thread, KvPimEngine::mainQueue), engineName);
+class Wire : public EveryEngine {};
+ON_EVERY_ENGINE(Wire);
 
 TEST_P(Wire, CarriesEverythingOneByteAtATime) {
     Service const service;

@@ -1,17 +1,12 @@
 #include "SocketIO/core/Deflate.h"
 #include "SocketIO/transport/Framer.h"
 #include "support/Frames.h"
-
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
+#include "support/Test.h"
 
 namespace kv::sio {
 namespace {
 
 using namespace kv::test;
-using namespace std::chrono_literals;
 using Put = Outbox::Put;
 
 constexpr std::size_t kNoBound = 64u << 20;
@@ -96,15 +91,6 @@ TEST_F(FramerTest, DropsWhatNobodyWaitsForAnyMore) {
     EXPECT_EQ(gather(framer), (std::vector<ClientFrame>{text("wanted"), binary("bytes")}));
     EXPECT_EQ(outbox.put(half, attachments({half}), kLater), Put::queuedFirst) << "nothing waits any more";
     EXPECT_EQ(outbox.put("x", {}, kLater), Put::full);
-}
-
-TEST_F(FramerTest, ClosesBehindWhatWaits) {
-    Outbox outbox(kNoBound);
-    Framer framer(outbox);
-    ASSERT_EQ(outbox.put("last words", {}, kLater), Put::queuedFirst);
-    framer.closeWhenEmpty("41");
-    EXPECT_EQ(gather(framer),
-              (std::vector<ClientFrame>{text("last words"), text("41"), {kClose, false, "\x03\xE8", {}}}));
 }
 
 TEST_F(FramerTest, DeflatesLargeMessagesOnly) {
