@@ -93,6 +93,15 @@ TEST_F(FramerTest, DropsWhatNobodyWaitsForAnyMore) {
     EXPECT_EQ(outbox.put("x", {}, kLater), Put::full);
 }
 
+TEST_F(FramerTest, ClosesBehindWhatWaits) {
+    Outbox outbox(kNoBound);
+    Framer framer(outbox);
+    ASSERT_EQ(outbox.put("last words", {}, kLater), Put::queuedFirst);
+    framer.closeWhenEmpty("41");
+    EXPECT_EQ(gather(framer),
+              (std::vector<ClientFrame>{text("last words"), text("41"), {kClose, false, "\x03\xE8", {}}}));
+}
+
 TEST_F(FramerTest, DeflatesLargeMessagesOnly) {
     Outbox outbox(kNoBound);
     Framer framer(outbox);
