@@ -1,5 +1,6 @@
 #include "SocketIO/SocketIOClient.h"
 
+#include "Net/NetworkOptions.h"
 #include "SocketIO/SocketIOClientImpl.h"
 
 #include <algorithm>

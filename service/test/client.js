@@ -44,7 +44,22 @@ export class Client {
 
   /** The items of the first event of this name that was not taken yet; waits for it. */
   event(name) {
-    return this.#find((event) => event[0] === name, name);
+    return new Promise((resolve, reject) => {
+      const timer = setTimeout(() => {
+        this.#waiting.delete(check);
+        reject(new Error(`${this.userId} never got ${name}; got ${JSON.stringify(this.events)}`));
+      }, DEADLINE_MS);
+      const check = () => {
+        const index = this.events.findIndex((event) => event[0] === name);
+        if (index < 0) return;
+        const [[, ...items]] = this.events.splice(index, 1);
+        this.#waiting.delete(check);
+        clearTimeout(timer);
+        resolve(items);
+      };
+      this.#waiting.add(check);
+      check();
+    });
   }
 
   /** All events of a name that have come so far and were not taken. */
@@ -73,25 +88,6 @@ export class Client {
   #note(event) {
     this.events.push(event);
     for (const check of this.#waiting) check();
-  }
-
-  #find(matches, what) {
-    return new Promise((resolve, reject) => {
-      const timer = setTimeout(() => {
-        this.#waiting.delete(check);
-        reject(new Error(`${this.userId} never got ${what}; got ${JSON.stringify(this.events)}`));
-      }, DEADLINE_MS);
-      const check = () => {
-        const index = this.events.findIndex(matches);
-        if (index < 0) return;
-        const [[, ...items]] = this.events.splice(index, 1);
-        this.#waiting.delete(check);
-        clearTimeout(timer);
-        resolve(items);
-      };
-      this.#waiting.add(check);
-      check();
-    });
   }
 }
 

@@ -10,18 +10,14 @@
 #include "Classes/Model/KvPimResult.h"
 #include "Classes/Model/KvPimUserAttributes.h"
 #include "SocketIO/SocketData.h"
+#include "support/Json.h"
+#include "support/Test.h"
 
 #include <cmath>
 #include <limits>
 
-#include <boost/json/parse.hpp>
-#include <boost/json/serialize.hpp>
-#include <gtest/gtest.h>
-
 namespace kv::test {
 namespace {
-
-namespace json = boost::json;
 
 TEST(HelperTest, IntegersAreReadFromWhateverTheServerSent) {
     using Limits = std::numeric_limits<std::int64_t>;
@@ -83,11 +79,8 @@ TEST(HelperTest, ListsAreMadeOfCollectionsUntilStopped) {
                          return std::pair(number, index);
                      }),
               (std::vector<std::pair<int, std::size_t>>{{5, 0}, {6, 1}}));
-    json::object const dictionary{{"b", 1}, {"a", 2}, {"c", 3}};
-    EXPECT_EQ(kv_map(dictionary, [](auto const& key, auto const&) { return std::string(key); }),
-              (std::vector<std::string>{"b", "a", "c"}));
     std::string seen;
-    kv_each(dictionary, [&](auto const& key, auto const& value, bool& stop) {
+    kv_each(json::object{{"b", 1}, {"a", 2}, {"c", 3}}, [&](auto const& key, auto const& value, bool& stop) {
         seen += key;
         stop = value == 2;
     });

@@ -2,18 +2,9 @@
 #include "Classes/Utils/KvInvitationStore.h"
 #include "Person.h"
 
-#include <algorithm>
-#include <atomic>
-#include <thread>
-
-#include <boost/json/array.hpp>
-#include <boost/json/object.hpp>
-
 namespace kv::test {
 namespace {
 
-namespace json = boost::json;
-using namespace std::chrono_literals;
 using Invitation = std::shared_ptr<KvPimInvitation>;
 
 struct Party {
@@ -36,6 +27,23 @@ struct Party {
         kit->setDelegate(listener);
     }
 
+    /// Waits for news of this kind, and takes it.
+    Invitation hears(std::string const& what) {
+        Invitation found;
+        EXPECT_TRUE(runUntil(*person.queue, [&] {
+            auto const at = std::ranges::find(heard, what, [](auto const& news) { return news.first; });
+            if (at == heard.end()) return false;
+            found = at->second;
+            heard.erase(at);
+            return true;
+        })) << what;
+        return found;
+    }
+    void succeeds(void (KvPimInvitationKit::*operation)(Invitation, KvPimInvitationKit::Completion),
+                  Invitation const& invitation) {
+        EXPECT_EQ(person.codeOf([&](auto done) { (*kit.*operation)(invitation, done); }), 0);
+    }
+
     Person person;
     std::shared_ptr<KvPimInvitationDelegate> listener;
     std::shared_ptr<KvPimInvitationKit> kit;
@@ -52,13 +60,9 @@ protected:
     Invitation send(std::string const& info = "tea?") {
         auto invitation = KvPimInvitation::initWithInviter("alice", "bob");
         invitation->requestInfo = info;
-        EXPECT_EQ(alice.person.codeOf([&](auto done) { alice.kit->sendInvitation(invitation, done); }), 0);
+        alice.succeeds(&KvPimInvitationKit::sendInvitation, invitation);
         return invitation;
     }
-    bool hears(Party const& party, std::string const& what) {
-        return runUntil(*queue, [&] { return !party.heard.empty() && party.heard.back().first == what; });
-    }
-
     Service service;
     std::shared_ptr<KvMainQueue> queue = KvMainQueue::create(KvMainQueue::Time::manual);
     Party alice{service, "alice", queue};
@@ -77,18 +81,18 @@ TEST_F(InvitationTest, AcceptedRefusedAndCanceled) {
                           Case{"canceled", 3, false, &KvPimInvitationKit::cancelInvitation}}) {
         auto const mine = send();
         EXPECT_EQ(mine->state, KvPimInvitationStatePending);
-        ASSERT_TRUE(hears(bob, "arrived"));
-        auto const arrived = bob.heard.back().second;
+        auto const arrived = bob.hears("arrived");
+        ASSERT_TRUE(arrived);
         EXPECT_EQ(arrived->requestInfo, "tea?");
         EXPECT_NE(arrived, mine) << "each client has its own";
         Party& answering = c.byBob ? bob : alice;
         Party& told = c.byBob ? alice : bob;
-        EXPECT_EQ(answering.person.codeOf([&](auto done) { (*answering.kit.*c.answer)(arrived, done); }), 0) << c.told;
-        ASSERT_TRUE(hears(told, c.told));
-        EXPECT_EQ(told.heard.back().second->state, c.state);
-        auto const heardBefore = alice.heard.size() + bob.heard.size();
+        answering.succeeds(c.answer, arrived);
+        auto const answered = told.hears(c.told);
+        ASSERT_TRUE(answered);
+        EXPECT_EQ(answered->state, c.state);
         queue->advance(61s);
-        EXPECT_EQ(alice.heard.size() + bob.heard.size(), heardBefore) << c.told << " invitations do not expire";
+        EXPECT_TRUE(alice.heard.empty() && bob.heard.empty()) << c.told << " invitations do not expire";
         EXPECT_EQ(KvInvitationStore::shared().getInvitation(*mine, *alice.kit), nullptr);
     }
 }
@@ -110,13 +114,13 @@ TEST_F(InvitationTest, AcceptHandsOverTheNoticeAndAllOthersTheStoredObject) {
 
 TEST_F(InvitationTest, NobodyAnswersForSixtySeconds) {
     auto const mine = send();
-    ASSERT_TRUE(hears(bob, "arrived"));
+    bob.hears("arrived");
     queue->advance(59s);
     EXPECT_TRUE(alice.heard.empty());
     queue->advance(1s);
-    EXPECT_TRUE(hears(alice, "failed 3"));
-    EXPECT_TRUE(hears(bob, "failed 3"));
-    EXPECT_EQ(alice.heard.size() + bob.heard.size(), 3u);
+    alice.hears("failed 3");
+    bob.hears("failed 3");
+    EXPECT_TRUE(alice.heard.empty() && bob.heard.empty());
     EXPECT_EQ(mine->state, KvPimInvitationStateFailed);
     EXPECT_EQ(KvInvitationStore::shared().getInvitation(*mine, *alice.kit), mine);
 }
@@ -151,15 +155,15 @@ TEST_F(InvitationTest, WhereTheDelegateIsMissingTheStoreKeepsTheInvitation) {
 
 TEST_F(InvitationTest, LogoutStopsTheOwnTimersSilently) {
     auto const sent = send();
-    ASSERT_TRUE(hears(bob, "arrived"));
+    auto const arrived = bob.hears("arrived");
     auto const later = KvPimInvitation::initWithInviter("alice", "bob");
-    EXPECT_EQ(KvInvitationStore::shared().getInvitation(*sent, *bob.kit), bob.heard.back().second);
+    EXPECT_EQ(KvInvitationStore::shared().getInvitation(*sent, *bob.kit), arrived);
     EXPECT_EQ(KvInvitationStore::shared().getInvitation(*sent, *alice.kit), later);
     EXPECT_EQ(alice.person.codeOf([&](auto done) { alice.person.kit->logoutWithCompletion(done); }), 0);
     EXPECT_EQ(KvInvitationStore::shared().getInvitation(*sent, *alice.kit), nullptr);
     queue->advance(61s);
     EXPECT_TRUE(alice.heard.empty());
-    EXPECT_TRUE(hears(bob, "failed 3"));
+    bob.hears("failed 3");
 }
 
 // What they share is for the thread sanitizer to see.
@@ -169,24 +173,12 @@ TEST_F(InvitationTest, ClientsOfTwoThreadsInviteEachOther) {
         Party party(service, me, KvMainQueue::create());
         EXPECT_TRUE(party.person.login());
         ++ready;
-        auto const hearsOf = [&](std::string const& what) {
-            Invitation found;
-            EXPECT_TRUE(runUntil(*party.person.queue, [&] {
-                auto const at = std::ranges::find(party.heard, what, [](auto const& entry) { return entry.first; });
-                if (at == party.heard.end()) return false;
-                found = at->second;
-                party.heard.erase(at);
-                return true;
-            })) << what;
-            return found;
-        };
         EXPECT_TRUE(runUntil(*party.person.queue, [&] { return ready == 2; }));
         for (int round = 0; round < 10; ++round) {
             auto const mine = KvPimInvitation::initWithInviter(me, other);
-            EXPECT_EQ(party.person.codeOf([&](auto done) { party.kit->sendInvitation(mine, done); }), 0);
-            auto const theirs = hearsOf("arrived");
-            EXPECT_EQ(party.person.codeOf([&](auto done) { party.kit->refuseInvitation(theirs, done); }), 0);
-            EXPECT_EQ(hearsOf("refused"), mine);
+            party.succeeds(&KvPimInvitationKit::sendInvitation, mine);
+            party.succeeds(&KvPimInvitationKit::refuseInvitation, party.hears("arrived"));
+            EXPECT_EQ(party.hears("refused"), mine);
         }
     };
     std::thread dora(play, "dora", "eve");

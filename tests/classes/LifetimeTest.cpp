@@ -4,11 +4,9 @@
 #include "fuzz/support/Application.h"
 #include "fuzz/support/Network.h"
 #include "fuzz/support/ServerScript.h"
+#include "support/Test.h"
 
 #include <sstream>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 namespace kv::fuzz {
 namespace {

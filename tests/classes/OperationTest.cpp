@@ -3,15 +3,10 @@
 #include "Person.h"
 
 #include <map>
-#include <optional>
-
-#include <boost/json/array.hpp>
-#include <boost/json/object.hpp>
 
 namespace kv::test {
 namespace {
 
-namespace json = boost::json;
 struct Outcome {
     std::optional<std::int64_t> tooMany, noAck;  // for those texts; absent where the result alone counts
     std::map<int, std::int64_t> codes;           // of server results; any other gives `otherwise`

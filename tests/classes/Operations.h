@@ -4,9 +4,7 @@
 #include "Classes/KvPimChannel.h"
 #include "Classes/KvPimInvitationKit.h"
 #include "Classes/KvPimKit.h"
-
-#include <string>
-#include <vector>
+#include "support/Test.h"
 
 namespace kv::test {
 

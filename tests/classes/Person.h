@@ -4,44 +4,21 @@
 #include "Classes/KvPimChannel.h"
 #include "Classes/KvPimInvitationKit.h"
 #include "Classes/KvPimKit.h"
+#include "support/Json.h"
 #include "support/Service.h"
 #include "support/TemporaryDirectory.h"
-
-#include <functional>
-#include <memory>
-#include <string>
-#include <utility>
-#include <vector>
-
-#include <gtest/gtest.h>
-#include <poll.h>
+#include "support/Test.h"
 
 namespace kv::test {
 
 inline constexpr char kToken[] = "0123456789abcdef0123456789abcdef";
 
-inline std::string engineName(testing::TestParamInfo<KvPimEngine> const& info) {
-    return info.param == KvPimEngine::thread ? "Thread" : "MainQueue";
-}
-
-/// Runs the queue until the condition holds; false when it does not within a minute of real time.
-inline bool runUntil(KvMainQueue& queue, std::function<bool()> const& holds) {
-    auto const end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    while (!holds()) {
-        if (std::chrono::steady_clock::now() > end) return false;
-        pollfd waiting{queue.fd(), POLLIN, 0};
-        ::poll(&waiting, 1, 5);
-        queue.poll();
-    }
-    return true;
-}
-
 using States = std::vector<std::pair<std::int64_t, std::int64_t>>;
 
 struct Person {
     /// `adjust` changes the client's options before it is made.
-    Person(std::string url, std::string userId_, std::shared_ptr<KvMainQueue> queue_,
-           KvPimEngine engine = KvPimEngine::thread, std::function<void(KvPimOptions&)> const& adjust = {})
+    Person(std::string url, std::string userId_, std::shared_ptr<KvMainQueue> queue_, Engine engine = Engine::thread,
+           std::function<void(KvPimOptions&)> const& adjust = {})
         : userId(std::move(userId_)), queue(std::move(queue_)), delegate(std::make_shared<KvPimDelegate>()) {
         delegate->connectionStateChanged = [this](KvPimKit& told, std::int64_t state, std::int64_t reason) {
             bool const isAsTold =
@@ -68,7 +45,7 @@ struct Person {
         options.envConfig.keyStoreDirectory = directory.path("keys");
         options.envConfig.collectServer = "http://127.0.0.1:9/";  // nothing of a test is ever uploaded
         options.mainQueue = queue;
-        options.engine = engine;
+        options.engine = engine == Engine::thread ? KvPimEngine::thread : KvPimEngine::mainQueue;
         if (adjust) adjust(options);
         kit = KvPimKit::initWithAppId("app", delegate, options);
     }

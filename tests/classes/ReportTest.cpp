@@ -5,24 +5,13 @@
 #include "classes/Person.h"
 #include "support/ScriptedServer.h"
 
-#include <algorithm>
 #include <filesystem>
 #include <map>
-
-#include <boost/json/object.hpp>
-#include <boost/json/parse.hpp>
 
 namespace kv::test {
 namespace {
 
 namespace fs = std::filesystem;
-namespace json = boost::json;
-using namespace std::chrono_literals;
-
-std::size_t filesIn(std::string const& directory) {
-    std::error_code none;
-    return static_cast<std::size_t>(std::distance(fs::directory_iterator(directory, none), fs::directory_iterator()));
-}
 
 // How often each type of event was reported about a user.
 std::map<std::string, int> reportsAbout(std::string const& uid, Service const& service) {
@@ -69,12 +58,12 @@ TEST(Reports, OfASessionReachTheCollectorAndAreKept) {
     auto const uploads =
         WnDataCollectManager::initWithURL(service.url() + "/pim/v1/collect-logan", directory, true, {}, clock);
     uploads->startUploadTimerWithInterval(60s);
-    auto const before = filesIn(directory + "_bak");
+    auto const before = entriesOf(directory + "_bak").size();
     std::map<std::string, int> reports;
     EXPECT_TRUE(runUntil(*queue, [&] {
         clock->advance(60s);
         reports = reportsAbout("reporter", service);  // no blank survives
-        return reports.contains("Logout") && filesIn(directory + "_bak") > before;
+        return reports.contains("Logout") && entriesOf(directory + "_bak").size() > before;
     }));
     EXPECT_EQ(reports, (std::map<std::string, int>{{"StartLogin", 1},
                                                    {"LoginResult", 1},

@@ -1,23 +1,18 @@
 // Login, logout, renewal; what each end of a connection leads to.
 #include "Classes/KvScope.h"
+#include "Operations.h"
 #include "Person.h"
 #include "support/Printed.h"
 #include "support/ScriptedServer.h"
 
-#include <atomic>
-
-#include <boost/json/array.hpp>
-#include <boost/json/object.hpp>
-
 namespace kv::test {
 namespace {
 
-namespace json = boost::json;
-using namespace std::chrono_literals;
-
-class SessionTest : public testing::TestWithParam<KvPimEngine> {
+class SessionTest : public EveryEngine {
 protected:
-    bool waitFor(std::function<bool()> const& holds) { return runUntil(*queue, holds); }
+    bool waitFor(std::function<bool()> const& holds, std::chrono::milliseconds step = 0ms) {
+        return runUntil(*queue, holds, step);
+    }
     bool isConnected() const { return alice.kit->stateManager().state == KvPimConnectionStateConnected; }
     /// Moves the clock, and then runs the queue until the library has logged this.
     bool advanceUntilLogged(std::chrono::nanoseconds duration, std::string const& text) {
@@ -43,8 +38,7 @@ protected:
     Person alice{service.url(), "alice", queue, GetParam()};
 };
 
-INSTANTIATE_TEST_SUITE_P(Engines, SessionTest, testing::Values(KvPimEngine::thread, KvPimEngine::mainQueue),
-                         engineName);
+ON_EVERY_ENGINE(SessionTest);
 
 TEST_P(SessionTest, LoginAndLogoutTellEachStateOnce) {
     auto& kit = *alice.kit;
@@ -132,12 +126,7 @@ TEST_P(SessionTest, WithoutAServerTheLoginEndsWithoutAWordToTheDelegate) {
     EXPECT_EQ(alice.states, (States{{2, 1}}));
 }
 
-TEST_P(SessionTest, AnUnusableApiServerMakesNoClient) {
-    for (char const* address : {"http://host.example/", "ftp://host.example", "http://256.1.1.1", "host.example"}) {
-        KvPimOptions options;
-        options.envConfig.apiServer = address;
-        EXPECT_EQ(KvPimKit::initWithAppId("app", {}, options), nullptr) << address;
-    }
+TEST_P(SessionTest, UnusableOptionsOfTheNetworkMakeNoClient) {
     KvPimOptions options;
     options.network.connectTimeout = 0s;
     KvPimKit::setLogFilters(4);
@@ -206,10 +195,7 @@ TEST_P(SessionTest, OtherGoodbyesLeadToReconnection) {
     for (char const* reason : {"ExpireSession", "whatever"}) {
         alice.states.clear();
         service.control("disconnect", {{"userId", "alice"}, {"reason", reason}});
-        EXPECT_TRUE(waitFor([&] {
-            queue->advance(100ms);
-            return alice.states.size() == 2;
-        }));
+        EXPECT_TRUE(waitFor([&] { return alice.states.size() == 2; }, 100ms));
         EXPECT_EQ(alice.states, (States{{4, 5}, {3, 2}})) << reason;
     }
 }
@@ -256,10 +242,7 @@ TEST_P(SessionTest, ALogoutBehindTheEndOfTheConnectionIsTold) {
         });
         Person dora(server.url(), "dora", queue, GetParam());
         ASSERT_TRUE(dora.login());
-        EXPECT_TRUE(waitFor([&] {
-            if (server.connections() <= attempts) queue->advance(100ms);
-            return server.connections() > attempts;
-        }));
+        EXPECT_TRUE(waitFor([&] { return server.connections() > attempts; }, 100ms));
         for (int turn = 0; turn < 100; ++turn) queue->poll();  // the connection is all that is left to come
         mayEnd = true;
         pollfd news{queue->fd(), POLLIN, 0};
@@ -317,10 +300,7 @@ TEST_P(SessionTest, ATokenThatIsRenewedDuringAnAttemptEndsTheAttempts) {
     });
     Person dora(server.url(), "dora", queue, GetParam());
     ASSERT_TRUE(dora.login());
-    EXPECT_TRUE(waitFor([&] {
-        if (server.connections() < 2) queue->advance(100ms);
-        return server.connections() == 2;
-    }));
+    EXPECT_TRUE(waitFor([&] { return server.connections() == 2; }, 100ms));
     dora.kit->renewToken(kToken, 2, {});
     EXPECT_EQ(dora.states, (States{{2, 1}, {3, 2}, {4, 5}, {1, 6}}));
     for (int turn = 0; turn < 100; ++turn) queue->advance(100ms);
@@ -341,13 +321,40 @@ TEST_P(SessionTest, AClientMayEndAtEachMomentOfALogin) {
         }
         dora.kit.reset();
         auto const told = dora.states;
-        EXPECT_TRUE(waitFor([&] {
-            queue->advance(100ms);
-            return codes == 1;
-        }));
+        EXPECT_TRUE(waitFor([&] { return codes == 1; }, 100ms));
         queue->advance(20s);
         EXPECT_EQ(codes, 1);
         EXPECT_EQ(dora.states, told);
+    }
+}
+
+// The tests of lifetimes run on the main queue. Here the engine may be at work while the client ends.
+TEST_P(SessionTest, AClientMayEndInEachCallback) {
+    for (int last = 0, heard = 1; last < heard; ++last) {
+        heard = 0;
+        Person dora(service.url(), "dora", queue, GetParam());
+        auto const hear = [&](auto&&...) {
+            if (heard++ == last) dora.kit.reset();
+        };
+        *dora.delegate = {hear, hear, hear, hear, hear};
+        auto const listener = std::make_shared<KvPimChannelDelegate>();
+        *listener = {hear, hear, hear, hear, hear, hear};
+        auto const channel = dora.kit->createChannelWithId("c", listener);
+        int unanswered = 1;
+        auto const done = [&](std::int64_t) {
+            --unanswered;
+            hear();
+        };
+        dora.kit->loginByToken(kToken, 1, "dora", done);
+        EXPECT_TRUE(waitFor([&] { return unanswered == 0; }, 100ms));
+        for (auto const& request : kRequests) {
+            if (!dora.kit) break;
+            ++unanswered;
+            request.start(*dora.kit, *channel, done);
+        }
+        EXPECT_TRUE(waitFor([&] { return unanswered <= 2; }, 100ms));  // two owe nothing to a client that is gone
+        queue->advance(20s);
+        EXPECT_GE(unanswered, 0);
     }
 }
 

@@ -5,10 +5,6 @@
 #include "SocketIO/SocketIOClient.h"
 #include "SocketIO/SocketManager.h"
 
-#include <thread>
-
-#include <boost/json/object.hpp>
-
 namespace kv::test {
 namespace {
 
@@ -16,7 +12,7 @@ TEST(ThreadDeathTest, ACallFromAnotherThreadEndsWithAdvice) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     auto const queue = KvMainQueue::create();
     queue->poll();  // this is the queue's thread
-    Person alice("http://127.0.0.1:9", "alice", queue, KvPimEngine::thread,
+    Person alice("http://127.0.0.1:9", "alice", queue, Engine::thread,
                  [](KvPimOptions& options) { options.checkThreads = true; });
     auto& kit = *alice.kit;
     auto const channel = kit.createChannelWithId("room", {});

@@ -2,8 +2,7 @@
 #include "console/Programs.h"
 #include "support/Service.h"
 #include "support/TemporaryDirectory.h"
-
-#include <gtest/gtest.h>
+#include "support/Test.h"
 
 namespace kv::test {
 namespace {

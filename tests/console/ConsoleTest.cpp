@@ -2,16 +2,12 @@
 #include "console/Programs.h"
 #include "support/Service.h"
 #include "support/TemporaryDirectory.h"
-
-#include <chrono>
-
-#include <gtest/gtest.h>
+#include "support/Test.h"
 
 namespace kv::test {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using namespace std::chrono_literals;
 
 TEST(Console, ExitStatusTellsBadUsageFromFailedCreation) {
     struct Case {

@@ -2,18 +2,12 @@
 // the main queue inside other loops.
 #include "console/Programs.h"
 #include "support/Service.h"
+#include "support/Test.h"
 
-#include <chrono>
-#include <optional>
 #include <sstream>
-#include <thread>
-
-#include <gtest/gtest.h>
 
 namespace kv::test {
 namespace {
-
-using namespace std::chrono_literals;
 
 TEST(Demo, EndsWellWithAService) {
     Service service;

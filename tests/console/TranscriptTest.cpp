@@ -3,12 +3,11 @@
 #include "console/Programs.h"
 #include "support/Service.h"
 #include "support/TemporaryDirectory.h"
+#include "support/Test.h"
 
 #include <iterator>
 #include <map>
 #include <sstream>
-
-#include <gtest/gtest.h>
 
 namespace kv::test {
 namespace {

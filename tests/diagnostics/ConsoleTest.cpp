@@ -1,7 +1,6 @@
 // Standard output and standard error, whatever is the matter with those who read them.
 #include "Shell.h"
-
-#include <gtest/gtest.h>
+#include "support/Test.h"
 
 namespace kv {
 namespace {

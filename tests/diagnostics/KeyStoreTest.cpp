@@ -1,19 +1,16 @@
 #include "Platform/KvKeyStore.h"
 #include "diagnostics/Shell.h"
 #include "support/TemporaryDirectory.h"
+#include "support/Test.h"
 
-#include <thread>
-
-#include <gtest/gtest.h>
-#include <sys/socket.h>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/local/stream_protocol.hpp>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 namespace kv {
 namespace {
 
-using namespace std::chrono_literals;
 using Status = KvKeyStoreStatus;
 
 KvKeyStoreQuery const kItem{"service", "account"};
@@ -22,12 +19,6 @@ mode_t permissionsOf(std::string const& path) {
     struct stat about {};
     EXPECT_EQ(::lstat(path.c_str(), &about), 0) << path;
     return about.st_mode & 07777;
-}
-
-std::vector<std::string> entriesOf(std::string const& path) {
-    std::vector<std::string> entries;
-    for (auto const& entry : std::filesystem::directory_iterator(path)) entries.push_back(entry.path());
-    return entries;
 }
 
 TEST(FileKeyStore, KeepsWhatItIsGiven) {
@@ -68,7 +59,7 @@ TEST(FileKeyStore, IsPrivateAndFollowsNoLink) {
     auto const oldMask = ::umask(0);
     ASSERT_EQ(store->add(kItem, "secret"), Status::success);
     ::umask(oldMask);
-    auto const item = entriesOf(home.path("keys")).front();
+    auto const item = home.path("keys/" + entriesOf(home.path("keys")).front());
     EXPECT_EQ(permissionsOf(home.path("keys")), 0700u);
     EXPECT_EQ(permissionsOf(item), 0600u);
 
@@ -92,7 +83,7 @@ TEST(FileKeyStore, RefusesWhatIsNoItemAndNoDirectoryOfItsOwn) {
     TemporaryDirectory const home;
     auto const store = makeFileKeyStore(home.path("keys"));
     ASSERT_EQ(store->add(kItem, "secret"), Status::success);
-    auto const item = entriesOf(home.path("keys")).front();
+    auto const item = home.path("keys/" + entriesOf(home.path("keys")).front());
     std::filesystem::remove(item);
     ASSERT_EQ(::mkfifo(item.c_str(), 0600), 0);  // nobody writes to it
     EXPECT_EQ(store->copyMatching(kItem).status, Status::ioError);
@@ -201,12 +192,8 @@ TEST_F(SecretServiceKeyStore, WaitsOnceForAServiceThatHangs) {
 
 TEST(SecretService, IsNotWaitedForWhereThereIsNone) {
     TemporaryDirectory const home;
-    int const silent = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);  // takes connections and never says a word
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    home.path("bus").copy(address.sun_path, sizeof address.sun_path - 1);
-    ASSERT_EQ(::bind(silent, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    ASSERT_EQ(::listen(silent, 8), 0);
+    boost::asio::io_context context;
+    boost::asio::local::stream_protocol::acceptor const silent(context, home.path("bus"));  // never says a word
     std::string const bus = "DBUS_SESSION_BUS_ADDRESS=unix:path=" + home.path();
     for (auto const& [environment, output] :
          {std::pair<std::string, char const*>{"DBUS_SESSION_BUS_ADDRESS=", "none"},
@@ -218,7 +205,6 @@ TEST(SecretService, IsNotWaitedForWhereThereIsNone) {
         EXPECT_TRUE(result.output.starts_with(output)) << environment << ": " << result.output;
         EXPECT_LT(result.elapsed, 60s) << environment;
     }
-    ::close(silent);
 }
 
 }  // namespace

@@ -1,12 +1,13 @@
 #include "Classes/Model/KvPimAttribute.h"
 #include "Classes/Utils/KvLog.h"
+#include "support/Json.h"
 #include "support/Printed.h"
 #include "support/TemporaryDirectory.h"
+#include "support/Test.h"
 
 #include <filesystem>
 #include <fstream>
 
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -14,7 +15,6 @@ namespace kv {
 namespace {
 
 namespace fs = std::filesystem;
-namespace json = boost::json;
 
 class LogFile : public testing::Test {
 protected:
@@ -33,27 +33,19 @@ protected:
 };
 
 TEST_F(LogFile, HoldsTheLevelsThatTheFilterLetsThrough) {
-    struct Case {
-        std::int64_t filter;
-        char const* file;
-        char const* console;
-    };
-    for (auto const& c : std::vector<Case>{
-             {INT64_MIN, "", ""},
-             {-1, "", ""},
-             {0, "", ""},
-             {1, "i\n", "kv_pim_info_log:i\n"},
-             {3, "i\nw\n", "kv_pim_info_log:i\nkv_pim_warn_log:w\n"},
-             {4, "i\nw\ne\n", "kv_pim_info_log:i\nkv_pim_warn_log:w\nkv_pim_error_log:e\n"},
-             {7, "i\nw\ne\n", "kv_pim_info_log:i\nkv_pim_warn_log:w\nkv_pim_error_log:e\n"},
-             {INT64_MAX, "i\nw\ne\nc\n",
-              "kv_pim_info_log:i\nkv_pim_warn_log:w\nkv_pim_error_log:e\nkv_pim_critical_log:c\n"},
-         }) {
-        log.setLogFilter(c.filter);
+    std::pair<char, char const*> const levels[] = {{'i', "info"}, {'w', "warn"}, {'e', "error"}, {'c', "critical"}};
+    for (auto const& [filter, most] : std::vector<std::pair<std::int64_t, int>>{
+             {INT64_MIN, 0}, {-1, 0}, {0, 0}, {1, 1}, {3, 2}, {4, 3}, {7, 3}, {INT64_MAX, 4}}) {
+        std::string file, console;
+        for (int i = 0; i < most; ++i) {
+            file += {levels[i].first, '\n'};
+            console += std::string("kv_pim_") + levels[i].second + "_log:" + levels[i].first + "\n";
+        }
+        log.setLogFilter(filter);
         test::Printed printed;
         logAtAllLevels();
-        EXPECT_EQ(printed.error(), c.console) << c.filter;
-        EXPECT_EQ(content(), c.file) << c.filter;
+        EXPECT_EQ(printed.error(), console) << filter;
+        EXPECT_EQ(content(), file) << filter;
         fs::resize_file(home.path("caches/kv_pim.log"), 0);
     }
 }

@@ -1,21 +1,15 @@
 #include "Classes/Utils/Logan/collector/FileManager/WnLoganFileManager.h"
 #include "diagnostics/Shell.h"
 #include "support/TemporaryDirectory.h"
+#include "support/Test.h"
 
-#include <algorithm>
 #include <ctime>
-#include <functional>
-#include <optional>
-#include <thread>
 
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace kv {
 namespace {
-
-using namespace std::chrono_literals;
 
 class LoganFileManager : public testing::Test {
 protected:
@@ -25,12 +19,6 @@ protected:
         files->drain();
     }
     std::string named(std::string const& name) const { return directory + "/" + name; }
-    std::vector<std::string> names(std::string const& path) const {
-        std::vector<std::string> found;
-        for (auto const& entry : std::filesystem::directory_iterator(path)) found.push_back(entry.path().filename());
-        std::ranges::sort(found);
-        return found;
-    }
     std::string currentName() const {
         auto const now = std::chrono::system_clock::to_time_t(clock->wallTime());
         std::tm local{};
@@ -51,7 +39,7 @@ protected:
 TEST_F(LoganFileManager, ClosesTheFirstFileAfter99RecordsAndEveryLaterOneAfter100) {
     open();
     write(99);
-    EXPECT_EQ(names(directory), std::vector<std::string>{"logan"});
+    EXPECT_EQ(entriesOf(directory), std::vector<std::string>{"logan"});
     auto const first = currentName();
     write(1);
     EXPECT_EQ(linesOf(named(first)).size(), 99u);
@@ -62,7 +50,7 @@ TEST_F(LoganFileManager, ClosesTheFirstFileAfter99RecordsAndEveryLaterOneAfter10
     auto const second = currentName();
     write(1);
     EXPECT_EQ(linesOf(named(second)).size(), 100u);
-    EXPECT_EQ(names(directory), (std::vector<std::string>{first, second, "logan"}));
+    EXPECT_EQ(entriesOf(directory), (std::vector<std::string>{first, second, "logan"}));
 
     // The count begins anew with the process, whatever is in the file.
     files.reset();
@@ -109,23 +97,20 @@ TEST_F(LoganFileManager, OffersTheOldestFileWithSomethingInItAndTheCurrentOneLas
     EXPECT_EQ(files->getWaitUploadFilePath(), named(currentName()));
     EXPECT_EQ(contentOf(named(currentName())), "record 0\n");
     EXPECT_EQ(contentOf(named("logan")), "");
-    EXPECT_EQ(names(directory + "_bak"), (std::vector<std::string>{"aa", "zz"}));
+    EXPECT_EQ(entriesOf(directory + "_bak"), (std::vector<std::string>{"aa", "zz"}));
 }
 
-TEST_F(LoganFileManager, MakesItsDirectoriesWithoutBeingAsked) {
+TEST_F(LoganFileManager, MakesItsDirectoriesAndDeletesUploadedFilesWithoutBackup) {
     open();
     files->drain();
-    EXPECT_EQ(names(directory), std::vector<std::string>{"logan"});
-    EXPECT_TRUE(names(directory + "_bak").empty());
-}
-
-TEST_F(LoganFileManager, DeletesUploadedFilesWithoutBackup) {
+    EXPECT_EQ(entriesOf(directory), std::vector<std::string>{"logan"});
+    EXPECT_TRUE(entriesOf(directory + "_bak").empty());
     open(false);
     write(1);
     auto const path = files->getWaitUploadFilePath();
     ASSERT_TRUE(path);
     files->fileWasUploaded(*path);
-    EXPECT_EQ(names(directory), std::vector<std::string>{"logan"});
+    EXPECT_EQ(entriesOf(directory), std::vector<std::string>{"logan"});
 }
 
 TEST_F(LoganFileManager, GivesABackupAnotherNameWhenItsOwnIsTaken) {
@@ -137,7 +122,7 @@ TEST_F(LoganFileManager, GivesABackupAnotherNameWhenItsOwnIsTaken) {
         makeFile(named(name), content);
         files->fileWasUploaded(named(name));
     }
-    EXPECT_EQ(names(backups), (std::vector<std::string>{name, name + "_2", name + "_3"}));
+    EXPECT_EQ(entriesOf(backups), (std::vector<std::string>{name, name + "_2", name + "_3"}));
     EXPECT_EQ(contentOf(backups + name + "_3"), "three\n");
 }
 
@@ -272,8 +257,8 @@ TEST_F(LoganFileManager, CopesWithThousandsOfWaitingFiles) {
         files->fileWasUploaded(*path);
     }
     EXPECT_LT(std::chrono::steady_clock::now() - start, 10s);
-    EXPECT_EQ(names(directory + "_bak").size(), 5u);
-    EXPECT_EQ(names(directory).size(), 2996u);
+    EXPECT_EQ(entriesOf(directory + "_bak").size(), 5u);
+    EXPECT_EQ(entriesOf(directory).size(), 2996u);
 }
 
 }  // namespace

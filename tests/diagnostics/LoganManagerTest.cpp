@@ -4,25 +4,18 @@
 #include "Classes/Utils/Logan/collector/Util/WnUUIDHelper.h"
 #include "Platform/KvKeyStore.h"
 #include "support/HttpTestServer.h"
+#include "support/Json.h"
 #include "support/Printed.h"
 #include "support/TemporaryDirectory.h"
+#include "support/Test.h"
 
-#include <algorithm>
 #include <map>
 #include <mutex>
-#include <optional>
-#include <thread>
 
-#include <boost/json/parse.hpp>
-#include <boost/json/serialize.hpp>
 #include <fnmatch.h>
-#include <gtest/gtest.h>
 
 namespace kv {
 namespace {
-
-namespace json = boost::json;
-using namespace std::chrono_literals;
 
 constexpr char kDeviceKey[] = "com.wn.device.uuid", kDeviceId[] = "0123456789abcdef0123456789abcdef";
 

@@ -1,19 +1,12 @@
 #include "Platform/KvSerialQueue.h"
 #include "diagnostics/Shell.h"
 #include "support/TemporaryDirectory.h"
+#include "support/Test.h"
 
-#include <algorithm>
-#include <atomic>
 #include <future>
-#include <thread>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 namespace kv {
 namespace {
-
-using namespace std::chrono_literals;
 
 TEST(SerialQueue, RunsWorkOfManyThreadsOneAtATimeInTheOrderOfEach) {
     constexpr int kThreads = 4;

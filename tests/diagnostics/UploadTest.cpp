@@ -3,29 +3,16 @@
 #include "support/HttpTestServer.h"
 #include "support/Printed.h"
 #include "support/TemporaryDirectory.h"
+#include "support/Test.h"
 
-#include <algorithm>
-#include <atomic>
-#include <functional>
 #include <future>
-#include <thread>
-
-#include <gtest/gtest.h>
 
 namespace kv {
 namespace {
 
-using namespace std::chrono_literals;
 using Ending = HttpTestAnswer::Ending;
 
-bool waitUntil(std::function<bool()> const& condition) {
-    auto const deadline = std::chrono::steady_clock::now() + 60s;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(2ms);
-    }
-    return true;
-}
+using test::waitUntil;
 
 class Upload : public testing::Test {
 protected:
@@ -44,13 +31,7 @@ protected:
         uploader->uploadFile(home.path(file), [&](bool success) { result.set_value(success); });
         return result.get_future().get();
     }
-    std::size_t filesIn(std::string const& directory) const {
-        std::error_code none;
-        std::size_t count = 0;
-        for ([[maybe_unused]] auto const& entry : std::filesystem::directory_iterator(home.path(directory), none))
-            ++count;
-        return count;
-    }
+    std::size_t filesIn(std::string const& directory) const { return entriesOf(home.path(directory)).size(); }
 
     TemporaryDirectory home;
     std::shared_ptr<KvManualClock> const clock = std::make_shared<KvManualClock>(std::chrono::system_clock::now());

@@ -1,25 +1,14 @@
 // What may be wrong with the machine: no descriptors, another time of day, a main thread that is busy.
-#include "Classes/Utils/Logan/LoganManager.h"
 #include "Classes/Utils/Logan/collector/Util/WnUUIDHelper.h"
 #include "Session.h"
 #include "SystemCalls.h"
 #include "support/TemporaryDirectory.h"
 
-#include <thread>
-
 namespace kv::test {
 namespace {
 
-class Machine : public testing::TestWithParam<KvPimEngine> {};
-INSTANTIATE_TEST_SUITE_P(Engines, Machine, testing::Values(KvPimEngine::thread, KvPimEngine::mainQueue), engineName);
-
-std::string logOf(Session& session, std::function<void()> const& act) {
-    session.alice.kit->setLogFilters(1);
-    Printed printed;
-    act();
-    session.alice.kit->setLogFilters(0);
-    return printed.error();
-}
+class Machine : public EveryEngine {};
+ON_EVERY_ENGINE(Machine);
 
 TEST_P(Machine, WithoutDescriptorsItWaitsForSome) {
     Service const service;
@@ -30,12 +19,16 @@ TEST_P(Machine, WithoutDescriptorsItWaitsForSome) {
     session.alice.kit->getUserAttributes("bob", [&](auto const&, auto const&, std::int64_t) { ++answers; });
     EXPECT_TRUE(service.drop("alice"));
     EXPECT_TRUE(runUntil(*session.alice.queue, [&] { return !session.isConnected(); }));
-    auto const log = logOf(session, [&] {
+    session.alice.kit->setLogFilters(1);
+    Printed printed;
+    {
         NoDescriptors const none;
         session.waitFor([&] { return answers == 1; });
         WnUUIDHelper::uuidForDevice();
         WnUUIDHelper::uuidForDevice();
-    });
+    }
+    session.alice.kit->setLogFilters(0);
+    auto const log = printed.error();
     EXPECT_NE(log.find("Too many open files"), std::string::npos) << log;
     static int told = 0;  // once in a process
     for (auto at = log.find("(ulimit -n)"); at != std::string::npos; at = log.find("(ulimit -n)", at + 1)) ++told;
@@ -43,25 +36,6 @@ TEST_P(Machine, WithoutDescriptorsItWaitsForSome) {
     EXPECT_EQ(answers, 1);
     EXPECT_FALSE(session.isConnected());
     session.expectRestored(service);
-}
-
-// The process's first request, too, may find no descriptors: those after it must not suffer from that.
-TEST_P(Machine, TheFirstLoginMayComeWithoutDescriptors) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");  // a process of its own
-    auto const body = [] {
-        Service const service;
-        Session session(service.url(), GetParam());
-        auto& alice = session.alice;
-        LoganManager::sharedInstance().drain();  // which opens files, and gives descriptors back
-        {
-            NoDescriptors const none;
-            EXPECT_EQ(alice.codeOf([&](auto done) { alice.kit->loginByToken(kToken, 1, "alice", done); }), 9);
-        }
-        EXPECT_TRUE(session.begin());
-        session.expectRestored(service);
-    };
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing else ends the process
-    EXPECT_EXIT(body(); std::exit(testing::Test::HasFailure() ? 1 : 0), testing::ExitedWithCode(0), "");
 }
 
 // However few the process has, from the start on: it comes to no harm, and to a session as soon as there are more.
@@ -74,7 +48,7 @@ TEST_P(Machine, FewDescriptorsOrThreadsAreNoEnd) {
     };
     for (auto const& [what, from, to] : {Case{"descriptors", 3, 20}, Case{"threads", 0, 5}}) {
         for (int count = from; count <= to; ++count) {
-            ChildProcess probe({FAULTS_PROBE, service.url(), GetParam() == KvPimEngine::thread ? "thread" : "mainQueue",
+            ChildProcess probe({FAULTS_PROBE, service.url(), GetParam() == Engine::thread ? "thread" : "mainQueue",
                                 home.path(), what, std::to_string(count)});
             EXPECT_EQ(probe.wait(std::chrono::steady_clock::now() + 60s), 0) << count << ' ' << what;
         }
@@ -104,7 +78,7 @@ TEST_P(Machine, AMainThreadThatIsBusyForLongKeepsTheSession) {
     auto const socketId = [&] { return service.state().at("apps").at("app").at("users").at("alice").at("socketId"); };
     auto const before = socketId();
     std::this_thread::sleep_for(1500ms);  // two heartbeats and more
-    if (GetParam() == KvPimEngine::thread) {
+    if (GetParam() == Engine::thread) {
         EXPECT_EQ(socketId(), before) << "the engine's own thread answers the pings";
         EXPECT_TRUE(session.alice.states.empty());
     } else {

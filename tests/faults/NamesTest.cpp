@@ -5,8 +5,8 @@
 namespace kv::test {
 namespace {
 
-class ServerName : public testing::TestWithParam<KvPimEngine> {};
-INSTANTIATE_TEST_SUITE_P(Engines, ServerName, testing::Values(KvPimEngine::thread, KvPimEngine::mainQueue), engineName);
+class ServerName : public EveryEngine {};
+ON_EVERY_ENGINE(ServerName);
 
 TEST_P(ServerName, IsLookedUpForEachAttemptAndEachLogin) {
     Names names;

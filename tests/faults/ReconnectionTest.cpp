@@ -3,8 +3,6 @@
 #include "Relay.h"
 #include "Session.h"
 
-#include <optional>
-
 namespace kv::test {
 namespace {
 
@@ -13,7 +11,7 @@ std::vector<std::string> const kHastyHeartbeat{"--ping-interval", "300", "--ping
 constexpr auto kLongerThanTheHeartbeat = 1500ms;
 
 struct Scene {
-    Scene(KvPimEngine engine, bool isRelayed) : session(isRelayed ? relay.url() : service->url(), engine) {}
+    Scene(Engine engine, bool isRelayed) : session(isRelayed ? relay.url() : service->url(), engine) {}
 
     void restart() {
         int const port = service->port();
@@ -94,15 +92,15 @@ std::vector<Fault> const kFaults{
      true, true},
 };
 
-class Reconnection : public testing::TestWithParam<std::tuple<Fault, KvPimEngine>> {};
+class Reconnection : public testing::TestWithParam<std::tuple<Fault, Engine>> {};
 
 INSTANTIATE_TEST_SUITE_P(Faults, Reconnection,
                          testing::Combine(testing::ValuesIn(kFaults),
-                                          testing::Values(KvPimEngine::thread, KvPimEngine::mainQueue)),
+                                          testing::Values(Engine::thread, Engine::mainQueue)),
                          [](auto const& instance) {
                              return std::get<0>(instance.param).name +
-                                    std::string(std::get<1>(instance.param) == KvPimEngine::thread ? "OnThread"
-                                                                                                   : "OnMainQueue");
+                                    std::string(std::get<1>(instance.param) == Engine::thread ? "OnThread"
+                                                                                              : "OnMainQueue");
                          });
 
 TEST_P(Reconnection, BringsEverythingBack) {

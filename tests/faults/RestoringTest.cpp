@@ -3,8 +3,6 @@
 #include "Session.h"
 #include "support/ScriptedServer.h"
 
-#include <atomic>
-
 namespace kv::test {
 namespace {
 
@@ -12,7 +10,7 @@ constexpr char kNewToken[] = "fedcba9876543210fedcba9876543210";
 constexpr char const* kRestoring[] = {"join", "setLocalUserAttributes", "subscribePeersOnlineStatus",
                                       "subscribePeersUserAttributes"};
 
-class Restoring : public testing::TestWithParam<KvPimEngine> {
+class Restoring : public EveryEngine {
 protected:
     /// So answers the service to every step of the restoring from now on; null for silence.
     void answerAll(json::value const& answer) {
@@ -30,7 +28,7 @@ protected:
     Service service;
     Session session{service.url(), GetParam(), Session::Time::manual};
 };
-INSTANTIATE_TEST_SUITE_P(Engines, Restoring, testing::Values(KvPimEngine::thread, KvPimEngine::mainQueue), engineName);
+ON_EVERY_ENGINE(Restoring);
 
 TEST_P(Restoring, RefusedLoginsOnTheRoadBackAreTriedAgain) {
     ASSERT_TRUE(session.begin());

@@ -26,7 +26,7 @@ bool holdsToken(std::string const& line) {
 // the caches directory, which is the process's.
 void liveThroughEverything(std::string& caches) {
     Service const service;
-    Session session(service.url(), KvPimEngine::thread, Session::Time::manual);
+    Session session(service.url(), Engine::thread, Session::Time::manual);
     auto& alice = session.alice;
     caches = alice.cachesDirectory;
     service.control("login", {{"reason", "loginFail: InvalidToken"}});

@@ -4,24 +4,13 @@
 #include "classes/Person.h"
 #include "support/Printed.h"
 
-#include <algorithm>
-#include <memory>
-#include <string>
-
-#include <boost/json/array.hpp>
-#include <boost/json/object.hpp>
-#include <boost/json/serialize.hpp>
-
 namespace kv::test {
-
-namespace json = boost::json;
-using namespace std::chrono_literals;
 
 class Session {
 public:
     using Time = KvMainQueue::Time;
 
-    Session(std::string const& url, KvPimEngine engine, Time time = Time::real,
+    Session(std::string const& url, Engine engine, Time time = Time::real,
             std::function<void(KvPimOptions&)> const& adjust = {})
         : alice(url, "alice", KvMainQueue::create(time), engine, adjust), url_(url), time_(time) {}
 
@@ -95,11 +84,7 @@ public:
     }
     /// A manual clock is moved meanwhile: delays go by faster than they would.
     bool waitFor(std::function<bool()> const& holds) {
-        return runUntil(*alice.queue, [&] {
-            if (holds()) return true;
-            if (time_ == Time::manual) alice.queue->advance(50ms);
-            return false;
-        });
+        return runUntil(*alice.queue, holds, time_ == Time::manual ? 50ms : 0ms);
     }
 
     Person alice;

@@ -5,15 +5,14 @@
 
 #include <fstream>
 #include <random>
-#include <string_view>
 
 #include <unistd.h>
 
 namespace kv::test {
 namespace {
 
-class Wire : public testing::TestWithParam<KvPimEngine> {};
-INSTANTIATE_TEST_SUITE_P(Engines, Wire, testing::Values(KvPimEngine::thread, KvPimEngine::mainQueue), engineName);
+class Wire : public EveryEngine {};
+ON_EVERY_ENGINE(Wire);
 
 TEST_P(Wire, CarriesEverythingOneByteAtATime) {
     Service const service;

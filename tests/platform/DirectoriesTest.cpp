@@ -1,10 +1,8 @@
 #include "Platform/KvDirectories.h"
+#include "support/Test.h"
 
 #include <cstdlib>
-#include <string>
-#include <vector>
 
-#include <gtest/gtest.h>
 #include <pwd.h>
 #include <unistd.h>
 

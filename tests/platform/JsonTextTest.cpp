@@ -1,17 +1,11 @@
 #include "Platform/KvJsonText.h"
+#include "support/Json.h"
+#include "support/Test.h"
 
 #include <limits>
-#include <string>
-#include <vector>
-
-#include <boost/json/array.hpp>
-#include <boost/json/object.hpp>
-#include <gtest/gtest.h>
 
 namespace kv {
 namespace {
-
-namespace json = boost::json;
 
 std::string repeated(std::string const& text, std::size_t count) {
     std::string all;

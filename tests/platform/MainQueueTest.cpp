@@ -1,22 +1,12 @@
 #include "Platform/KvMainQueue.h"
+#include "support/Test.h"
 
 #include <array>
-#include <atomic>
-#include <functional>
 #include <map>
-#include <optional>
 #include <stdexcept>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include <gtest/gtest.h>
-#include <poll.h>
 
 namespace kv {
 namespace {
-
-using namespace std::chrono_literals;
 
 bool isReadable(int fd, std::chrono::milliseconds wait = 0ms) {
     pollfd entry{fd, POLLIN, 0};

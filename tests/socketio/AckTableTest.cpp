@@ -1,18 +1,13 @@
 #include "SocketIO/AckTable.h"
+#include "support/Json.h"
+#include "support/Test.h"
 
 #include <cmath>
 #include <limits>
 #include <random>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 namespace kv::sio {
 namespace {
-
-using namespace std::chrono_literals;
-namespace json = boost::json;
 
 class AckTableTest : public ::testing::Test {
 protected:
@@ -31,29 +26,6 @@ protected:
         table->answer(id, SocketData(items, {}));
     }
 };
-
-TEST_F(AckTableTest, EndsEachOnceWithTheAnswerOrWithoutOne) {
-    auto const first = table->add(6s, note("first"));
-    auto const second = table->add(6s, note("second"));
-    table->add(10s, note("longer"));
-    table->add(1s, note("shorter"));
-    answer(second.id);
-    EXPECT_EQ(ended, std::vector<std::string>{"second: answer"});
-    queue->advance(999ms);
-    EXPECT_EQ(ended.size(), 1u);
-    queue->advance(1ms);
-    EXPECT_EQ(ended.back(), "shorter: NO ACK");
-    queue->advance(5s);
-    EXPECT_EQ(ended.back(), "first: NO ACK");
-    answer(first.id);   // too late
-    answer(second.id);  // a second time
-    answer(12345);      // to nothing
-    queue->advance(4s);
-    queue->advance(1h);
-    EXPECT_EQ(ended,
-              (std::vector<std::string>{"second: answer", "shorter: NO ACK", "first: NO ACK", "longer: NO ACK"}));
-    EXPECT_EQ(table->size(), 0u);
-}
 
 TEST_F(AckTableTest, GoesWithItsQueue) {
     auto captured = std::make_shared<int>();

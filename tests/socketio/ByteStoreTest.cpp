@@ -1,9 +1,5 @@
 #include "SocketIO/core/ByteStore.h"
-
-#include <thread>
-#include <vector>
-
-#include <gtest/gtest.h>
+#include "support/Test.h"
 
 namespace kv::sio {
 namespace {

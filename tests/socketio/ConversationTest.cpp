@@ -1,17 +1,11 @@
 // What travels between a socket and a server that follows a script.
 #include "Sockets.h"
 
-#include <algorithm>
-#include <atomic>
-#include <thread>
-
-#include <boost/json/parse.hpp>
-
 namespace kv::test {
 namespace {
 
 class Conversation : public EveryEngine {};
-INSTANTIATE_TEST_SUITE_P(Engines, Conversation, testing::Values(Engine::mainQueue, Engine::thread), engineName);
+ON_EVERY_ENGINE(Conversation);
 
 SocketItems itemsOf(json::array values) {
     SocketItems items;

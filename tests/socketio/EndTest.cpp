@@ -1,16 +1,13 @@
 // How connections end: each once, with the reason that is told, whatever happens around it.
 #include "Sockets.h"
 
-#include <atomic>
 #include <system_error>
-
-#include <boost/json/parse.hpp>
 
 namespace kv::test {
 namespace {
 
 class Ends : public EveryEngine {};
-INSTANTIATE_TEST_SUITE_P(Engines, Ends, testing::Values(Engine::mainQueue, Engine::thread), engineName);
+ON_EVERY_ENGINE(Ends);
 
 struct Ending {
     char const* what;

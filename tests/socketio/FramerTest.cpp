@@ -1,17 +1,12 @@
 #include "SocketIO/core/Deflate.h"
 #include "SocketIO/transport/Framer.h"
 #include "support/Frames.h"
-
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
+#include "support/Test.h"
 
 namespace kv::sio {
 namespace {
 
 using namespace kv::test;
-using namespace std::chrono_literals;
 using Put = Outbox::Put;
 
 constexpr std::size_t kNoBound = 64u << 20;

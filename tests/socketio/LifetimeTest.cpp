@@ -5,7 +5,7 @@ namespace kv::test {
 namespace {
 
 class Lifetime : public EveryEngine {};
-INSTANTIATE_TEST_SUITE_P(Engines, Lifetime, testing::Values(Engine::mainQueue, Engine::thread), engineName);
+ON_EVERY_ENGINE(Lifetime);
 
 ScriptedServer::Script const kChatty = [](ScriptedPeer& peer) {
     peer.login();

@@ -4,13 +4,11 @@
 
 #include <cmath>
 
-#include <boost/json/parse.hpp>
-
 namespace kv::test {
 namespace {
 
 class Reference : public EveryEngine {};
-INSTANTIATE_TEST_SUITE_P(Engines, Reference, testing::Values(Engine::mainQueue, Engine::thread), engineName);
+ON_EVERY_ENGINE(Reference);
 
 class ReferenceServer {
 public:

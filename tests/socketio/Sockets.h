@@ -1,39 +1,15 @@
-// A socket under test with everything that it says, and the two placements of the engine that pass the same tests.
+// A socket under test with everything that it says.
 #pragma once
 
 #include "Platform/KvEngineThread.h"
 #include "Platform/KvMainQueue.h"
 #include "SocketIO/SocketIOClient.h"
 #include "SocketIO/SocketManager.h"
+#include "support/Json.h"
 #include "support/ScriptedServer.h"
-
-#include <algorithm>
-#include <chrono>
-#include <functional>
-#include <memory>
-#include <string>
-#include <vector>
-
-#include <boost/json/parse.hpp>
-#include <boost/json/serialize.hpp>
-#include <gtest/gtest.h>
+#include "support/Test.h"
 
 namespace kv::test {
-
-using namespace std::chrono_literals;
-namespace json = boost::json;
-
-enum class Engine { mainQueue, thread };
-
-/// Runs the queue until `isDone`, for a minute at most: a busy machine with a sanitizer takes its time.
-inline bool runUntil(KvMainQueue& queue, std::function<bool()> const& isDone) {
-    auto const deadline = std::chrono::steady_clock::now() + 60s;
-    while (!isDone()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        queue.runFor(1ms);
-    }
-    return true;
-}
 
 inline std::shared_ptr<KvMainQueue> engineFor(Engine placement, std::shared_ptr<KvMainQueue> const& queue) {
     return placement == Engine::mainQueue ? queue : engineThreadQueue();
@@ -84,11 +60,5 @@ public:
     std::vector<std::string> lines;
     std::unique_ptr<SocketManager> manager;
 };
-
-class EveryEngine : public testing::TestWithParam<Engine> {};
-
-inline std::string engineName(testing::TestParamInfo<Engine> const& info) {
-    return info.param == Engine::mainQueue ? "MainQueue" : "Thread";
-}
 
 }  // namespace kv::test

@@ -1,6 +1,7 @@
 // A directory that goes with its object, whatever is in it.
 #pragma once
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -30,6 +31,16 @@ public:
 private:
     std::string path_;
 };
+
+/// The names in a directory, sorted; none when it is not there.
+inline std::vector<std::string> entriesOf(std::string const& path) {
+    std::error_code absent;
+    std::vector<std::string> names;
+    for (auto const& entry : std::filesystem::directory_iterator(path, absent))
+        names.push_back(entry.path().filename());
+    std::sort(names.begin(), names.end());
+    return names;
+}
 
 /// The whole content; empty when there is no file.
 inline std::string contentOf(std::string const& path) {
