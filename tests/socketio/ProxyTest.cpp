@@ -56,7 +56,7 @@ TEST(Proxy, IsNotUsedForWhomTheListNames) {
               {"http://example.com", "http://a.example.com", "http://other"},
               {"http://b.other2"}},
              {"*.example.com", {"http://a.example.com"}, {"http://example.org"}},
-             {"example.com:8080", {"http://a.example.com:8080"}, {"http://example.com", "http://example.com:80801"}},
+             {"example.com:8080", {"http://a.example.com:8080"}, {"http://example.com", "http://example.com:8081"}},
              {"10.1.2.3", {"http://10.1.2.3:9"}, {"http://10.1.2.30", "http://x10.1.2.3"}},
              {"10.0.0.0/8,172.16.0.0/12:443",
               {"http://10.255.0.1", "https://172.31.255.255"},
@@ -69,8 +69,10 @@ TEST(Proxy, IsNotUsedForWhomTheListNames) {
               {},
               {"http://10.0.0.0", "http://10.1", "http://host"}},
          }) {
-        for (auto const* url : c.direct) EXPECT_TRUE(isDirect(*Url::parse(url), c.list)) << url << " in " << c.list;
-        for (auto const* url : c.others) EXPECT_FALSE(isDirect(*Url::parse(url), c.list)) << url << " in " << c.list;
+        for (auto const* url : c.direct)
+            EXPECT_TRUE(isDirect(Url::parse(url).value(), c.list)) << url << " in " << c.list;
+        for (auto const* url : c.others)
+            EXPECT_FALSE(isDirect(Url::parse(url).value(), c.list)) << url << " in " << c.list;
     }
 }
 
