@@ -38,7 +38,7 @@ void Dialer::start() {
     lookUp(hop().host, hop().port, queue_.lock(), [weak = weak_from_this()](Endpoints endpoints, std::string error) {
         auto const self = weak.lock();
         if (!self || !self->done_) return;
-        if (endpoints.empty()) return self->fail(std::move(error));
+        if (endpoints.empty()) return self->fail(self->proxy_ ? "No way to " + self->hopText() + ": " + error : error);
         self->endpoints_ = std::move(endpoints);
         self->stage_ = "Connecting to " + self->hopText();
         self->connectNext();
@@ -95,7 +95,7 @@ void Dialer::openTunnel() {
     stage_ = "Asking " + proxy_->text() + " for " + url_.text();
     tunnel_ = proxy_->tunnel(url_);
     talk_ = std::make_shared<Talk>(*stream_, *tunnel_, [this](std::string error) {
-        if (!error.empty()) return fail(std::move(error));
+        if (!error.empty()) return fail(tunnel_->isOver() ? error : stage_ + ": " + error);
         secure();
     });
     talk_->start();
@@ -107,7 +107,7 @@ void Dialer::secure() {
 }
 
 void Dialer::startTls(std::shared_ptr<KvTlsOptions const> const& options, Url const& server, void (Dialer::*next)()) {
-    stage_ = "TLS handshake with " + server.text();
+    stage_ = "TLS handshake with " + (next == &Dialer::openTunnel ? hopText() : server.text());
     afterTls_ = next;
     std::string error;
     auto const context = TlsContext::of(options, error);
@@ -124,7 +124,7 @@ void Dialer::shakeHands() {
         case IoStatus::closed:
             return fail("The server closed the connection: " + stage_);
         case IoStatus::failed:
-            return fail(result.error);
+            return fail(afterTls_ == &Dialer::openTunnel ? stage_ + ": " + result.error : result.error);
         default:
             break;
     }

@@ -22,13 +22,13 @@ struct KV_EXPORT KvProxy {
     /// before the host where the proxy asks for it (percent-encoded). Without a port: 80, 443 or 1080.
     KvProxy(std::string url);  // NOLINT(google-explicit-constructor): one word for who has one
     KvProxy(char const* url) : KvProxy(std::string(url)) {}  // NOLINT(google-explicit-constructor)
-    /// What the variables http_proxy, https_proxy, all_proxy and no_proxy say now. Each is looked for in small letters
-    /// first and then in capitals; HTTP_PROXY is not looked at, because web servers make it from what a client sends.
+    /// What http_proxy, https_proxy, all_proxy and no_proxy say now, in small letters or else in capitals. HTTP_PROXY
+    /// is not read: web servers make it from what a client sends. What means nothing in no_proxy is left out.
     static KvProxy fromEnvironment();
 
     /// For servers without TLS, and for those with it; empty for none.
     std::string forHttp, forHttps;
-    /// Who is reached directly, separated by commas: "*" for everybody, a name with all below it ("example.com" or
+    /// Who is reached directly, with commas or spaces between: "*" for everybody, a name with all below ("example.com",
     /// ".example.com"), an address ("10.1.2.3", "::1") or a range of them ("10.0.0.0/8"), each with ":port" or without.
     std::string noProxy;
 };

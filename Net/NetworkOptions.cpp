@@ -1,5 +1,6 @@
 #include "Net/NetworkOptions.h"
 
+#include "Net/Proxy.h"
 #include "Net/Tls.h"
 
 #include <algorithm>
@@ -65,6 +66,7 @@ std::string problemOfTime(char const* name, milliseconds time, bool mayBeZero) {
 }  // namespace
 
 std::string problemOf(KvPimNetworkOptions const& options) {
+    if (auto problem = net::problemOfProxy(options.proxy); !problem.empty()) return problem;
     if (auto problem = net::problemOfTls(options.tls); !problem.empty()) return problem;
     if (!std::ranges::all_of(options.userAgent, isFieldChar))
         return "`userAgent` holds a line break or another control character";

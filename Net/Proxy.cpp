@@ -1,6 +1,7 @@
 #include "Net/Proxy.h"
 
 #include "Net/Base64.h"
+#include "Net/NoProxy.h"
 
 #include <algorithm>
 #include <array>
@@ -25,7 +26,11 @@ KvProxy KvProxy::fromEnvironment() {
     KvProxy proxy;
     proxy.forHttp = read({"http_proxy", "all_proxy", "ALL_PROXY"});
     proxy.forHttps = read({"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"});
-    proxy.noProxy = read({"no_proxy", "NO_PROXY"});
+    auto const directly = read({"no_proxy", "NO_PROXY"});
+    std::string_view rest = directly;
+    for (auto entry = net::takeEntry(rest); !entry.empty(); entry = net::takeEntry(rest)) {
+        if (net::namesSomebody(entry)) proxy.noProxy.append(proxy.noProxy.empty() ? "" : ",").append(entry);
+    }
     return proxy;
 }
 
@@ -37,6 +42,8 @@ namespace {
 namespace ip = boost::asio::ip;
 
 constexpr std::uint16_t kHttpPort = 80, kHttpsPort = 443, kSocksPort = 1080;
+constexpr char kWantsUser[] = "wants a user and a password";
+constexpr char kRefusesUser[] = "does not take this user and password";
 
 char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
@@ -59,51 +66,6 @@ std::string decoded(std::string_view text) {
     return made;
 }
 
-// The bytes of an address, those of IPv4 as IPv6 has them too.
-std::optional<ip::address_v6::bytes_type> bytesOf(std::string_view text) {
-    boost::system::error_code error;
-    auto const address = ip::make_address(std::string(text), error);
-    if (error) return std::nullopt;
-    return address.is_v4() ? ip::make_address_v6(ip::v4_mapped, address.to_v4()).to_bytes()
-                           : address.to_v6().to_bytes();
-}
-
-bool isInRange(std::string_view host, std::string_view range) {
-    auto const slash = range.find('/');
-    auto const address = bytesOf(host), start = bytesOf(range.substr(0, slash));
-    if (!address || !start) return false;
-    unsigned bits = 128;
-    if (slash != std::string_view::npos) {
-        auto const [end, problem] = std::from_chars(range.data() + slash + 1, range.data() + range.size(), bits);
-        if (problem != std::errc() || end != range.data() + range.size()) return false;
-        if (range.find(':') == std::string_view::npos) bits += 96;
-    }
-    for (unsigned i = 0; i < std::min(bits, 128u); ++i) {
-        if ((((*address)[i / 8] ^ (*start)[i / 8]) >> (7 - i % 8) & 1) != 0) return false;
-    }
-    return true;
-}
-
-bool isNamed(std::string_view host, std::string_view name) {
-    if (name.starts_with("*.")) name.remove_prefix(1);
-    if (name.starts_with('.')) name.remove_prefix(1);
-    if (name.empty() || !host.ends_with(name)) return false;
-    return host.size() == name.size() || host[host.size() - name.size() - 1] == '.';
-}
-
-bool isMeant(Url const& server, std::string entry) {
-    if (entry == "*") return true;
-    auto const colon = entry.rfind(':');
-    bool const hasPort = colon != std::string::npos && (entry.find(':') == colon || entry[colon - 1] == ']');
-    if (hasPort) {
-        if (entry.substr(colon + 1) != std::to_string(server.port)) return false;
-        entry.resize(colon);
-    }
-    if (entry.starts_with('[') && entry.ends_with(']')) entry = entry.substr(1, entry.size() - 2);
-    auto const host = lowered(server.host);
-    return bytesOf(host) ? isInRange(host, entry) : isNamed(host, entry);
-}
-
 // What both kinds share: their text, and what they say when it goes wrong.
 class Tunnel : public Script {
 public:
@@ -115,6 +77,7 @@ public:
 
 protected:
     void say(std::string text) { said_.push_back(std::move(text)); }
+    bool hasUnsaid() const { return sent_ < said_.size(); }
     void succeed() { isOver_ = true; }
     void fail(std::string const& what) {
         isOver_ = true;
@@ -136,7 +99,7 @@ class HttpTunnel final : public Tunnel {
 public:
     HttpTunnel(Proxy const& proxy, Url const& server) : Tunnel(proxy) {
         auto request = "CONNECT " + server.text() + " HTTP/1.1\r\nHost: " + server.text() + "\r\n";
-        if (!proxy.user.empty() || !proxy.password.empty()) {
+        if (proxy.hasUser()) {
             auto const pair = proxy.user + ':' + proxy.password;
             request += "Proxy-Authorization: Basic " +
                        base64({reinterpret_cast<std::uint8_t const*>(pair.data()), pair.size()}) + "\r\n";
@@ -157,26 +120,41 @@ public:
         auto const line = received_.substr(0, std::min(received_.find("\r\n"), kMostLine));
         auto const status = line.size() > 9 ? line.substr(9) : std::string();
         if (status.starts_with("407"))
-            return fail(proxy_.user.empty() ? "wants a user and a password (HTTP status " + status + ')'
-                                            : "does not take this user and password (HTTP status " + status + ')');
+            return fail(refusal(received_.substr(0, end + 2)) + " (HTTP status " + status + ')');
         if (!status.starts_with('2')) return fail("does not lead there: HTTP status " + status);
         if (received_.size() > end + 4) return fail("speaks before it is asked");
         succeed();
     }
 
 private:
+    // What a 407 means: the head names the kinds of login that the proxy knows.
+    std::string refusal(std::string const& head) const {
+        constexpr std::string_view kField = "\r\nproxy-authenticate:";
+        std::string const ofUser = proxy_.hasUser() ? kRefusesUser : kWantsUser;
+        auto const text = lowered(head);
+        std::string kinds;
+        for (auto at = text.find(kField); at != std::string::npos; at = text.find(kField, at + 1)) {
+            auto const begin = std::min(text.find_first_not_of(' ', at + kField.size()), text.size());
+            auto const kind = head.substr(begin, text.find_first_of(" ,\r", begin) - begin);
+            if (lowered(kind) == "basic") return ofUser;
+            kinds += (kinds.empty() ? "" : ", ") + kind;
+        }
+        return kinds.empty() ? ofUser : "wants a kind of login that is not supported: " + kinds;
+    }
+
     static constexpr std::size_t kMostHead = 16384, kMostLine = 200;
 };
 
 class SocksTunnel final : public Tunnel {
 public:
     SocksTunnel(Proxy const& proxy, Url const& server) : Tunnel(proxy), server_(server) {
-        say(hasUser() ? std::string("\5\2\0\2", 4) : std::string("\5\1\0", 3));
+        say(proxy_.hasUser() ? std::string("\5\2\0\2", 4) : std::string("\5\1\0", 3));
     }
 
     void onReceived(std::string_view bytes) override {
         received_ += bytes;
         while (!isOver() && received_.size() >= needed()) {
+            if (hasUnsaid()) return fail("speaks before it is asked");
             auto const answer = received_.substr(0, needed());
             received_.erase(0, answer.size());
             (this->*step_)(answer);
@@ -186,11 +164,10 @@ public:
 private:
     static constexpr std::size_t kMostText = 255;
 
-    bool hasUser() const { return !proxy_.user.empty() || !proxy_.password.empty(); }
-
-    // The answer to CONNECT is as long as the address in it.
+    // The answer to CONNECT is as long as the address in it. A refusal may end before that.
     std::size_t needed() const {
-        if (step_ != &SocksTunnel::onConnected) return 2;
+        bool const isRefusal = received_.size() >= 2 && (received_[0] != 5 || received_[1] != 0);
+        if (step_ != &SocksTunnel::onConnected || isRefusal) return 2;
         if (received_.size() < 5) return 5;
         switch (received_[3]) {
             case 1:
@@ -205,8 +182,7 @@ private:
     void onMethod(std::string const& answer) {
         if (answer[0] != 5) return fail("does not speak SOCKS 5");
         if (answer[1] == 0) return connect();
-        if (answer[1] != 2)
-            return fail(hasUser() ? "does not take a user and a password" : "wants a user and a password");
+        if (answer[1] != 2) return fail(proxy_.hasUser() ? "does not take a user and a password" : kWantsUser);
         if (proxy_.user.size() > kMostText || proxy_.password.size() > kMostText)
             return fail("takes no user or password of more than 255 bytes");
         step_ = &SocksTunnel::onLoggedIn;
@@ -214,7 +190,7 @@ private:
     }
 
     void onLoggedIn(std::string const& answer) {
-        if (answer[1] != 0) return fail("does not take this user and password");
+        if (answer[1] != 0) return fail(kRefusesUser);
         connect();
     }
 
@@ -307,14 +283,18 @@ std::unique_ptr<Script> Proxy::tunnel(Url const& server) const {
     return std::make_unique<SocksTunnel>(*this, server);
 }
 
-bool isDirect(Url const& server, std::string_view noProxy) {
-    while (!noProxy.empty()) {
-        auto const end = std::min(noProxy.find_first_of(", "), noProxy.size());
-        auto entry = lowered(noProxy.substr(0, end));
-        noProxy.remove_prefix(std::min(end + 1, noProxy.size()));
-        if (!entry.empty() && isMeant(server, std::move(entry))) return true;
+std::string problemOfProxy(KvProxy const& proxy) {
+    // Neither says what stands there: it may be a password.
+    for (auto const& [name, address] : {std::pair("forHttp", &proxy.forHttp), {"forHttps", &proxy.forHttps}}) {
+        if (!address->empty() && !Proxy::parse(*address))
+            return std::string("proxy.") + name + " is no address of a proxy: http, https or socks5, a host, a port";
     }
-    return false;
+    int number = 1;
+    std::string_view rest = proxy.noProxy;
+    for (auto entry = takeEntry(rest); !entry.empty(); entry = takeEntry(rest), ++number) {
+        if (!namesSomebody(entry)) return "proxy.noProxy: entry " + std::to_string(number) + " can name nobody";
+    }
+    return {};
 }
 
 }  // namespace kv::net

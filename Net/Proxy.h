@@ -23,13 +23,14 @@ struct Proxy {
     /// The one that leads to a server, as its address; empty for the direct way.
     static std::string const& to(Url const& server, KvProxy const& options);
 
+    bool hasUser() const { return !user.empty() || !password.empty(); }
     /// For people: without user and password.
     std::string text() const { return "the proxy " + url.text(); }
     /// What makes it a tunnel to the server.
     std::unique_ptr<Script> tunnel(Url const& server) const;
 };
 
-/// Whether a list of those who are reached directly names this server.
-bool isDirect(Url const& server, std::string_view noProxy);
+/// What cannot be in what an application says of its proxy, for people; empty for nothing. Never tells a password.
+std::string problemOfProxy(KvProxy const& proxy);
 
 }  // namespace kv::net

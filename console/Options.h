@@ -16,6 +16,7 @@ namespace kv::console {
 struct CommonOptions {
     std::string appId;
     KvPimEnvConfig env;
+    KvProxy proxy;
 };
 
 inline void addCommonOptions(CLI::App& command, CommonOptions& options) {
@@ -32,15 +33,26 @@ inline void addCommonOptions(CLI::App& command, CommonOptions& options) {
     command.add_option("--ca-file", options.env.caFile, "PEM file of authorities to trust in addition to the system's")
         ->check(CLI::ExistingFile)
         ->type_name("FILE");
+    auto* const proxy = command.add_option_function<std::string>(
+        "--proxy", [&](std::string const& url) { options.proxy = url; },
+        "The proxy that leads to all servers: http://HOST:PORT, https:// or socks5://");
+    proxy->type_name("URL");
+    command
+        .add_flag_callback(
+            "--proxy-from-environment", [&] { options.proxy = KvProxy::fromEnvironment(); },
+            "Go through the proxies that http_proxy, https_proxy, all_proxy and no_proxy name")
+        ->excludes(proxy);
 }
 
 /// What the packaged program takes from its surroundings; the library itself takes nothing.
 inline KvPimOptions clientOptions(CommonOptions const& options, std::shared_ptr<KvMainQueue> queue) {
     // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody sets variables
     char const* const checks = std::getenv("KVPIM_CHECK_THREADS");
-    return {.envConfig = options.env,
-            .mainQueue = std::move(queue),
-            .checkThreads = checks != nullptr && std::string_view(checks) == "1"};
+    KvPimOptions made{.envConfig = options.env,
+                      .mainQueue = std::move(queue),
+                      .checkThreads = checks != nullptr && std::string_view(checks) == "1"};
+    made.network.proxy = options.proxy;
+    return made;
 }
 
 }  // namespace kv::console

@@ -53,9 +53,18 @@ install_packages() {
     say "Installing: $*"
     # Package lists that are absent or too old for these packages are fetched first.
     apt-get install --simulate --no-install-recommends "$@" >/dev/null 2>&1 || update_package_lists
+    mask_services "$@"
     apt_install "$@" && return
     update_package_lists
     apt_install "$@" || fail "The packages could not be installed."
+}
+
+# What a package brings as a service of the machine stays off, now and after a restart: only its programs are wanted here.
+mask_services() {
+    local service
+    for service in $(sed -n 's/^service: //p' tools/packages); do
+        [[ " $* " != *" ${service%=*} "* ]] || as_root systemctl mask "${service#*=}.service" >/dev/null 2>&1
+    done
 }
 
 update_package_lists() {

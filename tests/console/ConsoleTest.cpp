@@ -1,8 +1,11 @@
 // How the console behaves as a program: bad lines, the end of its input, its exit status, its options.
 #include "console/Programs.h"
+#include "support/HttpTestServer.h"
 #include "support/Service.h"
 #include "support/TemporaryDirectory.h"
 #include "support/Test.h"
+
+#include <cstdlib>
 
 namespace kv::test {
 namespace {
@@ -22,6 +25,7 @@ TEST(Console, ExitStatusTellsBadUsageFromFailedCreation) {
         {consoleCommand(kNobody, {"--linger", "-1"}), 2, nullptr},
         {consoleCommand(kNobody, {"--linger", "soon"}), 2, nullptr},
         {consoleCommand(kNobody, {"--delegate", "messageReceived,memberJoined"}), 2, nullptr},
+        {consoleCommand(kNobody, {"--proxy", "http://127.0.0.1:9", "--proxy-from-environment"}), 2, nullptr},
         {consoleCommand("not an address"), 1, R"({"event":"createFailed"})"},
         {consoleCommand(kNobody), 0, R"({"event":"ready"})"},
         {{KVPIM_CLIENT, "--version"}, 0, "kvpim *"},
@@ -134,6 +138,22 @@ TEST(Console, EndsQuietlyWhenNobodyReadsAnyMore) {
     ASSERT_TRUE(console.prints(R"({"event":"ready"})"));
     console.closeOutput();
     EXPECT_EQ(console.exitStatus(), 0);
+}
+
+TEST(Console, GoesThroughTheProxyThatItIsTold) {
+    HttpTestServer const proxy([](HttpTestRequest const&) { return HttpTestAnswer{.status = 403}; });
+    ::setenv("http_proxy", proxy.url().c_str(),
+             1);  // NOLINT(concurrency-mt-unsafe): the programs under test look at it
+    for (auto const& options :
+         std::vector<std::vector<std::string>>{{}, {"--proxy", proxy.url()}, {"--proxy-from-environment"}}) {
+        Program console(consoleCommand(kNobody, options));
+        console.send(loginLine("alice"));
+        EXPECT_TRUE(console.prints(R"({"id":*,"op":"loginByToken","code":9})"));
+    }
+    ::unsetenv("http_proxy");  // NOLINT(concurrency-mt-unsafe)
+    auto const requests = proxy.requests();
+    ASSERT_EQ(requests.size(), 2u);
+    for (auto const& request : requests) EXPECT_EQ(request.method + ' ' + request.target, "CONNECT 127.0.0.1:9");
 }
 
 }  // namespace
