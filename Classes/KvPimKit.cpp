@@ -62,7 +62,8 @@ std::shared_ptr<KvPimKit> KvPimKit::initWithAppId(std::string appId, std::weak_p
         KvLog::shared().error("no client: %@", problem);
         return nullptr;
     }
-    auto impl = std::make_shared<KvPimKitImpl>(std::move(appId), std::move(delegate), std::move(options), std::move(network));
+    auto impl =
+        std::make_shared<KvPimKitImpl>(std::move(appId), std::move(delegate), std::move(options), std::move(network));
     if (!impl->mainQueue || !impl->engine || !isValidApiServer(impl->apiServer)) return nullptr;
     impl->debugInfo.getApiServer(impl->apiServer);
     auto const object = std::shared_ptr<KvPimKit>(new KvPimKit(impl));

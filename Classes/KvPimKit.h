@@ -70,7 +70,7 @@ struct KvPimDelegate {
     /// `KvPimOptions::maxQueuedBytes` or less, after it had been more or a request had been dropped because there was
     /// no room for it. Once each time. If the connection was lost before, the call comes behind the (3, 2) of the next
     /// one; after a logout, not at all.
-    std::function<void(KvPimKit& kit)> onWritable;
+    std::function<void(KvPimKit& kit)> onWritable{};
 };
 
 /// What a client knows of its session.

@@ -153,8 +153,8 @@ KvMainQueue::Clock::time_point Connection::due() const {
     return std::min(changeDue_, usual);
 }
 
-// One timer for whatever comes first: the end of the handshakes, an overdue ping or one that waits unread, what a change of the network leads
-// to, the end of the farewell.
+// One timer for whatever comes first: the end of the handshakes, an overdue ping or one that waits unread, what a
+// change of the network leads to, the end of the farewell.
 void Connection::watch() { wakeAfter(due() - engine_.lock()->now()); }
 
 void Connection::wakeAfter(KvMainQueue::Clock::duration delay) {

@@ -8,7 +8,8 @@ namespace kv::sio {
 // The client's part in it.
 class Opener::Handshake final : public net::Script {
 public:
-    explicit Handshake(Plan const& plan) : upgrade_(plan.url.authority(), plan.target, plan.offersDeflate,
+    explicit Handshake(Plan const& plan)
+        : upgrade_(plan.url.authority(), plan.target, plan.offersDeflate,
                    net::headerLines(net::optionsOf(plan.network))) {}
 
     std::string_view toSend() override {

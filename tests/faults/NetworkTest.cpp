@@ -44,11 +44,11 @@ private:
     }
 };
 
-class Network : public testing::TestWithParam<KvPimEngine> {
+class Network : public EveryEngine {
 protected:
     static void watchItself(KvPimOptions& options) { options.network.watchesNetwork = true; }
     /// In a process of its own, which is in no network before.
-    static void inNamespaces(void (*body)(KvPimEngine engine)) {
+    static void inNamespaces(void (*body)(Engine engine)) {
         GTEST_FLAG_SET(death_test_style, "threadsafe");
         bool isPermitted = true;
         auto const isWell = [&](int status) {
@@ -60,11 +60,11 @@ protected:
         if (!isPermitted) GTEST_SKIP() << "this machine lets nobody make networks";
     }
 };
-INSTANTIATE_TEST_SUITE_P(Engines, Network, testing::Values(KvPimEngine::thread, KvPimEngine::mainQueue), engineName);
+ON_EVERY_ENGINE(Network);
 
 // A cable that is out for a moment costs nothing, one that is out for long the connection.
 TEST_P(Network, IsUsedAgainAtOnceWhenTheCableIsBack) {
-    inNamespaces([](KvPimEngine engine) {
+    inNamespaces([](Engine engine) {
         Cable const cable;
         Session session(cable.url("10.99.0.1"), engine, Session::Time::real, watchItself);
         ASSERT_TRUE(session.begin());
@@ -88,7 +88,7 @@ TEST_P(Network, IsUsedAgainAtOnceWhenTheCableIsBack) {
 }
 
 TEST_P(Network, ADeadAddressOfANameHoldsUpNobody) {
-    inNamespaces([](KvPimEngine engine) {
+    inNamespaces([](Engine engine) {
         Cable const cable;
         Cable::run("ip addr add fd00::2/64 nodad dev kv0");
         Names names;

@@ -37,9 +37,9 @@ void welcome(ScriptedPeer& peer) {
 // The two roads to a server, each as far as its first answer. Both tell what went wrong, or nothing.
 class Roads {
 public:
-    Roads(KvPimEngine placement, KvPimNetworkOptions options, Time time = Time::real)
+    Roads(Engine placement, KvPimNetworkOptions options, Time time = Time::real)
         : queue_(KvMainQueue::create(time)),
-          engine_(placement == KvPimEngine::thread ? engineThreadQueue() : queue_),
+          engine_(placement == Engine::thread ? engineThreadQueue() : queue_),
           network_(std::make_shared<KvPimNetworkOptions const>(std::move(options))),
           isManual_(time == Time::manual) {}
 
@@ -79,7 +79,7 @@ private:
     bool const isManual_;
 };
 
-class ProxyTest : public testing::TestWithParam<KvPimEngine> {
+class ProxyTest : public EveryEngine {
 protected:
     KvPimNetworkOptions through(std::string const& proxy) const {
         KvPimNetworkOptions options;
@@ -105,7 +105,7 @@ protected:
     std::string const closed = at("127.0.0.1", freePort());
 };
 
-INSTANTIATE_TEST_SUITE_P(Engines, ProxyTest, testing::Values(KvPimEngine::thread, KvPimEngine::mainQueue), engineName);
+ON_EVERY_ENGINE(ProxyTest);
 
 TEST_P(ProxyTest, LeadsThereOrSaysWhyNot) {
     if (!Squid::isInstalled() || !Danted::isInstalled()) GTEST_SKIP() << "squid and danted are not installed";
@@ -225,7 +225,7 @@ TEST(Proxy, ThatSaysNothingIsGivenUp) {
     KvPimNetworkOptions options;
     for (std::string const scheme : {"http", "socks5"}) {
         options.proxy = scheme + "://alice:s3cret@" + address;
-        Roads roads(KvPimEngine::mainQueue, options, Time::manual);
+        Roads roads(Engine::mainQueue, options, Time::manual);
         EXPECT_EQ(roads.discover("https://127.0.0.1:9"), "timed out: " + stage);
         EXPECT_EQ(roads.connect("https://127.0.0.1:9"), stage + ": timed out");
     }
