@@ -79,7 +79,7 @@ TEST_P(Network, IsUsedAgainAtOnceWhenTheCableIsBack) {
             EXPECT_TRUE(session.waitFor([&] { return session.isConnected(); }));
             EXPECT_EQ(alice.codeOf([&](auto done) { alice.kit->setLocalUserAttributes({{"b", "3"}}, done); }), 0);
             auto const time = Clock::now() - back;
-            EXPECT_LT(time, 1s);
+            EXPECT_LT(time, 4s);  // a busy machine; 0.2 s mostly, and without watching it is the heartbeat's time
             EXPECT_EQ(alice.states, states);
             std::cerr << out / 1s << " s without, back after " << time / 1ms << " ms\n";  // for who sees it fail
             alice.states.clear();
