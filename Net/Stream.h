@@ -47,16 +47,13 @@ public:
     void close();
 
 private:
-    struct FreeSsl {
-        void operator()(SSL* ssl) const {
-            SSL_set_shutdown(ssl, SSL_SENT_SHUTDOWN | SSL_RECEIVED_SHUTDOWN);  // else the session is forgotten
-            SSL_free(ssl);
-        }
+    struct EndSsl {
+        void operator()(SSL* ssl) const { TlsContext::end(ssl); }
     };
     IoResult sslResult(int returned);
 
     boost::asio::ip::tcp::socket socket_;
-    std::unique_ptr<SSL, FreeSsl> ssl_;
+    std::unique_ptr<SSL, EndSsl> ssl_;
 };
 
 }  // namespace kv::net

@@ -25,9 +25,9 @@ namespace fs = std::filesystem;
 
 // A common name is a name for people: authorities do not check it as they do alternative names.
 constexpr unsigned kHostFlags = X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS | X509_CHECK_FLAG_NEVER_CHECK_SUBJECT;
-constexpr std::size_t kMostUnused = 16;           // contexts that nobody uses at the moment
-constexpr std::size_t kMostServers = 256;         // of which sessions are remembered
-constexpr std::size_t kMostSessionsOfServer = 4;  // since TLS 1.3 each is good for one connection
+constexpr std::size_t kMostUnused = 16;             // contexts that nobody uses at the moment
+constexpr std::size_t kMostServers = 256;           // of which sessions are remembered
+constexpr std::size_t kMostSessionsOfServer = 256;  // many clients may lose their connections at once
 
 struct FreeBio {
     void operator()(BIO* bio) const { BIO_free(bio); }
@@ -164,8 +164,7 @@ std::string TlsContext::make() {
     SSL_CTX_set_verify(context_, SSL_VERIFY_PEER, &onVerified);
     SSL_CTX_set_mode(context_,
                      SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER | SSL_MODE_RELEASE_BUFFERS);
-    SSL_CTX_set_session_cache_mode(context_, SSL_SESS_CACHE_CLIENT | SSL_SESS_CACHE_NO_INTERNAL);
-    SSL_CTX_sess_set_new_cb(context_, &onSession);
+    SSL_CTX_set_session_cache_mode(context_, SSL_SESS_CACHE_OFF);
     if (auto error = trust(); !error.empty()) return error;
     return identify();
 }
@@ -239,6 +238,16 @@ SSL* TlsContext::begin(std::string const& host, std::string const& address, BIO*
     return ssl.release();
 }
 
+// Since TLS 1.3 a session is good for one connection, so each connection hands its own on.
+void TlsContext::end(SSL* ssl) {
+    SSL_set_shutdown(ssl, SSL_SENT_SHUTDOWN | SSL_RECEIVED_SHUTDOWN);  // else OpenSSL would not have it resumed
+    auto const& peer = peerOf(ssl);
+    Session session(SSL_get1_session(ssl));
+    if (session && SSL_SESSION_is_resumable(session.get()) == 1)
+        peer.context->keepSession(peer.address, std::move(session));
+    SSL_free(ssl);
+}
+
 std::string TlsContext::judge(SSL const* ssl) {
     auto const& peer = peerOf(ssl);
     // A session that is taken up again remembers both.
@@ -272,8 +281,6 @@ TlsContext::Session TlsContext::takeSession(std::string const& address) {
     std::lock_guard const lock(mutex_);
     auto const found = sessions_.find(address);
     if (found == sessions_.end()) return nullptr;
-    auto* const last = found->second.back().get();
-    if (SSL_SESSION_get_protocol_version(last) < TLS1_3_VERSION) return Session((SSL_SESSION_up_ref(last), last));
     auto session = std::move(found->second.back());
     found->second.pop_back();
     if (found->second.empty()) sessions_.erase(found);
@@ -286,12 +293,6 @@ void TlsContext::keepSession(std::string const& address, Session session) {
     auto& known = sessions_[address];
     if (known.size() >= kMostSessionsOfServer) known.erase(known.begin());
     known.push_back(std::move(session));
-}
-
-int TlsContext::onSession(SSL* ssl, SSL_SESSION* session) {
-    auto const& peer = peerOf(ssl);
-    peer.context->keepSession(peer.address, Session(session));
-    return 1;  // the session is this side's now
 }
 
 int TlsContext::peerIndex() {

@@ -30,6 +30,8 @@ public:
     /// This side of a session with a server, over `transport`, which it owns from now on; null and an error text
     /// when it cannot be. `address`: host and port, by which the server is found again.
     SSL* begin(std::string const& host, std::string const& address, BIO* transport, std::string& error);
+    /// Ends it. Its session is kept for the next connection to that address.
+    static void end(SSL* ssl);
     /// What speaks against a server whose handshake is over; empty for nothing.
     static std::string judge(SSL const* ssl);
     /// Why a handshake has failed, where it was because of the server's certificate; else empty.
@@ -52,7 +54,6 @@ private:
     static int peerIndex();
     static Peer& peerOf(SSL const* ssl);
     static int onVerified(int isGood, X509_STORE_CTX* verifying);
-    static int onSession(SSL* ssl, SSL_SESSION* session);
 
     std::shared_ptr<KvTlsOptions const> const options_;
     SSL_CTX* context_ = nullptr;
