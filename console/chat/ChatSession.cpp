@@ -32,7 +32,10 @@ ChatSession::ChatSession(ChatOptions const& options, std::shared_ptr<KvMainQueue
 bool ChatSession::create() {
     client_ = KvPimKit::initWithAppId(options_.common.appId, delegate_, clientOptions(options_.common, queue_));
     if (!client_) {
-        warn("this is no valid API server: " + options_.common.env.apiServer + "; " + std::string(kAddressForm));
+        auto const& proxy = options_.common.proxy;
+        bool const hasProxy = !proxy.forHttp.empty() || !proxy.forHttps.empty();
+        warn("this is no valid API server: " + options_.common.env.apiServer + "; " + std::string(kAddressForm) +
+             (hasProxy ? "; or the proxy has no address of one" : ""));
         return false;
     }
     client_->getPimInvitationKit()->setDelegate(invitationDelegate_);
