@@ -3,8 +3,11 @@
 #include "Platform/KvThread.h"
 
 #include <algorithm>
-#include <atomic>
+#include <chrono>
 #include <cstring>
+#include <map>
+#include <mutex>
+#include <utility>
 
 #include <boost/asio/ip/address.hpp>
 #include <netdb.h>
@@ -14,7 +17,9 @@ namespace asio = boost::asio;
 namespace {
 
 constexpr int kMostLookUps = 64;  // at a time; more would only pile up behind a dead name server
-std::atomic<int> lookUps{0};
+// Who asks for a name this soon after another waits for the same answer. Later ones ask anew: the network may have
+// changed.
+constexpr std::chrono::seconds kShared{1};
 
 // The families take turns, the resolver's choice first: a family that leads nowhere costs one attempt, not all of them.
 void interleaveFamilies(Endpoints& endpoints) {
@@ -27,7 +32,7 @@ void interleaveFamilies(Endpoints& endpoints) {
     }
 }
 
-std::string askResolver(std::string const& host, std::uint16_t port, Endpoints& endpoints) {
+std::string askResolver(std::string const& host, Endpoints& endpoints) {
     addrinfo hints{};
     hints.ai_socktype = SOCK_STREAM;
     addrinfo* found = nullptr;
@@ -38,12 +43,44 @@ std::string askResolver(std::string const& host, std::uint16_t port, Endpoints& 
         asio::ip::tcp::endpoint endpoint;
         endpoint.resize(entry->ai_addrlen);
         std::memcpy(endpoint.data(), entry->ai_addr, entry->ai_addrlen);
-        endpoint.port(port);
         endpoints.push_back(endpoint);
     }
     ::freeaddrinfo(found);
     interleaveFamilies(endpoints);
     return endpoints.empty() ? "Cannot find " + host + ": it has no address" : std::string();
+}
+
+using Found = std::function<void(Endpoints endpoints, std::string const& error)>;
+
+// A look-up at work, and who waits for it.
+struct LookUp {
+    std::chrono::steady_clock::time_point const began = std::chrono::steady_clock::now();
+    std::vector<Found> waiting{};  // guarded by the mutex of all
+};
+
+struct LookUps {
+    std::mutex mutex;
+    // Guarded by the mutex.
+    std::map<std::string, std::shared_ptr<LookUp>> latest;  // by host
+    int atWork = 0;
+};
+
+LookUps& lookUps() {
+    static auto& lookUps = *new LookUps;  // its threads may outlive any order of destruction
+    return lookUps;
+}
+
+void conclude(std::string const& host, std::shared_ptr<LookUp> const& lookUp, Endpoints const& endpoints,
+              std::string const& error) {
+    std::vector<Found> waiting;
+    {
+        std::lock_guard const lock(lookUps().mutex);
+        --lookUps().atWork;
+        waiting.swap(lookUp->waiting);
+        auto& latest = lookUps().latest;
+        if (auto const found = latest.find(host); found != latest.end() && found->second == lookUp) latest.erase(found);
+    }
+    for (auto const& found : waiting) found(endpoints, error);
 }
 
 }  // namespace
@@ -53,24 +90,34 @@ void lookUp(std::string const& host, std::uint16_t port, std::shared_ptr<KvMainQ
     boost::system::error_code noLiteral;
     auto const address = asio::ip::make_address(host, noLiteral);
     if (!noLiteral) return done({{address, port}}, {});
-    auto const answer = [weak = std::weak_ptr(queue), done = std::move(done)](Endpoints endpoints, std::string error) {
+    Found answer = [weak = std::weak_ptr(queue), port, done = std::move(done)](Endpoints endpoints,
+                                                                               std::string const& error) {
         auto const target = weak.lock();
         if (!target) return;
-        target->post([endpoints = std::move(endpoints), error = std::move(error), done] { done(endpoints, error); });
+        for (auto& endpoint : endpoints) endpoint.port(port);
+        target->post([endpoints = std::move(endpoints), error, done] { done(endpoints, error); });
     };
-    if (lookUps.fetch_add(1) >= kMostLookUps) {
-        --lookUps;
-        return answer({}, "Cannot find " + host + ": too many look-ups at a time");
+    std::shared_ptr<LookUp> made;
+    {
+        std::lock_guard const lock(lookUps().mutex);
+        auto const& latest = lookUps().latest[host];
+        if (latest && std::chrono::steady_clock::now() - latest->began < kShared)
+            return latest->waiting.push_back(std::move(answer));
+        if (lookUps().atWork < kMostLookUps) {
+            ++lookUps().atWork;
+            made = lookUps().latest[host] = std::make_shared<LookUp>();
+            made->waiting.push_back(std::move(answer));
+        } else if (!latest) {
+            lookUps().latest.erase(host);
+        }
     }
-    bool const isStarted = startThread("kv.lookup", [host, port, answer] {
+    if (!made) return answer({}, "Cannot find " + host + ": too many look-ups at a time");
+    bool const isStarted = startThread("kv.lookup", [host, made] {
         Endpoints endpoints;
-        auto error = askResolver(host, port, endpoints);
-        --lookUps;
-        answer(std::move(endpoints), std::move(error));
+        auto const error = askResolver(host, endpoints);
+        conclude(host, made, endpoints, error);
     });
-    if (isStarted) return;
-    --lookUps;
-    answer({}, "Cannot find " + host + ": no thread is left to look it up");
+    if (!isStarted) conclude(host, made, {}, "Cannot find " + host + ": no thread is left to look it up");
 }
 
 }  // namespace kv::net

@@ -18,8 +18,8 @@ using Endpoints = std::vector<boost::asio::ip::tcp::endpoint>;
 
 /// Finds the addresses of a host, in the order in which they are to be tried, or none and an error text. For
 /// a literal address `done` is called before `lookUp` returns. A name is looked up on a thread of its own, because that
-/// can take minutes, and `done` is called on the queue; `done` may be destroyed on that thread and must own nothing
-/// that belongs to the queue.
+/// can take minutes, once for all who ask for it within a second, and `done` is called on the queue; `done` may be
+/// destroyed on that thread and must own nothing that belongs to the queue.
 void lookUp(std::string const& host, std::uint16_t port, std::shared_ptr<KvMainQueue> const& queue,
             std::function<void(Endpoints endpoints, std::string error)> done);
 

@@ -1,5 +1,6 @@
 #include "SocketIO/transport/Upgrade.h"
 
+#include "Net/Base64.h"
 #include "SocketIO/core/WebSocketCodec.h"
 
 #include <algorithm>
@@ -41,19 +42,13 @@ std::string percentEncoded(std::string_view text) {
     return encoded;
 }
 
-std::string base64(unsigned char const* data, std::size_t size) {
-    std::string text(4 * ((size + 2) / 3), '\0');
-    EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()), data, static_cast<int>(size));
-    return text;
-}
-
 std::string acceptFor(std::string const& key) {
     std::string const text = key + "258EAFA5-E914-47DA-95CA-C5AB0DC85B11";
     static EVP_MD const* const sha1 = EVP_MD_fetch(nullptr, "SHA1", nullptr);  // else looked up for each connection
     unsigned char digest[EVP_MAX_MD_SIZE];
     unsigned int size = 0;
     EVP_Digest(text.data(), text.size(), digest, &size, sha1, nullptr);
-    return base64(digest, size);
+    return net::base64({digest, size});
 }
 
 bool equalsIgnoringCase(std::string_view a, std::string_view b) {
@@ -142,7 +137,7 @@ Upgrade::Upgrade(std::string_view authority, std::string_view target, bool offer
     : offersDeflate_(offersDeflate) {
     std::array<std::uint8_t, 16> random;
     randomBytes(random);
-    std::string const key = base64(random.data(), random.size());
+    std::string const key = net::base64(random);
     expectedAccept_ = acceptFor(key);
     request_.append("GET ").append(target).append(" HTTP/1.1\r\nHost: ").append(authority);
     request_ +=

@@ -23,15 +23,17 @@ std::atomic<bool> resolverMayGoOn{false};
 
 }  // namespace
 
-// Stands in the way of the system's resolver: one name hangs.
+// Stands in the way of the system's resolver: one name hangs, one takes its time.
 extern "C" __attribute__((visibility("default"))) int getaddrinfo(char const* node, char const* service,
                                                                   addrinfo const* hints, addrinfo** found) {
     if (node != nullptr && std::string_view(node) == "hangs.example") {
         for (int i = 0; i < 60'000 && !resolverMayGoOn; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
         return EAI_AGAIN;
     }
+    bool const isSlow = node != nullptr && std::string_view(node) == "slow.example";
+    if (isSlow) std::this_thread::sleep_for(std::chrono::milliseconds(200));
     static auto const system = reinterpret_cast<decltype(&getaddrinfo)>(::dlsym(RTLD_NEXT, "getaddrinfo"));
-    return system(node, service, hints, found);
+    return system(isSlow ? "127.0.0.1" : node, service, hints, found);
 }
 
 namespace kv {
@@ -210,9 +212,10 @@ TEST(Http, CountsTheTimeFromTheLastSignOfLife) {
 TEST(Http, ServesManyAtOnce) {
     HttpTestServer const server(
         [](HttpTestRequest const& request) -> HttpTestAnswer { return {.body = request.target}; });
-    std::vector<std::promise<std::string>> bodies(50);
-    for (auto& body : bodies) {
-        auto task = taskFor(server.url() + "/" + std::to_string(&body - bodies.data()));
+    auto const port = server.url().substr(server.url().rfind(':'));
+    std::vector<std::promise<std::string>> bodies(200);
+    for (auto& body : bodies) {  // by name, whose look-ups are bounded
+        auto task = taskFor("http://slow.example" + port + "/" + std::to_string(&body - bodies.data()));
         task.requestTimeout = 10s;
         startHttp(engineThreadQueue(), std::move(task), [&](auto const& answer) { body.set_value(answer.body); });
     }
