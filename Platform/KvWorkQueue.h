@@ -116,9 +116,14 @@ private:
 struct KvDelay {
     KvMainQueue& queue;
     std::chrono::nanoseconds duration;
-    std::shared_ptr<KvSignal> sooner{};
+    std::shared_ptr<KvSignal> sooner;
     KvQueueTimer timer{};
 
+    // No aggregate: GCC 12 destroys the members of one twice where the coroutine ends while it waits.
+    KvDelay(KvMainQueue& mainQueue, std::chrono::nanoseconds delay, std::shared_ptr<KvSignal> const& end = nullptr)
+        : queue(mainQueue), duration(delay), sooner(end) {}
+    KvDelay(KvDelay const&) = delete;
+    KvDelay& operator=(KvDelay const&) = delete;
     ~KvDelay() {
         if (sooner) sooner->waiting_ = nullptr;
     }
