@@ -15,8 +15,10 @@ using KvBytes = std::vector<std::uint8_t>;
 using KvData = std::shared_ptr<KvBytes const>;
 
 /// Takes the bytes over.
-inline KvData makeData(KvBytes bytes) { return std::make_shared<KvBytes const>(std::move(bytes)); }
+[[nodiscard]] inline KvData makeData(KvBytes bytes) { return std::make_shared<KvBytes const>(std::move(bytes)); }
 /// Copies the bytes.
-inline KvData makeData(std::string_view bytes) { return std::make_shared<KvBytes const>(bytes.begin(), bytes.end()); }
+[[nodiscard]] inline KvData makeData(std::string_view bytes) {
+    return std::make_shared<KvBytes const>(bytes.begin(), bytes.end());
+}
 
 }  // namespace kv

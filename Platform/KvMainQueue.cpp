@@ -1,6 +1,8 @@
 #include "Platform/KvMainQueue.h"
 
+#include "Platform/KvEngineThread.h"
 #include "Platform/KvQueueContext.h"
+#include "Platform/KvQueueWatch.h"
 
 #include <algorithm>
 #include <atomic>
@@ -25,6 +27,7 @@ namespace {
 
 // A poll returns to its caller after so many pieces of work, so that work which queues work cannot hold it for ever.
 constexpr std::size_t kMostInOnePoll = 4096;
+constexpr auto kNever = KvMainQueue::Clock::time_point::max();
 
 // Asio keeps its epoll descriptor to itself, but an application's own loop must wait on it. An explicit instantiation
 // may name a private member, which is the one way to it that the language allows.
@@ -144,10 +147,10 @@ public:
         }
     }
 
-    std::shared_ptr<Entry> add(std::weak_ptr<KvMainQueue> queue, std::chrono::nanoseconds delay, Work work) {
+    std::shared_ptr<Entry> add(std::weak_ptr<KvMainQueue> queue, Clock::time_point due, Work work) {
         auto entry = std::make_shared<Entry>();
         entry->queue = std::move(queue);
-        entry->due = now() + std::max(delay, std::chrono::nanoseconds::zero());
+        entry->due = due;
         entry->sequence = nextSequence++;
         entry->work = std::move(work);
         entry->active = true;
@@ -163,6 +166,7 @@ public:
     void arm() {
         if (manual || timers.empty()) return;
         auto const due = (*timers.begin())->due;
+        if (due == kNever) return;
         // An alarm that rings too early costs one turn; setting it anew for each cancelled timer would cost more.
         if (armed && alarm.expiry() <= due) return;
         armed = true;
@@ -196,6 +200,7 @@ public:
     std::atomic<std::thread::id> owner{};   // who drove the queue last
     std::atomic<std::thread::id> driver{};  // who does at this moment
     std::atomic<bool> stopping{false};
+    std::shared_ptr<KvQueueWatch> watch;  // where the application's executor drives it
 
     asio::io_context context{1};
     asio::io_context::executor_type const executor = context.get_executor();
@@ -225,7 +230,7 @@ KvQueueTimer& KvQueueTimer::operator=(KvQueueTimer&& other) noexcept {
 }
 KvQueueTimer::~KvQueueTimer() { cancel(); }
 
-void KvQueueTimer::cancel() {
+void KvQueueTimer::cancel() noexcept {
     auto const entry = std::exchange(entry_, nullptr);
     if (!entry || !entry->active) return;
     entry->active = false;
@@ -233,7 +238,7 @@ void KvQueueTimer::cancel() {
     KvMainQueue::Work const released = std::move(entry->work);  // its captures go last: they may own this very timer
 }
 
-bool KvQueueTimer::isActive() const { return entry_ && entry_->active; }
+bool KvQueueTimer::isActive() const noexcept { return entry_ && entry_->active; }
 
 std::shared_ptr<KvMainQueue> KvMainQueue::main() {
     static std::mutex mutex;
@@ -249,9 +254,18 @@ std::shared_ptr<KvMainQueue> KvMainQueue::create(Time time) try {
     return nullptr;
 }
 
+std::shared_ptr<KvMainQueue> KvMainQueue::on(std::function<void(Work)> post) {
+    auto const engine = engineThreadQueue();
+    auto const queue = engine ? create() : nullptr;
+    if (!queue) return nullptr;
+    queue->impl_->watch = KvQueueWatch::start(engine, queue, std::move(post));
+    return queue->impl_->watch ? queue : nullptr;
+}
+
 KvMainQueue::KvMainQueue(Time time) : impl_(std::make_unique<Impl>(time)) {}
 
 KvMainQueue::~KvMainQueue() {
+    if (impl_->watch) impl_->watch->end();
     auto const timers = std::move(impl_->timers);
     for (auto const& entry : timers) {
         entry->active = false;
@@ -299,6 +313,7 @@ std::size_t KvMainQueue::poll() {
 }
 
 void KvMainQueue::stop() {
+    if (impl_->watch) return impl_->watch->end();
     impl_->stopping = true;
     post([this] {
         if (impl_->running) impl_->context.stop();
@@ -318,17 +333,23 @@ void KvMainQueue::dispatch(Work work) {
 }
 
 KvQueueTimer KvMainQueue::after(std::chrono::nanoseconds delay, Work work) {
-    return KvQueueTimer(impl_->add(weak_from_this(), delay, std::move(work)));
+    auto const start = now();
+    auto const due = delay < kNever - start ? start + std::max(delay, std::chrono::nanoseconds::zero()) : kNever;
+    return KvQueueTimer(impl_->add(weak_from_this(), due, std::move(work)));
+}
+
+KvQueueTimer KvMainQueue::keep(Work work) {
+    return KvQueueTimer(impl_->add(weak_from_this(), kNever, std::move(work)));
 }
 
 bool KvMainQueue::isCurrent() const { return impl_->isCurrent(); }
 
 bool KvMainQueue::isOwnThread() const {
     auto const owner = impl_->owner.load(std::memory_order_relaxed);
-    return owner == std::thread::id() || owner == std::this_thread::get_id();
+    return impl_->watch || owner == std::thread::id() || owner == std::this_thread::get_id();
 }
 
-KvMainQueue::Clock::time_point KvMainQueue::now() const { return impl_->now(); }
+KvMainQueue::Clock::time_point KvMainQueue::now() const noexcept { return impl_->now(); }
 
 void KvMainQueue::advance(std::chrono::nanoseconds duration) {
     Impl::Driving const driving(*impl_);

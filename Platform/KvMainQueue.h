@@ -8,10 +8,12 @@
 #include "Platform/KvExport.h"
 
 #include <chrono>
+#include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <utility>
 
 namespace kv {
 
@@ -25,9 +27,9 @@ public:
     KvQueueTimer& operator=(KvQueueTimer&& other) noexcept;
     ~KvQueueTimer();
     /// The call is not made any more. Does nothing when it was made, or when there is none.
-    void cancel();
+    void cancel() noexcept;
     /// Whether the call is still to come.
-    bool isActive() const;
+    bool isActive() const noexcept;
 
 private:
     friend class KvMainQueue;
@@ -46,10 +48,20 @@ public:
 
     /// The queue of the process, made on first use; clients use it unless they are given another one. Null while the
     /// system has no descriptors for it. Any thread.
-    static std::shared_ptr<KvMainQueue> main();
+    [[nodiscard]] static std::shared_ptr<KvMainQueue> main();
     /// A queue of its own. With `Time::manual` its clock stands still until `advance` moves it. Null when the system
     /// has no descriptors for it: it takes four. Any thread.
-    static std::shared_ptr<KvMainQueue> create(Time time = Time::real);
+    [[nodiscard]] static std::shared_ptr<KvMainQueue> create(Time time = Time::real);
+    /// A queue that the application's own executor drives: a strand, a thread pool, the loop of a GUI. `post` hands
+    /// work to it, which it runs one piece at a time and in order, on whichever thread: whatever belongs to the queue
+    /// is then used from that executor. `post` is called by a thread of the library until `stop`; it must not run the
+    /// work itself, nor wait, nor throw.
+    ///
+    ///     auto const strand = asio::make_strand(pool);
+    ///     options.mainQueue = kv::KvMainQueue::on([strand](auto work) { asio::post(strand, std::move(work)); });
+    ///
+    /// Null when the system has no descriptors or no thread for it. Any thread.
+    [[nodiscard]] static std::shared_ptr<KvMainQueue> on(std::function<void(Work)> post);
     ~KvMainQueue();
 
     /// Runs work as it comes, until `stop`.
@@ -59,7 +71,8 @@ public:
     /// Runs the work that is ready, without waiting. Returns how many pieces of work were run.
     std::size_t poll();
     /// Makes the `run` or `runFor` in progress return after the work at hand. Without one in progress the next returns
-    /// at once. Any thread.
+    /// at once. Where the application's executor drives the queue, it gets no more work once this has returned: call it
+    /// before the executor is destroyed. Any thread.
     void stop();
     /// A file descriptor that is readable when `poll` has something to do: for epoll, poll, GLib, Qt, libuv. It belongs
     /// to the queue; wait for it to be readable and do nothing else with it. Linux only.
@@ -67,18 +80,27 @@ public:
 
     /// Queues work behind what is queued already. Never runs it inside the call. Any thread.
     void post(Work work);
+    /// The same for work that can only be moved, such as one that owns a promise.
+    template <std::invocable MoveOnly>
+    requires(!std::copy_constructible<MoveOnly>) void post(MoveOnly work) {
+        post([shared = std::make_shared<MoveOnly>(std::move(work))] { (*shared)(); });
+    }
     /// Runs work at once when the caller is running on this queue, otherwise posts it. Any thread.
     void dispatch(Work work);
     /// Calls `work` once, `delay` from now on this queue's clock (at the next turn when it is zero or less).
     [[nodiscard]] KvQueueTimer after(std::chrono::nanoseconds delay, Work work);
 
+    /// Keeps `work`, without ever calling it, until the queue or what is returned is destroyed: for what ends with the
+    /// queue.
+    [[nodiscard]] KvQueueTimer keep(Work work);
+
     /// Whether the calling thread is running work of this queue at this moment. Any thread.
     bool isCurrent() const;
-    /// Whether the calling thread may touch what belongs to this queue: it drove the queue last, or nobody did. Any
-    /// thread.
+    /// Whether the calling thread may touch what belongs to this queue: it drove the queue last, or nobody did. Always
+    /// true where the application's executor drives it, which may use any thread. Any thread.
     bool isOwnThread() const;
     /// The time on this queue's clock. Any thread.
-    Clock::time_point now() const;
+    Clock::time_point now() const noexcept;
     /// Moves a manual clock and runs what became due, in the order in which it became due, along with other ready work.
     void advance(std::chrono::nanoseconds duration);
 
@@ -87,7 +109,7 @@ public:
     Impl& impl() { return *impl_; }
 
 private:
-    KvMainQueue(Time time);
+    explicit KvMainQueue(Time time);
     std::unique_ptr<Impl> impl_;
 };
 
