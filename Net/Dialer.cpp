@@ -26,21 +26,32 @@ std::shared_ptr<KvTlsOptions const> trustOf(KvTlsOptions const& options) {
 
 }  // namespace
 
-Dialer::Dialer(std::shared_ptr<KvMainQueue> const& queue, Url url, NetworkOptions options, Done done)
-    : queue_(queue), url_(std::move(url)), options_(std::move(options)), done_(std::move(done)) {}
+Dialer::Dialer(std::shared_ptr<KvMainQueue> const& queue, Url url, NetworkOptions options, Done done, Progress progress)
+    : queue_(queue),
+      url_(std::move(url)),
+      options_(std::move(options)),
+      done_(std::move(done)),
+      progress_(std::move(progress)) {}
+
+// All of the way to a proxy is the proxy's stage.
+void Dialer::enter(KvFailureStage stage, std::string doing) {
+    *progress_ = stage;
+    doing_ = std::move(doing);
+}
 
 void Dialer::start() {
     if (auto const& address = Proxy::to(url_, optionsOf(options_).proxy); !address.empty()) {
+        enter(KvFailureStage::proxy, {});
         proxy_ = Proxy::parse(address);
         if (!proxy_) return fail("What is to be the proxy has no address of one");
     }
-    stage_ = "Looking up " + hop().host;
+    enter(proxy_ ? KvFailureStage::proxy : KvFailureStage::name, "Looking up " + hop().host);
     lookUp(hop().host, hop().port, queue_.lock(), [weak = weak_from_this()](Endpoints endpoints, std::string error) {
         auto const self = weak.lock();
         if (!self || !self->done_) return;
         if (endpoints.empty()) return self->fail(self->proxy_ ? "No way to " + self->hopText() + ": " + error : error);
         self->endpoints_ = std::move(endpoints);
-        self->stage_ = "Connecting to " + self->hopText();
+        self->enter(self->proxy_ ? KvFailureStage::proxy : KvFailureStage::tcp, "Connecting to " + self->hopText());
         self->connectNext();
     });
 }
@@ -92,10 +103,10 @@ void Dialer::stopConnecting() {
 
 void Dialer::openTunnel() {
     if (!proxy_) return secure();
-    stage_ = "Asking " + proxy_->text() + " for " + url_.text();
+    enter(KvFailureStage::proxy, "Asking " + proxy_->text() + " for " + url_.text());
     tunnel_ = proxy_->tunnel(url_);
     talk_ = std::make_shared<Talk>(*stream_, *tunnel_, [this](std::string error) {
-        if (!error.empty()) return fail(tunnel_->isOver() ? error : stage_ + ": " + error);
+        if (!error.empty()) return fail(tunnel_->isOver() ? error : doing_ + ": " + error);
         secure();
     });
     talk_->start();
@@ -107,7 +118,9 @@ void Dialer::secure() {
 }
 
 void Dialer::startTls(std::shared_ptr<KvTlsOptions const> const& options, Url const& server, void (Dialer::*next)()) {
-    stage_ = "TLS handshake with " + (next == &Dialer::openTunnel ? hopText() : server.text());
+    bool const isProxys = next == &Dialer::openTunnel;
+    enter(isProxys ? KvFailureStage::proxy : KvFailureStage::tls,
+          "TLS handshake with " + (isProxys ? hopText() : server.text()));
     afterTls_ = next;
     std::string error;
     auto const context = TlsContext::of(options, error);
@@ -122,9 +135,9 @@ void Dialer::shakeHands() {
         case IoStatus::done:
             return (this->*afterTls_)();
         case IoStatus::closed:
-            return fail("The server closed the connection: " + stage_);
+            return fail("The server closed the connection: " + doing_);
         case IoStatus::failed:
-            return fail(afterTls_ == &Dialer::openTunnel ? stage_ + ": " + result.error : result.error);
+            return fail(afterTls_ == &Dialer::openTunnel ? doing_ + ": " + result.error : result.error);
         default:
             break;
     }
@@ -136,13 +149,13 @@ void Dialer::shakeHands() {
 
 void Dialer::succeed() { finish(std::move(stream_), {}); }
 
-void Dialer::fail(std::string error) { finish(nullptr, std::move(error)); }
+void Dialer::fail(std::string error) { finish(nullptr, {stage(), std::move(error)}); }
 
-void Dialer::finish(std::unique_ptr<Stream> stream, std::string error) {
+void Dialer::finish(std::unique_ptr<Stream> stream, Failure failure) {
     auto const keep = shared_from_this();
     auto const done = std::exchange(done_, nullptr);
     cancel();
-    done(std::move(stream), std::move(error));
+    done(std::move(stream), std::move(failure));
 }
 
 }  // namespace kv::net

@@ -80,6 +80,7 @@ public:
     void onReceived(std::string_view bytes) override {
         onLife_();
         received_ += bytes;
+        if (!parser_->got_some() && net::looksLikeTls(received_)) speaksTls_ = true;
         boost::system::error_code error;
         while (!isOver_ && !received_.empty()) {
             auto const used = parser_->put(boost::asio::buffer(received_.data(), received_.size()), error);
@@ -101,7 +102,9 @@ public:
     bool isOver() const override { return isOver_; }
     std::string const& error() const override { return error_; }
 
+    bool speaksTls() const { return speaksTls_; }
     unsigned status() const { return parser_->is_header_done() ? parser_->get().result_int() : 0; }
+    std::string reason() const { return std::string(parser_->get().reason()); }
     std::string location() const { return std::string(parser_->get()[http::field::location]); }
     std::string takeBody() { return std::move(parser_->get().body()); }
 
@@ -136,6 +139,7 @@ private:
     std::string piece_;
     std::string received_;
     std::optional<http::response_parser<http::string_body>> parser_;
+    bool speaksTls_ = false;
     bool isOver_ = false;
     std::string error_;
 };
@@ -151,7 +155,7 @@ public:
         watch();
         if (!task_.uploadPath.empty() && !openFile()) return fail("no file to upload");
         auto url = Url::parse(task_.url);
-        if (!url) return fail("not a URL of HTTP");
+        if (!url) return fail({KvFailureStage::address, "not a URL of HTTP"});
         origin_ = *url;
         go(*std::move(url));
     }
@@ -177,21 +181,23 @@ private:
         auto const queue = queue_.lock();
         timer_ = queue->after(deadline() - queue->now(), [self = shared_from_this()] {
             if (self->queue_.lock()->now() < self->deadline()) return self->watch();
-            self->fail(self->dialer_ ? "timed out: " + self->dialer_->stage() : "timed out");
+            if (auto const dialer = self->dialer_)
+                return self->fail({dialer->stage(), "timed out: " + dialer->doing()});
+            self->fail({KvFailureStage::discovery, "timed out", "No answer has come in time"});
         });
     }
 
     void go(Url url) {
         // A line break in a target would end the request's line and begin something else.
         bool const isOdd = std::ranges::any_of(url.target, [](unsigned char c) { return c <= ' ' || c == 0x7f; });
-        if (isOdd) return fail("control character in the URL");
+        if (isOdd) return fail({KvFailureStage::address, "control character in the URL"});
         url_ = std::move(url);
         talk_.reset();
         exchange_.reset();
         stream_.reset();
         dialer_ = std::make_shared<net::Dialer>(queue_.lock(), url_, task_.network,
-                                                [this](std::unique_ptr<net::Stream> stream, std::string error) {
-                                                    if (!stream) return fail(std::move(error));
+                                                [this](std::unique_ptr<net::Stream> stream, net::Failure failure) {
+                                                    if (!stream) return fail(std::move(failure));
                                                     ask(std::move(stream));
                                                 });
         auto const dialer = dialer_;  // it may fail within the call
@@ -224,6 +230,8 @@ private:
 
     void onAnswer(std::string error) {
         answer_.status = exchange_->status();
+        if (answer_.status != 0) answer_.reason = exchange_->reason();
+        if (exchange_->speaksTls()) return fail({KvFailureStage::tls, std::move(error), net::kSpeaksTls});
         if (!error.empty()) return fail(std::move(error));
         bool const isRedirect = answer_.status == 301 || answer_.status == 302 || answer_.status == 303 ||
                                 answer_.status == 307 || answer_.status == 308;
@@ -241,8 +249,10 @@ private:
         });
     }
 
-    void fail(std::string error) {
-        answer_.error = std::move(error);
+    void fail(std::string error) { fail(net::Failure::at(KvFailureStage::discovery, std::move(error))); }
+
+    void fail(net::Failure failure) {
+        answer_.failure = std::move(failure);
         finish();
     }
 

@@ -2,6 +2,7 @@
 // a word. Redirects are followed. Any thread.
 #pragma once
 
+#include "Net/Failure.h"
 #include "Net/NetworkOptions.h"
 #include "Platform/KvExport.h"
 #include "Platform/KvMainQueue.h"
@@ -32,9 +33,11 @@ struct KvHttpTask {
 struct KvHttpAnswer {
     /// Of the last answer that began to arrive; 0 when there was none.
     unsigned status = 0;
+    std::string reason{};  // that stands behind the status
     std::string body{};
-    /// What went wrong, when the exchange did not come to its end.
-    std::optional<std::string> error{};
+    /// What went wrong, when the exchange did not come to its end. That of the exchange itself has the stage
+    /// `discovery`, its one use of which people hear.
+    std::optional<net::Failure> failure{};
 };
 
 using KvHttpCompletion = std::function<void(KvHttpAnswer answer)>;

@@ -21,6 +21,7 @@ struct KV_EXPORT KvProxy {
     /// The same for all servers: "http://proxy.example:3128", "https://..." or "socks5://...", with "user:password@"
     /// before the host where the proxy asks for it (percent-encoded). Without a port: 80, 443 or 1080.
     KvProxy(std::string url);  // NOLINT(google-explicit-constructor): one word for who has one
+    /// The same.
     KvProxy(char const* url) : KvProxy(std::string(url)) {}  // NOLINT(google-explicit-constructor)
     /// What http_proxy, https_proxy, all_proxy and no_proxy say now, in small letters or else in capitals. HTTP_PROXY
     /// is not read: web servers make it from what a client sends. What means nothing in no_proxy is left out.
@@ -42,6 +43,7 @@ struct KvPeerCertificate {
     std::vector<std::vector<std::uint8_t>> chain;  ///< DER: the server's own first, then what it is signed with
 };
 
+/// The least that is spoken.
 enum class KvTlsVersion { tls12, tls13 };
 
 /// Whom TLS trusts, and who this side is. There is no switch that turns verification off.

@@ -4,6 +4,7 @@
 #include "Net/Tls.h"
 
 #include <algorithm>
+#include <optional>
 #include <string_view>
 #include <tuple>
 #include <utility>
@@ -135,6 +136,18 @@ NetworkOptions withCaFile(NetworkOptions options, std::string const& caFile) {
     auto changed = optionsOf(options);
     changed.tls.caFile = caFile;
     return std::make_shared<KvPimNetworkOptions const>(std::move(changed));
+}
+
+std::vector<std::string> secretsOf(KvPimNetworkOptions const& options) {
+    std::vector<std::string> secrets;
+    for (auto const& [name, value] : options.headers) secrets.push_back(value);
+    for (auto const* address : {&options.proxy.forHttp, &options.proxy.forHttps}) {
+        auto const proxy = address->empty() ? std::nullopt : Proxy::parse(*address);
+        if (!proxy || !proxy->hasUser()) continue;
+        secrets.push_back(proxy->password);
+        secrets.push_back(proxy->login());
+    }
+    return secrets;
 }
 
 std::string headerLines(KvPimNetworkOptions const& options) {

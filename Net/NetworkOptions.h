@@ -6,6 +6,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace kv {
 
@@ -23,6 +24,9 @@ KV_EXPORT KvPimNetworkOptions const& optionsOf(NetworkOptions const& options);
 
 /// The same, trusting the authorities of one more file, unless the options name a file themselves.
 KV_EXPORT NetworkOptions withCaFile(NetworkOptions options, std::string const& caFile);
+
+/// What of the options must not be told to people, whoever says it: passwords of proxies, the values of headers.
+KV_EXPORT std::vector<std::string> secretsOf(KvPimNetworkOptions const& options);
 
 /// The lines of a request that the application wants: the user agent and the further headers, each with its end.
 std::string headerLines(KvPimNetworkOptions const& options);

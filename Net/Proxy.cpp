@@ -99,11 +99,7 @@ class HttpTunnel final : public Tunnel {
 public:
     HttpTunnel(Proxy const& proxy, Url const& server) : Tunnel(proxy) {
         auto request = "CONNECT " + server.text() + " HTTP/1.1\r\nHost: " + server.text() + "\r\n";
-        if (proxy.hasUser()) {
-            auto const pair = proxy.user + ':' + proxy.password;
-            request += "Proxy-Authorization: Basic " +
-                       base64({reinterpret_cast<std::uint8_t const*>(pair.data()), pair.size()}) + "\r\n";
-        }
+        if (proxy.hasUser()) request += "Proxy-Authorization: Basic " + proxy.login() + "\r\n";
         say(request + "\r\n");
     }
 
@@ -276,6 +272,11 @@ std::string const& Proxy::to(Url const& server, KvProxy const& options) {
     static std::string const none;
     auto const& proxy = server.isSecure ? options.forHttps : options.forHttp;
     return proxy.empty() || isDirect(server, options.noProxy) ? none : proxy;
+}
+
+std::string Proxy::login() const {
+    auto const pair = user + ':' + password;
+    return base64({reinterpret_cast<std::uint8_t const*>(pair.data()), pair.size()});
 }
 
 std::unique_ptr<Script> Proxy::tunnel(Url const& server) const {

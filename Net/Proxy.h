@@ -24,6 +24,8 @@ struct Proxy {
     static std::string const& to(Url const& server, KvProxy const& options);
 
     bool hasUser() const { return !user.empty() || !password.empty(); }
+    /// User and password as an HTTP proxy is told them.
+    std::string login() const;
     /// For people: without user and password.
     std::string text() const { return "the proxy " + url.text(); }
     /// What makes it a tunnel to the server.

@@ -19,7 +19,26 @@ char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + '
 
 std::string bracketed(std::string const& host) { return host.find(':') == std::string::npos ? host : '[' + host + ']'; }
 
+bool isUnreserved(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '.' ||
+           c == '_' || c == '~';
+}
+
 }  // namespace
+
+std::string percentEncoded(std::string_view text) {
+    constexpr char kDigits[] = "0123456789ABCDEF";
+    std::string encoded;
+    for (char const c : text) {
+        if (isUnreserved(c)) {
+            encoded += c;
+            continue;
+        }
+        auto const byte = static_cast<unsigned char>(c);
+        encoded += {'%', kDigits[byte >> 4], kDigits[byte & 15]};
+    }
+    return encoded;
+}
 
 std::string Url::authority() const { return port == (isSecure ? kSecurePort : kPlainPort) ? bracketed(host) : text(); }
 

@@ -1,12 +1,17 @@
 // The address of a server.
 #pragma once
 
+#include "Platform/KvExport.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
 
 namespace kv::net {
+
+/// As a query has it: what is not unreserved as "%" and two capital digits.
+KV_EXPORT std::string percentEncoded(std::string_view text);
 
 struct Url {
     bool isSecure = false;

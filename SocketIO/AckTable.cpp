@@ -12,11 +12,6 @@ constexpr double kMostSeconds = 1e9;
 constexpr std::size_t kFewDeadlines = 64;
 constexpr std::size_t kMuch = 4096;
 
-void endWithoutAnswer(AckTable::Handler const& done) {
-    boost::json::array const items{kNoAck};
-    done(SocketData(items, {}));
-}
-
 }  // namespace
 
 std::chrono::nanoseconds boundedTimeout(std::chrono::duration<double> timeout) {
@@ -67,12 +62,21 @@ void AckTable::onTimer() {
         std::pop_heap(deadlines_.begin(), deadlines_.end(), std::greater<>());
         deadlines_.pop_back();
         auto const entry = handlers_.extract(id);
-        if (!entry.empty() && entry.mapped()) endWithoutAnswer(entry.mapped());
+        if (!entry.empty() && entry.mapped()) endWithoutAnswer(id, entry.mapped());
     }
     forgetAnswered();
-    if (handlers_.empty()) deadlines_.clear();
+    if (handlers_.empty()) {
+        deadlines_.clear();
+        unsent_.clear();
+    }
     giveBack();
     arm();
+}
+
+void AckTable::endWithoutAnswer(std::uint64_t id, Handler const& done) {
+    auto const unsent = unsent_.extract(id);
+    boost::json::array const items{kNoAck};
+    done(SocketData(items, unsent.empty() ? SocketNoAck::unanswered : unsent.mapped()));
 }
 
 // What a burst of requests has made large. At time-outs only: a burst that goes on has some of them pending.

@@ -37,6 +37,8 @@ public:
     /// An answer without a pending acknowledgement comes too late and is dropped; one that never was asked for is
     /// counted too.
     void answer(std::optional<std::uint64_t> id, SocketData const& data);
+    /// Says of one that is pending that it was never asked for.
+    void neverAsked(std::uint64_t id, SocketNoAck why) { unsent_[id] = why; }
     std::uint64_t unasked() const { return unasked_; }
     std::size_t size() const { return handlers_.size(); }
 
@@ -47,12 +49,14 @@ private:
     void arm();
     void forgetAnswered();
     void giveBack();
+    void endWithoutAnswer(std::uint64_t id, Handler const& done);
 
     // Weak: the queue's timer holds the table.
     std::weak_ptr<KvMainQueue> const queue_;
     std::uint64_t nextId_ = 0;
     std::uint64_t unasked_ = 0;
     std::unordered_map<std::uint64_t, Handler> handlers_;
+    std::unordered_map<std::uint64_t, SocketNoAck> unsent_;  // few, mostly none
     std::vector<Entry> deadlines_;  // a heap, the earliest first; those of answered ones are cleared out in bulk
     KvQueueTimer timer_;
     Time timerDue_{};

@@ -6,12 +6,20 @@
 
 namespace kv {
 namespace json = boost::json;
+namespace {
+
+std::vector<KvData> const kNoAttachments;
+
+}  // namespace
 
 json::value SocketItems::binary(KvData data) {
     if (!data) return nullptr;
     attachments.push_back(std::move(data));
     return json::value({{"_placeholder", true}, {"num", attachments.size() - 1}}, values.storage());
 }
+
+SocketData::SocketData(json::array const& items, SocketNoAck noAck)
+    : items_(items), attachments_(kNoAttachments), noAck_(noAck) {}
 
 KvData SocketData::binary(json::value const& value) const {
     auto const* object = value.if_object();

@@ -15,6 +15,9 @@ namespace kv {
 
 /// The single item of an acknowledgement that did not come in time.
 inline constexpr char kNoAck[] = "NO ACK";
+/// Why there is none: it was asked for in vain, or never, because there was no connection, or no room for what was to
+/// be sent.
+enum class SocketNoAck { unanswered, notConnected, noRoom };
 
 /// The items of a packet to send. A binary value is put in with `binary`:
 ///     SocketItems items;
@@ -27,7 +30,7 @@ struct KV_EXPORT SocketItems {
     std::vector<KvData> attachments;
 
     /// The value that stands for `data` in `values`; null when there is no data.
-    boost::json::value binary(KvData data);
+    [[nodiscard]] boost::json::value binary(KvData data);
 };
 
 /// Answers one event of the server that asks for an answer (there, `socket.emit(name, ..., callback)`). May be kept and
@@ -57,6 +60,9 @@ public:
     SocketData(boost::json::array const& items, std::vector<KvData> const& attachments, SocketAnswer answer = {})
         : items_(items), attachments_(attachments), answer_(std::move(answer)) {}
 
+    /// For the socket: "NO ACK", and why.
+    SocketData(boost::json::array const& items, SocketNoAck noAck);
+
     /// The values, with placeholders where binary data were.
     boost::json::array const& items() const { return items_; }
     /// The bytes that `value` stands for, or null when it is not binary data. An object that only looks like a
@@ -64,11 +70,14 @@ public:
     KvData binary(boost::json::value const& value) const;
     /// Answers an event, now or later; empty when the server asked for no answer.
     SocketAnswer const& answer() const { return answer_; }
+    /// Of "NO ACK" alone.
+    SocketNoAck noAck() const { return noAck_; }
 
 private:
     boost::json::array const& items_;
     std::vector<KvData> const& attachments_;
     SocketAnswer answer_;
+    SocketNoAck noAck_ = SocketNoAck::unanswered;
 };
 
 }  // namespace kv

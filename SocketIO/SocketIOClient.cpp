@@ -48,11 +48,12 @@ public:
         if (connection->hasRoom()) owner_->onWritable();
     }
 
-    void onClosed(std::string const& reason) override {
+    void onClosed(net::Failure const& why) override {
         auto& owner = *owner_;
         auto const keep = owner.socket->shared_from_this();
         owner.release();
-        owner.deliverText("disconnect", reason);
+        owner.failure = why;
+        owner.deliverText("disconnect", why.text);
     }
 
     bool isListening() const override { return owner_ != nullptr; }
@@ -155,6 +156,8 @@ SocketPressure SocketIOClient::Impl::pressure() const {
     return pressure;
 }
 
+KvFailureStage SocketIOClient::Impl::stage() const { return link_ ? link_->connection->stage() : failure.stage; }
+
 void SocketIOClient::Impl::onEvent(std::shared_ptr<Link> const& link, sio::ReceivedPacket const& packet) {
     std::string_view const name = packet.name;
     if (name == "connect" || name == "error") return;  // which this side alone can tell
@@ -193,13 +196,14 @@ void SocketIOClient::Impl::addHandler(std::string event, Handler handler) {
     handlers.emplace(std::move(event), std::move(handler));
 }
 
-void SocketIOClient::Impl::send(std::string_view event, SocketItems const& items, std::optional<std::uint64_t> ackId,
-                                std::chrono::steady_clock::time_point deadline) {
+std::optional<SocketNoAck> SocketIOClient::Impl::send(std::string_view event, SocketItems const& items,
+                                                      std::optional<std::uint64_t> ackId,
+                                                      std::chrono::steady_clock::time_point deadline) {
     if (status != SocketStatus::connected) {
         mainQueue->post([weak = socket->weak_from_this()] {
             if (auto const self = weak.lock()) self->impl_->deliverText("error", "Tried emitting when not connected");
         });
-        return;
+        return SocketNoAck::notConnected;
     }
     if (std::ranges::find(kReserved, event) != std::end(kReserved))
         log("Sent the event " + std::string(event) + ", whose name is reserved: servers refuse it");
@@ -211,8 +215,9 @@ void SocketIOClient::Impl::send(std::string_view event, SocketItems const& items
     if (text.capacity() > kMostKept) std::string().swap(text);  // assigned to, it would keep what it has
     text.clear();
     sio::writeEvent(text, event, items, ackId);
-    if (!link_->connection->put(text, items.attachments, deadline))
-        log("Too much waits to be sent: dropped the event " + std::string(event));
+    if (link_->connection->put(text, items.attachments, deadline)) return {};
+    log("Too much waits to be sent: dropped the event " + std::string(event));
+    return SocketNoAck::noRoom;
 }
 
 void SocketIOClient::Impl::deliver(Link const* link, HandlersOfOne const& to, SocketData const& data) {
@@ -292,6 +297,16 @@ SocketPressure SocketIOClient::pressure() const {
     return impl_->pressure();
 }
 
+KvFailureStage SocketIOClient::stage() const {
+    impl_->assertMainThread();
+    return impl_->stage();
+}
+
+net::Failure const& SocketIOClient::failure() const {
+    impl_->assertMainThread();
+    return impl_->failure;
+}
+
 void SocketIOClient::emit(std::string_view event, SocketItems const& items) {
     impl_->assertMainThread();
     impl_->send(event, items, {}, std::chrono::steady_clock::time_point::max());
@@ -307,7 +322,8 @@ void SocketIOClient::Acknowledgement::timingOutAfter(std::chrono::duration<doubl
     auto& impl = *socket->impl_;
     impl.assertMainThread();
     auto const pending = impl.acks->add(timeout, std::move(done));
-    impl.send(event_, items_, pending.id, pending.deadline);
+    if (auto const unsent = impl.send(event_, items_, pending.id, pending.deadline))
+        impl.acks->neverAsked(pending.id, *unsent);
 }
 
 }  // namespace kv

@@ -3,6 +3,7 @@
 // handler must not throw.
 #pragma once
 
+#include "Net/KvFailureStage.h"
 #include "Platform/KvExport.h"
 #include "SocketIO/SocketData.h"
 #include "SocketIO/SocketPressure.h"
@@ -17,6 +18,10 @@
 #include <utility>
 
 namespace kv {
+
+namespace net {
+struct Failure;
+}
 
 /// How far a socket is; `disconnected` only after it was connecting or connected.
 enum class SocketStatus { notConnected, connecting, connected, disconnected };
@@ -67,6 +72,10 @@ public:
     std::string const& sid() const;
     /// How far the socket is at this moment.
     SocketStatus status() const;
+    /// How far the present connection is, or the attempt to make one; or else where the last one failed.
+    KvFailureStage stage() const;
+    /// For the client's inside: what is known of why the last connection, or attempt, ended by itself.
+    net::Failure const& failure() const;
     /// How many acknowledgements came that answer nothing that was ever asked: signs of a server that is broken.
     std::uint64_t unaskedAcknowledgements() const;
 
@@ -74,7 +83,7 @@ public:
     /// ("connect", "disconnect", ...) and more than ten attachments, which many servers refuse, are told to the log.
     void emit(std::string_view event, SocketItems const& items);
     /// Prepares an event that the server is to acknowledge: `timingOutAfter` of the result sends it.
-    Acknowledgement emitWithAck(std::string_view event, SocketItems items);
+    [[nodiscard]] Acknowledgement emitWithAck(std::string_view event, SocketItems items);
 
     /// How many bytes of texts and attachments wait to be sent on the present connection, without framing; 0 while
     /// there is none. A message counts until all of it has been framed; what the system has taken, or is to take next

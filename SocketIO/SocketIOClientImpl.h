@@ -1,6 +1,7 @@
 // The inside of a socket, shared by the socket and its manager. Belongs to the main queue.
 #pragma once
 
+#include "Net/Failure.h"
 #include "Net/NetworkWatch.h"
 #include "SocketIO/AckTable.h"
 #include "SocketIO/SocketIOClient.h"
@@ -36,12 +37,14 @@ public:
     /// The same for good, when the manager is gone: nothing connects any more.
     void releaseForGood();
     void callIfStillConnecting(std::chrono::duration<double> timeout, std::function<void()> handler);
-    void send(std::string_view event, SocketItems const& items, std::optional<std::uint64_t> ackId,
-              std::chrono::steady_clock::time_point deadline);
+    /// Says why nothing is sent, if nothing is.
+    std::optional<SocketNoAck> send(std::string_view event, SocketItems const& items,
+                                    std::optional<std::uint64_t> ackId, std::chrono::steady_clock::time_point deadline);
     void addHandler(std::string event, Handler handler);
     void assertMainThread() const;
     std::size_t bytesQueued() const;
     SocketPressure pressure() const;
+    KvFailureStage stage() const;
 
     SocketIOClient* socket = nullptr;  // whose inside this is
     std::string const url;
@@ -52,6 +55,7 @@ public:
     SocketStatus status = SocketStatus::notConnected;
     std::string sid;
     bool isReleasedForGood = false;  // the manager is gone
+    net::Failure failure;            // of the last connection that ended by itself
     std::function<void()> writable;
 
     // Nothing is ever taken out: a handler that is at work stays where it is, whatever it adds.

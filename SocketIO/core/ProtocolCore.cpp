@@ -35,8 +35,8 @@ bool isOwnReason(std::string_view text) {
     return text == kGotDisconnect || text == kNamespaceLeave || text == kPingTimeout;
 }
 
-bool ProtocolCore::fail(std::string reason) {
-    reason_ = std::move(reason);
+bool ProtocolCore::fail(std::string reason, std::string cause, std::string serverWords) {
+    failure_ = {KvFailureStage::session, std::move(reason), std::move(cause), std::move(serverWords)};
     unfinished_.reset();
     early_.clear();
     return false;
@@ -93,7 +93,7 @@ bool ProtocolCore::onMessage(std::string_view text) {
         case SocketIoType::connect:
             return onConnect(header);
         case SocketIoType::disconnect:
-            return fail(std::string(kGotDisconnect));
+            return fail(std::string(kGotDisconnect), "The server has ended the session");
         case SocketIoType::connectError:
             return onConnectError(header);
         default:
@@ -132,7 +132,8 @@ bool ProtocolCore::onConnectError(PacketHeader const& header) {
     if (auto problem = readJson(header.json, {}, value); !problem.empty()) return fail("Socket.IO: " + problem);
     auto const* message = value.is_string() ? value.if_string() : stringAt(value, "message");
     bool const isSaid = message && !isOwnReason(*message);
-    return fail(isSaid ? std::string(*message) : "Socket.IO: the server refused the connection");
+    if (!isSaid) return fail("Socket.IO: the server refused the connection");
+    return fail(std::string(*message), "The server refused the session", std::string(*message));
 }
 
 bool ProtocolCore::onItems(PacketHeader const& header) {
@@ -182,6 +183,8 @@ void ProtocolCore::onUnread(Time now) {
     host_.sendText(std::string(1, static_cast<char>(EngineIoType::pong)));
 }
 
-bool ProtocolCore::onTime(Time now) { return deadline_ && now >= *deadline_ ? fail(std::string(kPingTimeout)) : true; }
+bool ProtocolCore::onTime(Time now) {
+    return deadline_ && now >= *deadline_ ? fail(std::string(kPingTimeout), "The server's pings have stopped") : true;
+}
 
 }  // namespace kv::sio

@@ -2,6 +2,7 @@
 // application, texts to send and the reason to close come out.
 #pragma once
 
+#include "Net/Failure.h"
 #include "Platform/KvData.h"
 #include "SocketIO/core/Packet.h"
 #include "SocketIO/core/WebSocketCodec.h"
@@ -42,14 +43,14 @@ public:
     explicit ProtocolCore(ProtocolHost& host, std::size_t mostBytes = kMostMessageBytes)
         : host_(host), mostBytes_(mostBytes) {}
 
-    // Each returns whether the connection goes on; if not, `reason` says why.
+    // Each returns whether the connection goes on; if not, `failure` says why.
     [[nodiscard]] bool onText(std::string_view text, Time now);
     [[nodiscard]] bool onBinary(KvBytes bytes);
     [[nodiscard]] bool onTime(Time now);
     /// Answers the ping that must have come, while nothing is read. Does nothing before `nextPulse`.
     void onUnread(Time now);
 
-    std::string const& reason() const { return reason_; }
+    net::Failure const& failure() const { return failure_; }
     /// When the server's next ping is overdue; nothing before the server opened the session.
     std::optional<Time> deadline() const { return deadline_; }
     /// When the server's next ping is to come, if it keeps its word.
@@ -60,7 +61,7 @@ public:
 private:
     enum class State { awaitingOpen, awaitingNamespace, connected };
 
-    bool fail(std::string reason);
+    bool fail(std::string reason, std::string cause = {}, std::string serverWords = {});
     bool onOpen(std::string_view text, Time now);
     bool onMessage(std::string_view text);
     bool onConnect(PacketHeader const& header);
@@ -89,7 +90,7 @@ private:
     std::unique_ptr<Unfinished> unfinished_;
     std::vector<Early> early_;
     std::size_t earlyBytes_ = 0;
-    std::string reason_;
+    net::Failure failure_;
 };
 
 }  // namespace kv::sio

@@ -28,6 +28,13 @@ constexpr std::size_t kMostReadInOneTurn = 512u << 10;  // then timers and other
 constexpr char const* kClosedByServer = "The server closed the connection";
 constexpr char const* kSilent = "The server is silent since the network changed";
 
+// What ends a session that was open, or about to be.
+net::Failure lost(std::string text, std::string cause = {}) {
+    auto failure = net::Failure::at(KvFailureStage::session, std::move(text));
+    failure.cause = std::move(cause);
+    return failure;
+}
+
 // Whether the system knows a way to the other side, from the address that this side has there.
 bool hasWay(asio::ip::tcp::socket const& socket) {
     boost::system::error_code error;
@@ -95,12 +102,13 @@ void Connection::dial() {
     if (phase_ != Phase::dialing) return;
     auto const engine = engine_.lock();
     auto url = net::Url::parse(url_);
-    if (!url) return end("Not an address of a server: " + url_);
+    if (!url) return end({KvFailureStage::address, "Not an address of a server: " + url_});
     auto const& network = net::optionsOf(config_->network);
-    if (auto const problem = problemOf(network); !problem.empty()) return end("Unusable network options: " + problem);
+    if (auto const problem = problemOf(network); !problem.empty())
+        return end({KvFailureStage::address, "Unusable network options: " + problem});
     deadline_ = engine->now() + std::max<KvMainQueue::Clock::duration>(kHandshakeTime, network.connectTimeout);
     Opener::Plan plan{*std::move(url), requestTarget(network.socketPath, config_->connectParams), config_->network,
-                      config_->compress};
+                      config_->compress, progress_};
     opener_ = std::make_shared<Opener>(engine, std::move(plan), [weak = weak_from_this()](Opener::Opened opened) {
         if (auto const self = weak.lock()) self->onOpened(std::move(opened));
     });
@@ -111,9 +119,10 @@ void Connection::dial() {
 
 void Connection::onOpened(Opener::Opened opened) {
     opener_.reset();
-    if (!opened.stream) return end(std::move(opened.error));
+    if (!opened.stream) return end(std::move(opened.failure));
     stream_ = std::move(opened.stream);
     phase_ = Phase::open;
+    *progress_ = KvFailureStage::session;
     changeDue_ = kNever;
     if (opened.agreement.isEnabled) {
         auto const keeps = opened.agreement.serverKeepsContext ? Inflater::Context::kept : Inflater::Context::dropped;
@@ -181,9 +190,10 @@ void Connection::onTime() {
         return watch();
     }
     if (now < due()) return watch();
-    if (now >= changeDue_) return fail(kSilent);
-    if (!core_.isOpen()) return fail((opener_ ? opener_->stage() : "Opening the session at " + url_) + ": timed out");
-    if (!core_.onTime(now)) return fail(core_.reason());
+    if (now >= changeDue_) return fail(lost(kSilent));
+    if (!core_.isOpen())
+        return fail({stage(), (opener_ ? opener_->doing() : "Opening the session at " + url_) + ": timed out"});
+    if (!core_.onTime(now)) return fail(core_.failure());
     watch();
 }
 
@@ -241,10 +251,10 @@ bool Connection::readAll(std::span<std::uint8_t> buffer) {
                 awaitReadable(socket_base::wait_write);
                 return true;
             case net::IoStatus::closed:
-                end(kClosedByServer);
+                end(lost(kClosedByServer));
                 return true;
             case net::IoStatus::failed:
-                end(std::move(result.error));
+                end(lost(result.error, "The connection has broken: " + result.error));
                 return true;
             case net::IoStatus::done:
                 break;
@@ -272,7 +282,7 @@ void Connection::consume(std::span<std::uint8_t const> bytes) {
             case FrameReader::Step::needMore:
                 return;
             case FrameReader::Step::failed:
-                return fail(reader_.error(), reader_.closeCode());
+                return fail(lost(reader_.error()), reader_.closeCode());
             case FrameReader::Step::message:
                 onMessage();
         }
@@ -298,7 +308,7 @@ void Connection::onData() {
     bool const isText = reader_.opcode() == WsOpcode::text;
     bool const goesOn = isText ? core_.onText(reader_.text(), turnTime_) : core_.onBinary(reader_.takePayload());
     if (phase_ != Phase::open) return;
-    if (!goesOn) return fail(core_.reason(), WsCloseCode::normal);
+    if (!goesOn) return fail(core_.failure(), WsCloseCode::normal);
     if (!wasOpen && core_.isOpen()) watch();
     delivery_->flushMuch();
 }
@@ -306,7 +316,7 @@ void Connection::onData() {
 void Connection::onCloseFrame() {
     auto close = readClose(reader_.text());
     if (phase_ == Phase::leaving) return shutDown();
-    this->close(std::move(close.text), close.answer);
+    this->close(lost(std::move(close.text)), close.answer);
 }
 
 void Connection::leaveOnEngine() {
@@ -322,21 +332,21 @@ void Connection::leaveOnEngine() {
     flush();
 }
 
-void Connection::fail(std::string reason, WsCloseCode code) {
-    if (phase_ == Phase::open) return close(std::move(reason), code);
-    end(std::move(reason));
+void Connection::fail(net::Failure failure, WsCloseCode code) {
+    if (phase_ == Phase::open) return close(std::move(failure), code);
+    end(std::move(failure));
 }
 
 // The socket stays for a moment: closed with bytes unread, it would take the close frame away from the server.
-void Connection::close(std::string reason, WsCloseCode code) {
+void Connection::close(net::Failure failure, WsCloseCode code) {
     auto const self = shared_from_this();
     bool const isSaid = sender_.sendClose(*stream_, code);
-    if (!isSaid) return end(std::move(reason));
+    if (!isSaid) return end(std::move(failure));
     phase_ = Phase::closing;
     sender_.clear();
     stream_->finishSending();
     wakeAfter(kClosingTime);
-    delivery_->close(std::move(reason));
+    delivery_->close(std::move(failure));
     discard();
 }
 
@@ -355,11 +365,11 @@ void Connection::discard() {
 }
 
 // Ends the connection and tells of it behind everything that came before.
-void Connection::end(std::string reason) {
+void Connection::end(net::Failure failure) {
     bool const isTold = phase_ == Phase::dialing || phase_ == Phase::open;
     auto const self = shared_from_this();
     shutDown();
-    if (isTold) delivery_->close(std::move(reason));
+    if (isTold) delivery_->close(std::move(failure));
 }
 
 void Connection::shutDown() {

@@ -8,6 +8,7 @@
 //   shutDown  the last step of each of them: socket and timer go, nobody is told.
 #pragma once
 
+#include "Net/Failure.h"
 #include "Net/Stream.h"
 #include "Platform/KvMainQueue.h"
 #include "SocketIO/SocketConfig.h"
@@ -44,6 +45,8 @@ public:
     std::size_t bytesQueued() const { return outbox_.bytes(); }
     bool hasRoom() const { return outbox_.hasRoom(); }
     SocketPressure pressure() const;
+    /// How far the attempt to connect is.
+    KvFailureStage stage() const { return *progress_; }
     /// Says goodbye in the background, which keeps the connection until it is done.
     static void leave(std::shared_ptr<Connection> connection);
 
@@ -71,9 +74,9 @@ private:
     void onData();
     void onCloseFrame();
     void leaveOnEngine();
-    void fail(std::string reason, WsCloseCode code = WsCloseCode::protocolError);
-    void close(std::string reason, WsCloseCode code);
-    void end(std::string reason);
+    void fail(net::Failure failure, WsCloseCode code = WsCloseCode::protocolError);
+    void close(net::Failure failure, WsCloseCode code);
+    void end(net::Failure failure);
     void discard();
     void shutDown();
     void flush();
@@ -93,6 +96,7 @@ private:
     std::weak_ptr<KvMainQueue> const engine_;
     Outbox outbox_;
     std::shared_ptr<Delivery> delivery_;  // made by `start`
+    net::Progress const progress_ = net::makeProgress();
 
     // Touched on the engine queue only.
     Phase phase_ = Phase::dialing;

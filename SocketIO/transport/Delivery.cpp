@@ -84,15 +84,15 @@ void Delivery::count(std::size_t added) {
     if (now > kBurstBytes) isBurst_ = true;
 }
 
-void Delivery::close(std::string reason) {
+void Delivery::close(net::Failure failure) {
     if (isDirect_) {
         auto const listener = listener_.lock();
-        if (listener && listener->isListening()) listener->onClosed(reason);
+        if (listener && listener->isListening()) listener->onClosed(failure);
         return;
     }
     flush();
     std::unique_lock lock(mutex_);
-    reason_ = std::move(reason);
+    end_ = std::move(failure);
     wake(lock);
 }
 
@@ -109,18 +109,18 @@ bool Delivery::isBehind() const { return underWay_ > limit_; }
 // On the main queue.
 void Delivery::handOne() {
     std::unique_ptr<Batch> batch;
-    std::optional<std::string> reason;
+    std::optional<net::Failure> end;
     {
         std::unique_lock lock(mutex_);
         isWoken_ = false;
         if (waiting_.empty()) {
-            reason.swap(reason_);
+            end.swap(end_);
         } else {
             batch = std::move(waiting_.front());
             waiting_.pop_front();
         }
         // Before the work: a handler may run the queue itself, and is to find the rest there.
-        if (!waiting_.empty() || reason_) wake(lock);
+        if (!waiting_.empty() || end_) wake(lock);
     }
     auto const listener = listener_.lock();
     if (batch) {
@@ -129,8 +129,8 @@ void Delivery::handOne() {
             listener->onPacket(packet);
         }
         onHandled(batch->counted);
-    } else if (reason && listener && listener->isListening()) {
-        listener->onClosed(*reason);
+    } else if (end && listener && listener->isListening()) {
+        listener->onClosed(*end);
     }
 }
 

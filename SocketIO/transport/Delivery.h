@@ -2,6 +2,7 @@
 // batches otherwise.
 #pragma once
 
+#include "Net/Failure.h"
 #include "Platform/KvMainQueue.h"
 #include "SocketIO/SocketPressure.h"
 #include "SocketIO/core/Packet.h"
@@ -13,7 +14,6 @@
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <string>
 
 namespace kv::sio {
 
@@ -25,7 +25,7 @@ public:
     /// There is room again for what is to be sent.
     virtual void onWritable() = 0;
     /// Nothing follows.
-    virtual void onClosed(std::string const& reason) = 0;
+    virtual void onClosed(net::Failure const& failure) = 0;
     /// Whether it still wants to hear anything; it may have changed its mind inside `onPacket`.
     virtual bool isListening() const = 0;
 };
@@ -49,7 +49,7 @@ public:
     /// Hands over what was added.
     void flush();
     /// Hands over what was added and then the end of the connection.
-    void close(std::string reason);
+    void close(net::Failure failure);
     /// Whether the main queue has so much to do that nothing more should be read: the server then feels it.
     bool isBehind() const;
 
@@ -83,7 +83,7 @@ private:
     std::mutex mutex_;
     // Guarded by mutex_: what the main queue has not taken yet, and whether it was told so.
     std::list<std::unique_ptr<Batch>> waiting_;
-    std::optional<std::string> reason_;
+    std::optional<net::Failure> end_;
     bool isWoken_ = false;
 };
 

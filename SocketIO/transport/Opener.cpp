@@ -30,13 +30,21 @@ public:
                 conclude("The server's answer to the WebSocket handshake is too long");
             return;
         }
-        conclude(upgrade_.check(text.substr(0, end + 2), agreement));
         early.assign(text.begin() + static_cast<std::ptrdiff_t>(end + 4), text.end());
+        conclude(upgrade_.check(text.substr(0, end + 2), agreement));
     }
 
     void onClosed() override { conclude("The server closed the connection"); }
     bool isOver() const override { return isOver_; }
     std::string const& error() const override { return error_; }
+
+    net::Failure failure(std::string error) const {
+        auto failure = net::Failure::at(KvFailureStage::upgrade, std::move(error));
+        if (net::looksLikeTls(answer_)) return {KvFailureStage::tls, std::move(failure.text), net::kSpeaksTls};
+        bool const isRefusal = !answer_.starts_with("HTTP/1.1 101");
+        if (isRefusal) failure.serverWords.assign(early.begin(), early.end());  // the page that it comes with
+        return failure;
+    }
 
     KvBytes early;
     DeflateAgreement agreement;
@@ -60,11 +68,13 @@ Opener::Opener(std::shared_ptr<KvMainQueue> const& queue, Plan plan, std::functi
 Opener::~Opener() { cancel(); }
 
 void Opener::start() {
-    dialer_ = std::make_shared<net::Dialer>(queue_.lock(), plan_.url, plan_.network,
-                                            [this](std::unique_ptr<net::Stream> stream, std::string error) {
-                                                if (!stream) return finish({nullptr, {}, {}, std::move(error)});
-                                                shakeHands(std::move(stream));
-                                            });
+    dialer_ = std::make_shared<net::Dialer>(
+        queue_.lock(), plan_.url, plan_.network,
+        [this](std::unique_ptr<net::Stream> stream, net::Failure failure) {
+            if (!stream) return finish({nullptr, {}, {}, std::move(failure)});
+            shakeHands(std::move(stream));
+        },
+        plan_.progress);
     auto const dialer = dialer_;  // it may fail within the call
     dialer->start();
 }
@@ -76,15 +86,16 @@ void Opener::cancel() {
     if (stream_) stream_->close();
 }
 
-std::string Opener::stage() const {
-    return handshake_ ? "WebSocket handshake with " + plan_.url.text() : dialer_->stage();
+std::string Opener::doing() const {
+    return handshake_ ? "WebSocket handshake with " + plan_.url.text() : dialer_->doing();
 }
 
 void Opener::shakeHands(std::unique_ptr<net::Stream> stream) {
     stream_ = std::move(stream);
+    *plan_.progress = KvFailureStage::upgrade;
     handshake_ = std::make_unique<Handshake>(plan_);
     talk_ = std::make_shared<net::Talk>(*stream_, *handshake_, [this](std::string error) {
-        if (!error.empty()) return finish({nullptr, {}, {}, std::move(error)});
+        if (!error.empty()) return finish({nullptr, {}, {}, handshake_->failure(std::move(error))});
         finish({std::move(stream_), std::move(handshake_->early), handshake_->agreement, {}});
     });
     talk_->start();

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "Net/Dialer.h"
+#include "Net/Failure.h"
 #include "Net/NetworkOptions.h"
 #include "Net/Talk.h"
 #include "Net/Url.h"
@@ -23,12 +24,13 @@ public:
         std::string target;
         net::NetworkOptions network;
         bool offersDeflate = false;
+        net::Progress progress = net::makeProgress();
     };
     struct Opened {
-        std::unique_ptr<net::Stream> stream;  // null when it failed, and the error says why
+        std::unique_ptr<net::Stream> stream;  // null when it failed
         KvBytes early;                        // what the server sent behind its answer
         DeflateAgreement agreement;
-        std::string error;
+        net::Failure failure;
     };
 
     Opener(std::shared_ptr<KvMainQueue> const& queue, Plan plan, std::function<void(Opened)> done);
@@ -40,7 +42,7 @@ public:
     /// Ends it; `done` is not called.
     void cancel();
     /// What it is doing once it was started, for the text of a time-out.
-    std::string stage() const;
+    std::string doing() const;
 
 private:
     class Handshake;

@@ -1,6 +1,7 @@
 #include "SocketIO/transport/Upgrade.h"
 
 #include "Net/Base64.h"
+#include "Net/Url.h"
 #include "SocketIO/core/WebSocketCodec.h"
 
 #include <algorithm>
@@ -22,25 +23,6 @@ constexpr char const* kDeflateOffers =
     "permessage-deflate; client_max_window_bits, permessage-deflate";
 // zlib cannot deflate for a window of 256 bytes; nothing obliges this side to deflate.
 constexpr int kLeastDeflateBits = 9;
-
-bool isUnreserved(char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '.' ||
-           c == '_' || c == '~';
-}
-
-std::string percentEncoded(std::string_view text) {
-    constexpr char kDigits[] = "0123456789ABCDEF";
-    std::string encoded;
-    for (char const c : text) {
-        if (isUnreserved(c)) {
-            encoded += c;
-            continue;
-        }
-        auto const byte = static_cast<unsigned char>(c);
-        encoded += {'%', kDigits[byte >> 4], kDigits[byte & 15]};
-    }
-    return encoded;
-}
 
 std::string acceptFor(std::string const& key) {
     std::string const text = key + "258EAFA5-E914-47DA-95CA-C5AB0DC85B11";
@@ -129,7 +111,8 @@ bool readAgreement(std::string_view extension, DeflateAgreement& agreement) {
 
 std::string requestTarget(std::string_view path, std::vector<std::pair<std::string, std::string>> const& parameters) {
     auto target = std::string(path) + "?EIO=4&transport=websocket";
-    for (auto const& [key, value] : parameters) target += '&' + percentEncoded(key) + '=' + percentEncoded(value);
+    for (auto const& [key, value] : parameters)
+        target += '&' + net::percentEncoded(key) + '=' + net::percentEncoded(value);
     return target;
 }
 
