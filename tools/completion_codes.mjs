@@ -1,11 +1,16 @@
-// Writes the page of all completion codes from what the public headers say: each operation names its enumeration, each
-// enumeration its codes. Ends with status 1 if an operation names none, or if a code has no meaning or no origin.
-//     node tools/completion_codes.mjs > docs/completion_codes.md
+// Writes what the public headers say of codes, states and reasons, as a page and as the tables behind `describe` and
+// `toString`: each operation names its enumeration, each enumeration its codes, and the comment of a code is its sentence.
+// Ends with status 1 if an operation names none, or if a code has no sentence, one that another has, or no origin.
+//     node tools/completion_codes.mjs page > docs/completion_codes.md
+//     node tools/completion_codes.mjs tables > Classes/Model/KvPimCodeTables.cpp
 
 import { readFileSync, readdirSync } from 'node:fs';
 
 const CODES_HEADER = 'Classes/Model/KvPimErrorCodes.h';
+const TABLES_HEADER = 'Classes/Model/KvPimErrors.h'; // declares a table for each enumeration that has names
+const OTHER_HEADERS = [TABLES_HEADER, 'Classes/Model/KvPimCodes.h', 'Classes/Model/KvPimInvitation.h', 'Classes/Model/KvPimMessage.h'];
 const OPERATION_HEADERS = ['Classes/KvPimKit.h', 'Classes/KvPimChannel.h', 'Classes/KvPimInvitationKit.h'];
+const TABLES_SOURCE = 'Classes/Model/KvPimCodeTables.cpp';
 const COMMON = new Set(['Ok', 'NotLogin']); // made for all operations in one place
 
 const problems = [];
@@ -15,7 +20,7 @@ function sources(folder) {
   return readdirSync(folder, { withFileTypes: true }).flatMap((entry) => {
     const path = `${folder}/${entry.name}`;
     if (entry.isDirectory()) return sources(path);
-    return path.endsWith('.cpp') ? [read(path)] : [];
+    return path.endsWith('.cpp') && path !== TABLES_SOURCE ? [read(path)] : [];
   });
 }
 
@@ -26,22 +31,33 @@ const wordsOf = (name) =>
     .replace(/(?<=[a-z])(?=[A-Z\d])/g, ' ')
     .toLowerCase();
 
-function enumerations() {
-  const implementation = sources('Classes').join('\n');
-  const found = new Map();
-  for (const [, name, prefix, body] of read(CODES_HEADER).matchAll(/^enum ((KvPim\w+Error)Code) : [^{]*\{\n(.*?)^\};/gms)) {
-    const codes = [...body.matchAll(/^ +(\w+) = (\d+),(?: +\/\/\/< (.*(?:\n +\/\/\/< .*)*))?$/gm)].map(
-      ([, enumerator, number, meaning]) => ({
+/** The enumerations of a header, with the comment of each enumerator: above it, or behind it. */
+function enumerationsOf(header) {
+  return [...read(header).matchAll(/^enum (?:class )?(\w+) (?:: [^{]*)?\{\n(.*?)^\};/gms)].map(([, name, body]) => {
+    const codes = [...body.matchAll(/((?:^ +\/\/\/ .*\n)*)^ +(\w+) = (\d+),(?: +\/\/\/< (.*(?:\n +\/\/\/< .*)*))?$/gm)].map(
+      ([, above, enumerator, number, behind]) => ({
         enumerator,
         number: Number(number),
-        name: enumerator.slice(prefix.length),
-        meaning: meaning?.replace(/\n +\/\/\/< /g, ' '),
+        sentence: (above || behind || '').replace(/\s*\/\/\/<? /g, ' ').trim(),
       }),
     );
     if (codes.length !== body.match(/ = \d/g)?.length) problems.push(`${name}: a line is of another form`);
+    for (const { enumerator, sentence } of codes) {
+      if (!/^[A-Z"`].*\.$/.test(sentence)) problems.push(`${enumerator} has no sentence`);
+      if (codes.filter((code) => code.sentence === sentence).length > 1) problems.push(`${enumerator} has a sentence that another has too`);
+    }
+    return { name, codes };
+  });
+}
+
+function completionCodes() {
+  const implementation = sources('Classes').join('\n');
+  const found = new Map();
+  for (const { name, codes } of enumerationsOf(CODES_HEADER)) {
+    const prefix = name.replace(/Code$/, '');
     for (const code of codes) {
+      code.name = code.enumerator.slice(prefix.length);
       if (!code.enumerator.startsWith(prefix)) problems.push(`${code.enumerator} is not named like its ${name}`);
-      if (!code.meaning) problems.push(`${code.enumerator} has no meaning`);
       if (!COMMON.has(code.name) && !new RegExp(`\\b${code.enumerator}\\b`).test(implementation)) problems.push(`nothing makes ${code.enumerator}`);
     }
     found.set(name, { name, codes, operations: [] });
@@ -49,12 +65,57 @@ function enumerations() {
   return found;
 }
 
+/** "KvPimJoinChannelErrorCode" -> "kv.pim.joinChannel" */
+function categoryOf(name) {
+  const own = { KvErrc: 'kv.pim', KvWaitError: 'kv.pim.wait' }[name];
+  return own ?? name.replace(/^KvPim(\w)(\w*)ErrorCode$/, (_, first, rest) => `kv.pim.${first.toLowerCase()}${rest}`);
+}
+
+function tablesOf(sets) {
+  const header = read(TABLES_HEADER);
+  const declared = [...header.matchAll(/static (KvPim(?:Code|Error)Table) const& of\((\w+)\) noexcept;/g)];
+  for (const { name } of sets) {
+    if (!declared.some(([, , known]) => known === name)) problems.push(`${TABLES_HEADER} declares no table of ${name}`);
+  }
+  const definitions = declared.map(([, type, name]) => {
+    const set = sets.find((candidate) => candidate.name === name);
+    if (!set) problems.push(`there is no enumeration ${name}`);
+    const rows = (set?.codes ?? []).map(
+      ({ number, enumerator, sentence }) => `        {${number}, "${enumerator}", ${JSON.stringify(sentence)}},`,
+    );
+    const table =
+      type === 'KvPimErrorTable'
+        ? `    static auto const& table = KvPimErrorTable::make("${categoryOf(name)}", rows);`
+        : '    static constexpr KvPimCodeTable table(rows);';
+    return [
+      `${type} const& KvPimTables::of(${name}) noexcept {`,
+      '    static constexpr KvPimCodeTable::Row rows[] = {',
+      ...rows,
+      '    };',
+      table,
+      '    return table;',
+      '}',
+      '',
+    ].join('\n');
+  });
+  return [
+    '// Made by tools/completion_codes.mjs from the comments of the public headers: `./run docs` writes it anew.',
+    '#include "Classes/Model/KvPimErrors.h"',
+    '',
+    'namespace kv {',
+    '// clang-format off',
+    '',
+    ...definitions,
+    '}  // namespace kv',
+  ];
+}
+
 const publicPart = (header) => header.replace(/^private:.*?^};/gms, '');
 
 /** Each declaration that takes a completion, and each callback that receives an error code, with the comment above it. */
 function operations() {
   const declaration = /((?: *\/\/\/.*\n)+)? +(?:void (\w+)\([^;]*Completion done\)|std::function<[^;]*errorCode\)>\s+(\w+));/g;
-  return OPERATION_HEADERS.flatMap((path) =>
+  const all = OPERATION_HEADERS.flatMap((path) =>
     [...publicPart(read(path)).matchAll(declaration)].map(([, comment = '', operation, callback]) => {
       const text = comment.replace(/\n? *\/\/\/ */g, ' ');
       return {
@@ -65,13 +126,15 @@ function operations() {
       };
     }),
   );
+  return all.filter(({ name }, place) => all.findIndex((operation) => operation.name === name) === place); // of overloads one
 }
 
 function row(cells) {
   return `| ${cells.join(' | ')} |`;
 }
 
-const sets = enumerations();
+const sets = completionCodes();
+const tables = tablesOf([...sets.values(), ...OTHER_HEADERS.flatMap(enumerationsOf)]);
 for (const operation of operations()) {
   const set = sets.get(operation.set);
   if (set) set.operations.push(operation);
@@ -113,7 +176,7 @@ lines.push('', '## Names and meanings', '');
 for (const { name, codes, operations: owners } of sets.values()) {
   lines.push(`### ${name}`, '', `Of ${owners.map((owner) => `\`${owner.name}\``).join(', ')}.`, '');
   lines.push(row(['code', 'name', 'meaning']), row(['---', '---', '---']));
-  for (const code of codes) lines.push(row([code.number, `\`${code.enumerator}\``, code.meaning]));
+  for (const code of codes) lines.push(row([code.number, `\`${code.enumerator}\``, code.sentence]));
   lines.push('');
 }
 
@@ -121,4 +184,5 @@ if (problems.length > 0) {
   process.stderr.write(problems.map((problem) => `completion codes: ${problem}\n`).join(''));
   process.exit(1);
 }
-process.stdout.write(`${lines.join('\n').trimEnd()}\n`);
+const written = { page: lines, tables }[process.argv[2]];
+process.stdout.write(`${written.join('\n').trimEnd()}\n`);

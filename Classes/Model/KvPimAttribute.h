@@ -30,6 +30,7 @@ struct KV_EXPORT KvPimAttributeWithState : KvPimAttribute {
 struct KvPimChannelAttributeOptions {
     /// Whether the channel's members are told of the change.
     bool enableNotificationToChannelMembers = false;
+    bool operator==(KvPimChannelAttributeOptions const&) const = default;
 };
 
 }  // namespace kv

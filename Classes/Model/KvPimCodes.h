@@ -8,7 +8,7 @@ namespace kv {
 
 /// How far a client's connection is.
 enum KvPimConnectionState : std::int64_t {
-    KvPimConnectionStateDisconnected = 1,
+    KvPimConnectionStateDisconnected = 1,  ///< Not connected; after (1, 4) the attempt goes on.
     KvPimConnectionStateConnecting = 2,    ///< A login is in progress.
     KvPimConnectionStateConnected = 3,     ///< The server has taken the login.
     KvPimConnectionStateReconnecting = 4,  ///< The connection was lost, and an attempt to restore it has begun.
@@ -19,7 +19,7 @@ enum KvPimConnectionChangeReason : std::int64_t {
     KvPimConnectionChangeReasonLogin = 1,           ///< With state 2: a login was accepted for trying.
     KvPimConnectionChangeReasonLoginSuccess = 2,    ///< With state 3, after a login and after each reconnection.
     KvPimConnectionChangeReasonLoginFailure = 3,    ///< With state 1: the connection closed during a login.
-    KvPimConnectionChangeReasonLoginTimeout = 4,    ///< With state 1: not connected within 6 seconds of a login.
+    KvPimConnectionChangeReasonLoginTimeout = 4,    ///< With state 1: a login is not connected in time.
     KvPimConnectionChangeReasonInterrupted = 5,     ///< With state 4: the first attempt to reconnect begins.
     KvPimConnectionChangeReasonLogout = 6,          ///< With state 1: this side left (a logout, or a token renewed).
     KvPimConnectionChangeReasonRemoteLogin = 8,     ///< With state 1: the user logged in elsewhere; nothing reconnects.
@@ -28,7 +28,7 @@ enum KvPimConnectionChangeReason : std::int64_t {
 
 /// Why a member left a channel.
 enum KvPimMemberLeftReason : std::int64_t {
-    KvPimMemberLeftReasonUnknown = 0,
+    KvPimMemberLeftReasonUnknown = 0,     ///< The server gave no reason that is known.
     KvPimMemberLeftReasonQuit = 1,        ///< The member left the channel.
     KvPimMemberLeftReasonDisconnect = 2,  ///< The member's connection ended.
 };

@@ -14,9 +14,9 @@ enum KvPimInvitationState : std::int64_t {
     KvPimInvitationStateInitial = 0,   ///< Not sent yet.
     KvPimInvitationStateFailed = 1,    ///< Not acknowledged, or expired.
     KvPimInvitationStatePending = 2,   ///< Sent and acknowledged, or arrived.
-    KvPimInvitationStateCanceled = 3,  ///< By the inviter.
-    KvPimInvitationStateAccepted = 4,  ///< By the invitee.
-    KvPimInvitationStateRefused = 5,   ///< By the invitee.
+    KvPimInvitationStateCanceled = 3,  ///< Taken back by the inviter.
+    KvPimInvitationStateAccepted = 4,  ///< Accepted by the invitee.
+    KvPimInvitationStateRefused = 5,   ///< Refused by the invitee.
 };
 
 /// A call-style invitation of one user by another. Shared between the application, the invitation kit and the store of
@@ -27,7 +27,7 @@ public:
     /// Makes an invitation and registers it as the live one between these two users, in this direction; it replaces an
     /// earlier one there, and later notices about the two are about this object. Call it on the main thread of the
     /// client that it is for: it belongs to the client that sends it, or is told of the two users, there.
-    static std::shared_ptr<KvPimInvitation> initWithInviter(std::string inviter, std::string invitee);
+    [[nodiscard]] static std::shared_ptr<KvPimInvitation> initWithInviter(std::string inviter, std::string invitee);
     // It stands beside the store, in Utils/KvInvitationStore.cpp: a record knows nothing that is above it.
 
     std::string inviter;
@@ -38,6 +38,7 @@ public:
     std::optional<std::string> responseInfo;
     /// One of `KvPimInvitationState`; a server may send others.
     std::int64_t state = KvPimInvitationStateInitial;
+    bool operator==(KvPimInvitation const&) const = default;
 };
 
 }  // namespace kv

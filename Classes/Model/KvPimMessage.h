@@ -11,7 +11,10 @@
 namespace kv {
 
 /// What a message consists of.
-enum KvPimMessageType { KvPimMessageTypeText = 1, KvPimMessageTypeRaw = 2 };
+enum KvPimMessageType {
+    KvPimMessageTypeText = 1,  ///< Text alone.
+    KvPimMessageTypeRaw = 2,   ///< Bytes, with or without a text.
+};
 
 /// A text message, to a channel or to a peer. At most 32,768 bytes of UTF-8.
 class KV_EXPORT KvPimMessage {
@@ -27,6 +30,13 @@ public:
     virtual KvPimMessageType type() const { return KvPimMessageTypeText; }
     /// The bytes of a raw message, null for any other.
     virtual KvData data() const { return nullptr; }
+    /// Whether both have one type, and the same in them; of data it is the bytes that count.
+    bool operator==(KvPimMessage const& other) const {
+        auto const mine = data(), others = other.data();
+        bool const sameData = mine == others || (mine && others && *mine == *others);
+        return sameData && type() == other.type() && text == other.text && serverReceivedTs == other.serverReceivedTs &&
+               isOfflineMessage == other.isOfflineMessage;
+    }
 
     /// The text; a raw message may do without.
     std::optional<std::string> text;
@@ -42,6 +52,10 @@ public:
     KvPimRawMessage() = default;
     /// A message of these bytes, without a text.
     explicit KvPimRawMessage(KvData rawData_) : rawData(std::move(rawData_)) {}
+    /// A message of these bytes, and of a text that describes them.
+    explicit KvPimRawMessage(KvData rawData_, std::optional<std::string> text_) : rawData(std::move(rawData_)) {
+        text = std::move(text_);
+    }
 
     /// Raw.
     KvPimMessageType type() const override { return KvPimMessageTypeRaw; }
@@ -56,6 +70,7 @@ struct KvPimSendMessageOptions {
     bool enableOfflineMessaging = false;
     /// Has no effect in this version.
     bool enableHistoricalMessaging = false;
+    bool operator==(KvPimSendMessageOptions const&) const = default;
 };
 
 }  // namespace kv
