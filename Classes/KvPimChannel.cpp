@@ -4,9 +4,11 @@
 #include "Classes/Catagory/KvJson.h"
 #include "Classes/Catagory/KvString.h"
 #include "Classes/Internal/KvCollections.h"
+#include "Classes/Internal/KvDelegateCheck.h"
 #include "Classes/Internal/KvMessageContent.h"
 #include "Classes/Internal/KvPimChannelTell.h"
 #include "Classes/Internal/KvPimKitImpl.h"
+#include "Classes/Internal/KvThreadCheck.h"
 #include "Classes/Internal/KvWireForms.h"
 #include "Classes/Utils/KvLog.h"
 #include "Classes/Utils/Logan/LoganManager.h"
@@ -58,22 +60,55 @@ std::shared_ptr<KvPimKitImpl> KvPimChannel::client(char const* call) const {
     return inside;
 }
 
-std::shared_ptr<KvPimChannelDelegate> KvPimChannel::delegate() const {
+std::string const& KvPimChannel::channelId() const noexcept { return channelId_; }
+
+bool KvPimChannel::isInChannel() const noexcept { return isInChannel_; }
+
+std::shared_ptr<KvPimChannelDelegate> KvPimChannel::delegate() const noexcept {
     client("delegate");
     return delegate_.lock();
 }
 
 void KvPimChannel::setDelegate(std::weak_ptr<KvPimChannelDelegate> delegate) {
     client("setDelegate");
+    warnIfGone(delegate);
     delegate_ = std::move(delegate);
 }
+
+std::shared_ptr<KvMainQueue> KvPimChannel::mainQueue() const {
+    auto const inside = client("mainQueue");
+    return inside ? inside->mainQueue : nullptr;
+}
+
+template <class Item>
+KvStream<Item> KvPimChannel::stream(KvStreamOptions const& options, char const* call) {
+    auto const inside = client(call);
+    bool const isOver =
+        !inside || inside->heldByApplication.expired() ||
+        inside->router.findChannel(channelId_).get() != this;  // it was destroyed, or is of another login
+    if (isOver) return endedStream<Item>();
+    if (!events_) events_ = std::make_shared<KvEventHub<KvPimChannelEvent>>(inside->mainQueue);
+    return events_->template open<Item>(options);
+}
+KvStream<KvPimChannelEvent> KvPimChannel::events(KvStreamOptions options) {
+    return stream<KvPimChannelEvent>(options, "events");
+}
+KvStream<KvPimChannelEvent> KvPimChannel::events() { return events({}); }
+KvStream<event::ChannelMessageReceived> KvPimChannel::messages(KvStreamOptions options) {
+    return stream<event::ChannelMessageReceived>(options, "messages");
+}
+KvStream<event::ChannelMessageReceived> KvPimChannel::messages() { return messages({}); }
 
 template <class MakePayload, class Finish>
 void KvPimChannel::request(KvOperation const& operation, bool isValid, MakePayload const& payload, Finish finish,
                            char const* call) {
     auto const inside = client(call);
-    if (!inside) return finish(KvPimErrorNotLogin, nullptr);
-    inside->requestOn(socket_.lock(), operation, isValid, payload, std::move(finish));
+    if (inside) {
+        return inside->requests.requestOn(socket_.lock(), operation, isValid, payload, std::move(finish), {}, call);
+    }
+    KvPimFailures::concluding(
+        {}, call, KvPimErrorNotLogin, [] { return failureOfRequest(KvPimErrorNotLogin, nullptr, {}); },
+        [&] { finish(KvPimErrorNotLogin, nullptr); });
 }
 
 void KvPimChannel::joinWithCompletion(Completion done) {
@@ -144,7 +179,11 @@ void KvPimChannel::sendMessage(std::shared_ptr<KvPimMessage const> message, std:
                                Completion done) {
     auto const self = shared_from_this();  // the completion that a long message gets at once may drop the channel
     auto const session = stateManager_.lock();
-    if (session && session->login && isInChannel_) reportTooLong(message.get(), KvPimChannelMessageErrorTooLong, done);
+    if (session && session->login && isInChannel_) {
+        auto const inside = client("sendMessage");
+        auto const failures = inside ? inside->failures.handle() : std::weak_ptr<KvPimFailures>();
+        reportTooLong(message.get(), KvPimChannelMessageErrorTooLong, done, failures, "sendMessage");
+    }
     KvPayloadMemory memory;
     request(
         kSendMessage, isInChannel_,

@@ -8,18 +8,32 @@
 #include "Classes/Model/KvPimMessage.h"
 #include "Platform/KvExport.h"
 
+#include <concepts>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kv {
 
 class KvPimChannel;
+class KvMainQueue;
 class KvPimKitImpl;
 class SocketIOClient;
+struct KvPimChannelEvent;
+struct KvStreamOptions;
+template <class T>
+class KvPending;
+template <class Event>
+class KvEventHub;
+template <class Event>
+class KvStream;
+namespace event {
+struct ChannelMessageReceived;
+}
 struct KvOperation;
 struct KvPimStateManager;
 
@@ -52,14 +66,17 @@ public:
         std::function<void(std::optional<std::vector<KvPimMember>> const& members, std::int64_t errorCode)>;
 
     /// As the channel was created with.
-    std::string const& channelId() const { return channelId_; }
+    std::string const& channelId() const noexcept;
     /// Between a successful join and a successful leave. A lost connection does not change it.
-    bool isInChannel() const { return isInChannel_; }
+    bool isInChannel() const noexcept;
 
     /// Who is told of things; null when there is nobody (any more).
-    std::shared_ptr<KvPimChannelDelegate> delegate() const;
-    /// Has another one told from now on. It is not owned.
+    std::shared_ptr<KvPimChannelDelegate> delegate() const noexcept;
+    /// Has another one told from now on. It is not owned; one that is gone already is told to the log.
     void setDelegate(std::weak_ptr<KvPimChannelDelegate> delegate);
+    /// A delegate that nobody keeps would never hear anything.
+    template <class Delegate>
+    void setDelegate(std::shared_ptr<Delegate>&& delegate) = delete;
 
     /// Joins the channel, which the server makes if it is not there. Joining again is for the server to answer. A
     /// joined channel is joined again after a reconnection.
@@ -70,6 +87,16 @@ public:
     /// The members, in the server's order.
     /// @param done  a KvPimChannelMembersErrorCode. With the server's own 5 a list comes along.
     void getMembersWithCompletion(MembersCompletion done);
+    /// Sends a text to the other members. @param done as below: a KvPimChannelMessageErrorCode.
+    template <std::invocable<std::int64_t> Done>
+    void sendMessage(std::string text, Done done) {
+        sendMessage(std::make_shared<KvPimMessage const>(std::move(text)), std::nullopt, std::move(done));
+    }
+    /// Sends a message to the other members. @param done as below: a KvPimChannelMessageErrorCode.
+    template <std::invocable<std::int64_t> Done>
+    void sendMessage(std::shared_ptr<KvPimMessage const> message, Done done) {
+        sendMessage(std::move(message), std::nullopt, std::move(done));
+    }
     /// Sends a message to the other members.
     /// @param message  text, data, or both, each of at most 32,768 bytes.
     /// @param options  have no effect in this version.
@@ -78,8 +105,37 @@ public:
     void sendMessage(std::shared_ptr<KvPimMessage const> message, std::optional<KvPimSendMessageOptions> options,
                      Completion done);
 
+    /// @name To be awaited
+    /// The operations above, each without its completion (<KvPim/KvPimAwait.h>). A message that is too long is just
+    /// that: the server's answer is not waited for.
+    /// @{
+    /// Awaited: `joinWithCompletion`.
+    KvPending<void> join();
+    /// Awaited: `leaveWithCompletion`.
+    KvPending<void> leave();
+    /// Awaited: `getMembersWithCompletion`.
+    KvPending<std::vector<KvPimMember>> getMembers();
+    /// Awaited: `sendMessage`.
+    KvPending<void> sendMessage(std::shared_ptr<KvPimMessage const> message);
+    /// Awaited: `sendMessage`.
+    KvPending<void> sendMessage(std::string text);
+    /// @}
+
+    /// What the delegate hears, as a stream, beside the delegate. Over when the channel is
+    /// destroyed, at a logout, and when the client ends.
+    KvStream<KvPimChannelEvent> events();
+    /// The same, keeping as much as the options say.
+    KvStream<KvPimChannelEvent> events(KvStreamOptions options);
+    /// The messages of others alone.
+    KvStream<event::ChannelMessageReceived> messages();
+    /// The same, keeping as much as the options say.
+    KvStream<event::ChannelMessageReceived> messages(KvStreamOptions options);
+
+    /// The queue on which the channel lives, its client's; null when the client is gone.
+    std::shared_ptr<KvMainQueue> mainQueue() const;
+
 private:
-    friend class KvPimKitImpl;
+    friend class KvPimRouter;
     KvPimChannel() = default;
     /// Its client, or null when that is gone. Ends the program where `KvPimOptions::checkThreads` says so.
     std::shared_ptr<KvPimKitImpl> client(char const* call) const;
@@ -87,6 +143,8 @@ private:
     template <class MakePayload, class Finish>
     void request(KvOperation const& operation, bool isValid, MakePayload const& payload, Finish finish,
                  char const* call = __builtin_FUNCTION());
+    template <class Item>
+    KvStream<Item> stream(KvStreamOptions const& options, char const* call);
     template <auto Member, class... Arguments>
     bool tell(Arguments const&... arguments);
     void onMemberJoined(KvPimMember const& member);
@@ -96,6 +154,7 @@ private:
 
     bool isInChannel_ = false;
     std::weak_ptr<KvPimChannelDelegate> delegate_;
+    std::shared_ptr<KvEventHub<KvPimChannelEvent>> events_;  // null before the first stream
     std::string channelId_;
     std::weak_ptr<KvPimStateManager const> stateManager_;
     std::weak_ptr<SocketIOClient> socket_;

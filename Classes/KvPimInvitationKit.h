@@ -17,8 +17,16 @@ namespace kv {
 class KvInvitationStore;
 class KvPimInvitationKit;
 class KvMainQueue;
-class KvPimKitImpl;
+class KvPimFailures;
 class SocketIOClient;
+struct KvPimInvitationEvent;
+struct KvStreamOptions;
+template <class T>
+class KvPending;
+template <class Event>
+class KvEventHub;
+template <class Event>
+class KvStream;
 struct KvPimStateManager;
 
 /// What an invitation kit tells the application. Every member but `invitationFailed` is optional. An invitation whose
@@ -49,8 +57,8 @@ public:
     KvPimInvitationKit& operator=(KvPimInvitationKit const&) = delete;
 
     /// Who is told of invitations; null when there is nobody (any more).
-    std::shared_ptr<KvPimInvitationDelegate> delegate() const;
-    /// Has another one told from now on. It is not owned.
+    std::shared_ptr<KvPimInvitationDelegate> delegate() const noexcept;
+    /// Has another one told from now on. It is not owned; one that is gone already is told to the log.
     void setDelegate(std::weak_ptr<KvPimInvitationDelegate> delegate);
     /// A delegate that nobody keeps would never hear anything.
     template <class Delegate>
@@ -66,12 +74,34 @@ public:
     /// Refuses an invitation to the local user; its `state` stays. @param done a KvPimInvitationErrorCode.
     void refuseInvitation(std::shared_ptr<KvPimInvitation> invitation, Completion done);
 
+    /// @name To be awaited
+    /// The operations above, each without its completion (<KvPim/KvPimAwait.h>).
+    /// @{
+    /// Awaited: `sendInvitation`.
+    KvPending<void> sendInvitation(std::shared_ptr<KvPimInvitation> invitation);
+    /// Awaited: `cancelInvitation`.
+    KvPending<void> cancelInvitation(std::shared_ptr<KvPimInvitation> invitation);
+    /// Awaited: `acceptInvitation`.
+    KvPending<void> acceptInvitation(std::shared_ptr<KvPimInvitation> invitation);
+    /// Awaited: `refuseInvitation`.
+    KvPending<void> refuseInvitation(std::shared_ptr<KvPimInvitation> invitation);
+    /// @}
+
+    /// What the delegate hears, as a stream, beside the delegate. While a stream is open, its listener counts as one
+    /// that has all the members: invitations get their time-outs.
+    KvStream<KvPimInvitationEvent> events();
+    /// The same, keeping as much as the options say.
+    KvStream<KvPimInvitationEvent> events(KvStreamOptions options);
+
+    /// The queue on which the kit lives, its client's.
+    std::shared_ptr<KvMainQueue> const& mainQueue() const;
+
     /// Kept for the application; the kit does not look at it.
     std::string calleeId;
 
 private:
     friend class KvInvitationStore;
-    friend class KvPimKitImpl;
+    friend class KvPimRouter;
     KvPimInvitationKit() = default;
 
     struct Operation;
@@ -79,8 +109,12 @@ private:
              char const* call = __builtin_FUNCTION());
     void parseInvitation(std::shared_ptr<KvPimInvitation> const& incoming);
     void fail(std::shared_ptr<KvPimInvitation> const& invitation, std::int64_t errorCode);
+    template <auto Member, class... Arguments>
+    bool tell(Arguments const&... arguments);
 
     std::weak_ptr<KvPimInvitationDelegate> delegate_;
+    std::weak_ptr<KvPimFailures> failures_;
+    std::shared_ptr<KvEventHub<KvPimInvitationEvent>> events_;  // null before the first stream
     std::weak_ptr<KvPimStateManager const> stateManager_;
     std::shared_ptr<SocketIOClient> socket_;
     std::shared_ptr<KvMainQueue> mainQueue_;

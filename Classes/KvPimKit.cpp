@@ -1,6 +1,10 @@
 #include "Classes/KvPimKit.h"
 
+#include "Classes/Await/KvResult.h"
+#include "Classes/Internal/KvDelegateCheck.h"
+#include "Classes/Internal/KvFailureRecord.h"
 #include "Classes/Internal/KvPimKitImpl.h"
+#include "Classes/Internal/KvThreadCheck.h"
 #include "Classes/KvPimInvitationKit.h"
 #include "Classes/Network/KvApiManager.h"
 #include "Classes/Network/KvServerAddress.h"
@@ -8,65 +12,66 @@
 #include "Classes/Utils/KvLog.h"
 #include "Classes/Utils/Logan/LoganManager.h"
 #include "Platform/KvConsole.h"
-#include "Platform/KvEngineThread.h"
 #include "Platform/KvJsonText.h"
 #include "SocketIO/SocketIOClient.h"
 
 namespace kv {
+namespace {
+
+#define KV_TEXT(...) #__VA_ARGS__
+#define KV_VERSION(major, minor, patch) KV_TEXT(major) "." KV_TEXT(minor) "." KV_TEXT(patch)
+static_assert(std::string_view(KVPIM_VERSION) ==
+                  KV_VERSION(KVPIM_VERSION_MAJOR, KVPIM_VERSION_MINOR, KVPIM_VERSION_PATCH),
+              "Classes/KvPimVersion.h and CMakeLists.txt name one version");
+
+std::int64_t millisecondsSince1970(std::chrono::system_clock::time_point time) {
+    return std::chrono::floor<std::chrono::milliseconds>(time.time_since_epoch()).count();
+}
+
+}  // namespace
 
 char const KvPimVersionString[] = KVPIM_VERSION;
 
-KvPimKitImpl::KvPimKitImpl(std::string appId, std::weak_ptr<KvPimDelegate> listener, KvPimOptions given,
-                           net::NetworkOptions network)
-    : mainQueue(given.mainQueue ? given.mainQueue : KvMainQueue::main()),
-      engine(given.engine == KvPimEngine::thread ? engineThreadQueue() : mainQueue),
-      options{std::move(network), given.maxQueuedBytes, given.checkThreads},
-      delegate(std::move(listener)),
-      stateManager(std::make_shared<KvPimStateManager>()),
-      apiServer(given.envConfig.apiServer.empty() ? KvApiManager::apiServer() : std::move(given.envConfig.apiServer)),
-      queue(mainQueue) {
-    stateManager->appId = std::move(appId);
-}
-
-KvPimKitImpl::~KvPimKitImpl() { abandonLogin(); }
-
-std::shared_ptr<KvPimInvitationKit> KvPimKitImpl::getPimInvitationKit() {
-    if (!invitationKit) {
-        invitationKit = std::shared_ptr<KvPimInvitationKit>(new KvPimInvitationKit);
-        invitationKit->socket_ = socket.lock();
-        invitationKit->stateManager_ = stateManager;
-        invitationKit->mainQueue_ = mainQueue;
-        invitationKit->checksThreads_ = options.checkThreads;
-        invitationKit->requestTimeout_ = net::optionsOf(options.network).requestTimeout;
-    }
-    return invitationKit;
-}
-
-boost::json::object KvPimKitImpl::getDebugInfo() const {
-    auto model = debugInfo.toJsonModel();
-    if (auto const connected = socket.lock()) {
-        auto pressure = connected->pressure();
-        pressure.addEnded(endedPressure);
-        model["pressure"] = pressureModel(pressure);
-    }
-    return model;
-}
-
 std::shared_ptr<KvPimKit> KvPimKit::initWithAppId(std::string appId, std::weak_ptr<KvPimDelegate> delegate,
                                                   KvPimOptions options) {
+    KvFailure why;
+    return make(std::move(appId), std::move(delegate), std::move(options), why);
+}
+
+KvResult<std::shared_ptr<KvPimKit>> KvPimKit::create(std::string appId, KvPimOptions options,
+                                                     std::weak_ptr<KvPimDelegate> delegate) {
+    KvFailure why;
+    if (auto kit = make(std::move(appId), std::move(delegate), std::move(options), why)) return kit;
+    return KvError(std::make_error_code(std::errc::invalid_argument),
+                   std::make_shared<KvFailure const>(std::move(why)));
+}
+
+std::shared_ptr<KvPimKit> KvPimKit::make(std::string appId, std::weak_ptr<KvPimDelegate> delegate, KvPimOptions options,
+                                         KvFailure& why) {
+    auto const refuse = [&](std::string const& problem) {
+        why = failureOf("create", 0, {KvFailureStage::address, problem}, net::secretsOf(options.network));
+        return nullptr;
+    };
     auto const problem = problemOf(options.network);
     auto network = problem.empty() ? net::withCaFile(net::shared(options.network), options.envConfig.caFile) : nullptr;
     LoganManager::configure(options.envConfig, network);
     LoganManager::sharedInstance().setAppId(appId);
+    warnIfGone(delegate);
     if (!problem.empty()) {
         KvLog::shared().error("no client: %@", problem);
-        return nullptr;
+        return refuse(problem);
     }
-    auto impl =
-        std::make_shared<KvPimKitImpl>(std::move(appId), std::move(delegate), std::move(options), std::move(network));
-    if (!impl->mainQueue || !impl->engine || !isValidApiServer(impl->apiServer)) return nullptr;
-    impl->debugInfo.getApiServer(impl->apiServer);
+    auto environment = options.envConfig;
+    auto apiServer =
+        options.envConfig.apiServer.empty() ? KvApiManager::apiServer() : std::move(options.envConfig.apiServer);
+    if (auto const unfit = problemOfApiServer(apiServer); !unfit.empty()) return refuse(unfit);
+    auto const impl = std::make_shared<KvPimKitImpl>(std::move(appId), std::move(delegate), options, std::move(network),
+                                                     std::move(apiServer));
+    if (!impl->mainQueue || !impl->engine)
+        return refuse("the system has no thread or descriptor left for the queues of a client");
     auto const object = std::shared_ptr<KvPimKit>(new KvPimKit(impl));
+    object->envConfig_ = std::move(environment);
+    object->envConfig_.apiServer = impl->session.apiServer();
     // Counted apart from what a callback holds, which must not look like the application's own.
     std::shared_ptr<KvPimKit> kit(object.get(), [held = object](KvPimKit*) mutable { held.reset(); });
     impl->heldByApplication = kit;
@@ -76,7 +81,10 @@ std::shared_ptr<KvPimKit> KvPimKit::initWithAppId(std::string appId, std::weak_p
 
 KvPimKit::KvPimKit(std::shared_ptr<KvPimKitImpl> impl) : impl_(std::move(impl)) {}
 
-KvPimKit::~KvPimKit() { assertMainThread(*impl_->mainQueue, impl_->options.checkThreads, "~KvPimKit"); }
+KvPimKit::~KvPimKit() {
+    assertMainThread(*impl_->mainQueue, impl_->options.checkThreads, "~KvPimKit");
+    impl_->router.endEvents();
+}
 
 std::shared_ptr<KvPimKitImpl> const& KvPimKit::impl(char const* call) const {
     assertMainThread(*impl_->mainQueue, impl_->options.checkThreads, call);
@@ -88,35 +96,48 @@ std::shared_ptr<KvPimKitImpl> const& KvPimKit::impl(char const* call) const {
 
 void KvPimKit::loginByToken(std::string token, std::int64_t timeStamp, std::string userId, Completion done) {
     auto const client = impl();
-    client->loginByToken(std::move(token), timeStamp, std::move(userId), std::move(done));
+    client->session.loginByToken(std::move(token), timeStamp, std::move(userId), std::move(done));
+}
+
+void KvPimKit::loginByToken(std::string token, std::chrono::system_clock::time_point timeStamp, std::string userId,
+                            Completion done) {
+    loginByToken(std::move(token), millisecondsSince1970(timeStamp), std::move(userId), std::move(done));
 }
 
 void KvPimKit::loginWithConfig(boost::json::object const& config, Completion done) {
     auto const client = impl();
-    client->loginWithConfig(config, std::move(done));
+    client->session.loginWithConfig(config, std::move(done));
 }
 
 void KvPimKit::logoutWithCompletion(Completion done) {
     auto const client = impl();
-    client->logoutWithCompletion(std::move(done));
+    client->session.logoutWithCompletion(std::move(done));
 }
 
 // NOLINTNEXTLINE(performance-unnecessary-value-param): delegate and completion may destroy what the caller passed
 void KvPimKit::renewToken(std::string token, std::int64_t timeStamp, RenewTokenCompletion done) {
     auto const client = impl();
-    client->renewToken(token, timeStamp, done);
+    client->session.renewToken(token, timeStamp, done);
 }
 
-void KvPimKit::networkChanged() { impl()->networkChanged(); }
+void KvPimKit::renewToken(std::string token, std::chrono::system_clock::time_point timeStamp,
+                          RenewTokenCompletion done) {
+    renewToken(std::move(token), millisecondsSince1970(timeStamp), std::move(done));
+}
 
-std::shared_ptr<KvPimInvitationKit> KvPimKit::getPimInvitationKit() { return impl()->getPimInvitationKit(); }
+void KvPimKit::networkChanged() { impl()->session.networkChanged(); }
+
+std::shared_ptr<KvPimInvitationKit> KvPimKit::getPimInvitationKit() {
+    auto const& inside = impl();
+    return inside->router.getPimInvitationKit(inside->failures.handle());
+}
 
 std::size_t KvPimKit::bytesQueued() const {
     auto const socket = impl()->socket.lock();
     return socket ? socket->bytesQueued() : 0;
 }
 
-boost::json::object KvPimKit::getDebugInfo() const { return impl()->getDebugInfo(); }
+boost::json::object KvPimKit::getDebugInfo() const { return impl()->session.getDebugInfo(); }
 
 std::string KvPimKit::getDebugInfoText() const { return jsonText(getDebugInfo()); }
 
@@ -140,21 +161,52 @@ void KvPimKit::writeToStandardStream(KvConsoleStream stream, std::string_view li
     kv::writeToStandardStream(stream, line);
 }
 
-KvPimStateManager const& KvPimKit::stateManager() const { return *impl()->stateManager; }
+KvPimStateManager const& KvPimKit::stateManager() const noexcept { return *impl()->stateManager; }
 
-std::shared_ptr<KvPimDelegate> KvPimKit::delegate() const { return impl()->delegate.lock(); }
+bool KvPimKit::isLoggedIn() const noexcept { return impl()->stateManager->login; }
 
-void KvPimKit::setDelegate(std::weak_ptr<KvPimDelegate> delegate) { impl()->delegate = std::move(delegate); }
+KvPimConnectionState KvPimKit::connectionState() const noexcept {
+    auto const state = impl()->stateManager->state;
+    return state == 0 ? KvPimConnectionStateDisconnected : KvPimConnectionState(state);
+}
 
-std::string const& KvPimKit::apiServer() const { return impl()->apiServer; }
+KvPimOptions KvPimKit::options() const {
+    auto const& inside = *impl();
+    return {.envConfig = envConfig_,
+            .mainQueue = inside.mainQueue,
+            .engine = inside.engine == inside.mainQueue ? KvPimEngine::mainQueue : KvPimEngine::thread,
+            .maxQueuedBytes = inside.options.maxQueuedBytes,
+            .network = net::optionsOf(inside.options.network),
+            .checkThreads = inside.options.checkThreads};
+}
 
-std::string const& KvPimKit::brivelServer() const { return impl()->brivelServer; }
+std::shared_ptr<KvPimDelegate> KvPimKit::delegate() const noexcept { return impl()->delegate.lock(); }
 
-std::int32_t KvPimKit::connectIndex() const { return impl()->connectIndex; }
+void KvPimKit::setDelegate(std::weak_ptr<KvPimDelegate> delegate) {
+    warnIfGone(delegate);
+    impl()->delegate = std::move(delegate);
+}
 
-std::int64_t KvPimKit::disconnectReason() const { return impl()->disconnectReason; }
+KvStream<KvPimEvent> KvPimKit::events(KvStreamOptions options) { return impl()->events.open<KvPimEvent>(options); }
+KvStream<KvPimEvent> KvPimKit::events() { return events({}); }
+KvStream<event::MessageReceived> KvPimKit::messages(KvStreamOptions options) {
+    return impl()->events.open<event::MessageReceived>(options);
+}
+KvStream<event::MessageReceived> KvPimKit::messages() { return messages({}); }
 
-std::int64_t KvPimKit::loginError() const { return impl()->loginError; }
+std::shared_ptr<KvFailure const> KvPimKit::lastFailure() const { return impl()->failures.last(); }
+
+std::shared_ptr<KvMainQueue> const& KvPimKit::mainQueue() const { return impl()->mainQueue; }
+
+std::string const& KvPimKit::apiServer() const noexcept { return impl()->session.apiServer(); }
+
+std::string const& KvPimKit::brivelServer() const noexcept { return impl()->session.brivelServer(); }
+
+std::int32_t KvPimKit::connectIndex() const noexcept { return impl()->session.connectIndex(); }
+
+std::int64_t KvPimKit::disconnectReason() const noexcept { return impl()->session.disconnectReason(); }
+
+std::int64_t KvPimKit::loginError() const noexcept { return impl()->session.loginError(); }
 
 boost::json::object KvPimKit::generateSocketConfig(std::string const& token, std::string const& userId,
                                                    std::string const& appId, std::int64_t timeStamp) const {

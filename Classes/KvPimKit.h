@@ -13,6 +13,7 @@
 // things in different operations.
 #pragma once
 
+#include "Classes/KvPimVersion.h"
 #include "Classes/Model/KvChannelMemberCount.h"
 #include "Classes/Model/KvPimAttribute.h"
 #include "Classes/Model/KvPimCodes.h"
@@ -24,6 +25,8 @@
 #include "Platform/KvConsoleStream.h"
 #include "Platform/KvExport.h"
 
+#include <chrono>
+#include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -31,6 +34,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace boost::json {
@@ -44,9 +48,24 @@ class KvPimChannel;
 class KvPimInvitationKit;
 class KvPimKit;
 class KvPimKitImpl;
+struct KvFailure;
+struct KvPimRestored;
 struct KvPimChannelDelegate;
+struct KvPimEvent;
+struct KvStreamOptions;
+template <class T>
+class KvList;
+template <class T>
+class KvPending;
+template <class T>
+class KvResult;
+template <class Event>
+class KvStream;
+namespace event {
+struct MessageReceived;
+}
 
-/// The version of the interface.
+/// The version of the interface. For `#if` there are the macros of <KvPim/KvPimVersion.h>.
 inline constexpr double KvPimVersionNumber = 1.0;
 /// The version of the library, such as "1.0.0".
 KV_EXPORT extern char const KvPimVersionString[];
@@ -71,6 +90,13 @@ struct KvPimDelegate {
     /// no room for it. Once each time. If the connection was lost before, the call comes behind the (3, 2) of the next
     /// one; after a logout, not at all.
     std::function<void(KvPimKit& kit)> onWritable{};
+    /// Something failed, and why (`Model/KvFailure.h`): behind each completion that received a code other than 0, when
+    /// a connection is lost ("connection"), and when an attempt to come back fails ("reconnect").
+    std::function<void(KvPimKit& kit, KvFailure const& failure)> failureOccurred{};
+    /// What a reconnection has brought back, item by item (`Model/KvPimRestored.h`; none, where there was nothing):
+    /// called when each item has had an answer or its time-out, and once more, if some failed then, when all of it is
+    /// back. Not called any more once the connection is lost again, or after a logout.
+    std::function<void(KvPimKit& kit, KvPimRestored const& restored)> connectionRestored{};
 };
 
 /// What a client knows of its session.
@@ -111,11 +137,18 @@ public:
     /// @param appId     the application's id; it is the server that judges it, at login.
     /// @param delegate  not owned: keep it for as long as it is to hear something.
     /// @param options   where things are, which queue, which engine.
-    /// @return null when the API server of the options is not a valid address (see `KvPimEnvConfig::apiServer`), and
-    /// when
-    ///     the system has no thread or descriptor left for the client's queues.
-    static std::shared_ptr<KvPimKit> initWithAppId(std::string appId, std::weak_ptr<KvPimDelegate> delegate,
-                                                   KvPimOptions options = {});
+    /// @return null when the API server of the options is not a valid address (see `KvPimEnvConfig::apiServer`), when
+    ///     the network options cannot be, and when the system has no thread or descriptor left for the client's queues.
+    [[nodiscard]] static std::shared_ptr<KvPimKit> initWithAppId(std::string appId,
+                                                                 std::weak_ptr<KvPimDelegate> delegate,
+                                                                 KvPimOptions options = {});
+    /// The same, which says why there is no client (<KvPim/KvPimAwait.h>): the error's `message()`, and its
+    /// `failure()`.
+    [[nodiscard]] static KvResult<std::shared_ptr<KvPimKit>> create(std::string appId, KvPimOptions options = {},
+                                                                    std::weak_ptr<KvPimDelegate> delegate = {});
+    template <class Delegate>
+    static KvResult<std::shared_ptr<KvPimKit>> create(std::string appId, KvPimOptions options,
+                                                      std::shared_ptr<Delegate>&& delegate) = delete;
     /// A delegate that nobody keeps would never hear anything.
     template <class Delegate>
     static std::shared_ptr<KvPimKit> initWithAppId(std::string appId, std::shared_ptr<Delegate>&& delegate,
@@ -139,6 +172,10 @@ public:
     ///     has returned: KvPimConnectionStateConnecting while an attempt goes on. Another login is possible from then
     ///     on, and not in `done` itself (8). A 1 also when the client is destroyed meanwhile.
     void loginByToken(std::string token, std::int64_t timeStamp, std::string userId, Completion done);
+    /// The same with a time stamp of the C++ library: a `std::chrono::sys_time`, to the millisecond.
+    /// @param done  a KvPimLoginErrorCode.
+    void loginByToken(std::string token, std::chrono::system_clock::time_point timeStamp, std::string userId,
+                      Completion done);
     /// The second half of a login, for a configuration made before; not meant for applications. A login that still
     /// waits for its outcome fails.
     /// @param config  as `generateSocketConfig` makes it.
@@ -153,9 +190,11 @@ public:
     /// hears (1, 6), and nothing connects until a logout and the next login. While the client waits to reconnect, as in
     /// `tokenDidExpire`, there is nothing to close, and the next attempt has the new token.
     /// @param token      32 characters without white space.
-    /// @param timeStamp  the time stamp that belongs to the token.
+    /// @param timeStamp  the time stamp that belongs to the token, in milliseconds since 1970.
     /// @param done       a KvPimRenewTokenErrorCode, inside the call.
     void renewToken(std::string token, std::int64_t timeStamp, RenewTokenCompletion done);
+    /// The same with a time stamp of the C++ library. @param done a KvPimRenewTokenErrorCode, inside the call.
+    void renewToken(std::string token, std::chrono::system_clock::time_point timeStamp, RenewTokenCompletion done);
     /// Says that the system's network has changed or come back, or that the machine woke up, for applications whose
     /// system tells them; the library can also watch by itself (`KvPimNetworkOptions::watchesNetwork`). An attempt to
     /// reconnect that waits for its time is made at once, one that is being made begins anew when it is older than a
@@ -172,6 +211,8 @@ public:
     /// @return null when the id is invalid.
     std::shared_ptr<KvPimChannel> createChannelWithId(std::string const& channelId,
                                                       std::weak_ptr<KvPimChannelDelegate> delegate);
+    /// The same without a delegate: for who listens to `KvPimChannel::events`, or to nothing.
+    std::shared_ptr<KvPimChannel> createChannelWithId(std::string const& channelId, std::nullptr_t = nullptr);
     /// A delegate that nobody keeps would never hear anything.
     template <class Delegate>
     std::shared_ptr<KvPimChannel> createChannelWithId(std::string const& channelId,
@@ -263,6 +304,16 @@ public:
 
     // ---- Peer messages
 
+    /// Sends a text to a user who is there. @param done as below: a KvPimPeerMessageErrorCode.
+    template <std::invocable<std::int64_t> Done>
+    void sendMessageToPeer(std::string text, std::string const& peerId, Done done) {
+        sendMessageToPeer(std::make_shared<KvPimMessage const>(std::move(text)), peerId, std::move(done));
+    }
+    /// Sends a message to a user who is there. @param done as below: a KvPimPeerMessageErrorCode.
+    template <std::invocable<std::int64_t> Done>
+    void sendMessageToPeer(std::shared_ptr<KvPimMessage const> message, std::string const& peerId, Done done) {
+        sendMessageToPeer(std::move(message), peerId, std::nullopt, std::move(done));
+    }
     /// Sends a message to a user.
     /// @param message  text, data, or both, each of at most 32,768 bytes.
     /// @param peerId   not checked here.
@@ -271,6 +322,96 @@ public:
     ///     (once for its text, once for its data), is sent all the same, and `done` is called again for the answer.
     void sendMessageToPeer(std::shared_ptr<KvPimMessage const> message, std::string const& peerId,
                            std::optional<KvPimSendMessageOptions> options, Completion done);
+
+    /// @name To be awaited
+    /// The operations above, each without its completion (<KvPim/KvPimAwait.h>). The arguments, and the codes of a
+    /// failure, are those of the form with a completion. Each ends once:
+    /// - `loginByToken` with the outcome of the attempt: a 9 behind which it goes on is passed over.
+    ///   So it can take 36 seconds. Bound it with `within`, and log in anew once the state is no
+    ///   longer Connecting.
+    /// - `sendMessageToPeer`, of a message that is too long, with that: the server's answer is not waited for.
+    /// - what answers nothing more because the client is destroyed, with `KvWaitError::abandoned`.
+    /// @{
+    /// Awaited: `loginByToken`.
+    KvPending<void> loginByToken(std::string token, std::int64_t timeStamp, std::string userId);
+    /// Awaited: `loginByToken`.
+    KvPending<void> loginByToken(std::string token, std::chrono::system_clock::time_point timeStamp,
+                                 std::string userId);
+    /// Awaited: `loginWithConfig`.
+    KvPending<void> loginWithConfig(boost::json::object const& config);
+    /// Awaited: `logoutWithCompletion`.
+    KvPending<void> logout();
+    /// Awaited: `renewToken`.
+    KvPending<void> renewToken(std::string token, std::int64_t timeStamp);
+    /// Awaited: `renewToken`.
+    KvPending<void> renewToken(std::string token, std::chrono::system_clock::time_point timeStamp);
+    /// Awaited: `setChannelAttributes`.
+    KvPending<void> setChannelAttributes(std::string const& channelId, KvList<KvPimAttribute> const& attributes,
+                                         KvPimChannelAttributeOptions options = {});
+    /// Awaited: `addOrUpdateChannelAttributes`.
+    KvPending<void> addOrUpdateChannelAttributes(std::string const& channelId, KvList<KvPimAttribute> const& attributes,
+                                                 KvPimChannelAttributeOptions options = {});
+    /// Awaited: `deleteChannelAttributesByKeys`.
+    KvPending<void> deleteChannelAttributesByKeys(std::string const& channelId, KvList<std::string> const& keys,
+                                                  KvPimChannelAttributeOptions options = {});
+    /// Awaited: `clearChannelAttributes`.
+    KvPending<void> clearChannelAttributes(std::string const& channelId, KvPimChannelAttributeOptions options = {});
+    /// Awaited: `getChannelAttributes`.
+    KvPending<std::vector<KvPimAttribute>> getChannelAttributes(std::string const& channelId);
+    /// Awaited: `getChannelAttributesByKeys`.
+    KvPending<std::vector<KvPimAttribute>> getChannelAttributesByKeys(std::string const& channelId,
+                                                                      KvList<std::string> const& keys);
+    /// Awaited: `getChannelMemberCount`.
+    KvPending<std::vector<KvChannelMemberCount>> getChannelMemberCount(KvList<std::string> const& channelIds);
+    /// Awaited: `setLocalUserAttributes`.
+    KvPending<void> setLocalUserAttributes(KvList<KvPimAttribute> const& attributes);
+    /// Awaited: `addOrUpdateLocalUserAttributes`.
+    KvPending<void> addOrUpdateLocalUserAttributes(KvList<KvPimAttribute> const& attributes);
+    /// Awaited: `deleteLocalUserAttributesByKeys`.
+    KvPending<void> deleteLocalUserAttributesByKeys(KvList<std::string> const& keys);
+    /// Awaited: `clearLocalUserAttributesWithCompletion`.
+    KvPending<void> clearLocalUserAttributes();
+    /// Awaited: `getUserAttributes`.
+    KvPending<std::vector<KvPimAttribute>> getUserAttributes(std::string const& userId);
+    /// Awaited: `getUserAttributesByKeys`.
+    KvPending<std::vector<KvPimAttribute>> getUserAttributesByKeys(std::string const& userId,
+                                                                   KvList<std::string> const& keys);
+    /// Awaited: `subscribePeersUserAttribes`.
+    KvPending<void> subscribePeersUserAttribes(KvList<std::string> const& peerIds);
+    /// Awaited: `unsubscribePeersUserAttribes`.
+    KvPending<void> unsubscribePeersUserAttribes(KvList<std::string> const& peerIds);
+    /// Awaited: `getPeersUserAttributes`.
+    KvPending<std::vector<KvPimUserAttributes>> getPeersUserAttributes(KvList<std::string> const& peerIds);
+    /// Awaited: `getPeersUserAttributesByKeys`.
+    KvPending<std::vector<KvPimUserAttributes>> getPeersUserAttributesByKeys(KvList<std::string> const& peerIds,
+                                                                             KvList<std::string> const& keys);
+    /// Awaited: `subscribePeersOnlineStatus`.
+    KvPending<void> subscribePeersOnlineStatus(KvList<std::string> const& peerIds);
+    /// Awaited: `unsubscribePeersOnlineStatus`.
+    KvPending<void> unsubscribePeersOnlineStatus(KvList<std::string> const& peerIds);
+    /// Awaited: `queryPeersOnlineStatus`.
+    KvPending<std::vector<KvPimPeerOnlineStatus>> queryPeersOnlineStatus(KvList<std::string> const& peerIds);
+    /// Awaited: `queryPeersBySubscriptionOption`.
+    KvPending<std::vector<std::string>> queryPeersBySubscriptionOption(std::int64_t option);
+    /// Awaited: `sendMessageToPeer`.
+    KvPending<void> sendMessageToPeer(std::shared_ptr<KvPimMessage const> message, std::string const& peerId,
+                                      std::optional<KvPimSendMessageOptions> options = std::nullopt);
+    /// Awaited: `sendMessageToPeer`.
+    KvPending<void> sendMessageToPeer(std::string text, std::string const& peerId,
+                                      std::optional<KvPimSendMessageOptions> options = std::nullopt);
+    /// @}
+
+    // ---- What happens
+
+    /// What the delegate hears, as a stream, beside the delegate (`Model/KvPimEvents.h`).
+    /// A stream hears what is told from now on, and is over when the client ends.
+    KvStream<KvPimEvent> events();
+    /// The same, keeping as much as the options say.
+    KvStream<KvPimEvent> events(KvStreamOptions options);
+    /// The messages of others alone.
+    KvStream<event::MessageReceived> messages();
+    /// The same, keeping as much as the options say.
+    KvStream<event::MessageReceived> messages(KvStreamOptions options);
 
     // ---- Under pressure
 
@@ -287,6 +428,7 @@ public:
     /// What helps to look into a connection problem: servers, connection id, the arguments of the last login (the token
     /// in clear: for the application's own eyes), the library's version; while logged in, what waits in both directions
     /// ("pressure": see `SocketPressure`), all connections since the login together.
+    /// <boost/json/object.hpp> is needed to use it.
     boost::json::object getDebugInfo() const;
     /// The same as the text of a JSON object.
     std::string getDebugInfoText() const;
@@ -312,33 +454,48 @@ public:
     /// waits for it. When nobody reads, what comes on top of a mebibyte is lost, and a line says how much. Any thread.
     static void writeToStandardStream(KvConsoleStream stream, std::string_view line);
     /// What the client knows of its session, as it changes. Lives as long as the client.
-    KvPimStateManager const& stateManager() const;
+    KvPimStateManager const& stateManager() const noexcept;
+    /// Whether a login succeeded and no logout happened since. A lost connection does not change it.
+    bool isLoggedIn() const noexcept;
+    /// How far the connection is; KvPimConnectionStateDisconnected before the first login too.
+    KvPimConnectionState connectionState() const noexcept;
+    /// What the client was made with, and, where that was left open, what is used instead of it: its main queue and its
+    /// API server.
+    KvPimOptions options() const;
     /// Who is told of things; null when there is nobody (any more).
-    std::shared_ptr<KvPimDelegate> delegate() const;
-    /// Has another one told from now on. It is not owned.
+    std::shared_ptr<KvPimDelegate> delegate() const noexcept;
+    /// Has another one told from now on. It is not owned; one that is gone already is told to the log.
     void setDelegate(std::weak_ptr<KvPimDelegate> delegate);
     /// A delegate that nobody keeps would never hear anything.
     template <class Delegate>
     void setDelegate(std::shared_ptr<Delegate>&& delegate) = delete;
+    /// Why the latest operation, connection or attempt to come back failed; null when none has. In a completion, the
+    /// failure that it was called with: `currentFailure` is the same there, whoever has failed meanwhile.
+    std::shared_ptr<KvFailure const> lastFailure() const;
+    /// The queue on which the client lives.
+    std::shared_ptr<KvMainQueue> const& mainQueue() const;
     /// The API server that logins ask for a socket server.
-    std::string const& apiServer() const;
+    std::string const& apiServer() const noexcept;
     /// The socket server of the last login; empty before it was found.
-    std::string const& brivelServer() const;
+    std::string const& brivelServer() const noexcept;
     /// How many delays before an attempt to reconnect were used up since the login; 3 is the last one, and stays.
-    std::int32_t connectIndex() const;
+    std::int32_t connectIndex() const noexcept;
     /// What the server announced last before it closed a connection: a KvPimConnectionChangeReason, 8 or 9, or 0.
-    std::int64_t disconnectReason() const;
+    std::int64_t disconnectReason() const noexcept;
     /// What a login would fail with, or last failed with: a KvPimLoginErrorCode.
-    std::int64_t loginError() const;
+    std::int64_t loginError() const noexcept;
     /// An older form of the socket configuration of a login; nothing in the library uses it.
     boost::json::object generateSocketConfig(std::string const& token, std::string const& userId,
                                              std::string const& appId, std::int64_t timeStamp) const;
 
 private:
     explicit KvPimKit(std::shared_ptr<KvPimKitImpl> impl);
+    static std::shared_ptr<KvPimKit> make(std::string appId, std::weak_ptr<KvPimDelegate> delegate,
+                                          KvPimOptions options, KvFailure& why);
     /// Ends the program where `KvPimOptions::checkThreads` says so.
     std::shared_ptr<KvPimKitImpl> const& impl(char const* call = __builtin_FUNCTION()) const;
     std::shared_ptr<KvPimKitImpl> impl_;
+    KvPimEnvConfig envConfig_;
 };
 
 }  // namespace kv

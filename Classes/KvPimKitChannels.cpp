@@ -1,6 +1,7 @@
 // A client's channels: the objects, their attributes, their member counts.
 #include "Classes/Catagory/KvJson.h"
 #include "Classes/Catagory/KvString.h"
+#include "Classes/Internal/KvDelegateCheck.h"
 #include "Classes/Internal/KvPimKitImpl.h"
 #include "Classes/Internal/KvWireForms.h"
 #include "Classes/KvPimChannel.h"
@@ -70,14 +71,21 @@ constexpr KvOperation kGetByKeys{{.command = "getChannelAttributesByKeys",
                                   .logLine = "get channel attributes: %@",
                                   .report = {KvReport::About::channel, KvLoganActionStringGet,
                                              "-[KvPimKit getChannelAttributes:byKeys:completion:]"}}};
-constexpr KvOperation kGetMemberCount{
-    {.command = "getChannelMemberCount",
-     .codes = KvCodesOf<KvPimMemberCountErrorCode>{.noAck = KvPimMemberCountErrorTimeout,
-                                                   .tooManyRequests = KvPimMemberCountErrorTooManyRequests,
-                                                   .other = KvPimMemberCountErrorFailure,
-                                                   .passed = {{{2, KvPimMemberCountErrorInvalidArgument},
-                                                               {5, KvPimMemberCountErrorTooManyChannels}}}},
-     .invalidArgument = KvPimMemberCountErrorInvalidArgument}};
+
+// ---- Member counts. Too many channels are refused with a code of their own.
+
+constexpr KvOperationRow memberCount(std::int64_t invalidArgument) {
+    return {.command = "getChannelMemberCount",
+            .codes = KvCodesOf<KvPimMemberCountErrorCode>{.noAck = KvPimMemberCountErrorTimeout,
+                                                          .tooManyRequests = KvPimMemberCountErrorTooManyRequests,
+                                                          .other = KvPimMemberCountErrorFailure,
+                                                          .passed = {{{2, KvPimMemberCountErrorInvalidArgument},
+                                                                      {5, KvPimMemberCountErrorTooManyChannels}}}},
+            .invalidArgument = invalidArgument};
+}
+
+constexpr KvOperation kGetMemberCount = memberCount(KvPimMemberCountErrorInvalidArgument);
+constexpr KvOperation kGetTooManyMemberCounts = memberCount(KvPimMemberCountErrorTooManyChannels);
 constexpr std::size_t kMostCountedChannels = 32;
 
 SocketItems writePayload(std::string const& channelId, KvPimChannelAttributeOptions options, char const* key = nullptr,
@@ -98,40 +106,25 @@ auto readingAttributes(KvPimKit::AttributesCompletion done) {
 
 }  // namespace
 
-std::shared_ptr<KvPimChannel> KvPimKitImpl::createChannelWithId(std::string const& channelId,
-                                                                std::weak_ptr<KvPimChannelDelegate> channelDelegate) {
-    KvLog::shared().info("create channel: %@", channelId);
-    if (!isValidId(channelId)) return nullptr;
-    auto& channel = channelDict[channelId];
-    if (!channel) {
-        channel = std::shared_ptr<KvPimChannel>(new KvPimChannel);
-        channel->stateDelegate_ = weak_from_this();
-    }
-    channel->channelId_ = channelId;
-    channel->socket_ = socket;
-    channel->stateManager_ = stateManager;
-    channel->delegate_ = std::move(channelDelegate);
+std::shared_ptr<KvPimChannel> KvPimKit::createChannelWithId(std::string const& channelId,
+                                                            std::weak_ptr<KvPimChannelDelegate> delegate) {
+    warnIfGone(delegate);
+    auto channel = impl()->router.createChannelWithId(channelId, std::move(delegate));
+    if (!channel) KvLog::shared().warn("no channel: %@ is not a valid id", channelId);
     return channel;
 }
 
-bool KvPimKitImpl::destroyChannelWithId(std::string const& channelId) {
-    KvLog::shared().info("destroy channel: %@", channelId);
-    auto const destroyed = channelDict.extract(channelId);  // an invalid id is never in there
-    if (destroyed.empty()) return false;
-    destroyed.mapped()->delegate_.reset();  // an event that is being told may have more to tell it
-    return true;
+std::shared_ptr<KvPimChannel> KvPimKit::createChannelWithId(std::string const& channelId, std::nullptr_t) {
+    return createChannelWithId(channelId, std::weak_ptr<KvPimChannelDelegate>());
 }
 
-std::shared_ptr<KvPimChannel> KvPimKit::createChannelWithId(std::string const& channelId,
-                                                            std::weak_ptr<KvPimChannelDelegate> delegate) {
-    return impl()->createChannelWithId(channelId, std::move(delegate));
+bool KvPimKit::destroyChannelWithId(std::string const& channelId) {
+    return impl()->router.destroyChannelWithId(channelId);
 }
-
-bool KvPimKit::destroyChannelWithId(std::string const& channelId) { return impl()->destroyChannelWithId(channelId); }
 
 void KvPimKit::setChannelAttributes(std::string const& channelId, std::vector<KvPimAttribute> const& attributes,
                                     KvPimChannelAttributeOptions options, Completion done) {
-    impl()->request(
+    impl()->requests.request(
         kSet, !attributes.empty() && isValidId(channelId),
         [&] { return writePayload(channelId, options, "attributes", attributeMapOf(attributes)); },
         completing(std::move(done)), channelId);
@@ -139,7 +132,7 @@ void KvPimKit::setChannelAttributes(std::string const& channelId, std::vector<Kv
 
 void KvPimKit::addOrUpdateChannelAttributes(std::string const& channelId, std::vector<KvPimAttribute> const& attributes,
                                             KvPimChannelAttributeOptions options, Completion done) {
-    impl()->request(
+    impl()->requests.request(
         kAddOrUpdate, !attributes.empty() && isValidId(channelId),
         [&] { return writePayload(channelId, options, "attributes", attributeMapOf(attributes)); },
         completing(std::move(done)), channelId);
@@ -147,7 +140,7 @@ void KvPimKit::addOrUpdateChannelAttributes(std::string const& channelId, std::v
 
 void KvPimKit::deleteChannelAttributesByKeys(std::string const& channelId, std::vector<std::string> const& keys,
                                              KvPimChannelAttributeOptions options, Completion done) {
-    impl()->request(
+    impl()->requests.request(
         kDelete, !keys.empty() && isValidId(channelId),
         [&] { return writePayload(channelId, options, "attributeKeys", stringsOf(keys)); }, completing(std::move(done)),
         channelId);
@@ -155,13 +148,13 @@ void KvPimKit::deleteChannelAttributesByKeys(std::string const& channelId, std::
 
 void KvPimKit::clearChannelAttributes(std::string const& channelId, KvPimChannelAttributeOptions options,
                                       Completion done) {
-    impl()->request(
+    impl()->requests.request(
         kClear, isValidId(channelId), [&] { return writePayload(channelId, options); }, completing(std::move(done)),
         channelId);
 }
 
 void KvPimKit::getChannelAttributes(std::string const& channelId, AttributesCompletion done) {
-    impl()->request(
+    impl()->requests.request(
         kGet, isValidId(channelId),
         [&] {
             return payloadOf({{"channelId", channelId}});
@@ -171,7 +164,7 @@ void KvPimKit::getChannelAttributes(std::string const& channelId, AttributesComp
 
 void KvPimKit::getChannelAttributesByKeys(std::string const& channelId, std::vector<std::string> const& keys,
                                           AttributesCompletion done) {
-    impl()->request(
+    impl()->requests.request(
         kGetByKeys, !keys.empty() && isValidId(channelId),
         [&] {
             return payloadOf({{"channelId", channelId}, {"attributeKeys", stringsOf(keys)}});
@@ -180,27 +173,24 @@ void KvPimKit::getChannelAttributesByKeys(std::string const& channelId, std::vec
 }
 
 void KvPimKit::getChannelMemberCount(std::vector<std::string> const& channelIds, CountsCompletion done) {
-    auto finish = [done = std::move(done)](std::int64_t code, KvPimResult const* result) {
-        std::optional<std::vector<KvChannelMemberCount>> counts;
-        if (code == 0) {
-            counts.emplace();
-            if (auto const* map = dictionaryOf(*result, "counts")) {
-                for (auto const& [channelId, count] : *map) counts->push_back({channelId, asInteger32(&count)});
-            }
-        }
-        complete(done, counts, code);
-    };
-    bool const isLoggedIn = impl()->stateManager->login;
-    if (isLoggedIn && channelIds.size() > kMostCountedChannels) {
-        return finish(KvPimMemberCountErrorTooManyChannels, nullptr);
-    }
-    impl()->request(
-        kGetMemberCount, !channelIds.empty() && std::ranges::all_of(channelIds, isValidId),
+    bool const isTooMany = channelIds.size() > kMostCountedChannels;
+    impl()->requests.request(
+        isTooMany ? kGetTooManyMemberCounts : kGetMemberCount,
+        !isTooMany && !channelIds.empty() && std::ranges::all_of(channelIds, isValidId),
         [&] {
             KvLog::shared().info("get channel member count: %@", channelIds);  // the ids alone, not the payload
             return payloadOf({{"channelIds", stringsOf(channelIds)}});
         },
-        std::move(finish));
+        [done = std::move(done)](std::int64_t code, KvPimResult const* result) {
+            std::optional<std::vector<KvChannelMemberCount>> counts;
+            if (code == 0) {
+                counts.emplace();
+                if (auto const* map = dictionaryOf(*result, "counts")) {
+                    for (auto const& [channelId, count] : *map) counts->push_back({channelId, asInteger32(&count)});
+                }
+            }
+            complete(done, counts, code);
+        });
 }
 
 }  // namespace kv

@@ -76,9 +76,9 @@ auto payloadOfIds(std::vector<std::string> const& ids) {
 }
 
 /// Reads a batch of users' attributes. An answer that finds no client any more has nobody to go to, and is dropped.
-auto readingPeers(std::weak_ptr<KvPimKitImpl> client, KvPimKit::PeersAttributesCompletion done) {
-    return [client = std::move(client), done = std::move(done)](std::int64_t code, KvPimResult const* result) {
-        if (result != nullptr && !KvPimKitImpl::living(client)) return;
+auto readingPeers(std::weak_ptr<KvPimKit> kit, KvPimKit::PeersAttributesCompletion done) {
+    return [kit = std::move(kit), done = std::move(done)](std::int64_t code, KvPimResult const* result) {
+        if (result != nullptr && kit.expired()) return;
         std::optional<std::vector<KvPimUserAttributes>> users;
         if (code == 0) {
             users.emplace();
@@ -98,65 +98,69 @@ auto readingPeers(std::weak_ptr<KvPimKitImpl> client, KvPimKit::PeersAttributesC
 }  // namespace
 
 void KvPimKit::subscribePeersUserAttribes(std::vector<std::string> const& peerIds, Completion done) {
-    impl()->request(kSubscribeAttributes, areValidIds(peerIds), payloadOfIds(peerIds),
-                    recording(impl(), &KvPimStateHelper::attributeSubscriptions, std::move(done),
-                              [peerIds](KvPimStateHelper& state) { state.subscribeAttributesOf(peerIds); }));
+    impl()->requests.request(
+        kSubscribeAttributes, areValidIds(peerIds), payloadOfIds(peerIds),
+        impl()->requests.recording(&KvPimStateHelper::attributeSubscriptions, std::move(done),
+                                   [peerIds](KvPimStateHelper& state) { state.subscribeAttributesOf(peerIds); }));
 }
 
 void KvPimKit::unsubscribePeersUserAttribes(std::vector<std::string> const& peerIds, Completion done) {
-    impl()->request(kUnsubscribeAttributes, areValidIds(peerIds), payloadOfIds(peerIds),
-                    recording(impl(), &KvPimStateHelper::attributeSubscriptions, std::move(done),
-                              [peerIds](KvPimStateHelper& state) { state.unsubscribeAttributesOf(peerIds); }));
+    impl()->requests.request(
+        kUnsubscribeAttributes, areValidIds(peerIds), payloadOfIds(peerIds),
+        impl()->requests.recording(&KvPimStateHelper::attributeSubscriptions, std::move(done),
+                                   [peerIds](KvPimStateHelper& state) { state.unsubscribeAttributesOf(peerIds); }));
 }
 
 void KvPimKit::getPeersUserAttributes(std::vector<std::string> const& peerIds, PeersAttributesCompletion done) {
-    impl()->request(kGetAttributes, areValidIds(peerIds), payloadOfIds(peerIds), readingPeers(impl(), std::move(done)));
+    impl()->requests.request(kGetAttributes, areValidIds(peerIds), payloadOfIds(peerIds),
+                             readingPeers(impl()->heldByApplication, std::move(done)));
 }
 
 void KvPimKit::getPeersUserAttributesByKeys(std::vector<std::string> const& peerIds,
                                             std::vector<std::string> const& keys, PeersAttributesCompletion done) {
-    impl()->request(
+    impl()->requests.request(
         kGetAttributesByKeys, areValidIds(peerIds) && !keys.empty(),
         [&] {
             return payloadOf({{"userIds", stringsOf(peerIds)}, {"attributeKeys", stringsOf(keys)}});
         },
-        readingPeers(impl(), std::move(done)));
+        readingPeers(impl()->heldByApplication, std::move(done)));
 }
 
 void KvPimKit::subscribePeersOnlineStatus(std::vector<std::string> const& peerIds, Completion done) {
-    impl()->request(kSubscribeStatus, areValidIds(peerIds), payloadOfIds(peerIds),
-                    recording(impl(), &KvPimStateHelper::statusSubscriptions, std::move(done),
-                              [peerIds](KvPimStateHelper& state) { state.subscribeOnlineStatusOf(peerIds); }));
+    impl()->requests.request(
+        kSubscribeStatus, areValidIds(peerIds), payloadOfIds(peerIds),
+        impl()->requests.recording(&KvPimStateHelper::statusSubscriptions, std::move(done),
+                                   [peerIds](KvPimStateHelper& state) { state.subscribeOnlineStatusOf(peerIds); }));
 }
 
 void KvPimKit::unsubscribePeersOnlineStatus(std::vector<std::string> const& peerIds, Completion done) {
-    impl()->request(
-        kUnsubscribeStatus, areValidIds(peerIds), payloadOfIds(peerIds),
-        recording(impl(), &KvPimStateHelper::statusSubscriptions, std::move(done), [peerIds](KvPimStateHelper& state) {
-            state.unsubscribeOnlineStatusOf(peerIds);
-            state.onlinePeersManager.unsubscribeOnlineStatusOf(peerIds);
-        }));
+    impl()->requests.request(kUnsubscribeStatus, areValidIds(peerIds), payloadOfIds(peerIds),
+                             impl()->requests.recording(&KvPimStateHelper::statusSubscriptions, std::move(done),
+                                                        [peerIds](KvPimStateHelper& state) {
+                                                            state.unsubscribeOnlineStatusOf(peerIds);
+                                                            state.onlinePeersManager.unsubscribeOnlineStatusOf(peerIds);
+                                                        }));
 }
 
 void KvPimKit::queryPeersOnlineStatus(std::vector<std::string> const& peerIds, OnlineStatusCompletion done) {
-    impl()->request(kQueryStatus, areValidIds(peerIds), payloadOfIds(peerIds),
-                    [done = std::move(done)](std::int64_t code, KvPimResult const* result) {
-                        std::optional<std::vector<KvPimPeerOnlineStatus>> statuses;
-                        if (code == 0) {
-                            auto const* status = dictionaryOf(*result, "status");
-                            statuses.emplace();
-                            // An answer counts online as true, unlike the pushes.
-                            if (status != nullptr)
-                                statuses = kv_map(*status, [](auto const& id, auto const& value) {
-                                    return KvPimPeerOnlineStatus{id, asTruth(&value)};
-                                });
-                        }
-                        complete(done, statuses, code);
-                    });
+    impl()->requests.request(kQueryStatus, areValidIds(peerIds), payloadOfIds(peerIds),
+                             [done = std::move(done)](std::int64_t code, KvPimResult const* result) {
+                                 std::optional<std::vector<KvPimPeerOnlineStatus>> statuses;
+                                 if (code == 0) {
+                                     auto const* status = dictionaryOf(*result, "status");
+                                     statuses.emplace();
+                                     // An answer counts online as true, unlike the pushes.
+                                     if (status != nullptr)
+                                         statuses = kv_map(*status, [](auto const& id, auto const& value) {
+                                             return KvPimPeerOnlineStatus{id, asTruth(&value)};
+                                         });
+                                 }
+                                 complete(done, statuses, code);
+                             });
 }
 
 void KvPimKit::queryPeersBySubscriptionOption(std::int64_t option, PeersCompletion done) {
-    impl()->request(
+    impl()->requests.request(
         kQueryBySubscription, true,
         [option] {
             return payloadOf({{"option", option}});
@@ -172,9 +176,11 @@ void KvPimKit::sendMessageToPeer(std::shared_ptr<KvPimMessage const> message, st
                                  std::optional<KvPimSendMessageOptions> options, Completion done) {
     auto const client = impl();  // the completion that a long message gets at once may drop this object
     auto const target = peerId;
-    if (client->stateManager->login) reportTooLong(message.get(), KvPimPeerMessageErrorTooLong, done);
+    if (client->stateManager->login)
+        reportTooLong(message.get(), KvPimPeerMessageErrorTooLong, done, client->failures.handle(),
+                      "sendMessageToPeer");
     KvPayloadMemory memory;
-    client->request(
+    client->requests.request(
         kSendMessage, true,
         [&] {
             auto payload = memory.payload();

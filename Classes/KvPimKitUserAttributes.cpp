@@ -76,49 +76,50 @@ auto readingUser(std::string const& userId, KvPimKit::UserAttributesCompletion d
 }  // namespace
 
 void KvPimKit::setLocalUserAttributes(std::vector<KvPimAttribute> const& attributes, Completion done) {
-    impl()->request(
+    impl()->requests.request(
         kSet, !attributes.empty(),
         [&] {
             return payloadOf({{"attributes", attributeMapOf(attributes)}});
         },
-        recording(impl(), &KvPimStateHelper::attributeWrites, std::move(done),
-                  [sent = storedAttributesOf(attributes)](KvPimStateHelper& state) {
-                      state.localUserAttributes.setLocalUserAttributes(sent);
-                  }));
+        impl()->requests.recording(&KvPimStateHelper::attributeWrites, std::move(done),
+                                   [sent = storedAttributesOf(attributes)](KvPimStateHelper& state) {
+                                       state.localUserAttributes.setLocalUserAttributes(sent);
+                                   }));
 }
 
 void KvPimKit::addOrUpdateLocalUserAttributes(std::vector<KvPimAttribute> const& attributes, Completion done) {
-    impl()->request(
+    impl()->requests.request(
         kAddOrUpdate, !attributes.empty(),
         [&] {
             return payloadOf({{"attributes", attributeMapOf(attributes)}});
         },
-        recording(impl(), &KvPimStateHelper::attributeWrites, std::move(done),
-                  [sent = storedAttributesOf(attributes)](KvPimStateHelper& state) {
-                      state.localUserAttributes.addOrUpdateLocalUserAttributes(sent);
-                  }));
+        impl()->requests.recording(&KvPimStateHelper::attributeWrites, std::move(done),
+                                   [sent = storedAttributesOf(attributes)](KvPimStateHelper& state) {
+                                       state.localUserAttributes.addOrUpdateLocalUserAttributes(sent);
+                                   }));
 }
 
 void KvPimKit::deleteLocalUserAttributesByKeys(std::vector<std::string> const& keys, Completion done) {
-    impl()->request(
+    impl()->requests.request(
         kDelete, !keys.empty(),
         [&] {
             return payloadOf({{"attributeKeys", stringsOf(keys)}});
         },
-        recording(impl(), &KvPimStateHelper::attributeWrites, std::move(done), [keys](KvPimStateHelper& state) {
-            state.localUserAttributes.deleteLocalUserAttributesByKeys(keys);
-        }));
+        impl()->requests.recording(
+            &KvPimStateHelper::attributeWrites, std::move(done),
+            [keys](KvPimStateHelper& state) { state.localUserAttributes.deleteLocalUserAttributesByKeys(keys); }));
 }
 
 void KvPimKit::clearLocalUserAttributesWithCompletion(Completion done) {
-    impl()->request(
+    impl()->requests.request(
         kClear, true, [] { return payloadOf({}); },
-        recording(impl(), &KvPimStateHelper::attributeWrites, std::move(done),
-                  [](KvPimStateHelper& state) { state.localUserAttributes.clearLocalUserAttributes(); }));
+        impl()->requests.recording(&KvPimStateHelper::attributeWrites, std::move(done), [](KvPimStateHelper& state) {
+            state.localUserAttributes.clearLocalUserAttributes();
+        }));
 }
 
 void KvPimKit::getUserAttributes(std::string const& userId, UserAttributesCompletion done) {
-    impl()->request(
+    impl()->requests.request(
         kGet, isValidId(userId),
         [&] {
             return payloadOf({{"userId", userId}});
@@ -128,7 +129,7 @@ void KvPimKit::getUserAttributes(std::string const& userId, UserAttributesComple
 
 void KvPimKit::getUserAttributesByKeys(std::string const& userId, std::vector<std::string> const& keys,
                                        UserAttributesCompletion done) {
-    impl()->request(
+    impl()->requests.request(
         kGetByKeys, isValidId(userId) && !keys.empty(),
         [&] {
             return payloadOf({{"userId", userId}, {"attributeKeys", stringsOf(keys)}});

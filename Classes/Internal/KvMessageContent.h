@@ -1,11 +1,13 @@
 // The wire form of messages, to channels and to peers alike.
 #pragma once
 
-#include "Classes/Internal/KvPimRequest.h"
+#include "Classes/Internal/KvPimRequests.h"
 #include "Classes/Model/KvPimMessage.h"
 
 #include <array>
 #include <cstdint>
+#include <memory>
+#include <string>
 
 #include <boost/json/monotonic_resource.hpp>
 #include <boost/json/object.hpp>
@@ -48,13 +50,23 @@ inline boost::json::object contentOf(KvPimMessage const* message, SocketItems& p
 /// Tells a completion of a text that is too long, and again of data that is. The message is sent all the same, so the
 /// server's answer follows.
 template <class Completion>
-void reportTooLong(KvPimMessage const* message, std::int64_t code, Completion const& done) {
+void reportTooLong(KvPimMessage const* message, std::int64_t code, Completion const& done,
+                   std::weak_ptr<KvPimFailures> const& client, char const* method) {
     if (message == nullptr) return;
+    auto const report = [&](char const* what, std::size_t bytes) {
+        if (bytes <= kMostContentBytes) return;
+        auto const known = [&] {
+            auto const most = std::to_string(kMostContentBytes);
+            return net::Failure{KvFailureStage::request, "",
+                                what + std::to_string(bytes) + " bytes, more than " + most};
+        };
+        KvPimFailures::concluding(
+            client, method, code, known, [&] { complete(done, code); }, KvPimFailures::GoesOn::yes);
+    };
     auto const data = message->data();
-    bool const isTextTooLong = message->text && message->text->size() > kMostContentBytes;
-    bool const isDataTooLong = data && data->size() > kMostContentBytes;
-    if (isTextTooLong) complete(done, code);
-    if (isDataTooLong) complete(done, code);
+    auto const textBytes = message->text ? message->text->size() : 0;  // it may change in a completion
+    report("The text has ", textBytes);
+    report("The data have ", data ? data->size() : 0);
 }
 
 }  // namespace kv

@@ -10,18 +10,17 @@
 namespace kv {
 
 /// A completion that work in a queue has promised to call. If the work is dropped before it does, because its client
-/// was destroyed, the completion is called all the same, with the code for that case, at a later turn of the main
-/// queue.
+/// was destroyed, `drop` calls it all the same, at a later turn of the main queue.
 class KvOwedCompletion {
 public:
     using Completion = std::function<void(std::int64_t)>;
 
-    KvOwedCompletion(std::shared_ptr<KvMainQueue> queue, Completion done, std::int64_t codeWhenDropped)
-        : queue_(std::move(queue)), done_(std::move(done)), codeWhenDropped_(codeWhenDropped) {}
+    KvOwedCompletion(std::shared_ptr<KvMainQueue> queue, Completion done, void (*drop)(Completion const& done))
+        : queue_(std::move(queue)), done_(std::move(done)), drop_(drop) {}
     KvOwedCompletion(KvOwedCompletion const&) = delete;
     KvOwedCompletion& operator=(KvOwedCompletion const&) = delete;
     ~KvOwedCompletion() {
-        if (done_) queue_->post([done = std::move(done_), code = codeWhenDropped_] { done(code); });
+        if (done_) queue_->post([done = std::move(done_), drop = drop_] { drop(done); });
     }
 
     /// Takes the promise over: the caller calls what this returns.
@@ -30,7 +29,7 @@ public:
 private:
     std::shared_ptr<KvMainQueue> queue_;
     Completion done_;
-    std::int64_t codeWhenDropped_;
+    void (*drop_)(Completion const& done);
 };
 
 }  // namespace kv

@@ -5,15 +5,15 @@
 
 namespace kv {
 
-/// Calls a member of the channel's delegate, if the client, the delegate and that member are all there. Returns whether
-/// it did.
+/// Tells the channel's delegate, if the client, the delegate and that member are all there, and then the streams of
+/// events. Returns whether the delegate was told.
 template <auto Member, class... Arguments>
 bool KvPimChannel::tell(Arguments const&... arguments) {
     auto const client = stateDelegate_.lock();
-    auto const listener = delegate_.lock();
-    if (!client || client->heldByApplication.expired() || !listener || !((*listener).*Member)) return false;
-    ((*listener).*Member)(*this, arguments...);
-    return true;
+    if (!client || client->heldByApplication.expired()) return false;
+    bool const isTold = tellDelegate<Member>(delegate_.lock(), *this, arguments...);
+    if (auto const streams = events_) streams->template tell<Member>(arguments...);
+    return isTold;
 }
 
 }  // namespace kv

@@ -1,21 +1,41 @@
-// Login, logout and token renewal.
+#include "Classes/Internal/KvPimSession.h"
+
 #include "Classes/Catagory/KvDate.h"
 #include "Classes/Catagory/KvJson.h"
 #include "Classes/Catagory/KvString.h"
-#include "Classes/Internal/KvPimKitImpl.h"
-#include "Classes/KvPimChannel.h"
-#include "Classes/KvPimInvitationKit.h"
+#include "Classes/Internal/KvPimRequests.h"
 #include "Classes/Network/KvApiHelper.h"
-#include "Classes/Utils/KvInvitationStore.h"
 #include "Classes/Utils/KvLog.h"
 #include "Classes/Utils/Logan/LoganManager.h"
+#include "Platform/KvConsole.h"
 #include "SocketIO/SocketIOClient.h"
+
+#include <algorithm>
+#include <array>
 
 namespace kv {
 namespace json = boost::json;
 namespace {
 
-SocketConfig socketConfigFrom(json::object const& config, KvPimKitImpl::Options const& options) {
+constexpr std::array<std::chrono::seconds, 4> kConnectInterval{std::chrono::seconds(1), std::chrono::seconds(2),
+                                                               std::chrono::seconds(4), std::chrono::seconds(6)};
+
+struct LoginFailure {
+    std::string_view text;
+    std::int64_t code;
+};
+constexpr LoginFailure kLoginFailures[] = {
+    {"loginFail: InvalidAppId", KvPimLoginErrorInvalidAppId},
+    {"loginFail: InvalidArgument", KvPimLoginErrorInvalidArgument},
+    {"loginFail: InvalidToken", KvPimLoginErrorInvalidToken},
+    {"loginFail: ExpiredToken", KvPimLoginErrorTokenExpired},
+    {"loginFail: AuthFail", KvPimLoginErrorNotAuthorized},
+    {"loginFail: AppForbidden", KvPimLoginErrorAppForbidden},
+};
+
+std::string reasonOf(SocketData const& data) { return asString(firstOf(data.items())).value_or(""); }
+
+SocketConfig socketConfigFrom(json::object const& config, KvPimShared::Options const& options) {
     SocketConfig socketConfig;
     auto const* compress = valueOf(&config, "compress");
     socketConfig.compress = compress != nullptr && compress->is_bool() && compress->get_bool();
@@ -30,194 +50,396 @@ SocketConfig socketConfigFrom(json::object const& config, KvPimKitImpl::Options 
     return socketConfig;
 }
 
+struct Discovered {
+    std::string server;  // empty when there is none
+    net::Failure why;    // there is none
+    std::int64_t elapsed = 0;
+};
+
+/// `co_await discovery`: goes on when the API server has named a socket server, or none.
+class Discovery final : public KvSignal::Wait {
+public:
+    Discovery(std::string const& apiServer, KvPimShared const& client)
+        : Wait(std::make_shared<KvSignal>(client.mainQueue)) {
+        KvApiHelper::apiServer(apiServer, client.stateManager->appId, client.options.network, client.engine,
+                               [found = found_, ended = signal, start = currentTimeStamp()](
+                                   std::optional<std::string> server, net::Failure const& why) {
+                                   *found = {std::move(server).value_or(""), why, currentTimeStamp() - start};
+                                   ended->set();
+                               });
+    }
+    Discovered const& await_resume() const { return *found_; }
+
+private:
+    std::shared_ptr<Discovered> const found_ = std::make_shared<Discovered>();
+};
+
+/// Where a login hears of its failure, inside of everything that may fail it.
+void failLogin(std::weak_ptr<KvPimFailures> const& client, char const* method, KvPimKit::Completion const& done,
+               std::int64_t code, net::Failure const& known, KvPimFailures::GoesOn goesOn = KvPimFailures::GoesOn::no) {
+    auto const knowing = [&] { return known; };
+    KvPimFailures::concluding(
+        client, method, code, knowing, [&] { complete(done, code); }, goesOn);
+}
+
+net::Failure givenUp() {
+    return {KvFailureStage::login, "", "The login was given up, for a logout, another login or the client's end"};
+}
+
+void reportLogin(std::int64_t connectStart, std::int64_t code) {
+    auto& reporter = LoganManager::sharedInstance();
+    reporter.setTsConnectServer(currentTimeStamp() - connectStart);
+    reporter.loginResult(code == 0 ? 1 : 0, code);
+}
+
 }  // namespace
 
-void KvPimKitImpl::loginByToken(std::string token, std::int64_t timeStamp, std::string userId, Completion done) {
+KvPimSession::KvPimSession(KvPimShared& client, KvPimRouter& router, KvPimRestorer& restorer, KvPimFailures& failures,
+                           std::string apiServer)
+    : KvPimPart(client),
+      router_(router),
+      restorer_(restorer),
+      failures_(failures),
+      apiServer_(std::move(apiServer)),
+      queue_(client.mainQueue) {
+    debugInfo_.getApiServer(apiServer_);
+}
+
+KvPimSession::~KvPimSession() { abandonLogin(); }
+
+// ---- Discover
+
+void KvPimSession::loginByToken(std::string token, std::int64_t timeStamp, std::string userId, Completion done) {
     auto& reporter = LoganManager::sharedInstance();
     reporter.setUId(userId);
     reporter.startLogan(token, userId, timeStamp);
-    auto const refuse = [&](std::int64_t code) {
-        complete(done, code);
+    auto& state = *client_.stateManager;
+    auto const refuse = [&](std::int64_t code, net::Failure const& known) {
+        failLogin(failures_.handle(), "loginByToken", done, code, known);
         reporter.loginResult(0, code);
     };
-    if (stateManager->login || stateManager->state == KvPimConnectionStateConnecting) {
-        return refuse(KvPimLoginErrorAlreadyLogin);
-    }
-    if (!isValidId(userId)) return refuse(KvPimLoginErrorInvalidArgument);
+    if (state.login || state.state == KvPimConnectionStateConnecting)
+        return refuse(KvPimLoginErrorAlreadyLogin,
+                      {KvFailureStage::login, "", "A user is logged in already, or a login is in progress"});
+    if (!isValidId(userId))
+        return refuse(KvPimLoginErrorInvalidArgument, {KvFailureStage::request, "", "The user id is not valid"});
 
-    debugInfo.loginWithToken(token, userId, static_cast<double>(timeStamp));
-    stateHelper.loginParams.loginWithToken(std::move(token), stateManager->appId, userId, timeStamp);
-    auto config = stateHelper.loginParams.generateSocketConfig();
-    stateManager->state = KvPimConnectionStateConnecting;
-    stateManager->userId = std::move(userId);
+    debugInfo_.loginWithToken(token, userId, static_cast<double>(timeStamp));
+    auto& parameters = client_.stateHelper.loginParams;
+    parameters.loginWithToken(std::move(token), state.appId, userId, timeStamp);
+    auto config = parameters.generateSocketConfig();
+    state.state = KvPimConnectionStateConnecting;
+    state.userId = std::move(userId);
     KvLog::shared().info("socket config: %@", config);
-    auto owed = std::make_shared<KvOwedCompletion>(mainQueue, std::move(done), KvPimLoginErrorUnknown);
-    queue.add([weak = weak_from_this(), config = std::move(config), owed = std::move(owed)] {
-        return login(weak, config, owed);
+    auto owed = std::make_shared<KvOwedCompletion>(client_.mainQueue, std::move(done), [](Completion const& dropped) {
+        failLogin({}, "loginByToken", dropped, KvPimLoginErrorUnknown, givenUp());
+    });
+    queue_.add([session = weak(), config = std::move(config), owed = std::move(owed)] {
+        return login(session, config, owed);
     });
     tellAndReportState(KvPimConnectionStateConnecting, KvPimConnectionChangeReasonLogin);
 }
 
-KvWork KvPimKitImpl::login(std::weak_ptr<KvPimKitImpl> client, json::object config,
+KvWork KvPimSession::login(std::weak_ptr<KvPimSession> session, json::object config,
                            std::shared_ptr<KvOwedCompletion> owed) {
-    struct Discovery {
-        std::optional<std::string> server;
-        std::string error;
-        std::int64_t elapsed = 0;
-    };
-    auto self = living(client);
+    auto self = living(session);
     if (!self) co_return;
-    auto const found = std::make_shared<Discovery>();
-    auto const discovered = std::make_shared<KvSignal>(self->mainQueue);
-    auto const start = currentTimeStamp();
-    KvApiHelper::apiServer(self->apiServer, self->stateManager->appId, self->options.network, self->engine,
-                           [found, discovered, start](std::optional<std::string> server, std::string const& error) {
-                               found->elapsed = currentTimeStamp() - start;
-                               found->server = std::move(server);
-                               found->error = error;
-                               discovered->set();
-                           });
+    Discovery discovery(self->apiServer_, self->client_);
     self.reset();  // the application may let go of the client meanwhile
-    co_await KvSignal::Wait{discovered};
+    auto const& found = co_await discovery;
 
-    self = living(client);
+    self = living(session);
     if (!self) co_return;
-    LoganManager::sharedInstance().setTsGetServers(found->elapsed);
-    self->brivelServer = found->server.value_or("");
-    if (self->brivelServer.empty()) KvLog::shared().error("discovery: %@", found->error);
-    self->debugInfo.getBrivelServer(self->brivelServer);
-    self->loginWithConfig(config, owed->take());
+    LoganManager::sharedInstance().setTsGetServers(found.elapsed);
+    self->brivelServer_ = found.server;
+    if (found.server.empty()) {
+        KvLog::shared().error("discovery: %@", found.why.text);
+        self->notFound_ = found.why;
+    }
+    self->debugInfo_.getBrivelServer(found.server);
+    self->connect(config, owed->take(), "loginByToken");
 }
 
-void KvPimKitImpl::loginWithConfig(json::object const& config, Completion done) {
-    auto& reporter = LoganManager::sharedInstance();
-    if (brivelServer.empty()) {
+// ---- Connect, log in
+
+void KvPimSession::loginWithConfig(json::object const& config, Completion done) {
+    connect(config, std::move(done), "loginWithConfig");
+}
+
+void KvPimSession::connect(json::object const& config, Completion done, char const* method) {
+    if (brivelServer_.empty()) {
         KvLog::shared().error("no brivelServer");
-        complete(done, KvPimLoginErrorTimeout);
-        reporter.loginResult(0, KvPimLoginErrorTimeout);
-        stateManager->state = KvPimConnectionStateDisconnected;
+        failLogin(failures_.handle(), method, done, KvPimLoginErrorTimeout, notFound_);
+        LoganManager::sharedInstance().loginResult(0, KvPimLoginErrorTimeout);
+        client_.stateManager->state = KvPimConnectionStateDisconnected;
         return;
     }
-    KvLog::shared().info("brivelServer: %@", brivelServer);
-    makeSocketManager(config);
+    KvLog::shared().info("brivelServer: %@", brivelServer_);
+    makeSocket(config);
     abandonLogin();
-    loginBlcok = done ? done : [](std::int64_t) {};  // a login is in progress even if nobody wants to hear of its end
-    loginError = KvPimLoginErrorUnknown;
-    connectIndex = 0;
-    connectStart = currentTimeStamp();
-    auto const timedOut = [weak = weak_from_this(), start = connectStart, done = std::move(done)] {
-        auto const self = living(weak);
+    loginBlcok_ = done ? done : [](std::int64_t) {};  // a login is in progress even if nobody wants to hear of its end
+    loginError_ = KvPimLoginErrorUnknown;
+    loginMethod_ = method;
+    refusal_.clear();
+    connectIndex_ = 0;
+    connectStart_ = currentTimeStamp();
+    auto const patience = net::optionsOf(client_.options.network).connectTimeout;
+    auto const timedOut = [session = weak(), start = connectStart_, method, patience, done = std::move(done)] {
+        auto const self = living(session);
         if (!self) return;
         // The attempt goes on: what becomes of it decides the state, and answers the login once more.
-        complete(done, KvPimLoginErrorTimeout);
-        auto& logan = LoganManager::sharedInstance();
-        logan.setTsConnectServer(currentTimeStamp() - start);
-        logan.loginResult(0, KvPimLoginErrorTimeout);
+        auto const connecting = self->client_.socket.lock();
+        net::Failure const late{connecting ? connecting->stage() : KvFailureStage::session, "",
+                                "Not connected within " + std::to_string(patience.count()) + " ms"};
+        failLogin(self->failures_.handle(), method, done, KvPimLoginErrorTimeout, late, KvPimFailures::GoesOn::yes);
+        reportLogin(start, KvPimLoginErrorTimeout);
         self->tellState(KvPimConnectionStateDisconnected, KvPimConnectionChangeReasonLoginTimeout);
     };
-    socket.lock()->connectWithTimeoutAfter(net::optionsOf(options.network).connectTimeout, timedOut);
+    client_.socket.lock()->connectWithTimeoutAfter(patience, timedOut);
 }
 
-void KvPimKitImpl::abandonLogin() {
-    if (loginBlcok) mainQueue->post([done = std::exchange(loginBlcok, nullptr), code = loginError] { done(code); });
-}
-
-void KvPimKitImpl::makeSocketManager(json::object const& config) {
-    if (auto const before = socket.lock()) endedPressure.addEnded(before->pressure());
-    manager.reset();
-    auto socketConfig = socketConfigFrom(config, options);
-    socketConfig.networkChanged = [weak = weak_from_this()] {
-        if (auto const self = living(weak)) self->makeWaitingAttempt();
+void KvPimSession::makeSocket(json::object const& config) {
+    if (auto const before = client_.socket.lock()) endedPressure_.addEnded(before->pressure());
+    manager_.reset();
+    auto socketConfig = socketConfigFrom(config, client_.options);
+    socketConfig.networkChanged = [session = weak()] {
+        if (auto const self = living(session)) self->makeWaitingAttempt();
     };
-    manager = std::make_unique<SocketManager>(brivelServer, std::move(socketConfig), mainQueue, engine);
-    socket = manager->defaultSocket();
-    manager->setReconnects(false);
-    registerCallback();
-    handOutSocket();
+    manager_ =
+        std::make_unique<SocketManager>(brivelServer_, std::move(socketConfig), client_.mainQueue, client_.engine);
+    manager_->setReconnects(false);
+    auto const& socket = manager_->defaultSocket();
+    client_.socket = socket;
+    using Handler = void (KvPimSession::*)(SocketData const&);
+    static constexpr std::pair<char const*, Handler> kHandlers[] = {
+        {"disconnect", &KvPimSession::onDisconnect},
+        {"disconnectReason", &KvPimSession::onDisconnectReason},
+        {"loginSuccess", &KvPimSession::onLoginSuccess},
+    };
+    for (auto const& [event, handler] : kHandlers) {
+        socket->on(event, [session = weak(), handler = handler](SocketData const& data) {
+            if (auto const self = living(session)) (self.get()->*handler)(data);
+        });
+    }
+    router_.handOutSocket();
 }
 
-void KvPimKitImpl::handOutSocket() {
-    for (auto const& [id, channel] : channelDict) {
-        channel->socket_ = socket;
-        channel->stateManager_ = stateManager;
-    }
-    if (invitationKit) {
-        invitationKit->socket_ = socket.lock();
-        invitationKit->stateManager_ = stateManager;
-    }
+void KvPimSession::abandonLogin() {
+    if (!loginBlcok_) return;
+    client_.mainQueue->post([failures = failures_.handle(), method = loginMethod_,
+                             done = std::exchange(loginBlcok_, nullptr), code = loginError_,
+                             known = failureOfLogin()] { failLogin(failures, method, done, code, known); });
 }
 
-void KvPimKitImpl::loginSuccess(SocketData const& data) {
-    auto& reporter = LoganManager::sharedInstance();
+net::Failure KvPimSession::failureOfLogin() const {
+    if (!refusal_.empty()) return {KvFailureStage::login, "", "The server has refused the login", refusal_};
+    auto const connecting = client_.socket.lock();
+    if (connecting && !connecting->failure().text.empty()) return connecting->failure();
+    return givenUp();
+}
+
+// ---- Restore
+
+void KvPimSession::onLoginSuccess(SocketData const& data) {
     KvLog::shared().info("loginSuccess, params = %@", KvLogPayload{data});
-    stateManager->state = KvPimConnectionStateConnected;
-    if (auto const connected = socket.lock()) debugInfo.getConnectionId(connected->sid());
-    if (stateManager->login) restoreStateAfterReconnection();
-    auto const done = std::exchange(loginBlcok, nullptr);  // the delegate may begin another login
+    auto& state = *client_.stateManager;
+    state.state = KvPimConnectionStateConnected;
+    if (auto const connected = client_.socket.lock()) debugInfo_.getConnectionId(connected->sid());
+    if (state.login) restorer_.begin();
+    auto const done = std::exchange(loginBlcok_, nullptr);  // the delegate may begin another login
     tellAndReportState(KvPimConnectionStateConnected, KvPimConnectionChangeReasonLoginSuccess);
-    stateManager->login = true;
-    if (std::exchange(endedPressure.isTight, false)) tell<&KvPimDelegate::onWritable>();
+    state.login = true;
+    if (std::exchange(endedPressure_.isTight, false)) router_.tell<&KvPimDelegate::onWritable>();
     if (!done) return;
-    reporter.setTsConnectServer(currentTimeStamp() - connectStart);
-    reporter.loginResult(1, KvPimLoginErrorOk);
+    reportLogin(connectStart_, KvPimLoginErrorOk);
     done(KvPimLoginErrorOk);
 }
 
-void KvPimKitImpl::logoutWithCompletion(Completion done) {
-    auto& reporter = LoganManager::sharedInstance();
-    if (!stateManager->login) {
-        complete(done, KvPimErrorNotLogin);
-        reporter.logout(0, KvPimErrorNotLogin);
+// ---- Lose
+
+void KvPimSession::onDisconnectReason(SocketData const& data) {
+    KvLog::shared().warn("disconnectReason, params = %@", KvLogPayload{data});
+    auto const reason = reasonOf(data);
+    if (reason == "KickOff") {
+        disconnectReason_ = KvPimConnectionChangeReasonRemoteLogin;
+    } else if (reason == "ExpireSession") {
+        disconnectReason_ = KvPimConnectionChangeReasonExpiredSession;
+    } else {
+        auto const* const known = std::ranges::find(kLoginFailures, reason, &LoginFailure::text);
+        loginError_ = known != std::end(kLoginFailures) ? known->code : std::int64_t{KvPimLoginErrorUnknown};
+        refusal_ = reason;
+    }
+}
+
+void KvPimSession::onDisconnect(SocketData const& data) {
+    KvLog::shared().info("disconnect, params = %@", KvLogPayload{data});
+    restorer_.onLoss();
+    auto const reason = reasonOf(data);
+    auto& state = client_.stateManager->state;
+    if (loginBlcok_) {
+        reportLogin(connectStart_, loginError_);
+        // Which may call `loginWithConfig`.
+        failLogin(failures_.handle(), loginMethod_, std::exchange(loginBlcok_, nullptr), loginError_, failureOfLogin());
+        state = KvPimConnectionStateDisconnected;
+        tellAndReportState(KvPimConnectionStateDisconnected, KvPimConnectionChangeReasonLoginFailure);
         return;
     }
-    auto const start = currentTimeStamp();
+    if (reason == "Got Disconnect" && disconnectReason_ == KvPimConnectionChangeReasonRemoteLogin) {
+        state = KvPimConnectionStateDisconnected;
+        tellAndReportState(KvPimConnectionStateDisconnected, KvPimConnectionChangeReasonRemoteLogin);
+        return;
+    }
+    if (reason == "Namespace leave") {
+        end();
+        tellAndReportState(KvPimConnectionStateDisconnected, KvPimConnectionChangeReasonLogout);
+        return;
+    }
+    auto const lost = client_.socket.lock();
+    if (lost) {
+        bool const wasAttempt = state == KvPimConnectionStateReconnecting;
+        failures_.tell(wasAttempt ? "reconnect" : "connection", lost->failure(), KvPimFailures::GoesOn::yes);
+    }
+    if (reason == "loginFail: ExpiredToken") router_.tell<&KvPimDelegate::tokenDidExpire>();
+    if (state != KvPimConnectionStateReconnecting) state = KvPimConnectionStateDisconnected;
+    queueComeBack();
+}
+
+// ---- Wait, connect again
+
+void KvPimSession::queueComeBack() {
+    auto const noDelay = std::make_shared<KvSignal>(client_.mainQueue);
+    attemptAtOnce_ = noDelay;
+    queue_.add([session = weak(), noDelay] { return comeBack(session, noDelay); });
+}
+
+KvWork KvPimSession::comeBack(std::weak_ptr<KvPimSession> session, std::shared_ptr<KvSignal> noDelay) {
+    auto self = living(session);
+    if (!self || !self->client_.stateManager->login) co_return;
+    auto const mainQueue = self->client_.mainQueue;
+    auto const delay = kConnectInterval[static_cast<std::size_t>(self->connectIndex_)];
+    self.reset();  // the application may let go of the client meanwhile
+    co_await KvDelay{*mainQueue, delay, noDelay};
+
+    self = living(session);
+    if (!self) co_return;
+    auto& state = self->client_.stateManager->state;
+    if (std::exchange(state, KvPimConnectionStateReconnecting) != KvPimConnectionStateReconnecting) {
+        self->tellState(KvPimConnectionStateReconnecting, KvPimConnectionChangeReasonInterrupted);
+        if (self->client_.heldByApplication.expired()) co_return;
+    }
+    self->replaceSocket(self->client_.stateHelper.loginParams.generateSocketConfig());
+    self->client_.socket.lock()->connect();
+    state = KvPimConnectionStateReconnecting;  // whatever the end of an old connection made of it
+    KvLog::shared().info("reconnect");
+    ++self->connectIndex_;
+    printLine(KvConsoleStream::out, "connectIndex:" + std::to_string(self->connectIndex_) + " ");
+    self->connectIndex_ = std::min(self->connectIndex_, static_cast<std::int32_t>(kConnectInterval.size()) - 1);
+}
+
+void KvPimSession::replaceSocket(json::object const& config) {
+    if (auto const connected = client_.socket.lock()) connected->disconnect();
+    makeSocket(config);
+}
+
+// ---- From outside of the loop
+
+void KvPimSession::makeWaitingAttempt() {
+    if (auto const waiting = attemptAtOnce_.lock()) waiting->set();
+}
+
+void KvPimSession::networkChanged() {
+    makeWaitingAttempt();
+    if (auto const connected = client_.socket.lock()) connected->networkChanged();
+}
+
+void KvPimSession::renewToken(std::string const& token, std::int64_t timeStamp,
+                              KvPimKit::RenewTokenCompletion const& done) {
+    auto const& state = *client_.stateManager;
+    auto const refuse = [&](std::int64_t code, char const* cause) {
+        auto const known = [&] { return net::Failure{KvFailureStage::request, "", cause}; };
+        KvPimFailures::concluding(failures_.handle(), "renewToken", code, known, [&] { complete(done, token, code); });
+    };
+    if (!state.login) return refuse(KvPimErrorNotLogin, "The client is not logged in");
+    if (!isValidToken(token))
+        return refuse(KvPimRenewTokenErrorInvalidArgument, "The token has not 32 characters without white space");
+    auto& parameters = client_.stateHelper.loginParams;
+    parameters.loginWithToken(token, state.appId, state.userId, timeStamp);
+    auto const config = parameters.generateSocketConfig();
+    replaceSocket(config);
+    KvLog::shared().info("renewtoken and set socket config: %@", config);
+    KvFailureScope const noFailure(nullptr);  // it may be asked for in a completion that has one
+    complete(done, token, KvPimRenewTokenErrorOk);
+}
+
+json::object KvPimSession::getDebugInfo() const {
+    auto model = debugInfo_.toJsonModel();
+    if (auto const connected = client_.socket.lock()) {
+        auto pressure = connected->pressure();
+        pressure.addEnded(endedPressure_);
+        model["pressure"] = pressureModel(pressure);
+    }
+    return model;
+}
+
+bool KvPimSession::tellState(std::int64_t state, std::int64_t reason) {
+    toldState_ = state;
+    return router_.tell<&KvPimDelegate::connectionStateChanged>(state, reason);
+}
+
+void KvPimSession::tellAndReportState(std::int64_t state, std::int64_t reason) {
+    if (tellState(state, reason)) LoganManager::sharedInstance().connectState(state, reason);
+}
+
+// ---- Log out
+
+void KvPimSession::logoutWithCompletion(Completion done) {
+    if (!client_.stateManager->login) {
+        KvPimFailures::concluding(
+            failures_.handle(), "logoutWithCompletion", KvPimErrorNotLogin,
+            [] { return failureOfRequest(KvPimErrorNotLogin, nullptr, {}); },
+            [&] { complete(done, KvPimErrorNotLogin); });
+        LoganManager::sharedInstance().logout(0, KvPimErrorNotLogin);
+        return;
+    }
     KvLog::shared().info("user logout");
     // A client that is destroyed before its turn is as logged out as can be.
-    auto owed = std::make_shared<KvOwedCompletion>(mainQueue, std::move(done), 0);
-    queue.add([weak = weak_from_this(), owed = std::move(owed), start]() -> KvWork {
-        auto const self = living(weak);
-        if (!self) co_return;
-        self->cleanResourcesAfterLogout();
-        complete(owed->take(), 0);
-        auto& logan = LoganManager::sharedInstance();
-        logan.setTsLogout(currentTimeStamp() - start);
-        logan.logout(1, 0);
+    auto owed = std::make_shared<KvOwedCompletion>(client_.mainQueue, std::move(done),
+                                                   [](Completion const& dropped) { dropped(0); });
+    queue_.add([session = weak(), start = currentTimeStamp(), owed = std::move(owed)] {
+        return logout(session, start, owed);
     });
 }
 
-void KvPimKitImpl::cleanResourcesAfterLogout() {
-    if (auto const connected = socket.lock()) connected->disconnect();
+KvWork KvPimSession::logout(std::weak_ptr<KvPimSession> session, std::int64_t start,
+                            std::shared_ptr<KvOwedCompletion> owed) {
+    auto const self = living(session);
+    if (!self) co_return;
+    if (auto const connected = self->client_.socket.lock()) connected->disconnect();
+    self->end();
     // Where the connection was gone before, nothing has been told of an end, or not of this one.
-    endSession();
-    if (toldState != KvPimConnectionStateDisconnected) {
-        tellAndReportState(KvPimConnectionStateDisconnected, KvPimConnectionChangeReasonLogout);
+    if (self->toldState_ != KvPimConnectionStateDisconnected) {
+        self->tellAndReportState(KvPimConnectionStateDisconnected, KvPimConnectionChangeReasonLogout);
     }
-    abandonLogin();
-    socket.reset();
-    manager.reset();
-    endedPressure = {};
-    stateManager->login = false;
-    ++restoreNumber;
-    stateManager->userId.clear();
-    stateHelper.logout();
-    channelDict.clear();
+    self->abandonLogin();
+    self->client_.socket.reset();
+    self->manager_.reset();
+    self->endedPressure_ = {};
+    self->client_.stateManager->login = false;
+    self->restorer_.end();
+    self->client_.stateManager->userId.clear();
+    self->client_.stateHelper.logout();
+    self->router_.forgetChannels();
+
+    complete(owed->take(), 0);
+    auto& reporter = LoganManager::sharedInstance();
+    reporter.setTsLogout(currentTimeStamp() - start);
+    reporter.logout(1, 0);
 }
 
-void KvPimKitImpl::endSession() {
-    stateManager->state = KvPimConnectionStateDisconnected;
-    debugInfo.logout();
-    KvInvitationStore::shared().reset(invitationKit.get());
-}
-
-void KvPimKitImpl::renewToken(std::string const& token, std::int64_t timeStamp,
-                              KvPimKit::RenewTokenCompletion const& done) {
-    if (!stateManager->login) return complete(done, token, KvPimErrorNotLogin);
-    if (!isValidToken(token)) return complete(done, token, KvPimRenewTokenErrorInvalidArgument);
-    stateHelper.loginParams.loginWithToken(token, stateManager->appId, stateManager->userId, timeStamp);
-    auto const config = stateHelper.loginParams.generateSocketConfig();
-    rebuildSocketManagerWithConfig(config);
-    KvLog::shared().info("renewtoken and set socket config: %@", config);
-    complete(done, token, KvPimRenewTokenErrorOk);
+void KvPimSession::end() {
+    client_.stateManager->state = KvPimConnectionStateDisconnected;
+    debugInfo_.logout();
+    router_.forgetInvitations();
 }
 
 }  // namespace kv

@@ -72,6 +72,15 @@ std::vector<std::string> stringsFrom(json::array const* list) {
     return texts;
 }
 
+json::object const* dictionaryOf(SocketData const& data, json::object const* object, std::string_view key) {
+    auto const* found = objectOf(object, key);
+    return found != nullptr && data.binary(*valueOf(object, key)) ? nullptr : found;
+}
+
+json::object const* dictionaryOf(KvPimResult const& result, std::string_view key) {
+    return dictionaryOf(*result.data, result.response, key);
+}
+
 json::object dictionaryFrom(KvPimMember const& member) {
     json::object dictionary;
     addUnlessEmpty(dictionary, "userId", member.userId);

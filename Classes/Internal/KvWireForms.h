@@ -5,9 +5,12 @@
 #include "Classes/Model/KvPimAttribute.h"
 #include "Classes/Model/KvPimInvitation.h"
 #include "Classes/Model/KvPimMember.h"
+#include "Classes/Model/KvPimResult.h"
+#include "SocketIO/SocketData.h"
 
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <boost/json/object.hpp>
@@ -26,6 +29,11 @@ std::vector<KvPimAttribute> attributesFrom(boost::json::object const* map);
 std::vector<KvPimAttributeWithState> attributesWithStateFrom(boost::json::object const* map);
 /// The texts of a list; null gives none.
 std::vector<std::string> stringsFrom(boost::json::array const* list);
+
+// A dictionary in a dictionary that the server sent; null for anything else. Bytes look like one, and are none.
+boost::json::object const* dictionaryOf(SocketData const& data, boost::json::object const* object,
+                                        std::string_view key);
+boost::json::object const* dictionaryOf(KvPimResult const& result, std::string_view key);
 
 // Without the ids that are empty, and the texts that are absent.
 boost::json::object dictionaryFrom(KvPimMember const& member);

@@ -29,19 +29,33 @@ std::optional<std::string> firstServerOf(std::string_view answer) {
     return asString(&servers->front()).value_or("");
 }
 
+net::Failure withoutServer(KvHttpAnswer const& answer) {
+    net::Failure failure{KvFailureStage::discovery, "the answer names no server"};
+    failure.cause = "The API server's answer names no server";
+    if (answer.status != kSuccess)
+        failure.cause += ": HTTP status " + std::to_string(answer.status) + ' ' + answer.reason;
+    json::value document;
+    bool const isJson = readJson(answer.body, {}, document, kMostDepth).empty();
+    auto const said = isJson ? stringOf(asObject(&document), "message") : std::nullopt;
+    failure.serverWords = said.value_or(answer.body);
+    return failure;
+}
+
 }  // namespace
 
 void KvApiHelper::apiServer(std::string_view apiBase, std::string_view appId, net::NetworkOptions network,
                             std::shared_ptr<KvMainQueue> const& queue, Completion completion) {
     std::string url(apiBase);
     url.append(kPath).append(appId);
-    KvHttpRequest::getRequestWithUrl(
-        std::move(url), std::move(network), queue,
-        [completion = std::move(completion)](std::optional<std::string> data, std::optional<std::string> const& error) {
-            if (error) tellOfTooFewDescriptors();
-            if (error || !data) return completion(std::nullopt, error.value_or("there is no answer"));
-            completion(firstServerOf(*data), "the answer names no server");
-        });
+    KvHttpRequest::getRequestWithUrl(std::move(url), std::move(network), queue,
+                                     [completion = std::move(completion)](KvHttpAnswer answer) {
+                                         if (answer.failure) tellOfTooFewDescriptors();
+                                         if (answer.failure) return completion(std::nullopt, *answer.failure);
+                                         auto server = firstServerOf(answer.body);
+                                         bool const isNamed = server && !server->empty();
+                                         auto why = isNamed ? net::Failure{} : withoutServer(answer);
+                                         completion(std::move(server), why);
+                                     });
 }
 
 }  // namespace kv

@@ -1,6 +1,7 @@
 // Asks the API server which socket server an application shall use. Every login asks anew: nothing is kept.
 #pragma once
 
+#include "Net/Failure.h"
 #include "Net/NetworkOptions.h"
 #include "Platform/KvMainQueue.h"
 
@@ -14,8 +15,8 @@ namespace kv {
 
 class KvApiHelper {
 public:
-    /// `error`: why there is no server, for the log.
-    using Completion = std::function<void(std::optional<std::string> server, std::string const& error)>;
+    /// `why` there is no server.
+    using Completion = std::function<void(std::optional<std::string> server, net::Failure const& why)>;
 
     /// Asks the API server, despite its name, for the socket server.
     /// @param appId  becomes part of the URL as it is.

@@ -1,7 +1,5 @@
 #include "Classes/Network/KvHttpRequest.h"
 
-#include "Net/Http.h"
-
 #include <utility>
 
 namespace kv {
@@ -19,10 +17,7 @@ void KvHttpRequest::getRequestWithUrl(std::string url, net::NetworkOptions netwo
     task.requestTimeout = net::optionsOf(network).discoveryTimeout;
     task.resourceTimeout = kWholeToTimeout * task.requestTimeout;
     task.network = std::move(network);
-    startHttp(queue, std::move(task), [completion = std::move(completion)](KvHttpAnswer answer) {
-        if (answer.error) return completion(std::nullopt, std::move(answer.error));
-        completion(std::move(answer.body), std::nullopt);
-    });
+    startHttp(queue, std::move(task), std::move(completion));
 }
 
 void KvHttpRequest::postRequest(boost::json::object const&, std::string const&, Completion const&) {}

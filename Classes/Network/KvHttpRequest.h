@@ -1,12 +1,11 @@
 // The HTTP requests of the library but for uploads: see Net/Http.h for what carries them.
 #pragma once
 
+#include "Net/Http.h"
 #include "Net/NetworkOptions.h"
 #include "Platform/KvMainQueue.h"
 
-#include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 
 #include <boost/json/fwd.hpp>
@@ -15,8 +14,8 @@ namespace kv {
 
 class KvHttpRequest {
 public:
-    /// `error` says what went wrong; one of the two is there. Any status of an answer is no error.
-    using Completion = std::function<void(std::optional<std::string> data, std::optional<std::string> error)>;
+    /// Any status of an answer is no failure.
+    using Completion = KvHttpCompletion;
 
     /// GET with the options' time for each sign of life, 6 seconds, and six times that for the whole. `completion` is
     /// called exactly once, on `queue`, and must not block.

@@ -5,6 +5,7 @@
 
 #include "Platform/KvExport.h"
 
+#include <string>
 #include <string_view>
 
 namespace kv {
@@ -15,5 +16,8 @@ KV_EXPORT bool isValidServerIP(std::string_view address);
 KV_EXPORT bool isValidServerDomain(std::string_view address);
 /// Either.
 KV_EXPORT bool isValidApiServer(std::string_view address);
+/// Which rule an address breaks, and what would pass, for people; empty for a valid one. It may repeat the address, but
+/// no user and password in it.
+std::string problemOfApiServer(std::string_view address);
 
 }  // namespace kv

@@ -41,7 +41,7 @@ void WnLoganUploader::start(std::string path, std::function<void(bool)> result) 
         });
     };
     auto const engine = engineThreadQueue();
-    if (!engine) return answered({.error = "no thread is left for it"});
+    if (!engine) return answered({.failure = net::Failure{{}, "no thread is left for it"}});
     startHttp(engine, std::move(task), std::move(answered));
 }
 

@@ -1,26 +1,18 @@
-// The one way in which the client asks the server for something: a command with an acknowledgement and a time-out,
-// whose outcome becomes the operation's own code. An operation is a row (KvOperation) and the few lines that make its
-// payload and read its answer.
+// What is fixed about an operation: its command, its codes, its log line, how its failures are reported, its time-out.
+// An operation is such a row, and the few lines that make its payload and read its answer.
 #pragma once
 
 #include "Classes/Model/KvPimResult.h"
-#include "Platform/KvMainQueue.h"
-#include "SocketIO/SocketData.h"
 
 #include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdint>
-#include <functional>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
 
 namespace kv {
-
-class SocketIOClient;
 
 /// What a completion receives for each outcome of one operation. Where a text of the server's has no code, the
 /// operation does not look at it, and the result decides.
@@ -95,45 +87,5 @@ struct KvOperation : KvOperationRow {
         if (!isSound) throw "a row without a command, or one that tells success for a failure";  // so does not compile
     }
 };
-
-[[noreturn]] void endOfWrongThread(char const* call);
-/// Everything of a client belongs to one thread. Ends a program that calls from another: debug builds always, others
-/// where the client was made to.
-inline void assertMainThread(KvMainQueue const& queue, [[maybe_unused]] bool isChecked, char const* call) {
-#ifdef NDEBUG
-    if (!isChecked) return;
-#endif
-    if (!queue.isOwnThread()) endOfWrongThread(call);
-}
-
-using KvAnswer = std::function<void(KvPimResult const& result)>;
-
-/// Sends "command" with the command's name and a payload (the first of `payload.values`). `answered` is called exactly
-/// once, on the main queue, never inside the call; without a socket that happens at the time-out, like without an
-/// answer.
-void emitCommand(KvMainQueue& queue, std::shared_ptr<SocketIOClient> const& socket, std::string_view command,
-                 SocketItems payload, std::chrono::milliseconds timeout, KvAnswer answered);
-
-/// A payload without binary data.
-SocketItems payloadOf(boost::json::object dictionary);
-/// Logs the operation's line, if it has one, with the payload.
-void logRequest(KvOperation const& operation, SocketItems const& payload);
-
-// A dictionary in a dictionary that the server sent; null for anything else. Bytes look like one, and are none.
-boost::json::object const* dictionaryOf(SocketData const& data, boost::json::object const* object,
-                                        std::string_view key);
-boost::json::object const* dictionaryOf(KvPimResult const& result, std::string_view key);
-
-/// Calls what the application gave, if it gave something.
-template <class Completion, class... Arguments>
-void complete(Completion const& done, Arguments const&... arguments) {
-    if (done) done(arguments...);
-}
-
-/// The end of a request whose answer tells nothing but a code.
-template <class Completion>
-auto completing(Completion done) {
-    return [done = std::move(done)](std::int64_t code, KvPimResult const*) { complete(done, code); };
-}
 
 }  // namespace kv
