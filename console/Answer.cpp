@@ -1,5 +1,7 @@
 #include "console/Answer.h"
 
+#include "Classes/Model/KvFailure.h"
+
 #include <utility>
 
 namespace kv::console {
@@ -21,16 +23,26 @@ void Answer::Line::settle() {
 
 void Answer::result(boost::json::value result) const { write({{"result", std::move(result)}}); }
 
-void Answer::code(std::int64_t code, boost::json::object const& others) const {
-    boost::json::object fields{{"code", code}};
-    for (auto const& [name, value] : others) fields[name] = value;
-    write(fields);
-}
-
 void Answer::refusal(std::string_view text) const { line_->output->line({{"error", text}, {"id", line_->id}}); }
 
-std::function<void(std::int64_t)> Answer::completion() const {
-    return [answer = *this](std::int64_t errorCode) { answer.code(errorCode); };
+namespace {
+
+boost::json::object toJson(KvFailure const& failure) {
+    boost::json::object fields{{"stage", toString(failure.stage)}, {"cause", failure.cause}};
+    if (!failure.serverWords.empty()) fields["serverWords"] = failure.serverWords;
+    if (!failure.advice.empty()) fields["advice"] = failure.advice;
+    if (failure.goesOn) fields["goesOn"] = true;
+    return fields;
+}
+
+}  // namespace
+
+void Answer::write(std::int64_t code, std::string_view text, boost::json::object const& others) const {
+    boost::json::object fields{{"code", code}};
+    if (code != 0) fields["text"] = text;
+    if (auto const failure = currentFailure()) fields["failure"] = toJson(*failure);
+    for (auto const& [name, value] : others) fields[name] = value;
+    write(fields);
 }
 
 void Answer::write(boost::json::object const& fields) const {

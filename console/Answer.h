@@ -1,6 +1,7 @@
 // The answer to one line of the input: written as often as the operation's completion is called.
 #pragma once
 
+#include "Classes/Model/KvPimErrors.h"
 #include "Platform/KvMainQueue.h"
 #include "console/Output.h"
 #include "console/Records.h"
@@ -32,18 +33,24 @@ public:
 
     /// Answers with a result, for operations without a completion.
     void result(boost::json::value result) const;
-    /// Answers with a completion's code and what else it was given.
-    void code(std::int64_t code, boost::json::object const& others = {}) const;
+    /// Answers with a completion's code, with words for it unless it is 0, and with what else the completion was given.
+    template <KvPimErrorCode Code>
+    void code(std::int64_t code, boost::json::object const& others = {}) const {
+        write(code, describe(Code(code)), others);
+    }
     /// Says that the line was right, but named something that is not there.
     void refusal(std::string_view text) const;
 
     /// A completion that receives nothing but the code.
-    std::function<void(std::int64_t)> completion() const;
+    template <KvPimErrorCode Code>
+    std::function<void(std::int64_t)> completion() const {
+        return [answer = *this](std::int64_t errorCode) { answer.code<Code>(errorCode); };
+    }
     /// A completion that receives a list before the code.
-    template <class List>
+    template <KvPimErrorCode Code, class List>
     std::function<void(List const&, std::int64_t)> completion(std::string_view name) const {
         return [answer = *this, name](List const& list, std::int64_t errorCode) {
-            answer.code(errorCode, {{name, toJson(list)}});
+            answer.code<Code>(errorCode, {{name, toJson(list)}});
         };
     }
 
@@ -60,6 +67,7 @@ private:
         bool isSettled = false;
     };
 
+    void write(std::int64_t code, std::string_view text, boost::json::object const& others) const;
     void write(boost::json::object const& fields) const;
 
     std::shared_ptr<Line> line_;

@@ -48,7 +48,7 @@ KvPimChannelAttributeOptions notifyOptionsOf(Arguments const& arguments) {
 
 KvPimKit::UserAttributesCompletion userAttributesCompletion(Answer const& answer) {
     return [answer](auto const& attributes, std::string const& userId, std::int64_t errorCode) {
-        answer.code(errorCode, {{"userId", userId}, {"attributes", toJson(attributes)}});
+        answer.code<KvPimUserAttributesErrorCode>(errorCode, {{"userId", userId}, {"attributes", toJson(attributes)}});
     };
 }
 
@@ -89,7 +89,7 @@ void requestInvitation(Session& session, Arguments const& arguments, Answer cons
     if (responseInfo) invitation->responseInfo = *responseInfo;
     auto const kit = session.client->getPimInvitationKit();
     ((*kit).*request)(invitation, [answer, invitation](std::int64_t errorCode) {
-        answer.code(errorCode, {{"invitation", toJson(*invitation)}});
+        answer.code<KvPimInvitationErrorCode>(errorCode, {{"invitation", toJson(*invitation)}});
     });
 }
 
@@ -103,13 +103,13 @@ constexpr Operation kOperations[] = {
     // Session
     {"loginByToken",
      [](Session& s, Arguments const& a, Answer const& answer) {
-         s.client->loginByToken(a.text("token"), a.get<std::int64_t>("timeStamp"), a.text("userId"), answer.completion());
+         s.client->loginByToken(a.text("token"), a.get<std::int64_t>("timeStamp"), a.text("userId"), answer.completion<KvPimLoginErrorCode>());
      }},
     {"logoutWithCompletion",
-     [](Session& s, Arguments const&, Answer const& answer) { s.client->logoutWithCompletion(answer.completion()); }},
+     [](Session& s, Arguments const&, Answer const& answer) { s.client->logoutWithCompletion(answer.completion<KvPimLogoutErrorCode>()); }},
     {"renewToken",
      [](Session& s, Arguments const& a, Answer const& answer) {
-         s.client->renewToken(a.text("token"), a.get<std::int64_t>("timeStamp"), answer.completion<std::string>("token"));
+         s.client->renewToken(a.text("token"), a.get<std::int64_t>("timeStamp"), answer.completion<KvPimRenewTokenErrorCode, std::string>("token"));
      }},
 
     // Channels
@@ -117,80 +117,80 @@ constexpr Operation kOperations[] = {
     {"destroyChannelWithId", destroyChannel},
     {"joinWithCompletion",
      [](Session& s, Arguments const& a, Answer const& answer) {
-         channelOf(s, a).joinWithCompletion(answer.completion());
+         channelOf(s, a).joinWithCompletion(answer.completion<KvPimJoinChannelErrorCode>());
      }},
     {"leaveWithCompletion",
      [](Session& s, Arguments const& a, Answer const& answer) {
-         channelOf(s, a).leaveWithCompletion(answer.completion());
+         channelOf(s, a).leaveWithCompletion(answer.completion<KvPimLeaveChannelErrorCode>());
      }},
     {"getMembersWithCompletion",
      [](Session& s, Arguments const& a, Answer const& answer) {
          channelOf(s, a).getMembersWithCompletion(
-             answer.completion<std::optional<std::vector<KvPimMember>>>("members"));
+             answer.completion<KvPimChannelMembersErrorCode, std::optional<std::vector<KvPimMember>>>("members"));
      }},
     {"sendMessage",
      [](Session& s, Arguments const& a, Answer const& answer) {
-         channelOf(s, a).sendMessage(messageOf(a), std::nullopt, answer.completion());
+         channelOf(s, a).sendMessage(messageOf(a), std::nullopt, answer.completion<KvPimChannelMessageErrorCode>());
      }},
 
     // Peer messages
     {"sendMessageToPeer",
      [](Session& s, Arguments const& a, Answer const& answer) {
-         s.client->sendMessageToPeer(messageOf(a), a.text("peerId"), sendOptionsOf(a), answer.completion());
+         s.client->sendMessageToPeer(messageOf(a), a.text("peerId"), sendOptionsOf(a), answer.completion<KvPimPeerMessageErrorCode>());
      }},
 
     // Channel attributes and member counts
     {"setChannelAttributes",
      [](Session& s, Arguments const& a, Answer const& answer) {
          s.client->setChannelAttributes(a.text("channelId"), a.get<Attributes>("attributes"), notifyOptionsOf(a),
-                                        answer.completion());
+                                        answer.completion<KvPimChannelAttributesErrorCode>());
      }},
     {"addOrUpdateChannelAttributes",
      [](Session& s, Arguments const& a, Answer const& answer) {
          s.client->addOrUpdateChannelAttributes(a.text("channelId"), a.get<Attributes>("attributes"),
-                                                notifyOptionsOf(a), answer.completion());
+                                                notifyOptionsOf(a), answer.completion<KvPimChannelAttributesErrorCode>());
      }},
     {"deleteChannelAttributesByKeys",
      [](Session& s, Arguments const& a, Answer const& answer) {
          s.client->deleteChannelAttributesByKeys(a.text("channelId"), a.texts("keys"), notifyOptionsOf(a),
-                                                 answer.completion());
+                                                 answer.completion<KvPimChannelAttributesErrorCode>());
      }},
     {"clearChannelAttributes",
      [](Session& s, Arguments const& a, Answer const& answer) {
-         s.client->clearChannelAttributes(a.text("channelId"), notifyOptionsOf(a), answer.completion());
+         s.client->clearChannelAttributes(a.text("channelId"), notifyOptionsOf(a), answer.completion<KvPimChannelAttributesErrorCode>());
      }},
     {"getChannelAttributes",
      [](Session& s, Arguments const& a, Answer const& answer) {
          s.client->getChannelAttributes(a.text("channelId"),
-                                        answer.completion<std::optional<Attributes>>("attributes"));
+                                        answer.completion<KvPimChannelAttributesErrorCode, std::optional<Attributes>>("attributes"));
      }},
     {"getChannelAttributesByKeys",
      [](Session& s, Arguments const& a, Answer const& answer) {
          s.client->getChannelAttributesByKeys(a.text("channelId"), a.texts("keys"),
-                                              answer.completion<std::optional<Attributes>>("attributes"));
+                                              answer.completion<KvPimChannelAttributesErrorCode, std::optional<Attributes>>("attributes"));
      }},
     {"getChannelMemberCount",
      [](Session& s, Arguments const& a, Answer const& answer) {
          s.client->getChannelMemberCount(a.texts("channelIds"),
-                                         answer.completion<std::optional<std::vector<KvChannelMemberCount>>>("counts"));
+                                         answer.completion<KvPimMemberCountErrorCode, std::optional<std::vector<KvChannelMemberCount>>>("counts"));
      }},
 
     // Attributes of users
     {"setLocalUserAttributes",
      [](Session& s, Arguments const& a, Answer const& answer) {
-         s.client->setLocalUserAttributes(a.get<Attributes>("attributes"), answer.completion());
+         s.client->setLocalUserAttributes(a.get<Attributes>("attributes"), answer.completion<KvPimLocalUserAttributesErrorCode>());
      }},
     {"addOrUpdateLocalUserAttributes",
      [](Session& s, Arguments const& a, Answer const& answer) {
-         s.client->addOrUpdateLocalUserAttributes(a.get<Attributes>("attributes"), answer.completion());
+         s.client->addOrUpdateLocalUserAttributes(a.get<Attributes>("attributes"), answer.completion<KvPimLocalUserAttributesErrorCode>());
      }},
     {"deleteLocalUserAttributesByKeys",
      [](Session& s, Arguments const& a, Answer const& answer) {
-         s.client->deleteLocalUserAttributesByKeys(a.texts("keys"), answer.completion());
+         s.client->deleteLocalUserAttributesByKeys(a.texts("keys"), answer.completion<KvPimLocalUserAttributesErrorCode>());
      }},
     {"clearLocalUserAttributesWithCompletion",
      [](Session& s, Arguments const&, Answer const& answer) {
-         s.client->clearLocalUserAttributesWithCompletion(answer.completion());
+         s.client->clearLocalUserAttributesWithCompletion(answer.completion<KvPimLocalUserAttributesErrorCode>());
      }},
     {"getUserAttributes",
      [](Session& s, Arguments const& a, Answer const& answer) {
@@ -202,42 +202,42 @@ constexpr Operation kOperations[] = {
      }},
     {"subscribePeersUserAttribes",
      [](Session& s, Arguments const& a, Answer const& answer) {
-         s.client->subscribePeersUserAttribes(a.texts("peerIds"), answer.completion());
+         s.client->subscribePeersUserAttribes(a.texts("peerIds"), answer.completion<KvPimPeersErrorCode>());
      }},
     {"unsubscribePeersUserAttribes",
      [](Session& s, Arguments const& a, Answer const& answer) {
-         s.client->unsubscribePeersUserAttribes(a.texts("peerIds"), answer.completion());
+         s.client->unsubscribePeersUserAttribes(a.texts("peerIds"), answer.completion<KvPimPeersErrorCode>());
      }},
     {"getPeersUserAttributes",
      [](Session& s, Arguments const& a, Answer const& answer) {
          s.client->getPeersUserAttributes(a.texts("peerIds"),
-                                          answer.completion<std::optional<std::vector<KvPimUserAttributes>>>("users"));
+                                          answer.completion<KvPimPeersErrorCode, std::optional<std::vector<KvPimUserAttributes>>>("users"));
      }},
     {"getPeersUserAttributesByKeys",
      [](Session& s, Arguments const& a, Answer const& answer) {
          s.client->getPeersUserAttributesByKeys(
              a.texts("peerIds"), a.texts("keys"),
-             answer.completion<std::optional<std::vector<KvPimUserAttributes>>>("users"));
+             answer.completion<KvPimPeersErrorCode, std::optional<std::vector<KvPimUserAttributes>>>("users"));
      }},
 
     // Online status
     {"subscribePeersOnlineStatus",
      [](Session& s, Arguments const& a, Answer const& answer) {
-         s.client->subscribePeersOnlineStatus(a.texts("peerIds"), answer.completion());
+         s.client->subscribePeersOnlineStatus(a.texts("peerIds"), answer.completion<KvPimPeersErrorCode>());
      }},
     {"unsubscribePeersOnlineStatus",
      [](Session& s, Arguments const& a, Answer const& answer) {
-         s.client->unsubscribePeersOnlineStatus(a.texts("peerIds"), answer.completion());
+         s.client->unsubscribePeersOnlineStatus(a.texts("peerIds"), answer.completion<KvPimPeersErrorCode>());
      }},
     {"queryPeersOnlineStatus",
      [](Session& s, Arguments const& a, Answer const& answer) {
          s.client->queryPeersOnlineStatus(
-             a.texts("peerIds"), answer.completion<std::optional<std::vector<KvPimPeerOnlineStatus>>>("statuses"));
+             a.texts("peerIds"), answer.completion<KvPimPeersErrorCode, std::optional<std::vector<KvPimPeerOnlineStatus>>>("statuses"));
      }},
     {"queryPeersBySubscriptionOption",
      [](Session& s, Arguments const& a, Answer const& answer) {
          s.client->queryPeersBySubscriptionOption(
-             a.get<std::int64_t>("option"), answer.completion<std::optional<std::vector<std::string>>>("peerIds"));
+             a.get<std::int64_t>("option"), answer.completion<KvPimPeersErrorCode, std::optional<std::vector<std::string>>>("peerIds"));
      }},
 
     // Invitations

@@ -1,5 +1,7 @@
 #include "console/chat/ChatSession.h"
 
+#include "Classes/Await/KvResult.h"
+#include "Classes/Model/KvFailure.h"
 #include "console/QueueLoop.h"
 
 #include <chrono>
@@ -11,14 +13,6 @@ using namespace std::chrono_literals;
 
 constexpr auto kLongestLogout = 2s;
 constexpr std::string_view kPlainPrompt = "> ";
-constexpr std::string_view kAddressForm =
-    "valid are http or https, a name with a dot in it or an IPv4 address, and a port, as in http://127.0.0.1:8600: "
-    "neither localhost, nor [::1], nor a slash at the end";
-
-std::int64_t millisecondsSince1970() {
-    auto const now = std::chrono::system_clock::now().time_since_epoch();
-    return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
-}
 
 }  // namespace
 
@@ -30,32 +24,42 @@ ChatSession::ChatSession(ChatOptions const& options, std::shared_ptr<KvMainQueue
 }
 
 bool ChatSession::create() {
-    client_ = KvPimKit::initWithAppId(options_.common.appId, delegate_, clientOptions(options_.common, queue_));
-    if (!client_) {
-        auto const& proxy = options_.common.proxy;
-        bool const hasProxy = !proxy.forHttp.empty() || !proxy.forHttps.empty();
-        warn("this is no valid API server: " + options_.common.env.apiServer + "; " + std::string(kAddressForm) +
-             (hasProxy ? "; or the proxy has no address of one" : ""));
+    auto const client = KvPimKit::create(options_.common.appId, clientOptions(options_.common, queue_), delegate_);
+    if (!client) {
+        warn(client.error().failure()->cause);
         return false;
     }
+    client_ = *client;
     client_->getPimInvitationKit()->setDelegate(invitationDelegate_);
     return true;
 }
 
 bool ChatSession::login() {
     auto const outcome = std::make_shared<std::optional<std::int64_t>>();
-    client_->loginByToken(options_.token, millisecondsSince1970(), options_.userId,
+    client_->loginByToken(options_.token, std::chrono::system_clock::now(), options_.userId,
                           [outcome](std::int64_t code) { *outcome = code; });
     terminal_.waitUntil([&] { return outcome->has_value(); });
     if (!outcome->has_value()) return false;
     if (**outcome != 0) {
-        warn("login: " + explain(kLoginWords, **outcome) + " (" + options_.common.env.apiServer + ")");
+        warn("login at " + options_.common.env.apiServer, KvPimLoginErrorCode(**outcome));
         return false;
     }
     notice("Hello, " + options_.userId + ". /help shows what you can type.");
     terminal_.setPrompt(kPlainPrompt);
     terminal_.setCompletions([this](std::string_view before) { return completions(before); });
     return true;
+}
+
+// The failure of the completion at work, or else the latest. What was merely asked for in vain is told by its code.
+void ChatSession::warnOfFailure(std::string text) {
+    auto const current = currentFailure();
+    auto const failure = current ? current : client_->lastFailure();
+    if (failure && (failure->stage != KvFailureStage::request || !failure->serverWords.empty())) {
+        text.append(" [").append(toString(failure->stage)).append("] ").append(failure->cause);
+        if (!failure->serverWords.empty()) text.append(", and the server says: ").append(failure->serverWords);
+        text.append(". ").append(failure->advice);
+    }
+    warn(text);
 }
 
 void ChatSession::logout() {

@@ -5,9 +5,9 @@
 #include "Classes/KvPimChannel.h"
 #include "Classes/KvPimInvitationKit.h"
 #include "Classes/KvPimKit.h"
+#include "Classes/Model/KvPimErrors.h"
 #include "console/chat/Chat.h"
 #include "console/chat/Terminal.h"
-#include "console/chat/Words.h"
 
 #include <cstdint>
 #include <memory>
@@ -70,10 +70,10 @@ private:
         };
     }
     /// The same for an operation with nothing but a code: warns when it failed, else does `onSuccess`.
-    template <class OnSuccess>
-    auto whenDone(std::string what, Words words, OnSuccess onSuccess) {
-        return whenAnswered([this, what = std::move(what), words, onSuccess](std::int64_t code) {
-            if (code != 0) return warn(what + ": " + explain(words, code));
+    template <KvPimErrorCode Code, class OnSuccess>
+    auto whenDone(std::string what, OnSuccess onSuccess) {
+        return whenAnswered([this, what = std::move(what), onSuccess](std::int64_t code) {
+            if (code != 0) return warn(what, Code(code));
             onSuccess();
         });
     }
@@ -86,6 +86,12 @@ private:
     void showAttributes(std::string const& of, std::vector<KvPimAttribute> const& attributes);
     void notice(std::string_view text);
     void warn(std::string_view text);
+    /// What failed, what its code means, and why.
+    template <KvPimErrorCode Code>
+    void warn(std::string_view what, Code code) {
+        warnOfFailure(std::string(what).append(": ").append(describe(code)));
+    }
+    void warnOfFailure(std::string text);
 
     void leaveRoom();
     void send(std::shared_ptr<KvPimMessage const> message);

@@ -143,7 +143,7 @@ void ChatSession::join(std::string_view rest) {
             if (room_ == room) terminal_.setPrompt(room->channelId() + "> ");
             return;
         }
-        warn("entering " + room->channelId() + ": " + explain(kJoinWords, code));
+        warn("entering " + room->channelId(), KvPimJoinChannelErrorCode(code));
         if (room_ == room) room_ = nullptr;
     }));
 }
@@ -156,8 +156,8 @@ void ChatSession::leaveRoom() {
     if (!room_) return;
     auto const room = std::exchange(room_, nullptr);
     terminal_.setPrompt("> ");
-    room->leaveWithCompletion(whenDone("leaving " + room->channelId(), kLeaveWords,
-                                       [this, room] { notice("you have left " + room->channelId()); }));
+    room->leaveWithCompletion(whenDone<KvPimLeaveChannelErrorCode>(
+        "leaving " + room->channelId(), [this, room] { notice("you have left " + room->channelId()); }));
     client_->destroyChannelWithId(room->channelId());
 }
 
@@ -165,7 +165,7 @@ void ChatSession::who(std::string_view) {
     if (!isInRoom()) return;
     room_->getMembersWithCompletion(
         whenAnswered([this](std::optional<std::vector<KvPimMember>> const& members, std::int64_t code) {
-            if (code != 0) return warn("members: " + explain(kMembersWords, code));
+            if (code != 0) return warn("members", KvPimChannelMembersErrorCode(code));
             std::string names;
             for (auto const& member : *members) {
                 names += (names.empty() ? "" : ", ") + member.userId;
@@ -180,7 +180,7 @@ void ChatSession::count(std::string_view) {
     client_->getChannelMemberCount(
         {room_->channelId()},
         whenAnswered([this](std::optional<std::vector<KvChannelMemberCount>> const& counts, std::int64_t code) {
-            if (code != 0) return warn("count: " + explain(kCountWords, code));
+            if (code != 0) return warn("count", KvPimMemberCountErrorCode(code));
             for (auto const& one : *counts) notice(one.channelId + " has " + std::to_string(one.count) + " members");
         }));
 }
@@ -191,7 +191,7 @@ void ChatSession::roomAttributes(std::string_view) {
         room_->channelId(),
         whenAnswered([this, roomId = room_->channelId()](std::optional<std::vector<KvPimAttribute>> const& list,
                                                          std::int64_t code) {
-            if (code != 0) return warn("attributes: " + explain(kAttributeWords, code));
+            if (code != 0) return warn("attributes", KvPimChannelAttributesErrorCode(code));
             showAttributes(roomId, *list);
         }));
 }
@@ -223,13 +223,13 @@ void ChatSession::send(std::shared_ptr<KvPimMessage const> message) {
     if (!room_ && lastPeer_.empty()) return warn("to whom? /join ROOM or /msg USER TEXT first");
     if (!room_) return sendToPeer(std::move(message), lastPeer_);
     if (message->text->size() > kMostBytes) return warn(tooLong("a message", message->text->size()));
-    room_->sendMessage(std::move(message), std::nullopt, whenDone("message", kRoomMessageWords, [] {}));
+    room_->sendMessage(std::move(message), std::nullopt, whenDone<KvPimChannelMessageErrorCode>("message", [] {}));
 }
 
 void ChatSession::sendToPeer(std::shared_ptr<KvPimMessage const> message, std::string const& peerId) {
     if (message->text->size() > kMostBytes) return warn(tooLong("a message", message->text->size()));
     client_->sendMessageToPeer(std::move(message), peerId, KvPimSendMessageOptions{.enableOfflineMessaging = true},
-                               whenDone("message to " + peerId, kPeerMessageWords, [] {}));
+                               whenDone<KvPimPeerMessageErrorCode>("message to " + peerId, [] {}));
 }
 
 // ---- Users
@@ -238,7 +238,7 @@ void ChatSession::status(std::string_view rest) {
     client_->queryPeersOnlineStatus(
         {std::string(rest)},
         whenAnswered([this](std::optional<std::vector<KvPimPeerOnlineStatus>> const& statuses, std::int64_t code) {
-            if (code != 0) return warn("status: " + explain(kStatusWords, code));
+            if (code != 0) return warn("status", KvPimPeersErrorCode(code));
             for (auto const& one : *statuses) notice(one.peerId + (one.isOnline ? " is online" : " is offline"));
         }));
 }
@@ -246,16 +246,17 @@ void ChatSession::status(std::string_view rest) {
 void ChatSession::watch(std::string_view rest) {
     std::string const peerId(rest);
     users_.insert(peerId);
-    client_->subscribePeersOnlineStatus(
-        {peerId}, whenDone("watching " + peerId, kStatusWords, [this, peerId] { notice("you watch " + peerId); }));
+    client_->subscribePeersOnlineStatus({peerId}, whenDone<KvPimPeersErrorCode>("watching " + peerId, [this, peerId] {
+                                            notice("you watch " + peerId);
+                                        }));
 }
 
 void ChatSession::set(std::string_view rest) {
     auto const key = takeWord(rest);
     std::string const value(rest);
-    client_->addOrUpdateLocalUserAttributes({{key, value}}, whenDone("attribute", kAttributeWords, [this, key, value] {
-                                                notice("you: " + key + " = " + value);
-                                            }));
+    client_->addOrUpdateLocalUserAttributes(
+        {{key, value}}, whenDone<KvPimLocalUserAttributesErrorCode>(
+                            "attribute", [this, key, value] { notice("you: " + key + " = " + value); }));
 }
 
 void ChatSession::attributes(std::string_view rest) {
@@ -263,7 +264,7 @@ void ChatSession::attributes(std::string_view rest) {
                                whenAnswered([this](std::optional<std::vector<KvPimAttribute>> const& list,
                                                    std::string const& userId, std::int64_t code) {
                                    if (code != 0)
-                                       return warn("attributes of " + userId + ": " + explain(kAttributeWords, code));
+                                       return warn("attributes of " + userId, KvPimUserAttributesErrorCode(code));
                                    showAttributes(userId, *list);
                                }));
 }
@@ -275,26 +276,26 @@ void ChatSession::invite(std::string_view rest) {
     outgoing_ = KvPimInvitation::initWithInviter(options_.userId, invitee);
     outgoing_->requestInfo = rest;
     client_->getPimInvitationKit()->sendInvitation(
-        outgoing_,
-        whenDone("inviting " + invitee, kInvitationWords, [this, invitee] { notice("you invite " + invitee); }));
+        outgoing_, whenDone<KvPimInvitationErrorCode>("inviting " + invitee,
+                                                      [this, invitee] { notice("you invite " + invitee); }));
 }
 
 void ChatSession::accept(std::string_view) {
     if (!incoming_) return warn("nobody has invited you");
     client_->getPimInvitationKit()->acceptInvitation(
-        incoming_, whenDone("accepting", kInvitationWords, [this] { notice("accepted"); }));
+        incoming_, whenDone<KvPimInvitationErrorCode>("accepting", [this] { notice("accepted"); }));
 }
 
 void ChatSession::refuse(std::string_view) {
     if (!incoming_) return warn("nobody has invited you");
     client_->getPimInvitationKit()->refuseInvitation(
-        incoming_, whenDone("refusing", kInvitationWords, [this] { notice("refused"); }));
+        incoming_, whenDone<KvPimInvitationErrorCode>("refusing", [this] { notice("refused"); }));
 }
 
 void ChatSession::cancel(std::string_view) {
     if (!outgoing_) return warn("you have invited nobody");
     client_->getPimInvitationKit()->cancelInvitation(
-        outgoing_, whenDone("canceling", kInvitationWords, [this] { notice("canceled"); }));
+        outgoing_, whenDone<KvPimInvitationErrorCode>("canceling", [this] { notice("canceled"); }));
 }
 
 // ---- The rest
