@@ -95,7 +95,7 @@ void run(Input input) {
         auto const pieceSize = static_cast<unsigned char>(input.takeByte());
         auto session = newSession();
         play(session, input.takeRest().substr(0, kMostBytes), pieceSize == 0 ? kMostBytes : pieceSize);
-        Network::shared().answerRequests({.error = "the end"});
+        Network::shared().answerRequests({.failure = net::Failure{KvFailureStage::discovery, "the end"}});
         session.queue->advance(kLongestOperation);
         Network::shared().readAll();
         require(session.open->count == 0, "every operation is answered");

@@ -136,12 +136,12 @@ private:
         auto const step = seconds(pace_ == 0 ? 0 : ++messages_ * 7 % pace_);
         now_ += step;
         acknowledgements_.pass(step);
-        if (!core_.onTime(now_)) return end(core_.reason());
+        if (!core_.onTime(now_)) return end(core_.failure().text);
         switch (reader_.opcode()) {
             case sio::WsOpcode::text:
-                return core_.onText(reader_.text(), now_) || end(core_.reason());
+                return core_.onText(reader_.text(), now_) || end(core_.failure().text);
             case sio::WsOpcode::binary:
-                return core_.onBinary(reader_.takePayload()) || end(core_.reason());
+                return core_.onBinary(reader_.takePayload()) || end(core_.failure().text);
             case sio::WsOpcode::close: {
                 auto const close = sio::readClose(reader_.text());
                 return end("closed: " + close.text + ' ' + std::to_string(static_cast<int>(close.answer)));

@@ -165,7 +165,7 @@ void run(Input input) {
         case 'h':
             return checkUpgrade(rest);
         case 'e':
-            return logIn({.error = std::string(rest)});
+            return logIn({.failure = net::Failure{KvFailureStage::discovery, std::string(rest)}});
         default:
             return logIn({.status = 200, .body = std::string(rest)});
     }

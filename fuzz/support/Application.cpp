@@ -56,14 +56,15 @@ struct Operation {
     void (*begin)(App app, Text text, Done done);
 };
 
-template <auto Method>
+using Invite = void (KvPimInvitationKit::*)(std::shared_ptr<KvPimInvitation>, KvPimInvitationKit::Completion);
+template <Invite Method>
 void invite(App app, Text text, Done done) {
     app.invitation = KvPimInvitation::initWithInviter(kMe, kPeer);
     app.invitation->requestInfo = text;
     ((*app.invitations).*Method)(app.invitation, done);
 }
 
-template <auto Method>
+template <Invite Method>
 void answerInvitation(App app, Text text, Done done) {
     app.invitation = KvPimInvitation::initWithInviter(kPeer, kMe);
     app.invitation->responseInfo = text;
@@ -71,6 +72,34 @@ void answerInvitation(App app, Text text, Done done) {
 }
 
 std::vector<KvPimAttribute> attributes(Text text) { return {{"key", text}, {text, "value"}}; }
+
+void start(App app, KvTask<> task, Done done) {
+    auto pending = spawn(app.queue().shared_from_this(), std::move(task));
+    app.tasks.emplace_back(std::move(pending), done.begun);
+}
+
+// A task that held the client would keep it.
+template <class T>
+KvTask<> awaitOne(KvPending<T> begun, Done done) {
+    auto const result = co_await begun;
+    done(result ? "" : result.error().message());
+}
+
+KvTask<> awaitSeveral(std::shared_ptr<KvPimChannel> channel, KvMainQueue& queue, Done done) {
+    auto const [joined, sent] = co_await all(channel->join(), channel->sendMessage("text"));
+    auto const first = co_await any(channel->getMembers(), sleep(queue, std::chrono::seconds(5)));
+    co_await sleep(queue, std::chrono::seconds(9)).within(std::chrono::milliseconds(joined ? 1 : 2));
+    done(joined.has_value(), sent.has_value(), first.index());
+}
+
+KvTask<> listen(KvStream<KvPimEvent> events, KvStream<event::ChannelMessageReceived> messages, Application* app,
+                Done done) {
+    while (auto const event = co_await events.next()) {
+        if (messages.size() > 0) co_await messages.next();
+        app->onCallback();
+    }
+    done(0);
+}
 
 constexpr Operation kOperations[] = {
     {'a', false, kOnce, [](App app, Text, Done done) { app.channel->joinWithCompletion(done); }},
@@ -165,6 +194,24 @@ constexpr Operation kOperations[] = {
          app.kit->setLogFile("");
          done(app.kit->setParameters("{}"), KvPimKit::getSDKVersion(), *app.kit, *app.kit->getPimInvitationKit());
      }},
+    {'H', true, kOnce,
+     [](App app, Text, Done done) { start(app, awaitOne(app.kit->getPeersUserAttributes({kPeer}), done), done); }},
+    {'I', true, kOnce,
+     [](App app, Text, Done done) { start(app, awaitOne(app.kit->loginByToken(kToken, 1, kMe), done), done); }},
+    {'J', true, kOnce,
+     [](App app, Text, Done done) { start(app, awaitSeveral(app.channel, app.queue(), done), done); }},
+    {'K', true, kOnceUnlessDestroyed,
+     [](App app, Text, Done done) {
+         start(app, listen(app.kit->events({.limit = 2}), app.channel->messages(), &app, done), done);
+     }},
+    {'L', false, kOnce,
+     [](App app, Text, Done done) {
+         for (auto& [task, begun] : app.tasks) {
+             task.cancel();
+             begun->least = 0;
+         }
+         done(0);
+     }},
     {'G', false, kOnce,
      [](App app, Text, Done done) {  // as a dialogue does that the application shows in a callback
          for (int turn = 0; turn < 5; ++turn) app.queue().poll();
@@ -210,7 +257,7 @@ void Application::onCallback() {
 
 void Application::finish() {
     inCallbacks_.clear();
-    Network::shared().answerRequests({.error = "the end"});
+    Network::shared().answerRequests({.failure = net::Failure{KvFailureStage::discovery, "the end"}});
     queue_->advance(kLongestOperation);
     Network::shared().readAll();
     for (auto const& begun : begun_) require(begun.calls >= begun.least, "every completion is called");

@@ -2,6 +2,7 @@
 // often its completions are called, and may do something drastic inside any callback.
 #pragma once
 
+#include "Classes/KvPimAwait.h"
 #include "Classes/KvPimChannel.h"
 #include "Classes/KvPimInvitationKit.h"
 #include "Classes/KvPimKit.h"
@@ -10,6 +11,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace kv::fuzz {
 
@@ -39,8 +41,9 @@ public:
     std::shared_ptr<KvPimKit> kit;  // null once it was destroyed
     std::shared_ptr<KvPimChannel> channel;
     std::shared_ptr<KvPimInvitationKit> invitations;
-    std::shared_ptr<KvPimInvitation> invitation;  // the latest
-    bool isForgotten = false;                     // the channel: it was destroyed
+    std::shared_ptr<KvPimInvitation> invitation;      // the latest
+    bool isForgotten = false;                         // the channel: it was destroyed
+    std::list<std::pair<KvPending<>, Begun*>> tasks;  // that were spawned
 
 private:
     void makeDelegates();

@@ -164,7 +164,7 @@ void Opener::shakeHands(std::unique_ptr<net::Stream>) {
 
 void Opener::cancel() { done_ = nullptr; }
 
-std::string Opener::stage() const { return "Connecting to " + plan_.url.text(); }
+std::string Opener::doing() const { return "Connecting to " + plan_.url.text(); }
 
 }  // namespace kv::sio
 
@@ -174,7 +174,7 @@ namespace kv {
 // NOLINTNEXTLINE(performance-unnecessary-value-param): the signature is that of the real one
 void startHttp(std::shared_ptr<KvMainQueue> const&, KvHttpTask task, KvHttpCompletion completion) {
     if (task.uploadPath.empty()) return fuzz::Network::shared().addRequest(std::move(completion));
-    completion({.error = "no network"});  // on a background thread
+    completion({.failure = net::Failure{KvFailureStage::tcp, "no network"}});  // on a background thread
 }
 
 }  // namespace kv

@@ -2,10 +2,11 @@
 #include "Classes/Catagory/KvJson.h"
 #include "Classes/Catagory/KvString.h"
 #include "Classes/Internal/KvCollections.h"
+#include "Classes/Internal/KvOperation.h"
 #include "Classes/Internal/KvPimLoginParams.h"
-#include "Classes/Internal/KvPimRequest.h"
 #include "Classes/Internal/KvPimStateHelper.h"
 #include "Classes/Internal/KvWireForms.h"
+#include "Classes/Model/KvPimErrors.h"
 #include "Classes/Model/KvPimPeerOnlineStatus.h"
 #include "Classes/Model/KvPimResult.h"
 #include "Classes/Model/KvPimUserAttributes.h"
@@ -15,6 +16,7 @@
 
 #include <cmath>
 #include <limits>
+#include <set>
 
 namespace kv::test {
 namespace {
@@ -127,6 +129,75 @@ TEST(HelperTest, RecordsHaveATextForm) {
         R"({"userId":"anna","attributes":[)" + kept.description() + R"(,{"key":"city","value":"","deleted":1}]})");
     EXPECT_EQ((KvPimUserAttributes{"anna", std::nullopt}.description()), R"({"userId":"anna","attributes":[]})");
     EXPECT_EQ((KvPimPeerOnlineStatus{"anna", true}.description()), "peerId: anna, isOnline: 1");
+}
+
+TEST(HelperTest, MessagesAreComparedByWhatIsInThem) {
+    auto const raw = [](char const* data) { return KvPimRawMessage(makeData(std::string_view(data)), "a cat"); };
+    KvPimMessage const text("a cat");
+    EXPECT_EQ(raw("1"), raw("1"));
+    EXPECT_NE(raw("1"), raw("2"));
+    EXPECT_NE(raw("1"), KvPimRawMessage(nullptr, "a cat"));
+    EXPECT_NE(text, static_cast<KvPimMessage const&>(KvPimRawMessage(nullptr, "a cat")));
+    auto later = text;
+    later.serverReceivedTs = 1;
+    EXPECT_NE(text, later);
+}
+
+constexpr KvErrc kConditions[] = {KvErrc::timedOut,        KvErrc::notLoggedIn, KvErrc::tooManyRequests,
+                                  KvErrc::invalidArgument, KvErrc::refused,     KvErrc::cancelled};
+
+// The names of codes that are in no condition.
+template <KvPimErrorCode... Codes>
+std::set<std::string_view> unconditional() {
+    std::set<std::string_view> names, categories;
+    auto const look = [&](auto code, std::set<std::string>& said) {
+        std::error_code const error = code;
+        if (toString(code) == "unknown") return;
+        EXPECT_TRUE(said.insert(error.message()).second && error.message() == describe(code)) << error;
+        auto const count = std::ranges::count_if(kConditions, [&](KvErrc condition) { return error == condition; });
+        EXPECT_LE(count, error ? 1 : 0) << error;
+        if (error && count == 0) names.insert(toString(code));
+    };
+    auto const lookAtAll = [&]<class Code>(Code) {
+        EXPECT_TRUE(categories.insert(make_error_code(Code{}).category().name()).second);
+        std::set<std::string> said;
+        for (int number = 0; number <= KvPimErrorNotLogin; ++number) look(Code(number), said);
+    };
+    (lookAtAll(Codes{}), ...);
+    return names;
+}
+
+TEST(HelperTest, EachFailureIsInOneConditionOrKnownNotToBe) {
+    auto const names =
+        unconditional<KvPimLoginErrorCode, KvPimLogoutErrorCode, KvPimRenewTokenErrorCode, KvPimJoinChannelErrorCode,
+                      KvPimLeaveChannelErrorCode, KvPimChannelMembersErrorCode, KvPimChannelMessageErrorCode,
+                      KvPimChannelAttributesErrorCode, KvPimMemberCountErrorCode, KvPimLocalUserAttributesErrorCode,
+                      KvPimUserAttributesErrorCode, KvPimPeersErrorCode, KvPimPeerMessageErrorCode,
+                      KvPimInvitationErrorCode, KvWaitError>();
+    EXPECT_EQ(names,
+              (std::set<std::string_view>{"KvPimLoginErrorUnknown", "KvPimLeaveChannelErrorFailure", "abandoned"}));
+}
+
+TEST(HelperTest, ConditionsHoldAcrossOperationsAndLibraries) {
+    struct Case {
+        std::error_code error;
+        std::error_condition is, isNot;
+    };
+    for (auto const& c :
+         {Case{KvPimLoginErrorTimeout, KvErrc::timedOut, KvErrc::refused},
+          Case{KvPimInvitationErrorTimeout, std::errc::timed_out, std::errc::invalid_argument},
+          Case{KvWaitError::waitedTooLong, KvErrc::timedOut, KvErrc::cancelled},
+          Case{KvWaitError::cancelled, std::errc::operation_canceled, std::errc::timed_out},
+          Case{make_error_code(std::errc::timed_out), KvErrc::timedOut, KvErrc::cancelled},
+          Case{KvPimPeersErrorInvalidArgument, std::errc::invalid_argument, std::errc::timed_out},
+          Case{KvPimLogoutErrorNotLogin, KvErrc::notLoggedIn, std::errc::not_connected},
+          Case{KvPimLoginErrorOk, make_error_code(KvPimLoginErrorOk).default_error_condition(), KvErrc::refused}}) {
+        EXPECT_TRUE(c.error == c.is) << c.error;
+        EXPECT_FALSE(c.error == c.isNot) << c.error;
+    }
+    EXPECT_FALSE(make_error_code(KvPimLoginErrorTimeout) == make_error_code(KvPimUserAttributesErrorCode(9)));
+    EXPECT_EQ(toString(KvPimConnectionStateReconnecting), "KvPimConnectionStateReconnecting");
+    EXPECT_NE(describe(KvPimConnectionState(77)).find("not known"), std::string_view::npos);
 }
 
 }  // namespace

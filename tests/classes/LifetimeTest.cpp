@@ -12,9 +12,10 @@ namespace kv::fuzz {
 namespace {
 
 // The operations (see Application.cpp) that complete, and all; those that end the session come last.
-std::string const kCompleting = "abcdefghijklmnopqrstuvwxyz1234AB76";
-std::string const kEverything = "abcdefghijklmnopqrstuvwxyz1234ABDEF085C76";
-constexpr char kRunQueue = 'G', kDestroy = '9';
+// Tasks, which are last there, must not run the queue.
+std::string const kCompleting = "abcdefghijklmnopqrstuvwxyz1234AB76H";
+std::string const kEverything = "abcdefghijklmnopqrstuvwxyz1234ABDEFHJK085C76";
+constexpr char kRunQueue = 'G', kDestroy = '9', kCancel = 'L';
 constexpr char kAfterTheEnd[] = "abcdB1";
 
 std::string const kLogin = ">5\nD\nL\n>D\n>a\nA[{\"result\":0}]\n";
@@ -134,14 +135,19 @@ TEST(Lifetimes, AClientMayEndWhereverItWaits) {
              {"session", ">5\nD\n" + kOpen, 2},
              {"loginSuccess", ">5\nD\n" + kOpen + join, 2},
              {"answers", kLogin + ">a\n>d\n>m", 3},
+             {"awaited login", ">I\nD", 2},
+             {"tasks", kLogin + ">H\n>J\n>K", 3},
+             {"tasks, further on", kLogin + ">J\n430[{\"result\":0}]\n431[{\"result\":0}]\n>K\n+5000", 3},
              {"reconnection delay", kLogin + "#", 1},
              {"reconnecting", kLogin + "#\n+1000", 4},
              {"loginSuccess again", kLogin + "#\n+1000\n" + kOpen + join, 4},
              {"restoring, unanswered", kBuiltUp, 3},
              {"restoring, refused", kBuiltUp + "430[{\"result\":1}]\n431[{\"result\":1}]\n432[{\"result\":1}]", 3},
          }) {
-        for (std::string const& turn : {std::string{kDestroy}, std::string("6"), std::string{'6', kDestroy},
-                                        kEverything, kEverything + kDestroy}) {
+        for (std::string const& turn :
+             {std::string{kDestroy}, std::string("6"), std::string{'6', kDestroy}, std::string{kCancel},
+              std::string{kCancel, kDestroy}, std::string{kDestroy, kCancel}, kEverything, kEverything + kDestroy,
+              kEverything + kCancel}) {
             SCOPED_TRACE(name + (": " + turn));
             {
                 Application app;

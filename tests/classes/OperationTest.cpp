@@ -141,6 +141,7 @@ TEST_F(OperationTest, ArgumentsAreRefusedInsideTheCall) {
              {"members, not joined", 5, [&](Done d) { channel->getMembersWithCompletion(codeOnly(d)); }},
              {"message, not joined", 5,
               [&](Done d) { channel->sendMessage(std::make_shared<KvPimMessage>("x"), {}, d); }},
+             {"text, not joined", 5, [&](Done d) { channel->sendMessage("x", d); }},
              {"set channel, no attributes", 3, [&](Done d) { kit.setChannelAttributes("c", {}, {}, d); }},
              {"set channel, slash", 3, [&](Done d) { kit.setChannelAttributes("a/b", kAttributes, {}, d); }},
              {"delete channel, no keys", 3, [&](Done d) { kit.deleteChannelAttributesByKeys("c", {}, {}, d); }},
@@ -190,7 +191,7 @@ TEST_F(OperationTest, WhatIsRefusedInTheLastCallbackIsAnsweredToo) {
         kit.getPeersUserAttributesByKeys(kIds, {}, done);
     };
     ASSERT_TRUE(alice.login());
-    alice.kit->sendMessageToPeer(std::make_shared<KvPimMessage>("x"), "alice", {}, {});
+    alice.kit->sendMessageToPeer("x", "alice", [](std::int64_t) {});
     EXPECT_TRUE(runUntil(*queue, [&] { return !alice.kit; }));
     EXPECT_EQ(codes, (std::vector<std::int64_t>{2, 2}));
 }
@@ -199,9 +200,7 @@ TEST_F(OperationTest, LongMessagesAreReportedAndSentAllTheSame) {
     ASSERT_TRUE(alice.login());
     auto const channel = alice.join("c");
     auto const message = [](std::size_t text, std::size_t data) {
-        auto made = std::make_shared<KvPimRawMessage>(makeData(std::string(data, 'd')));
-        made->text = std::string(text, 't');
-        return made;
+        return std::make_shared<KvPimRawMessage>(makeData(std::string(data, 'd')), std::string(text, 't'));
     };
     struct Case {
         std::size_t text, data;
@@ -211,7 +210,7 @@ TEST_F(OperationTest, LongMessagesAreReportedAndSentAllTheSame) {
              {32768, 32768, {0}, {0}}, {32769, 1, {7, 7}, {4, 4}}, {32769, 32769, {7, 7, 7}, {4, 4, 4}}}) {
         std::vector<std::int64_t> toPeer, toChannel;
         alice.kit->sendMessageToPeer(message(c.text, c.data), "alice", {}, [&](auto code) { toPeer.push_back(code); });
-        channel->sendMessage(message(c.text, c.data), {}, [&](auto code) { toChannel.push_back(code); });
+        channel->sendMessage(message(c.text, c.data), [&](std::int64_t code) { toChannel.push_back(code); });
         EXPECT_TRUE(runUntil(
             *queue, [&] { return toPeer.size() >= c.toPeer.size() && toChannel.size() >= c.toChannel.size(); }));
         EXPECT_EQ(toPeer, c.toPeer);

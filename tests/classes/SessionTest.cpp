@@ -1,5 +1,7 @@
 // Login, logout, renewal; what each end of a connection leads to.
+#include "Classes/KvPimAwait.h"
 #include "Classes/KvScope.h"
+#include "Classes/Model/KvFailure.h"
 #include "Operations.h"
 #include "Person.h"
 #include "support/Printed.h"
@@ -97,17 +99,22 @@ TEST_P(SessionTest, ALoginThatTimesOutIsAnsweredAgainWhenTheServerThaws) {
         peer.login();
         peer.readToEnd();
     });
-    Person dora(server.url(), "dora", queue, GetParam(), [](KvPimOptions& options) {
+    auto const impatient = [](KvPimOptions& options) {
         options.network.connectTimeout = 3s;
         options.network.requestTimeout = 2s;
-    });
+    };
+    Person dora(server.url(), "dora", queue, GetParam(), impatient),
+        eve(server.url(), "eve", queue, GetParam(), impatient);
     std::vector<std::int64_t> codes;
     dora.kit->loginByToken(kToken, 1, "dora", [&](std::int64_t code) { codes.push_back(code); });
-    EXPECT_TRUE(waitFor([&] { return server.connections() == 1; }));
+    auto awaited = eve.kit->loginByToken(kToken, 1, "eve");
+    EXPECT_TRUE(waitFor([&] { return server.connections() == 2; }));
     queue->advance(3s);
     EXPECT_EQ(codes, std::vector<std::int64_t>{9});
+    EXPECT_FALSE(awaited.isReady()) << "it ends once, with its outcome";
     isFrozen = false;
-    EXPECT_TRUE(waitFor([&] { return codes.size() == 2; }));
+    EXPECT_TRUE(waitFor([&] { return codes.size() == 2 && awaited.isReady(); }));
+    EXPECT_TRUE(awaited.take());
     EXPECT_EQ(codes.back(), 0);
     EXPECT_EQ(dora.states, (States{{2, 1}, {1, 4}, {3, 2}}));
     EXPECT_TRUE(dora.kit->stateManager().login);
@@ -261,7 +268,13 @@ TEST_P(SessionTest, AnotherDelegateMayTakeOver) {
     successor->connectionStateChanged = [&](KvPimKit&, std::int64_t state, std::int64_t reason) {
         told.emplace_back(state, reason);
     };
+    EXPECT_EQ(alice.kit->connectionState(), KvPimConnectionStateDisconnected);
     ASSERT_TRUE(alice.login());
+    EXPECT_TRUE(alice.kit->isLoggedIn() && alice.kit->connectionState() == KvPimConnectionStateConnected);
+    auto const options = alice.kit->options();
+    EXPECT_EQ(options.mainQueue, queue);
+    EXPECT_EQ(options.engine, GetParam() == Engine::thread ? KvPimEngine::thread : KvPimEngine::mainQueue);
+    EXPECT_EQ(options.envConfig.cachesDirectory, alice.cachesDirectory);
     EXPECT_EQ(alice.kit->delegate(), alice.delegate);
     EXPECT_EQ(alice.kit->apiServer(), service.url());
     EXPECT_EQ(alice.kit->brivelServer(), service.url());
@@ -269,6 +282,28 @@ TEST_P(SessionTest, AnotherDelegateMayTakeOver) {
     EXPECT_EQ(alice.codeOf([&](auto done) { alice.kit->logoutWithCompletion(done); }), 0);
     EXPECT_EQ(alice.states, (States{{2, 1}, {3, 2}}));
     EXPECT_EQ(told, (States{{1, 6}}));
+    alice.kit->loginByToken(kToken, std::chrono::sys_time<std::chrono::milliseconds>(1700000000123ms), "alice", {});
+    EXPECT_NE(alice.kit->getDebugInfoText().find("\"timestamp\":1700000000123}"), std::string::npos);
+}
+
+TEST_P(SessionTest, WhatIsHandedOverInVainIsToldToTheLog) {
+    std::vector<std::string> warnings;
+    alice.kit->setLogFilters(2);
+    alice.kit->setLogHandler([&](std::int64_t level, std::string_view line) {
+        if (level == 2) warnings.emplace_back(line);
+    });
+    std::weak_ptr<KvPimChannelDelegate> const gone = std::make_shared<KvPimChannelDelegate>();
+    auto const channel = alice.kit->createChannelWithId("room", {});
+    EXPECT_EQ(alice.kit->createChannelWithId("a/b", {}), nullptr);
+    channel->setDelegate(gone);
+    channel->setDelegate({});
+    alice.kit->createChannelWithId("room", gone);
+    alice.kit->setLogHandler({});
+    alice.kit->setLogFilters(0);
+    ASSERT_EQ(warnings.size(), 3u);
+    EXPECT_NE(warnings[0].find("a/b is not a valid id"), std::string::npos);
+    EXPECT_NE(warnings[1].find("setDelegate: the delegate is gone"), std::string::npos);
+    EXPECT_NE(warnings[2].find("createChannelWithId: the delegate is gone"), std::string::npos);
 }
 
 TEST_P(SessionTest, RenewalReplacesTheTokenOfConnectionsToCome) {
@@ -313,7 +348,8 @@ TEST_P(SessionTest, AClientMayEndAtEachMomentOfALogin) {
     for (int turns = 0; turns < 40; ++turns) {
         int codes = 0;
         Person dora(service.url(), "dora", queue, GetParam());
-        dora.kit->loginByToken(kToken, 1, "dora", [&](std::int64_t) { ++codes; });
+        dora.kit->loginByToken(kToken, 1, "dora",
+                               [&](std::int64_t code) { codes += code == 0 || currentFailure() ? 1 : 0; });
         for (int turn = 0; turn < turns; ++turn) {
             pollfd waiting{queue->fd(), POLLIN, 0};
             ::poll(&waiting, 1, 1);

@@ -79,11 +79,11 @@ TEST_F(Chat, ALoginThatFailsIsToldInWords) {
     makeFile(directory.path("token"), "short\n");
     Program refused(chatCommand(service.url(), "alice", {"--token-file", directory.path("token")}));
     EXPECT_EQ(refused.exitStatus(), 1);
-    EXPECT_TRUE(refused.prints("! login: the token is invalid*"));
+    EXPECT_TRUE(refused.prints("! login at *: The token is invalid*"));
 
     Program unreached(chatCommand(kNobody, "alice"));
     EXPECT_EQ(unreached.exitStatus(), 1);
-    EXPECT_TRUE(unreached.prints("! login: no service was reached*"));
+    EXPECT_TRUE(unreached.prints("! login at *: No socket server was found*"));
 
     Program kickedOut(chatCommand(service.url(), "alice"));
     ASSERT_TRUE(kickedOut.prints("* Hello, alice*"));

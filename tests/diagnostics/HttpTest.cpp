@@ -152,7 +152,7 @@ TEST(Http, PassesFailuresOnAsSuch) {
         HttpTestServer const server(always({}));
         closedPort = server.url();
     }
-    EXPECT_TRUE(answerTo(taskFor(closedPort)).error);
+    EXPECT_TRUE(answerTo(taskFor(closedPort)).failure);
     for (auto const& answer : std::vector<HttpTestAnswer>{
              {.body = "half of this", .ending = Ending::closesMidway},
              {.ending = Ending::closesAtOnce},
@@ -163,7 +163,8 @@ TEST(Http, PassesFailuresOnAsSuch) {
          }) {
         HttpTestServer const server(always(answer));
         auto const got = answerTo(taskFor(server.url()));
-        EXPECT_TRUE(got.error) << answer.status << answer.headers.size();
+        EXPECT_TRUE(got.failure) << answer.status << answer.headers.size();
+        EXPECT_EQ(got.failure->stage, KvFailureStage::discovery);
         EXPECT_EQ(got.body, "");
         EXPECT_LE(server.requests().size(), 17u);
     }
@@ -177,7 +178,7 @@ TEST(Http, FollowsRedirectsAndTakesABodyOfAMebibyte) {
     });
     auto const answer = answerTo(taskFor(server.url() + "/"));
     EXPECT_EQ(answer.status, 200);
-    EXPECT_EQ(answer.error, std::nullopt);
+    EXPECT_FALSE(answer.failure);
     EXPECT_EQ(answer.body, body);
 }
 
@@ -189,7 +190,7 @@ TEST(Http, HoldsUpNobodyWhileANameIsNotResolved) {
     startHttp(engineThreadQueue(), std::move(hanging), [&](KvHttpAnswer answer) { hung.set_value(std::move(answer)); });
     HttpTestServer const server(always({.body = "quick"}));
     EXPECT_EQ(answerTo(taskFor(server.url())).body, "quick");
-    EXPECT_TRUE(hung.get_future().get().error);
+    EXPECT_TRUE(hung.get_future().get().failure);
     EXPECT_EQ(answerTo(taskFor(server.url())).body, "quick");
     EXPECT_LT(Clock::now() - start, 10s);
     resolverMayGoOn = true;
@@ -206,7 +207,7 @@ TEST(Http, CountsTheTimeFromTheLastSignOfLife) {
     task.requestTimeout = 1s;
     EXPECT_EQ(answerTo(task).body, "in time");
     task.resourceTimeout = 1s;
-    EXPECT_TRUE(answerTo(task).error);
+    EXPECT_TRUE(answerTo(task).failure);
 }
 
 TEST(Http, ServesManyAtOnce) {
@@ -238,7 +239,8 @@ TEST(Http, TrustsTheExtraAuthoritiesAndNobodyElse) {
         auto const url = "https://" + (c.host + (":" + std::to_string(server.port())));
         auto task = taskFor(url + "/config/");
         task.network = net::withCaFile({}, authority.caFile());
-        auto const error = answerTo(task).error.value_or("");
+        auto const failure = answerTo(task).failure;
+        auto const error = failure ? failure->text : std::string();
         EXPECT_EQ(error.empty(), *c.error == 0) << error;
         EXPECT_TRUE(error.starts_with(c.error)) << error;
         EXPECT_EQ(discovered(url, "app", task.network).has_value(), *c.error == 0);

@@ -45,8 +45,8 @@ public:
 
     std::string discover(std::string const& url) {
         auto const told = std::make_shared<std::optional<std::string>>();
-        auto const tell = [queue = queue_, told](std::optional<std::string> const& server, std::string const& error) {
-            queue->post([told, text = server ? std::string() : error] { *told = text; });
+        auto const tell = [queue = queue_, told](std::optional<std::string> const& server, net::Failure const& why) {
+            queue->post([told, text = server ? std::string() : why.text] { *told = text; });
         };
         KvApiHelper::apiServer(url, "app", network_, engine_, tell);
         return resultOf(*told);

@@ -1,5 +1,6 @@
 // A service that takes the client back, but not at once, or not for what it was: refusals on the road back, and what
 // the restoring does while it is refused.
+#include "Classes/Model/KvPimRestored.h"
 #include "Session.h"
 #include "support/ScriptedServer.h"
 
@@ -107,9 +108,11 @@ TEST_P(Restoring, WhatTheApplicationChangesMeanwhileIsWhatIsRestored) {
                         {{"command", command}, {"times", times}, {"answer", json::array{"Too Many Requests"}}});
     }
     auto const before = asked();
+    auto& alice = session.alice;
+    std::vector<KvPimRestored> told;
+    alice.delegate->connectionRestored = [&](KvPimKit&, KvPimRestored const& restored) { told.push_back(restored); };
     service.control("drop", {{"userId", "alice"}});
     EXPECT_TRUE(session.waitForLoss());
-    auto& alice = session.alice;
     EXPECT_TRUE(runUntil(*alice.queue, [&] { return asked() == before + 9; }));  // the fourth kind is taken at once
     int unanswered = 2;
     auto const done = [&](std::int64_t code) { unanswered -= code == 0 ? 1 : 0; };
@@ -124,6 +127,17 @@ TEST_P(Restoring, WhatTheApplicationChangesMeanwhileIsWhatIsRestored) {
     EXPECT_EQ(user.at("channels"), json::array{"garden"});
     EXPECT_EQ(user.at("attributes"), (json::value{{"b", "3"}, {"c", "9"}}));
     EXPECT_EQ(user.at("statusSubscriptions"), json::array());
+
+    std::vector<std::vector<std::size_t>> attempts;
+    for (auto const& restored : told) {
+        auto& ofItems = attempts.emplace_back();
+        for (auto const& item : restored.items) ofItems.push_back(item.attempts);
+        EXPECT_EQ(restored.isWhole(), restored.items.size() == 3);
+    }
+    EXPECT_EQ(attempts, (std::vector<std::vector<std::size_t>>{{1, 1, 1, 1, 1}, {3, 3, 1}}));
+    EXPECT_EQ(told.at(0).items.at(0).code, KvPimJoinChannelErrorFailure);
+    EXPECT_EQ(told.at(1).items.at(0).channelId, "garden");
+    EXPECT_EQ(told.at(1).items.at(2).peerIds, (std::vector<std::string>{"bob", "dora"}));
 }
 
 TEST_P(Restoring, AChannelThatWasDestroyedIsNotAskedForAgain) {
@@ -138,6 +152,22 @@ TEST_P(Restoring, AChannelThatWasDestroyedIsNotAskedForAgain) {
     });
     for (int turn = 0; turn < 100; ++turn) session.alice.queue->advance(100ms);
     EXPECT_EQ(asked(), before + 4);  // one join beside the other three
+}
+
+TEST_P(Restoring, NothingIsToldOfItOnceTheConnectionIsLostAgain) {
+    ASSERT_TRUE(session.begin());
+    answerAll(nullptr);
+    auto const before = asked();
+    auto& alice = session.alice;
+    int told = 0;
+    alice.delegate->connectionRestored = [&](KvPimKit&, KvPimRestored const&) { ++told; };
+    service.control("drop", {{"userId", "alice"}});
+    EXPECT_TRUE(session.waitForLoss());
+    EXPECT_TRUE(runUntil(*alice.queue, [&] { return asked() == before + 5; }));
+    service.kill();
+    EXPECT_TRUE(runUntil(*alice.queue, [&] { return !session.isConnected(); }));
+    for (int turn = 0; turn < 100; ++turn) alice.queue->advance(100ms);  // all that is unanswered ends
+    EXPECT_EQ(told, 0);
 }
 
 // Answers that were still to come when a login ended belong to it, not to the one that follows.

@@ -22,7 +22,7 @@ TEST(MainQueue, RunsWorkInOrderAndNeverInsideTheCallThatQueuesIt) {
         queue->dispatch([&] { order += 'b'; });
         EXPECT_TRUE(queue->isCurrent());
     });
-    queue->dispatch([&] { order += 'c'; });
+    queue->post([&order, c = std::make_unique<char>('c')] { order += *c; });
     EXPECT_EQ(order, "");
     EXPECT_FALSE(queue->isCurrent());
     EXPECT_EQ(queue->poll(), 3u);

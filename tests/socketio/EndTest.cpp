@@ -1,4 +1,5 @@
 // How connections end: each once, with the reason that is told, whatever happens around it.
+#include "Net/Failure.h"
 #include "Sockets.h"
 
 #include <system_error>
@@ -6,6 +7,7 @@
 namespace kv::test {
 namespace {
 
+using Stage = KvFailureStage;
 class Ends : public EveryEngine {};
 ON_EVERY_ENGINE(Ends);
 
@@ -13,6 +15,7 @@ struct Ending {
     char const* what;
     ScriptedServer::Script script;
     char const* reason;  // a part of it
+    Stage stage = Stage::session;
 };
 
 ScriptedServer::Script afterLogin(ScriptedServer::Script const& end) {
@@ -52,15 +55,16 @@ TEST_P(Ends, EveryEndIsToldOnceWithItsReason) {
              peer.readToEnd();
          },
          "not for you"},
-        {"no HTTP", answering("SSH-2.0-OpenSSH\r\n"), "HTTP"},
-        {"refused", answering("HTTP/1.1 403 Forbidden\r\nContent-Length: 0\r\n\r\n"), "403 Forbidden"},
-        {"endless head", answering("HTTP/1.1 101 X\r\n" + std::string(100000, 'h')), "too long"},
+        {"no HTTP", answering("SSH-2.0-OpenSSH\r\n"), "HTTP", Stage::upgrade},
+        {"TLS", answering("\x15\x03\x03"), "HTTP", Stage::tls},
+        {"refused", answering("HTTP/1.1 403 Forbidden\r\nContent-Length: 0\r\n\r\n"), "403 Forbidden", Stage::upgrade},
+        {"endless head", answering("HTTP/1.1 101 X\r\n" + std::string(100000, 'h')), "too long", Stage::upgrade},
         {"end within the handshake",
          [](ScriptedPeer& peer) {
              peer.send("HTTP/1.1 101");
              peer.hangUp();
          },
-         "closed the connection"},
+         "closed the connection", Stage::upgrade},
     };
     for (auto const& ending : endings) {
         SCOPED_TRACE(ending.what);
@@ -69,6 +73,7 @@ TEST_P(Ends, EveryEndIsToldOnceWithItsReason) {
         client.socket().connect();
         EXPECT_TRUE(client.lines.empty()) << "inside connect";
         EXPECT_NE(client.disconnectReason().find(ending.reason), std::string::npos) << client.disconnectReason();
+        EXPECT_EQ(client.socket().failure().stage, ending.stage);
         EXPECT_EQ(client.socket().status(), SocketStatus::disconnected);
         EXPECT_EQ(client.socket().sid(), "");
         auto const told = client.lines.size();
@@ -105,15 +110,17 @@ TEST_P(Ends, AddressesThatLeadNowhere) {
     struct Case {
         char const* url;
         char const* reason;
+        Stage stage;
     };
-    for (auto const& c : std::vector<Case>{{"http://127.0.0.1:1", "refused"},
-                                           {"ftp://127.0.0.1", "Not an address"},
-                                           {"http://no.such.host.invalid", "Cannot find"}}) {
+    for (auto const& c : std::vector<Case>{{"http://127.0.0.1:1", "refused", Stage::tcp},
+                                           {"ftp://127.0.0.1", "Not an address", Stage::address},
+                                           {"http://no.such.host.invalid", "Cannot find", Stage::name}}) {
         Client client(GetParam(), c.url);
         client.socket().connect();
         EXPECT_EQ(client.socket().status(), SocketStatus::connecting);
         EXPECT_NE(client.disconnectReason().find(c.reason), std::string::npos)
             << c.url << ": " << client.disconnectReason();
+        EXPECT_EQ(client.socket().failure().stage, c.stage) << c.url;
     }
 }
 

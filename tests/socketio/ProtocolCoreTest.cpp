@@ -20,7 +20,7 @@ public:
 
 private:
     bool goesOn(bool goesOn) {
-        if (!goesOn) lines.push_back("end " + core_.reason());
+        if (!goesOn) lines.push_back("end " + core_.failure().text);
         return goesOn;
     }
     std::shared_ptr<PacketMemory> const& packetMemory() override {

@@ -107,7 +107,7 @@ std::string httpError(std::string const& url, net::NetworkOptions const& network
     task.network = network;
     task.requestTimeout = 10s;
     startHttp(engineThreadQueue(), std::move(task),
-              [&](KvHttpAnswer const& answer) { ended.set_value(answer.error.value_or("")); });
+              [&](KvHttpAnswer const& answer) { ended.set_value(answer.failure ? answer.failure->text : ""); });
     return ended.get_future().get();
 }
 
