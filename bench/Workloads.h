@@ -33,5 +33,7 @@ void loginAll(Clients const& clients, std::size_t atATime);
 void runCrowd(Subject const& subject, long count);
 /// Whether one request or event takes longer the more there is of what a client keeps.
 void runGrowth(Subject const& subject);
+/// What an awaited request costs beside one with a completion.
+void runAwaiting(Subject const& subject);
 
 }  // namespace bench

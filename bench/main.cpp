@@ -1,7 +1,7 @@
 // Measures this library against a server that ./run bench starts.
 //     kvpim-bench PORT WORKLOAD OPS WARMUP [--engine main|thread] [--socketio] [--tls PEM]
 //     kvpim-bench PORT crowd CLIENTS 0 [--engine main|thread]
-//     kvpim-bench PORT growth 0 0 [--engine main|thread]
+//     kvpim-bench PORT growth|await 0 0 [--engine main|thread]
 #include "bench/Workloads.h"
 
 #include <cstdarg>
@@ -61,5 +61,6 @@ int main(int argumentCount, char** arguments) {
     allowManyFiles();
     if (workload == "crowd") return bench::runCrowd(subject, amount.operations), 0;
     if (workload == "growth") return bench::runGrowth(subject), 0;
+    if (workload == "await") return bench::runAwaiting(subject), 0;
     if (!bench::runWorkload(arguments[2], subject, amount)) bench::fail("there is no workload %s", arguments[2]);
 }
