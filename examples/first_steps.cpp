@@ -1,33 +1,31 @@
 // Logs in, sends a message to oneself and shows it when it arrives.
 #include <chrono>
 #include <cstdio>
-#include <ctime>
 
-#include <KvPim/KvPimKit.h>
+#include <KvPim/KvPimAwait.h>
+
+kv::KvTask<> talk(std::shared_ptr<kv::KvPimKit> client) {
+    auto messages = client->messages();
+    std::string const token = "0123456789abcdef0123456789abcdef";
+    if (auto const login = co_await client->loginByToken(token, std::chrono::system_clock::now(), "alice"); !login) {
+        std::printf("login: %s\n", login.error().message().c_str());
+        co_return;
+    }
+    auto const sent = co_await client->sendMessageToPeer("Hello, world", "alice");
+    if (!sent) std::printf("sent: %s\n", sent.error().message().c_str());
+
+    if (auto const received = co_await messages.next()) {
+        std::printf("%s says: %s\n", received->peerId.c_str(), received->message->text.value_or("(bytes)").c_str());
+    }
+}
 
 int main(int argc, char** argv) {
-    auto const queue = kv::KvMainQueue::main();
-
-    auto const delegate = std::make_shared<kv::KvPimDelegate>();
-    delegate->messageReceived = [&](kv::KvPimKit&, auto message, auto const& peerId) {
-        std::printf("%s says: %s\n", peerId.c_str(), message->text.value_or("(bytes)").c_str());
-        queue->stop();
-    };
-
     kv::KvPimOptions options;
     options.envConfig.apiServer = argc > 1 ? argv[1] : "http://127.0.0.1:8600";
-    auto const client = kv::KvPimKit::initWithAppId("demo", delegate, options);
-    if (!client) return 1;
-
-    std::string const token = "0123456789abcdef0123456789abcdef";
-    client->loginByToken(token, std::time(nullptr) * 1000, "alice", [&](std::int64_t errorCode) {
-        std::printf("login: %d\n", static_cast<int>(errorCode));
-        if (errorCode != 0) return queue->stop();
-        auto const message = std::make_shared<kv::KvPimMessage>("Hello, world");
-        client->sendMessageToPeer(message, "alice", std::nullopt, [](std::int64_t sendError) {
-            std::printf("sent: %d\n", static_cast<int>(sendError));
-        });
-    });
-
-    queue->runFor(std::chrono::seconds(10));  // all callbacks run in here
+    auto const client = kv::KvPimKit::create("demo", options);
+    if (!client) {
+        std::printf("no client: %s\n", client.error().message().c_str());
+        return 1;
+    }
+    kv::run(kv::KvMainQueue::main(), talk(*client));  // everything runs in here
 }
