@@ -64,6 +64,13 @@ measure_growth() {
     stop_server
 }
 
+measure_awaiting() {
+    local engine
+    start_bench_server fast
+    for engine in main thread; do measure_client /dev/stdout "kit-$engine" await 0 0; done
+    stop_server
+}
+
 # start_bench_server node|fast|tls
 start_bench_server() {
     local command=(node bench/server.js) pem

@@ -14,8 +14,8 @@ configure() {
     local folder warnings=ON
     folder=$(build_folder "$1")
     [[ -f $folder/build.ninja ]] && is_stamped "$folder/.configured-from" CMakePresets.json && return
-    # Other compilers than Debian 12's warn of other things.
-    is_debian_12 || warnings=OFF
+    # Other compilers than Debian 12's GCC warn of other things.
+    is_debian_12 && [[ $1 != clang ]] || warnings=OFF
     say "Configuring ($1)"
     run_job cmake --preset "$1" -D KVPIM_WARNINGS_AS_ERRORS=$warnings || return
     stamp "$folder/.configured-from" CMakePresets.json
@@ -32,7 +32,7 @@ compile_jobs() {
 
 remove_builds() {
     local preset
-    for preset in dev debug release bench package asan tsan coverage fuzz tidy; do rm -rf "$(build_folder "$preset")"; done
+    for preset in dev debug release bench package asan tsan clang coverage fuzz tidy; do rm -rf "$(build_folder "$preset")"; done
 }
 
 # All C++ files of the project, each followed by a null character.

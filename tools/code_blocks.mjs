@@ -2,7 +2,8 @@
 // Prints the names of the files.
 //
 // A page is read from top to bottom, as its reader does: a block sees what those above it have included and declared. A
-// block with a `main` stands by itself. What a page only speaks of is declared in a comment, which readers do not see:
+// block with a function of its own stands by itself; where one awaits, all of the others are a task. What a page only speaks
+// of is declared in a comment, which readers do not see:
 //     <!-- given: std::string token; -->
 
 import { mkdirSync, readFileSync, writeFileSync } from 'node:fs';
@@ -27,12 +28,13 @@ function fileOf(page) {
       return '';
     });
     const text = `#line ${line} "${page}"\n${code}`;
-    if (/^int main\(/m.test(block)) programs.push(`namespace block${line} {\n${text}}\n`);
+    if (/^(int main|void \w+|kv::KvTask<.*> \w+)\(/m.test(block)) programs.push(`namespace block${line} {\n${text}}\n`);
     else steps.push(`{\n${text}`);
   }
   const isEmpty = programs.length === 0 && steps.length === 0;
   const end = '}'.repeat(steps.filter((step) => step.startsWith('{')).length);
-  const body = `void page() {\n${steps.join('\n')}${end}\n}\n`;
+  const result = steps.some((step) => step.includes('co_await')) ? 'kv::KvTask<>' : 'void';
+  const body = `${result} page() {\n${steps.join('\n')}${end}\n}\n`;
   return isEmpty ? null : [...includes, ...programs, body].join('\n');
 }
 

@@ -1,7 +1,25 @@
 # shellcheck shell=bash
 # Builds the documentation and checks it.
 
-completion_codes() { node tools/completion_codes.mjs; }
+readonly made_of_headers=(page docs/completion_codes.md tables Classes/Model/KvPimCodeTables.cpp)
+
+# each_made_of_headers COMMAND: calls it with each kind of text that the public headers yield, and its file.
+each_made_of_headers() {
+    local i
+    for ((i = 0; i < ${#made_of_headers[@]}; i += 2)); do
+        "$1" "${made_of_headers[@]:i:2}" || return
+    done
+}
+
+check_made() {
+    node tools/completion_codes.mjs "$1" | cmp -s - "$2" || fail "$2 is out of date: ./run docs"
+}
+
+make_anew() {
+    local text
+    text=$(node tools/completion_codes.mjs "$1") || return
+    [[ $text == "$(<"$2")" ]] || printf '%s\n' "$text" >"$2"
+}
 
 # readme_block LANGUAGE: the first block of code in this language that README.md shows.
 readme_block() { awk -v fence='```'"$1" '$0 == fence { shown = 1; next } shown && /^```$/ { exit } shown' README.md; }
@@ -23,17 +41,16 @@ guides_compile() {
 check_pages() {
     guides_compile || fail "The guides show code that does not compile."
     readme_block cpp | diff - examples/first_steps.cpp || fail "README.md shows another program."
-    completion_codes | cmp -s - docs/completion_codes.md || fail "docs/completion_codes.md is out of date: ./run docs"
+    each_made_of_headers check_made || return
     find . '(' -path './build*' -o -name node_modules ')' -prune -o -name '*.md' -print0 |
         xargs -0 node tools/check_links.mjs
 }
 
 # The guides and the reference: build/docs/index.html.
 build_docs() {
-    local output=build/docs page pages version
+    local output=build/docs pages version
     configure dev && cmake build >/dev/null || return  # which copies the headers
-    page=$(completion_codes) || return
-    printf '%s\n' "$page" >docs/completion_codes.md
+    each_made_of_headers make_anew || return
     version=$(sed -nE 's/^project\(.* VERSION ([0-9.]+) .*/\1/p' CMakeLists.txt)
     rm -rf "$output"
     mkdir -p "$output"
