@@ -6,7 +6,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <mutex>
-#include <thread>
 
 #include <unistd.h>
 
@@ -20,6 +19,7 @@ constexpr std::chrono::seconds kLongestExit{3};  // a handshake on a busy machin
 struct Engine {
     std::mutex mutex;
     std::shared_ptr<KvMainQueue> queue;  // guarded by the mutex; null until there is a thread for it
+    std::thread thread{};                // of the mutex, then of the end of the process
     std::atomic<bool> isOver{false};
 };
 
@@ -39,6 +39,7 @@ void stopEngineThread() {
     auto const end = std::chrono::steady_clock::now() + kLongestExit;
     while (!engine().isOver && std::chrono::steady_clock::now() < end)
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    if (engine().isOver) engine().thread.join();  // the libraries that it used clean up as it ends
 }
 
 }  // namespace
@@ -48,11 +49,13 @@ std::shared_ptr<KvMainQueue> engineThreadQueue() {
     auto& queue = engine().queue;
     if (!queue) {
         auto const made = KvMainQueue::create();
-        auto const run = [made] {
-            made->run();
-            engine().isOver = true;
-        };
-        if (made && startThread("kv.engine", run)) queue = made;
+        if (made) {
+            engine().thread = makeThread("kv.engine", [made] {
+                made->run();
+                engine().isOver = true;
+            });
+        }
+        if (engine().thread.joinable()) queue = made;
     }
     return queue;
 }

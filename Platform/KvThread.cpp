@@ -1,7 +1,6 @@
 #include "Platform/KvThread.h"
 
 #include <system_error>
-#include <thread>
 #include <utility>
 
 #include <pthread.h>
@@ -9,8 +8,8 @@
 
 namespace kv {
 
-bool startThread(char const* name, std::function<void()> body) try {
-    std::thread([name, body = std::move(body)] {
+std::thread makeThread(char const* name, std::function<void()> body) try {
+    return std::thread([name, body = std::move(body)] {
         // Signals are the application's: its own threads take them. That includes the one that a file over the size
         // limit raises in its writer, which would end the process.
         sigset_t all;
@@ -18,10 +17,16 @@ bool startThread(char const* name, std::function<void()> body) try {
         pthread_sigmask(SIG_SETMASK, &all, nullptr);
         pthread_setname_np(pthread_self(), name);
         body();
-    }).detach();
-    return true;
+    });
 } catch (std::system_error const&) {
-    return false;
+    return {};
+}
+
+bool startThread(char const* name, std::function<void()> body) {
+    auto thread = makeThread(name, std::move(body));
+    if (!thread.joinable()) return false;
+    thread.detach();
+    return true;
 }
 
 }  // namespace kv

@@ -4,11 +4,15 @@
 #include "Platform/KvExport.h"
 
 #include <functional>
+#include <thread>
 
 namespace kv {
 
-/// Starts a thread that nobody waits for. It takes no signals. `name`: at most 15 characters, for debuggers. False when
-/// there can be no more threads.
+/// Makes a thread that takes no signals. `name`: at most 15 characters, for debuggers. Not joinable when there can be no
+/// more threads.
+[[nodiscard]] std::thread makeThread(char const* name, std::function<void()> body);
+
+/// The same for a thread that nobody waits for. False when there can be no more threads.
 [[nodiscard]] KV_EXPORT bool startThread(char const* name, std::function<void()> body);
 
 }  // namespace kv
