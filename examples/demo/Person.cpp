@@ -1,8 +1,8 @@
 #include "Person.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
-#include <ctime>
 
 namespace demo {
 namespace {
@@ -39,7 +39,7 @@ Person::Person(Stage const& stage, std::string name, std::string const& appId, k
 
 void Person::logIn() {
     does("logs in",
-         [this](Done const& done) { client_->loginByToken(kToken, std::time(nullptr) * 1000, name_, done); });
+         [this](Done const& done) { client_->loginByToken(kToken, std::chrono::system_clock::now(), name_, done); });
     hears("connected");
 }
 

@@ -1,8 +1,8 @@
 // What all these programs do while their loop runs: log in, say hello to oneself, and be done when it arrives.
 #pragma once
 
+#include <chrono>
 #include <cstdio>
-#include <ctime>
 #include <functional>
 #include <memory>
 #include <string>
@@ -31,7 +31,7 @@ private:
     void logIn() {
         if (!client_) return done_(1);
         std::string const token = "0123456789abcdef0123456789abcdef";
-        client_->loginByToken(token, std::time(nullptr) * 1000, "alice",
+        client_->loginByToken(token, std::chrono::system_clock::now(), "alice",
                               scope_.wrap([this](std::int64_t errorCode) { greet(errorCode); }));
     }
 

@@ -42,10 +42,16 @@ function parseObject(text, what) {
 
 export class Collector extends EventEmitter {
   #reports = []; // oldest first
+  #received = 0;
   #scripted = []; // statuses to answer with instead; null for no answer at all
 
   get reports() {
     return this.#reports;
+  }
+
+  /** How many have ever come. */
+  get received() {
+    return this.#received;
   }
 
   /** The next `times` uploads get this status and are not kept; null leaves them without an answer. */
@@ -75,6 +81,7 @@ export class Collector extends EventEmitter {
   }
 
   #keep(report) {
+    this.#received += 1;
     this.#reports.push(report);
     if (this.#reports.length > MOST_REPORTS) this.#reports.shift();
     this.emit('report', report);

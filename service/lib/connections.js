@@ -27,7 +27,7 @@ export function serveConnection(socket, service) {
   socket.on('disconnect', (reason) => {
     world.close(session);
     const { since } = session;
-    service.activity.publish('logout', { appId, userId, connectionId: socket.id, reason, since });
+    service.activity.publish('logout', { appId, userId, connectionId: socket.id, reason, told: socket.data.told, since });
   });
 }
 

@@ -6,9 +6,10 @@ import { RequestError } from './http.js';
 import { LOGIN } from './scripts.js';
 import { isObject } from './shapes.js';
 import { ATTRIBUTES, STATUS } from './store.js';
-import { dismiss } from './world.js';
+import { dismiss, freeze } from './world.js';
 
 const isText = (value) => typeof value === 'string';
+const isFlag = (value) => typeof value === 'boolean';
 const isCount = (value) => Number.isInteger(value) && value > 0;
 const optional = (isGood) => (value) => value === undefined || isGood(value);
 const nullOr = (isGood) => (value) => value === null || isGood(value);
@@ -31,15 +32,25 @@ export function createControl(service) {
 
 function actionsOf(service) {
   const socketOf = ({ app, userId }) => findSession(service, app, userId).socket;
+  // The socket, once the act is published: what happens to it comes after.
+  const acting = (action, { app, userId }) => {
+    const { appId, socket } = findSession(service, app, userId);
+    service.activity.publish('control', { appId, userId, action });
+    return socket;
+  };
   const { scripts } = service;
   return Object.entries({
     drop: {
       fields: { app: optional(isText), userId: isText },
-      run: (body) => socketOf(body).request.socket.destroy(),
+      run: (body) => acting('cut', body).request.socket.destroy(),
     },
     disconnect: {
       fields: { app: optional(isText), userId: isText, reason: optional(isText) },
-      run: (body) => dismiss(socketOf(body), body.reason),
+      run: (body) => dismiss(acting('disconnect', body), body.reason),
+    },
+    freeze: {
+      fields: { app: optional(isText), userId: isText, frozen: optional(isFlag) },
+      run: ({ frozen = true, ...body }) => freeze(acting(frozen ? 'freeze' : 'thaw', body), frozen),
     },
     answer: {
       fields: { command: isCommand, userId: optional(isText), times: optional(isCount), answer: nullOr(Array.isArray) },
@@ -71,7 +82,7 @@ function checkBody(fields, body) {
 function findSession(service, appId, userId) {
   for (const [name, world] of service.worlds) {
     const session = world.session(userId);
-    if (session && (appId === undefined || appId === name)) return session;
+    if (session && (appId === undefined || appId === name)) return { appId: name, socket: session.socket };
   }
   throw new RequestError(404, 'This user is not connected.');
 }

@@ -16,11 +16,12 @@ export function memberLeft(world, channelId, userId, reason) {
 }
 
 export function channelMessage(world, channelId, userId, content) {
-  world.push(otherMembers(world, channelId, userId), 'ChannelMessageReceived', {
+  const messages = world.push(otherMembers(world, channelId, userId), 'ChannelMessageReceived', {
     from: { channelId, userId },
     serverReceivedTs: world.now(),
     content,
   });
+  world.activity.publish('delivered', { messages });
 }
 
 export function channelAttributesUpdated(world, channelId) {
@@ -29,7 +30,8 @@ export function channelAttributesUpdated(world, channelId) {
 }
 
 export function peerMessages(world, userId, msgs) {
-  world.push([userId], 'MessageToPeerReceived', { msgs });
+  const receivers = world.push([userId], 'MessageToPeerReceived', { msgs });
+  world.activity.publish('delivered', { messages: receivers * msgs.length });
 }
 
 /** Tells the user's subscribers whether he is online now. */

@@ -20,7 +20,7 @@ export function createRequestHandler(service, page, control) {
       return reply(response, status, body);
     }
     if (request.method === 'POST' && path === COLLECT) return collect(service.collector, request, response);
-    if (await page(request, response, path)) return undefined;
+    if (page(request, response, path, query)) return undefined;
     const endpoint = control?.get(`${request.method} ${path}`);
     if (!endpoint) return reply(response, 404, { error: 'There is nothing here.' });
     try {

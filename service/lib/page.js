@@ -1,66 +1,88 @@
-// The page for people: static files, and a stream of what happens. For browsers on this machine only.
+// The page for people: static files, a stream of what happens, and what it asks about users. For browsers on this machine only.
 
-import { readFile } from 'node:fs/promises';
-import { createRequire } from 'node:module';
-import { dirname, join } from 'node:path';
+import { readFileSync } from 'node:fs';
+import { join } from 'node:path';
 import { fileURLToPath } from 'node:url';
 
-const PAGE = fileURLToPath(new URL('../page/', import.meta.url));
-const UPLOT = join(dirname(createRequire(import.meta.url).resolve('uplot/package.json')), 'dist');
+import { COMMAND_NAMES } from './commands/index.js';
 
+const PAGE = fileURLToPath(new URL('../page/', import.meta.url));
+
+const MODULES = ['page', 'charts', 'control', 'dom', 'life', 'reports', 'words'];
 const FILES = new Map([
-  ['/', [PAGE, 'index.html', 'text/html; charset=utf-8']],
-  ['/page/page.css', [PAGE, 'page.css', 'text/css; charset=utf-8']],
-  ['/page/page.js', [PAGE, 'page.js', 'text/javascript; charset=utf-8']],
-  ['/page/reports.js', [PAGE, 'reports.js', 'text/javascript; charset=utf-8']],
-  ['/page/uPlot.js', [UPLOT, 'uPlot.esm.js', 'text/javascript; charset=utf-8']],
-  ['/page/uPlot.css', [UPLOT, 'uPlot.min.css', 'text/css; charset=utf-8']],
+  ['/', ['index.html', 'text/html; charset=utf-8']],
+  ['/page/page.css', ['page.css', 'text/css; charset=utf-8']],
+  ['/page/icon.svg', ['icon.svg', 'image/svg+xml']],
+  ...MODULES.map((name) => [`/page/${name}.js`, [`${name}.js`, 'text/javascript; charset=utf-8']]),
 ]);
 const STREAM = '/page/stream';
+const USERS = '/page/users';
 
 const HEADERS = {
   'Content-Security-Policy':
-    "default-src 'none'; script-src 'self'; style-src 'self' 'unsafe-inline'; connect-src 'self'; img-src 'self' data:; " +
+    "default-src 'none'; script-src 'self'; style-src 'self'; connect-src 'self'; img-src 'self'; " +
     "base-uri 'none'; form-action 'none'; frame-ancestors 'none'",
   'X-Content-Type-Options': 'nosniff',
   'Referrer-Policy': 'no-referrer',
   'Cache-Control': 'no-store',
 };
 
-const SNAPSHOT_MS = 1000;
-const REPORTS_AT_START = 1000;
+const BEAT_MS = 1000;
+const MOST_REPORTS = 1000; // at the start, and in one beat
 
 const LOOPBACK_PEER = /^(127\.|::1$|::ffff:127\.)/;
 const LOOPBACK_HOST = /^(localhost|127\.[0-9.]+|\[::1\])(:\d+)?$/i;
 
-/** A handler that takes the page's requests and says whether one was its own. */
-export function createPage({ overview, collector }) {
-  return async (request, response, path) => {
-    if (request.method !== 'GET' || (!FILES.has(path) && path !== STREAM)) return false;
+/**
+ * A handler that takes the page's requests and says whether one was its own.
+ * @param hasControl  whether the control endpoints are there, for the page's buttons
+ */
+export function createPage({ lives, collector, overview }, hasControl) {
+  return (request, response, path, query) => {
+    if (request.method !== 'GET' || (!FILES.has(path) && path !== STREAM && path !== USERS)) return false;
     // A page elsewhere could lead a browser here under a name of its own.
     if (!LOOPBACK_PEER.test(request.socket.remoteAddress) || !LOOPBACK_HOST.test(request.headers.host ?? '')) {
       response.writeHead(403, HEADERS).end('Only for browsers on this machine.\n');
     } else if (path === STREAM) {
-      stream(response, overview, collector);
+      stream(response, overview, collector, { hasControl, commands: COMMAND_NAMES });
+    } else if (path === USERS) {
+      response.writeHead(200, { ...HEADERS, 'Content-Type': 'application/json' });
+      response.end(JSON.stringify(usersFor(lives, new URLSearchParams(query))));
     } else {
-      const [folder, file, type] = FILES.get(path);
-      response.writeHead(200, { ...HEADERS, 'Content-Type': type }).end(await readFile(join(folder, file)));
+      const [file, type] = FILES.get(path);
+      // At once: reading in the background takes turns that a busy service is slow to give.
+      response.writeHead(200, { ...HEADERS, 'Content-Type': type }).end(readFileSync(join(PAGE, file)));
     }
     return true;
   };
 }
 
-function stream(response, overview, collector) {
+function usersFor(lives, asked) {
+  const life = asked.has('user') ? lives.life(asked.get('app') ?? '', asked.get('user')) : undefined;
+  return { ...lives.list(asked.get('find') ?? ''), life };
+}
+
+// Once a second, whatever happens meanwhile: the page of a busy service costs what that of a quiet one does.
+function stream(response, overview, collector, setup) {
   response.writeHead(200, { ...HEADERS, 'Content-Type': 'text/event-stream' });
   const send = (event, data) => response.write(`event: ${event}\ndata: ${JSON.stringify(data)}\n\n`);
-  const sendReport = (report) => send('reports', [report]);
-  const sendOverview = () => send('overview', overview.snapshot());
-  send('reports', collector.reports.slice(-REPORTS_AT_START));
-  sendOverview();
-  collector.on('report', sendReport).setMaxListeners(0);
-  const timer = setInterval(sendOverview, SNAPSHOT_MS);
+  let waiting = collector.reports.slice(-MOST_REPORTS);
+  const keep = (report) => {
+    waiting.push(report);
+    if (waiting.length > 2 * MOST_REPORTS) waiting = waiting.slice(-MOST_REPORTS);
+  };
+  const beat = () => {
+    if (response.writableNeedDrain) return; // the browser is behind: it gets the newest when it has caught up
+    if (waiting.length > 0) send('reports', waiting.slice(-MOST_REPORTS));
+    waiting = [];
+    send('overview', overview.snapshot());
+  };
+  send('setup', setup);
+  beat();
+  collector.on('report', keep).setMaxListeners(0);
+  const timer = setInterval(beat, BEAT_MS);
   response.once('close', () => {
     clearInterval(timer);
-    collector.off('report', sendReport);
+    collector.off('report', keep);
   });
 }

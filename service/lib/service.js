@@ -10,6 +10,7 @@ import { prepareConfig } from './config.js';
 import { serveConnection } from './connections.js';
 import { createControl } from './control.js';
 import { createRequestHandler } from './http.js';
+import { Lives } from './lives.js';
 import { Overview } from './overview.js';
 import { createPage } from './page.js';
 import { Scripts } from './scripts.js';
@@ -47,12 +48,14 @@ export function createService({
   const store = new MemoryStore();
   const worlds = new Map();
   const prepared = prepareConfig(config);
+  const activity = new Activity(now);
 
   const service = {
     config: prepared,
     rateLimit,
     now,
-    activity: new Activity(now),
+    activity,
+    lives: new Lives(activity),
     scripts: new Scripts(),
     collector: new Collector(),
     worlds,
@@ -60,7 +63,7 @@ export function createService({
     world(appId) {
       let world = worlds.get(appId);
       if (!world) {
-        world = new World(io, store.world(appId), { limits: prepared.limits, now });
+        world = new World(io, store.world(appId), { activity, limits: prepared.limits, now });
         worlds.set(appId, world);
       }
       return world;
@@ -83,8 +86,9 @@ export function createService({
     },
   };
 
+  service.overview = new Overview(service);
   // Socket.io takes over the listeners that are there when it attaches, and leaves them what is not its own.
-  const page = createPage({ overview: new Overview(service), collector: service.collector });
+  const page = createPage(service, control);
   httpServer.on('request', createRequestHandler(service, page, control ? createControl(service) : undefined));
   io.attach(httpServer);
   io.on('connection', (socket) => serveConnection(socket, service));

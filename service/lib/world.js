@@ -11,9 +11,10 @@ export class World {
   #io;
   #sessions = new Map(); // user id -> { userId, socket, since }
 
-  constructor(io, store, { limits, now }) {
+  constructor(io, store, { activity, limits, now }) {
     this.#io = io;
     this.store = store;
+    this.activity = activity;
     this.limits = limits;
     this.now = now;
     this.memberCounts = new MemberCounts(this);
@@ -23,7 +24,7 @@ export class World {
     return this.#sessions.get(userId);
   }
 
-  /** Emits one event to those of the users who are connected. It is encoded once for all of them. */
+  /** Emits one event to those of the users who are connected, and returns how many. It is encoded once for all of them. */
   push(userIds, event, item) {
     const sockets = [];
     for (const userId of userIds) {
@@ -32,6 +33,7 @@ export class World {
     }
     // Without a recipient socket.io would send to everybody.
     if (sockets.length > 0) this.#io.to(sockets).emit(event, item);
+    return sockets.length;
   }
 
   /** Begins the user's session on this socket. A user has one session: an older one is told and ends. */
@@ -73,7 +75,28 @@ export class World {
 
 /** Disconnects a socket from this side, telling it why when there is a reason. */
 export function dismiss(socket, reason) {
-  if (reason !== undefined) socket.emit('disconnectReason', reason);
+  if (reason !== undefined) {
+    socket.data.told = reason;
+    socket.emit('disconnectReason', reason);
+  }
   socket.disconnect();
   setTimeout(() => socket.conn.close(), FAREWELL_MS).unref();
+}
+
+/**
+ * Makes a connection silent in both directions, as a network is that loses everything, or ends that: what was held back goes
+ * on its way then.
+ */
+export function freeze(socket, isFrozen) {
+  if ((socket.data.isFrozen ?? false) === isFrozen) return;
+  socket.data.isFrozen = isFrozen;
+  const webSocket = socket.conn.transport.socket;
+  const { socket: tcp } = socket.request;
+  if (isFrozen) {
+    webSocket.pause(); // reads nothing more
+    tcp.cork(); // whatever is written waits
+  } else {
+    tcp.uncork();
+    webSocket.resume();
+  }
 }

@@ -1,5 +1,7 @@
 // What the event reports say: filtering them, and finding the logins in them. No part of the document is touched here.
 
+import { duration, sinceTimeStamp } from './words.js';
+
 export const isFailed = ({ event }) => event.result === 0;
 
 export function matches(report, { user, type, failedOnly }) {
@@ -15,22 +17,24 @@ const SHOWN_ELSEWHERE = new Set(['uid', 'type', 'result', 'timestamp', 'appId', 
 export function details({ event }) {
   return Object.entries(event)
     .filter(([key]) => !SHOWN_ELSEWHERE.has(key))
-    .map(([key, value]) => `${key} ${JSON.stringify(value, (name, inner) => (name === 'token' ? '…' : inner))}`)
+    .map(([key, value]) => inWords(key, value, event))
     .join(' · ');
 }
 
-/** The points of the plot: [seconds since 1970, ms to find the server, ms to connect] of each login that succeeded. */
+function inWords(key, value, { timestamp }) {
+  if (key === 'elapsed' && Number.isFinite(value)) return `${key} ${duration(value)}`;
+  if (key === 'totalElapsed' && Number.isFinite(value)) return `${key} ${sinceTimeStamp(value, timestamp)}`; // since the token's
+  if (key === 'elapsedInfo' && value) return `finding the server ${duration(value.getServers)} · connecting ${duration(value.connectServer)}`;
+  return `${key} ${JSON.stringify(value, (name, inner) => (name === 'token' ? '…' : inner))}`;
+}
+
+/** The logins that succeeded: { at, user, server (ms to find it), connect (ms) }. */
 export function loginDurations(reports) {
-  const times = [];
-  const servers = [];
-  const connects = [];
-  for (const { event } of reports) {
-    if (event.type !== 'LoginResult' || event.result !== 1 || typeof event.elapsedInfo !== 'object') continue;
-    times.push(event.timestamp / 1000);
-    servers.push(event.elapsedInfo.getServers);
-    connects.push(event.elapsedInfo.connectServer);
-  }
-  return [times, servers, connects];
+  const isTime = (value) => Number.isFinite(value) && value >= 0;
+  return reports
+    .filter(({ event }) => event.type === 'LoginResult' && event.result === 1)
+    .map(({ event }) => ({ at: event.timestamp, user: event.uid, server: event.elapsedInfo?.getServers, connect: event.elapsedInfo?.connectServer }))
+    .filter(({ server, connect }) => isTime(server) && isTime(connect));
 }
 
 /** From the start of the login that a report belongs to, to its end: the same device and user, in order. */

@@ -116,3 +116,10 @@ export async function control(service, path, body) {
   if (!response.ok) throw new Error(`${path}: ${answer.error}`);
   return answer;
 }
+
+const DEVICE = 'd'.repeat(32);
+/** A line of a file of event reports. */
+export const report = (event, envelope = {}) =>
+  JSON.stringify({ logType: 1, deviceId: DEVICE, os: 'ios', timestamp: 1, encrypt: false, content: JSON.stringify(event), ...envelope });
+
+export const upload = (service, body) => fetch(`${service.baseUrl}/pim/v1/collect-logan`, { method: 'POST', body });

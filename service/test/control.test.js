@@ -51,6 +51,23 @@ test('answers can be prepared, bytes included, and logins left without one, for 
   assert.deepEqual(ignored.events, []);
 });
 
+test('a frozen connection is silent in both directions, until it is thawed', async (t) => {
+  const service = await startService(t);
+  const alice = await Client.login(t, service, 'alice');
+  const bob = await Client.login(t, service, 'bob');
+  const asked = [];
+  service.activity.on('command', ({ userId }) => asked.push(userId));
+  await control(service, 'freeze', { userId: 'alice' });
+  const held = alice.settled();
+  await control(service, 'emit', { userId: 'alice', event: 'note', items: [1] });
+  for (let i = 0; i < 20; i += 1) await bob.settled();
+  assert.ok(!asked.includes('alice'), 'nothing is read');
+  assert.deepEqual(alice.had('note'), [], 'nothing is written');
+  await control(service, 'freeze', { userId: 'alice', frozen: false });
+  await held;
+  assert.deepEqual(alice.had('note'), [[1]]);
+});
+
 test('what cannot be done is told, and is not there at all unless asked for', async (t) => {
   const service = await startService(t);
   await Client.login(t, service, 'alice');
@@ -60,6 +77,8 @@ test('what cannot be done is told, and is not there at all unless asked for', as
     ['drop', '{"userId":"nobody"}', 404],
     ['drop', '{"userId":"alice","app":"other"}', 404],
     ['drop', '{}', 400],
+    ['freeze', '{"userId":"nobody"}', 404],
+    ['freeze', '{"userId":"alice","frozen":1}', 400],
     ['drop', '[]', 400],
     ['drop', 'not JSON', 400],
     ['drop', '{"userId":"alice","when":"now"}', 400],
