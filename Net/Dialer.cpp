@@ -2,7 +2,11 @@
 
 #include "Platform/KvQueueContext.h"
 
+#include <cerrno>
+#include <system_error>
 #include <utility>
+
+#include <unistd.h>
 
 namespace kv::net {
 namespace asio = boost::asio;
@@ -40,6 +44,7 @@ void Dialer::enter(KvFailureStage stage, std::string doing) {
 }
 
 void Dialer::start() {
+    if (optionsOf(options_).connector) return connectByApplication();
     if (auto const& address = Proxy::to(url_, optionsOf(options_).proxy); !address.empty()) {
         enter(KvFailureStage::proxy, {});
         proxy_ = Proxy::parse(address);
@@ -54,6 +59,19 @@ void Dialer::start() {
         self->enter(self->proxy_ ? KvFailureStage::proxy : KvFailureStage::tcp, "Connecting to " + self->hopText());
         self->connectNext();
     });
+}
+
+void Dialer::connectByApplication() {
+    enter(KvFailureStage::tcp, "Connecting to " + url_.text());
+    int const fd = optionsOf(options_).connector(url_.host, url_.port);
+    if (fd < 0) return fail("Cannot connect to " + url_.text() + ": " + std::generic_category().message(errno));
+    stream_ = std::make_unique<Stream>(contextOf(*queue_.lock()));
+    boost::system::error_code error;
+    // Asio asks for the family of what it takes only where it opens a socket itself.
+    stream_->socket().assign(asio::ip::tcp::v4(), fd, error);
+    if (!error) return secure();
+    ::close(fd);
+    fail("Cannot connect to " + url_.text() + ": " + error.message());
 }
 
 void Dialer::cancel() {

@@ -41,6 +41,7 @@ public:
 private:
     Url const& hop() const { return proxy_ ? proxy_->url : url_; }
     std::string hopText() const { return proxy_ ? proxy_->text() : url_.text(); }
+    void connectByApplication();
     void connectNext();
     void onConnecting(std::size_t attempt, IoResult const& result);
     void stopConnecting();

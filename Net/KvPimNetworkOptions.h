@@ -77,6 +77,12 @@ struct KvPimNetworkOptions {
     KvProxy proxy;
     KvTlsOptions tls;
 
+    /// The application's own way to a server: returns a connected stream socket, which is the library's from then on,
+    /// or -1 with the reason in errno. Then no name is looked up and no proxy is used; TLS is as ever. Called on the
+    /// engine's thread for discovery, for each connection and each upload; it must neither block nor throw. For
+    /// tunnels, for sockets that a supervisor hands out, for tests.
+    std::function<int(std::string const& host, std::uint16_t port)> connector;
+
     /// Sent with discovery, uploads and the connection's handshake; gateways may want to know who passes. Empty for
     /// none. Without line breaks and other control characters, which would let it pass for headers of its own.
     std::string userAgent;

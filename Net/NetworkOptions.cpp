@@ -111,9 +111,9 @@ bool isDefault(KvTlsOptions const& tls) {
 
 bool isDefault(KvPimNetworkOptions const& options) {
     auto const& usual = optionsOf(nullptr);
-    auto const& [proxy, tls, userAgent, headers, socketPath, discoveryTimeout, connectTimeout, requestTimeout,
-                 maxMessageBytes, maxUnhandledBytes, watchesNetwork] = options;
-    return isDefault(proxy) && isDefault(tls) && userAgent.empty() && headers.empty() &&
+    auto const& [proxy, tls, connector, userAgent, headers, socketPath, discoveryTimeout, connectTimeout,
+                 requestTimeout, maxMessageBytes, maxUnhandledBytes, watchesNetwork] = options;
+    return isDefault(proxy) && isDefault(tls) && !connector && userAgent.empty() && headers.empty() &&
            socketPath == usual.socketPath && discoveryTimeout == usual.discoveryTimeout &&
            connectTimeout == usual.connectTimeout && requestTimeout == usual.requestTimeout &&
            maxMessageBytes == usual.maxMessageBytes && maxUnhandledBytes == usual.maxUnhandledBytes &&

@@ -18,6 +18,7 @@
 #include <boost/asio/posix/stream_descriptor.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
+#include <fcntl.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -160,6 +161,29 @@ public:
         } else if (entry->due <= now()) {
             post([this] { runDue(); });
         }
+        return entry;
+    }
+
+    std::shared_ptr<Entry> addReady(std::weak_ptr<KvMainQueue> queue, int fd,
+                                    asio::posix::stream_descriptor::wait_type ready, Work work) {
+        auto const descriptor = std::make_shared<asio::posix::stream_descriptor>(context);
+        boost::system::error_code error;
+        int const own = ::fcntl(fd, F_DUPFD_CLOEXEC, 0);
+        if (own < 0) return nullptr;
+        if (descriptor->assign(own, error); error) {
+            ::close(own);
+            return nullptr;
+        }
+        auto entry = add(std::move(queue), kNever, [descriptor, work = std::move(work)] { work(); });
+        descriptor->async_wait(ready, [this, weak = std::weak_ptr(entry)](boost::system::error_code ended) {
+            auto const found = weak.lock();
+            if (ended || !found || !found->active) return;
+            timers.erase(found);
+            found->active = false;
+            Work const due = std::move(found->work);
+            ++executed;
+            due();
+        });
         return entry;
     }
 
@@ -340,6 +364,16 @@ KvQueueTimer KvMainQueue::after(std::chrono::nanoseconds delay, Work work) {
 
 KvQueueTimer KvMainQueue::keep(Work work) {
     return KvQueueTimer(impl_->add(weak_from_this(), kNever, std::move(work)));
+}
+
+KvQueueTimer KvMainQueue::whenReadable(int fd, Work work) {
+    return KvQueueTimer(
+        impl_->addReady(weak_from_this(), fd, asio::posix::stream_descriptor::wait_read, std::move(work)));
+}
+
+KvQueueTimer KvMainQueue::whenWritable(int fd, Work work) {
+    return KvQueueTimer(
+        impl_->addReady(weak_from_this(), fd, asio::posix::stream_descriptor::wait_write, std::move(work)));
 }
 
 bool KvMainQueue::isCurrent() const { return impl_->isCurrent(); }

@@ -94,6 +94,13 @@ public:
     /// queue.
     [[nodiscard]] KvQueueTimer keep(Work work);
 
+    /// Calls `work` once, at the next turn in which the descriptor can be read (its end and its errors can), or
+    /// written: for sockets of the application's own on this queue. What is returned keeps a duplicate of the
+    /// descriptor until then; it is inactive, and the call never made, where the system has none left.
+    [[nodiscard]] KvQueueTimer whenReadable(int fd, Work work);
+    /// The same for writing.
+    [[nodiscard]] KvQueueTimer whenWritable(int fd, Work work);
+
     /// Whether the calling thread is running work of this queue at this moment. Any thread.
     bool isCurrent() const;
     /// Whether the calling thread may touch what belongs to this queue: it drove the queue last, or nobody did. Always
