@@ -26,9 +26,9 @@ set(CPACK_COMPONENT_LIBRARIES_DESCRIPTION
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libkvpim-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SHLIBDEPS OFF)
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${same_version}, libboost-json1.81-dev")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${same_version}, libboost-json1.81-dev, libssl-dev")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
-    "Client library for a real-time messaging service, for developers\nHeaders, and what CMake and pkg-config need to build with the library.")
+    "Client library for a real-time messaging service, for developers\nHeaders, and what CMake and pkg-config need to build with the library; and the\ntest kit, a service in the process of unit tests.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME kvpim-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION net)

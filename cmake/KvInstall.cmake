@@ -15,6 +15,11 @@ foreach(target kvsocketio kvpim)
   install(EXPORT ${shown} NAMESPACE KvPim:: FILE ${shown}.cmake DESTINATION ${config_folder} COMPONENT development)
 endforeach()
 
+if(KVPIM_BUILD_TESTKIT)
+  install(TARGETS kvtestkit EXPORT testkit ARCHIVE COMPONENT development)
+  install(EXPORT testkit NAMESPACE KvPim:: FILE testkit.cmake DESTINATION ${config_folder} COMPONENT development)
+endif()
+
 configure_package_config_file(cmake/KvPimConfig.cmake.in ${build_folder}/KvPimConfig.cmake
   INSTALL_DESTINATION ${config_folder} NO_SET_AND_CHECK_MACRO)
 write_basic_package_version_file(${build_folder}/KvPimConfigVersion.cmake COMPATIBILITY SameMajorVersion)

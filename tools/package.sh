@@ -21,7 +21,7 @@ check_packages() {
     for package in "$package_folder"/*.deb; do dpkg-deb -x "$package" "$unpacked"; done
     count "what the libraries show" libraries_show_public_names_only
     count "each header stands alone" headers_stand_alone
-    for way in find_package pkg-config socketio plugin; do
+    for way in find_package pkg-config socketio plugin testkit; do
         count "$way, shared" run_job tests/package/consume.sh "$way" "$unpacked/usr" "$package_folder-consumer"
     done
     if ((EUID != 0)) || [[ -z $(type -P debootstrap) ]]; then

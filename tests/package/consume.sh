@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds a small program with the library as another project would, and runs it against a service of its own.
-#   consume.sh find_package|socketio|pkg-config|plugin PREFIX WORK    with what is installed below PREFIX
+#   consume.sh find_package|socketio|pkg-config|plugin|testkit PREFIX WORK    with what is installed below PREFIX
 #   consume.sh add_subdirectory|FetchContent "" WORK                  with the sources
 # WORK is a folder that is made and removed; arguments behind it are handed to CMake.
 set -eu
@@ -27,6 +27,12 @@ else
         -D CMAKE_FIND_PACKAGE_NO_PACKAGE_REGISTRY=ON "${@:4}" >"$work/configure.log" ||
         fail "$(cat "$work/configure.log")"
     cmake --build "$work" --target consumer
+fi
+
+if [[ $way == testkit ]]; then
+    run_job "$work/testing/host_test"
+    rm -rf "$work"
+    exit
 fi
 
 start_service "$work/service.log"
