@@ -7,7 +7,7 @@
 
 #include "SocketIO/core/Deflate.h"
 #include "SocketIO/core/WebSocketCodec.h"
-#include "tests/support/Frames.h"
+#include "TestKit/Internal/Frames.h"
 
 #include <algorithm>
 #include <cstdint>

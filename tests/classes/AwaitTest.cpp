@@ -10,7 +10,7 @@ namespace {
 
 class AwaitTest : public EveryEngine {
 protected:
-    Service service;
+    LocalService service;
     std::shared_ptr<KvMainQueue> queue = KvMainQueue::create();
     Person alice{service.url(), "alice", queue, GetParam()};
     Person bob{service.url(), "bob", queue, GetParam()};

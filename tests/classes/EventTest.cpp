@@ -53,7 +53,7 @@ protected:
         return heard;
     }
 
-    Service service;
+    LocalService service;
     std::shared_ptr<KvMainQueue> queue = KvMainQueue::create();
     Person alice{service.url(), "alice", queue};
     std::shared_ptr<KvPimChannelDelegate> listener = std::make_shared<KvPimChannelDelegate>();

@@ -8,7 +8,7 @@ namespace {
 using Invitation = std::shared_ptr<KvPimInvitation>;
 
 struct Party {
-    Party(Service const& service, std::string userId, std::shared_ptr<KvMainQueue> queue)
+    Party(LocalService const& service, std::string userId, std::shared_ptr<KvMainQueue> queue)
         : person(service.url(), std::move(userId), std::move(queue)),
           listener(std::make_shared<KvPimInvitationDelegate>()) {
         auto const note = [this](char const* what) {
@@ -63,7 +63,7 @@ protected:
         alice.succeeds(&KvPimInvitationKit::sendInvitation, invitation);
         return invitation;
     }
-    Service service;
+    LocalService service;
     std::shared_ptr<KvMainQueue> queue = KvMainQueue::create(KvMainQueue::Time::manual);
     Party alice{service, "alice", queue};
     Party bob{service, "bob", queue};

@@ -20,7 +20,7 @@ inline auto codeOfUser(Done done) {
 inline std::vector<KvPimAttribute> const kAttributes{{"k", "v"}};
 inline std::vector<std::string> const kIds{"bob"};
 
-struct Request {
+struct Call {
     char const* name;
     char const* command;
     void (*start)(KvPimKit& kit, KvPimChannel& channel, Done done);
@@ -32,7 +32,7 @@ void startInvitation(KvPimKit& kit, KvPimChannel&, Done d) {
     ((*kit.getPimInvitationKit()).*Operation)(KvPimInvitation::initWithInviter(me, me), d);
 }
 
-inline Request const kRequests[] = {
+inline Call const kCalls[] = {
     {"join", "join", [](auto&, auto& channel, Done d) { channel.joinWithCompletion(d); }},
     {"members", "getChannelMembers",
      [](auto&, auto& channel, Done d) { channel.getMembersWithCompletion(codeOnly(d)); }},

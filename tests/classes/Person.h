@@ -4,14 +4,13 @@
 #include "Classes/KvPimChannel.h"
 #include "Classes/KvPimInvitationKit.h"
 #include "Classes/KvPimKit.h"
+#include "TestKit/Service.h"
 #include "support/Json.h"
-#include "support/Service.h"
+#include "support/LocalService.h"
 #include "support/TemporaryDirectory.h"
 #include "support/Test.h"
 
 namespace kv::test {
-
-inline constexpr char kToken[] = "0123456789abcdef0123456789abcdef";
 
 using States = std::vector<std::pair<std::int64_t, std::int64_t>>;
 
@@ -19,7 +18,14 @@ struct Person {
     /// `adjust` changes the client's options before it is made.
     Person(std::string url, std::string userId_, std::shared_ptr<KvMainQueue> queue_, Engine engine = Engine::thread,
            std::function<void(KvPimOptions&)> const& adjust = {})
-        : userId(std::move(userId_)), queue(std::move(queue_)), delegate(std::make_shared<KvPimDelegate>()) {
+        : Person(optionsOf(std::move(url), std::move(queue_)), std::move(userId_), engine, adjust) {}
+    /// Of the test kit's service.
+    Person(Service const& service, std::string userId_, Engine engine,
+           std::function<void(KvPimOptions&)> const& adjust = {})
+        : Person(service.options(), std::move(userId_), engine, adjust) {}
+
+    Person(KvPimOptions options, std::string userId_, Engine engine, std::function<void(KvPimOptions&)> const& adjust)
+        : userId(std::move(userId_)), queue(options.mainQueue), delegate(std::make_shared<KvPimDelegate>()) {
         delegate->connectionStateChanged = [this](KvPimKit& told, std::int64_t state, std::int64_t reason) {
             bool const isAsTold =
                 told.stateManager().state == state || reason == KvPimConnectionChangeReasonLoginTimeout;
@@ -37,14 +43,11 @@ struct Person {
             attributes.insert(attributes.end(), changed.begin(), changed.end());
         };
         delegate->tokenDidExpire = [this](KvPimKit&) { ++expired; };
-        KvPimOptions options;
-        options.envConfig.apiServer = std::move(url);
         static TemporaryDirectory const directory;  // the process's, as the diagnostics are
         cachesDirectory = directory.path("caches");
         options.envConfig.cachesDirectory = cachesDirectory;
         options.envConfig.keyStoreDirectory = directory.path("keys");
         options.envConfig.collectServer = "http://127.0.0.1:9/";  // nothing of a test is ever uploaded
-        options.mainQueue = queue;
         options.engine = engine == Engine::thread ? KvPimEngine::thread : KvPimEngine::mainQueue;
         if (adjust) adjust(options);
         kit = KvPimKit::initWithAppId("app", delegate, options);
@@ -70,6 +73,13 @@ struct Person {
         auto channel = kit->createChannelWithId(channelId, listener);
         EXPECT_EQ(codeOf([&](auto done) { channel->joinWithCompletion(done); }), 0);
         return channel;
+    }
+
+    static KvPimOptions optionsOf(std::string url, std::shared_ptr<KvMainQueue> queue) {
+        KvPimOptions options;
+        options.envConfig.apiServer = std::move(url);
+        options.mainQueue = std::move(queue);
+        return options;
     }
 
     std::string userId;

@@ -14,7 +14,7 @@ namespace {
 namespace fs = std::filesystem;
 
 // How often each type of event was reported about a user.
-std::map<std::string, int> reportsAbout(std::string const& uid, Service const& service) {
+std::map<std::string, int> reportsAbout(std::string const& uid, LocalService const& service) {
     std::map<std::string, int> counts;
     for (auto const& report : service.reports()) {
         auto const& event = report.at("event");
@@ -40,7 +40,7 @@ std::vector<json::value> eventsOf(std::string const& uid, Person const& person) 
 }
 
 TEST(Reports, OfASessionReachTheCollectorAndAreKept) {
-    Service service;
+    LocalService service;
     ASSERT_FALSE(service.url().empty());
     auto const queue = KvMainQueue::create();
     Person person(service.url(), "r e p o r t e r", queue);
@@ -114,7 +114,7 @@ TEST(Reports, TellDurationsAlsoOfWhatOverlaps) {
 
 // A batch of attributes whose reader is gone is nobody's failure; what else a client asked for still is.
 TEST(Reports, OfUnansweredRequestsOutliveTheirClientOrNot) {
-    Service service;
+    LocalService service;
     auto const queue = KvMainQueue::create(KvMainQueue::Time::manual);
     Person person(service.url(), "vanished", queue);
     ASSERT_TRUE(person.login());

@@ -35,7 +35,7 @@ protected:
     std::string connectIndices;  // printed meanwhile
     json::value userAtServer() { return service.state().at("apps").at("app").at("users").at("alice"); }
 
-    Service service;
+    LocalService service;
     std::shared_ptr<KvMainQueue> queue = KvMainQueue::create(KvMainQueue::Time::manual);
     Person alice{service.url(), "alice", queue, GetParam()};
 };
@@ -161,7 +161,7 @@ TEST_P(SessionTest, AttemptsWaitOneTwoFourSixSeconds) {
         EXPECT_EQ(alice.kit->stateManager().state, KvPimConnectionStateReconnecting);
     }
     EXPECT_EQ(alice.states, (States{{4, 5}}));
-    Service again(service.port());
+    LocalService again(service.port());
     queue->advance(6s);
     EXPECT_TRUE(waitFor([&] { return isConnected(); }));
     EXPECT_EQ(alice.states, (States{{4, 5}, {3, 2}}));
@@ -383,7 +383,7 @@ TEST_P(SessionTest, AClientMayEndInEachCallback) {
         };
         dora.kit->loginByToken(kToken, 1, "dora", done);
         EXPECT_TRUE(waitFor([&] { return unanswered == 0; }, 100ms));
-        for (auto const& request : kRequests) {
+        for (auto const& request : kCalls) {
             if (!dora.kit) break;
             ++unanswered;
             request.start(*dora.kit, *channel, done);

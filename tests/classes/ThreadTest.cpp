@@ -52,7 +52,7 @@ TEST(ThreadDeathTest, ACallFromAnotherThreadEndsWithAdvice) {
         {"", [&] { manager.reset(); }},
 #endif
     };
-    for (auto const& request : kRequests) {
+    for (auto const& request : kCalls) {
         if (std::string_view(request.command) == "invitationOp") continue;  // above
         calls.emplace_back("", [&] { request.start(kit, *channel, {}); });
     }

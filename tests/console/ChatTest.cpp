@@ -1,6 +1,6 @@
 // The chat as a script uses it: lines in, lines out. What it draws in a terminal is not seen here.
 #include "console/Programs.h"
-#include "support/Service.h"
+#include "support/LocalService.h"
 #include "support/TemporaryDirectory.h"
 #include "support/Test.h"
 
@@ -19,7 +19,7 @@ protected:
         ASSERT_TRUE(peer.prints(R"({*"op":"joinWithCompletion","code":0})"));
     }
 
-    Service service;
+    LocalService service;
     Program peer{consoleCommand(service.url())};
 };
 

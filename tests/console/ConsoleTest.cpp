@@ -1,7 +1,7 @@
 // How the console behaves as a program: bad lines, the end of its input, its exit status, its options.
 #include "console/Programs.h"
 #include "support/HttpTestServer.h"
-#include "support/Service.h"
+#include "support/LocalService.h"
 #include "support/TemporaryDirectory.h"
 #include "support/Test.h"
 
@@ -83,7 +83,7 @@ TEST(Console, LinesMayBeLongButNotEndless) {
 }
 
 TEST(Console, EndOfInputWaitsForTheAnswersAndThenLingersForEvents) {
-    Service service;
+    LocalService service;
     Program bob(consoleCommand(service.url(), {"--linger", "4"}));  // a busy machine takes its time
     bob.send(loginLine("bob"));
     ASSERT_TRUE(bob.prints(R"({*"op":"loginByToken","code":0})"));
@@ -123,7 +123,7 @@ TEST(Console, LinesBehindASleepAreReadAfterIt) {
 }
 
 TEST(Console, QuitEndsItWithoutWaitingForAnswers) {
-    Service service;
+    LocalService service;
     Program console(consoleCommand(service.url()));
     console.send(loginLine("alice"));
     console.send(R"({"op":"quit"})");

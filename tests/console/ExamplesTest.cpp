@@ -1,7 +1,7 @@
 // The examples: the demonstration, which shows what really arrived or says what did not; the bot; the first steps, and
 // the main queue inside other loops.
 #include "console/Programs.h"
-#include "support/Service.h"
+#include "support/LocalService.h"
 #include "support/Test.h"
 
 #include <sstream>
@@ -10,7 +10,7 @@ namespace kv::test {
 namespace {
 
 TEST(Demo, EndsWellWithAService) {
-    Service service;
+    LocalService service;
     Program demo({KVPIM_DEMO, "--service", service.url(), "--control"});
     EXPECT_EQ(demo.exitStatus(), 0);
     EXPECT_TRUE(demo.prints("*bob*<- alice in garden: Welcome back!"));
@@ -25,7 +25,7 @@ TEST(Demo, FailsWithoutOne) {
 }
 
 TEST(Bot, AnswersKeepsItsPresenceAndComesBack) {
-    Service service;
+    LocalService service;
     Program bot(exampleCommand(KVPIM_BOT, {service.url(), "bot"}));
     ASSERT_TRUE(bot.prints("bot: told everybody that it is here"));
 
@@ -50,18 +50,18 @@ TEST(Bot, AnswersKeepsItsPresenceAndComesBack) {
 }
 
 TEST(Bot, WaitsForAServiceThatIsDownAtItsStart) {
-    auto first = std::make_optional<Service>();
+    auto first = std::make_optional<LocalService>();
     auto const address = first->url();
     auto const port = first->port();
     first.reset();
     Program bot(exampleCommand(KVPIM_BOT, {address, "bot"}));
     ASSERT_TRUE(bot.prints("bot: the login failed: No socket server was found*"));
-    Service const service(port);
+    LocalService const service(port);
     EXPECT_TRUE(bot.prints("bot: told everybody that it is here"));
 }
 
 TEST(FirstSteps, SendAMessageAndReceiveItInEachLoop) {
-    Service service;
+    LocalService service;
     std::istringstream loops(KVPIM_LOOPS);
     std::string path = KVPIM_FIRST_STEPS;
     for (std::string loop; !path.empty(); path = loops >> loop ? KVPIM_LOOP_PREFIX + loop : "") {

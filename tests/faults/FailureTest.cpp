@@ -134,7 +134,7 @@ TEST_P(Failures, OfALoginNameStageAndCause) {
 }
 
 TEST_P(Failures, OfASessionNameOperationAndCause) {
-    Service service;
+    LocalService service;
     Unlucky alice(service.url(), GetParam(), [](KvPimOptions& o) { o.network.requestTimeout = 300ms; });
     auto& kit = *alice.kit;
     auto const read = [&](auto done) {

@@ -11,7 +11,7 @@ class Machine : public EveryEngine {};
 ON_EVERY_ENGINE(Machine);
 
 TEST_P(Machine, WithoutDescriptorsItWaitsForSome) {
-    Service const service;
+    LocalService const service;
     Session session(service.url(), GetParam(), Session::Time::manual);
     ASSERT_TRUE(session.begin());
     int answers = 0;
@@ -40,7 +40,7 @@ TEST_P(Machine, WithoutDescriptorsItWaitsForSome) {
 
 // However few the process has, from the start on: it comes to no harm, and to a session as soon as there are more.
 TEST_P(Machine, FewDescriptorsOrThreadsAreNoEnd) {
-    Service const service;
+    LocalService const service;
     TemporaryDirectory const home;
     struct Case {
         char const* what;
@@ -56,7 +56,7 @@ TEST_P(Machine, FewDescriptorsOrThreadsAreNoEnd) {
 }
 
 TEST_P(Machine, TheTimeOfDayMayJump) {
-    Service const service(Service::Options{0, {"--ping-interval", "300", "--ping-timeout", "1000"}});
+    LocalService const service(LocalService::Options{0, {"--ping-interval", "300", "--ping-timeout", "1000"}});
     Session session(service.url(), GetParam());
     ASSERT_TRUE(session.begin());
     for (auto const step : {1h, -1h}) {
@@ -72,7 +72,7 @@ TEST_P(Machine, TheTimeOfDayMayJump) {
 }
 
 TEST_P(Machine, AMainThreadThatIsBusyForLongKeepsTheSession) {
-    Service const service(Service::Options{0, {"--ping-interval", "300", "--ping-timeout", "400"}});
+    LocalService const service(LocalService::Options{0, {"--ping-interval", "300", "--ping-timeout", "400"}});
     Session session(service.url(), GetParam());
     ASSERT_TRUE(session.begin());
     auto const socketId = [&] { return service.state().at("apps").at("app").at("users").at("alice").at("socketId"); };

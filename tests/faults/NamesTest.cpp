@@ -11,7 +11,7 @@ ON_EVERY_ENGINE(ServerName);
 TEST_P(ServerName, IsLookedUpForEachAttemptAndEachLogin) {
     Names names;
     names.set("127.0.0.1");
-    Service before;
+    LocalService before;
     Session session("http://pim.test:" + std::to_string(before.port()), GetParam(), Session::Time::manual);
     ASSERT_TRUE(session.begin());
     names.set("");
@@ -20,7 +20,7 @@ TEST_P(ServerName, IsLookedUpForEachAttemptAndEachLogin) {
     for (int turn = 0; turn < 100; ++turn) session.alice.queue->advance(200ms);  // attempts that find no address
     EXPECT_FALSE(session.isConnected());
 
-    Service const after(Service::Options{before.port(), {"--host", "127.0.0.2"}});
+    LocalService const after(LocalService::Options{before.port(), {"--host", "127.0.0.2"}});
     names.set("127.0.0.2");
     session.expectRestored(after, true);  // a second client, which logs in, must find it too
     EXPECT_EQ(session.alice.states, (States{{4, 5}, {3, 2}}));

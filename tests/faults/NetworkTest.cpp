@@ -20,7 +20,7 @@ constexpr char kDeadAddress[] = "fd00::1";
 // starts, out of the machine's own.
 class Cable {
 public:
-    Cable() : service((enterNetwork(), Service::Options{0, {"--host", "0.0.0.0"}})) {
+    Cable() : service((enterNetwork(), LocalService::Options{0, {"--host", "0.0.0.0"}})) {
         enterNetwork();
         auto const there = std::to_string(service.pid());
         run("ip link set lo up && ip link add kv0 type veth peer name kv1 && ip link set kv1 netns " + there +
@@ -33,7 +33,7 @@ public:
     }
     std::string url(std::string const& host) const { return "http://" + host + ":" + std::to_string(service.port()); }
 
-    Service const service;
+    LocalService const service;
 
 private:
     static void enterNetwork() {
@@ -108,7 +108,7 @@ TEST_P(Network, ADeadAddressOfANameHoldsUpNobody) {
 }
 
 TEST_P(Network, IsTriedAtOnceWhenTheMachineWakesUp) {
-    Service const service;
+    LocalService const service;
     Session session(service.url(), GetParam(), Session::Time::manual, watchItself);
     ASSERT_TRUE(session.begin());
     service.control("drop", {{"userId", "alice"}});

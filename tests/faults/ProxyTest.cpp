@@ -235,7 +235,7 @@ TEST_P(ProxyTest, ThatDiesAndComesBackIsGoneThroughAgain) {
     if (!Squid::isInstalled()) GTEST_SKIP() << "squid is not installed";
     Squid squid(certificate);
     squid.start();
-    Service const service;
+    LocalService const service;
     Session session(service.url(), GetParam(), Session::Time::real,
                     [&](KvPimOptions& options) { options.network = through(squid.open()); });
     ASSERT_TRUE(session.begin());

@@ -16,11 +16,11 @@ struct Scene {
     void restart() {
         int const port = service->port();
         service.reset();
-        service.emplace(Service::Options{port, kHastyHeartbeat});
+        service.emplace(LocalService::Options{port, kHastyHeartbeat});
     }
     void run(std::chrono::milliseconds time) { session.alice.queue->runFor(time); }
 
-    std::optional<Service> service{Service::Options{0, kHastyHeartbeat}};
+    std::optional<LocalService> service{LocalService::Options{0, kHastyHeartbeat}};
     Relay relay{service->port()};
     Session session;
 };

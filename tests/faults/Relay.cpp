@@ -17,11 +17,6 @@ bool passSome(int from, int to) {
 
 }  // namespace
 
-void Relay::breakOff(std::string_view lastBytes) {
-    lastBytes_ = lastBytes;
-    breaking_ = connections_.load();
-}
-
 void Relay::pass(Connection& client) {
     using boost::asio::ip::tcp;
     int const number = connections_++;
@@ -30,7 +25,7 @@ void Relay::pass(Connection& client) {
     boost::system::error_code refused;
     server.connect(tcp::endpoint(boost::asio::ip::address_v4::loopback(), target_), refused);
     bool isOpen = !refused;
-    while (isOpen && !client.isInterrupted() && number >= breaking_) {
+    while (isOpen && !client.isInterrupted()) {
         pollfd ends[] = {{client.fd(), POLLIN, 0}, {server.native_handle(), POLLIN, 0}};
         bool const isSilent = number < silent_;
         ::poll(ends, isSilent ? 0 : 2, kTurnMs);
@@ -38,10 +33,6 @@ void Relay::pass(Connection& client) {
         if (ends[0].revents != 0) isOpen = passSome(ends[0].fd, ends[1].fd);
         if (isOpen && ends[1].revents != 0) isOpen = passSome(ends[1].fd, ends[0].fd);
     }
-    if (number >= breaking_) return;
-    client.send(lastBytes_);
-    ++broken_;
-    client.reset();
 }
 
 }  // namespace kv::test

@@ -13,18 +13,13 @@ public:
     std::string url() const { return "http://127.0.0.1:" + std::to_string(listener_.port()); }
     /// The connections that there are carry nothing any more, and stay open.
     void goSilent() { silent_ = connections_.load(); }
-    /// The clients of all connections that there are receive these bytes, and then a reset.
-    void breakOff(std::string_view lastBytes);
-    /// How many connections were broken so far.
-    int broken() const { return broken_; }
 
 private:
     void pass(Connection& client);
 
     std::uint16_t const target_;
-    std::atomic<int> connections_{0}, broken_{0};
-    std::atomic<int> silent_{0}, breaking_{0};  // so many of the connections, the first ones
-    std::string lastBytes_;                     // written before `breaking_`
+    std::atomic<int> connections_{0};
+    std::atomic<int> silent_{0};  // so many of the connections, the first ones
     Listener const listener_{[this](Connection& client) { pass(client); }};
 };
 

@@ -2,7 +2,6 @@
 // the restoring does while it is refused.
 #include "Classes/Model/KvPimRestored.h"
 #include "Session.h"
-#include "support/ScriptedServer.h"
 
 namespace kv::test {
 namespace {
@@ -13,73 +12,55 @@ constexpr char const* kRestoring[] = {"join", "setLocalUserAttributes", "subscri
 
 class Restoring : public EveryEngine {
 protected:
-    /// So answers the service to every step of the restoring from now on; null for silence.
-    void answerAll(json::value const& answer) {
-        for (char const* command : kRestoring)
-            service.control("answer", {{"command", command}, {"times", 1000000}, {"answer", answer}});
+    /// So does the service with every step of the restoring from now on.
+    void refuseAll() {
+        for (char const* command : kRestoring) service.refuseNextAsTooMany(command, 1000000);
     }
-    std::int64_t asked() const {
-        auto const state = service.state();
-        auto const& commands = state.at("commands").as_object();
-        std::int64_t sum = 0;
-        for (char const* command : kRestoring) sum += commands.at(command).as_int64();
-        return sum;
+    void ignoreAll() {
+        for (char const* command : kRestoring) service.ignoreNext(command, 1000000);
+    }
+    int asked() const {
+        std::size_t sum = 0;
+        for (char const* command : kRestoring) sum += service.requests(command, "alice").size();
+        return static_cast<int>(sum);
     }
 
     Service service;
-    Session session{service.url(), GetParam(), Session::Time::manual};
+    Session session{service, GetParam()};
 };
 ON_EVERY_ENGINE(Restoring);
 
 TEST_P(Restoring, RefusedLoginsOnTheRoadBackAreTriedAgain) {
     ASSERT_TRUE(session.begin());
     for (char const* reason : {"loginFail: ExpiredToken", "loginFail: AuthFail", "ExpireSession"})
-        service.control("login", {{"reason", reason}});
-    service.control("drop", {{"userId", "alice"}});
+        service.refuseNextLogin(reason);
+    service.cut("alice");
     EXPECT_TRUE(session.waitForLoss());
     session.expectRestored(service);
     EXPECT_EQ(session.alice.states, (States{{4, 5}, {3, 2}}));
 }
 
 TEST_P(Restoring, AnExpiredTokenIsToldAndItsRenewalIsUsedForTheNextAttempt) {
-    std::string requests[3];
-    std::atomic<int> connections{0};
-    ScriptedServer server([&](ScriptedPeer& peer) {
-        requests[std::min(peer.number(), 2)] = peer.request();
-        connections = peer.number() + 1;
-        if (peer.number() == 1) {
-            peer.acceptWebSocket();
-            peer.sendText(ScriptedPeer::openPacket({}));
-            peer.readText();
-            peer.sendText("44{\"message\":\"loginFail: ExpiredToken\"}");
-            peer.readToEnd();
-            return;
-        }
-        peer.login();
-        if (peer.number() == 0) return peer.hangUp();
-        peer.readToEnd();
-    });
-    Session client(server.url(), GetParam(), Session::Time::manual);
-    auto& alice = client.alice;
+    auto& alice = session.alice;
+    ASSERT_TRUE(alice.login());
     std::int64_t renewed = -1;
     alice.delegate->tokenDidExpire = [&](KvPimKit& kit) {
         ++alice.expired;
         kit.renewToken(kNewToken, 2, [&](std::string const&, std::int64_t code) { renewed = code; });
     };
-    ASSERT_TRUE(alice.login());
-    EXPECT_TRUE(client.waitFor([&] { return connections == 3 && client.isConnected(); }));
+    service.expireToken(kToken);
+    service.cut("alice");
+    EXPECT_TRUE(session.waitFor([&] { return service.connections() == 3 && session.isConnected(); }));
     EXPECT_EQ(alice.expired, 1);
     EXPECT_EQ(renewed, 0);
     EXPECT_EQ(alice.states, (States{{2, 1}, {3, 2}, {4, 5}, {3, 2}}));
-    EXPECT_NE(requests[1].find(kToken), std::string::npos);
-    EXPECT_NE(requests[2].find(kNewToken), std::string::npos);
 }
 
 TEST_P(Restoring, RefusalsInARowAreFurtherAndFurtherApart) {
     ASSERT_TRUE(session.begin());
-    answerAll(json::array{"Too Many Requests"});
+    refuseAll();
     auto const before = asked();
-    service.control("drop", {{"userId", "alice"}});
+    service.cut("alice");
     EXPECT_TRUE(session.waitForLoss());
     auto& alice = session.alice;
     // Two of them are joins. The clock stands still but for what is said here.
@@ -104,14 +85,13 @@ TEST_P(Restoring, WhatTheApplicationChangesMeanwhileIsWhatIsRestored) {
     ASSERT_TRUE(session.begin());
     for (auto const& [command, times] :
          {std::pair("join", 4), std::pair("setLocalUserAttributes", 2), std::pair("subscribePeersOnlineStatus", 2)}) {
-        service.control("answer",
-                        {{"command", command}, {"times", times}, {"answer", json::array{"Too Many Requests"}}});
+        service.refuseNextAsTooMany(command, times);
     }
     auto const before = asked();
     auto& alice = session.alice;
     std::vector<KvPimRestored> told;
     alice.delegate->connectionRestored = [&](KvPimKit&, KvPimRestored const& restored) { told.push_back(restored); };
-    service.control("drop", {{"userId", "alice"}});
+    service.cut("alice");
     EXPECT_TRUE(session.waitForLoss());
     EXPECT_TRUE(runUntil(*alice.queue, [&] { return asked() == before + 9; }));  // the fourth kind is taken at once
     int unanswered = 2;
@@ -123,7 +103,7 @@ TEST_P(Restoring, WhatTheApplicationChangesMeanwhileIsWhatIsRestored) {
     EXPECT_TRUE(session.waitFor([&] { return unanswered == 0 && asked() >= before + 11; }));
     for (int turn = 0; turn < 100; ++turn) alice.queue->advance(100ms);
     EXPECT_EQ(asked(), before + 11);  // another join, another set
-    auto const user = service.state().at("apps").at("app").at("users").at("alice");
+    auto const user = json::parse(service.state()).at("apps").at("app").at("users").at("alice");
     EXPECT_EQ(user.at("channels"), json::array{"garden"});
     EXPECT_EQ(user.at("attributes"), (json::value{{"b", "3"}, {"c", "9"}}));
     EXPECT_EQ(user.at("statusSubscriptions"), json::array());
@@ -144,7 +124,7 @@ TEST_P(Restoring, AChannelThatWasDestroyedIsNotAskedForAgain) {
     ASSERT_TRUE(session.begin());
     EXPECT_TRUE(session.alice.kit->destroyChannelWithId("lobby"));
     auto const before = asked();
-    service.control("drop", {{"userId", "alice"}});
+    service.cut("alice");
     EXPECT_TRUE(session.waitFor([&] { return session.isConnected() && asked() == before + 4; }));
     // Behind the other answers: a clock that is moved before they are there lets the steps time out, and be repeated.
     session.alice.codeOf([&](auto done) {
@@ -156,15 +136,15 @@ TEST_P(Restoring, AChannelThatWasDestroyedIsNotAskedForAgain) {
 
 TEST_P(Restoring, NothingIsToldOfItOnceTheConnectionIsLostAgain) {
     ASSERT_TRUE(session.begin());
-    answerAll(nullptr);
+    ignoreAll();
     auto const before = asked();
     auto& alice = session.alice;
     int told = 0;
     alice.delegate->connectionRestored = [&](KvPimKit&, KvPimRestored const&) { ++told; };
-    service.control("drop", {{"userId", "alice"}});
+    service.cut("alice");
     EXPECT_TRUE(session.waitForLoss());
     EXPECT_TRUE(runUntil(*alice.queue, [&] { return asked() == before + 5; }));
-    service.kill();
+    service.stop();
     EXPECT_TRUE(runUntil(*alice.queue, [&] { return !session.isConnected(); }));
     for (int turn = 0; turn < 100; ++turn) alice.queue->advance(100ms);  // all that is unanswered ends
     EXPECT_EQ(told, 0);
@@ -173,9 +153,9 @@ TEST_P(Restoring, NothingIsToldOfItOnceTheConnectionIsLostAgain) {
 // Answers that were still to come when a login ended belong to it, not to the one that follows.
 TEST_P(Restoring, OneLoginRestoresNothingOfAnother) {
     ASSERT_TRUE(session.begin());
-    answerAll(nullptr);
+    ignoreAll();
     auto const before = asked();
-    service.control("drop", {{"userId", "alice"}});
+    service.cut("alice");
     EXPECT_TRUE(session.waitFor([&] { return asked() == before + 5; }));  // two of them are joins
     auto& alice = session.alice;
     EXPECT_EQ(alice.codeOf([&](auto done) { alice.kit->logoutWithCompletion(done); }), 0);
@@ -190,8 +170,8 @@ TEST_P(Restoring, OneLoginRestoresNothingOfAnother) {
 
 TEST_P(Restoring, ADestroyedClientIsNotKeptAliveByIt) {
     ASSERT_TRUE(session.begin());
-    answerAll(json::array{"Too Many Requests"});
-    service.control("drop", {{"userId", "alice"}});
+    refuseAll();
+    service.cut("alice");
     auto const before = asked();
     EXPECT_TRUE(session.waitFor([&] { return asked() > before + 20; }));
     std::weak_ptr<KvPimKit> const kit = session.alice.kit;

@@ -25,7 +25,7 @@ bool holdsToken(std::string const& line) {
 // A session with all that writes to the log: refusals, a server that cannot be connected to, losses, a renewal. Sets
 // the caches directory, which is the process's.
 void liveThroughEverything(std::string& caches) {
-    Service const service;
+    LocalService const service;
     Session session(service.url(), Engine::thread, Session::Time::manual);
     auto& alice = session.alice;
     caches = alice.cachesDirectory;

@@ -13,6 +13,8 @@ public:
     Session(std::string const& url, Engine engine, Time time = Time::real,
             std::function<void(KvPimOptions&)> const& adjust = {})
         : alice(url, "alice", KvMainQueue::create(time), engine, adjust), url_(url), time_(time) {}
+    Session(Service const& service, Engine engine)
+        : alice(service, "alice", engine), service_(&service), time_(Time::manual) {}
 
     /// Logs in and builds it up.
     [[nodiscard]] bool begin() {
@@ -34,8 +36,11 @@ public:
     }
 
     /// What the service lacks or has too much; empty when it holds exactly this session.
-    std::string difference(Service const& service, bool hasForgotten = false) const {
-        auto const state = service.state();
+    template <class AnyService>
+    std::string difference(AnyService const& service, bool hasForgotten = false) const {
+        return difference(stateOf(service), hasForgotten);
+    }
+    std::string difference(json::value const& state, bool hasForgotten) const {
         auto const* app = state.at("apps").as_object().if_contains("app");
         auto const* user = app != nullptr ? app->at("users").as_object().if_contains("alice") : nullptr;
         if (user == nullptr) return "alice is unknown";
@@ -63,7 +68,8 @@ public:
 
     /// Waits until the client is connected and the service holds the session; and then for a push of each kind, which
     /// a second client causes.
-    void expectRestored(Service const& service, bool hasForgotten = false) {
+    template <class AnyService>
+    void expectRestored(AnyService const& service, bool hasForgotten = false) {
         std::string different;
         EXPECT_TRUE(waitFor([&] {
             if (!isConnected()) return false;
@@ -95,12 +101,15 @@ private:
         EXPECT_EQ(alice.codeOf(start), 0);
     }
 
+    static json::value stateOf(LocalService const& service) { return service.state(); }
+    static json::value stateOf(Service const& service) { return json::parse(service.state()); }
+
     void expectPushes() {
         alice.statuses.clear();
         alice.attributes.clear();
         alice.messages.clear();
         channelMessages_ = 0;
-        Person bob(url_, "bob", alice.queue);
+        auto bob = service_ != nullptr ? Person(*service_, "bob", Engine::mainQueue) : Person(url_, "bob", alice.queue);
         if (!bob.login()) ADD_FAILURE() << "bob cannot log in";
         auto const lobby = bob.join("lobby");
         auto const message = std::make_shared<KvPimMessage>("hello");
@@ -116,7 +125,8 @@ private:
             << alice.attributes.size();
     }
 
-    std::string const url_;
+    std::string const url_{};
+    Service const* const service_ = nullptr;  // of the test kit
     Time const time_;
     std::shared_ptr<KvPimChannelDelegate> listener_ = std::make_shared<KvPimChannelDelegate>();
     int channelMessages_ = 0;

@@ -1,5 +1,4 @@
 // What may become of the bytes on their way: they come one at a time, stop in the middle of a frame, or are not read.
-#include "Relay.h"
 #include "Session.h"
 #include "SystemCalls.h"
 
@@ -15,7 +14,7 @@ class Wire : public EveryEngine {};
 ON_EVERY_ENGINE(Wire);
 
 TEST_P(Wire, CarriesEverythingOneByteAtATime) {
-    Service const service;
+    LocalService const service;
     ShortReadsAndWrites const one(1);
     Session session(service.url(), GetParam());
     ASSERT_TRUE(session.begin());
@@ -29,37 +28,6 @@ TEST_P(Wire, CarriesEverythingOneByteAtATime) {
     ASSERT_TRUE(received);
     EXPECT_EQ(*received->rawData, *blob->rawData);
     EXPECT_TRUE(alice.states.empty());
-}
-
-TEST_P(Wire, MayBreakInTheMiddleOfEachKindOfFrame) {
-    struct Case {
-        char const* what;
-        std::string_view lastBytes;
-    };
-    Service const service;
-    Relay relay(service.port());
-    Session session(relay.url(), GetParam(), Session::Time::manual);
-    ASSERT_TRUE(session.begin());
-    auto& alice = session.alice;
-    auto const text = std::string("\x81\x20") + "42[\"Mem",
-               header = std::string("\x81\x2B") + "451-[\"event\",{\"_placeholder\":true,\"num\":0}]";
-    for (auto const& c : {Case{"length", "\x81"}, Case{"text", text}, Case{"before the attachment", header}}) {
-        SCOPED_TRACE(c.what);
-        alice.states.clear();
-        int answers = 0;
-        service.answer("getUserAttributes", nullptr);
-        alice.kit->getUserAttributes("bob", [&](auto const&, auto const&, std::int64_t code) {
-            ++answers;
-            EXPECT_EQ(code, 7);
-        });
-        int const broken = relay.broken();
-        relay.breakOff(c.lastBytes);
-        EXPECT_TRUE(session.waitFor([&] { return relay.broken() > broken && !session.isConnected(); }));
-        session.expectRestored(service);
-        EXPECT_TRUE(session.waitFor([&] { return answers > 0; }));
-        EXPECT_EQ(answers, 1);
-        EXPECT_EQ(alice.states, (States{{4, 5}, {3, 2}}));
-    }
 }
 
 /// What the process takes of the machine's memory.
@@ -80,7 +48,7 @@ constexpr bool kMemoryIsOurs = true;
 TEST_P(Wire, AServiceThatDoesNotReadFillsNoMemory) {
     constexpr std::size_t kMessageBytes = 32768, kMessages = 2000, kBound = 32u << 20;
     constexpr std::size_t kMostTaken = kBound + (15u << 20);  // and what the kernel holds for both ends
-    Service service;
+    LocalService service;
     Session session(service.url(), GetParam(), Session::Time::manual,
                     [](KvPimOptions& options) { options.maxQueuedBytes = kBound; });
     ASSERT_TRUE(session.begin());

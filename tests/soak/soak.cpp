@@ -21,7 +21,7 @@ struct Counts {
 
 class Soldier {
 public:
-    Soldier(Service const& service, int number, int all, std::shared_ptr<KvMainQueue> queue)
+    Soldier(LocalService const& service, int number, int all, std::shared_ptr<KvMainQueue> queue)
         : person_(service.url(), "user" + std::to_string(number), std::move(queue)),
           all_(all),
           random_(static_cast<unsigned>(number)) {
@@ -135,7 +135,7 @@ private:
 };
 
 int soak(int seconds, int clients, unsigned seed) {
-    Service service;
+    LocalService service;
     if (service.url().empty()) return 1;
     auto const queue = KvMainQueue::create();
     std::vector<std::unique_ptr<Soldier>> soldiers;

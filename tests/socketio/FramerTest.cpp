@@ -1,6 +1,6 @@
 #include "SocketIO/core/Deflate.h"
 #include "SocketIO/transport/Framer.h"
-#include "support/Frames.h"
+#include "TestKit/Internal/Frames.h"
 #include "support/Test.h"
 
 namespace kv::sio {

@@ -1,7 +1,7 @@
 #include "Platform/KvUtf8.h"
 #include "SocketIO/core/Deflate.h"
 #include "SocketIO/core/WebSocketCodec.h"
-#include "support/Frames.h"
+#include "TestKit/Internal/Frames.h"
 #include "support/Test.h"
 
 #include <set>

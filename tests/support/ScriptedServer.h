@@ -14,7 +14,7 @@
 // without the script, with this very server, so that a whole client can run against it.
 #pragma once
 
-#include "support/Frames.h"
+#include "TestKit/Internal/Frames.h"
 
 #include <atomic>
 #include <chrono>

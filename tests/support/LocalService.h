@@ -13,7 +13,7 @@
 
 namespace kv::test {
 
-class Service {
+class LocalService {
 public:
     struct Options {
         int port = 0;                          // 0 for a free one
@@ -21,8 +21,8 @@ public:
     };
 
     /// Starts it; on `port`, or a free one. The test fails, and `url` is empty, when it does not get ready.
-    explicit Service(int port = 0);
-    explicit Service(Options const& options);
+    explicit LocalService(int port = 0);
+    explicit LocalService(Options const& options);
 
     std::string const& url() const { return url_; }
     std::uint16_t port() const;

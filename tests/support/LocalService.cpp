@@ -1,4 +1,4 @@
-#include "support/Service.h"
+#include "support/LocalService.h"
 
 #include <chrono>
 #include <csignal>
@@ -12,7 +12,7 @@ namespace kv::test {
 namespace json = boost::json;
 namespace {
 
-std::vector<std::string> commandOf(Service::Options const& options) {
+std::vector<std::string> commandOf(LocalService::Options const& options) {
     std::vector<std::string> command{"node",      KV_SERVICE_MAIN,     "--port", std::to_string(options.port),
                                      "--control", "--exit-with-stdin", "--quiet"};
     command.insert(command.end(), options.arguments.begin(), options.arguments.end());
@@ -49,9 +49,9 @@ std::string request(std::string const& url, std::string const* body) {
 
 }  // namespace
 
-Service::Service(int port) : Service(Options{port}) {}
+LocalService::LocalService(int port) : LocalService(Options{port}) {}
 
-Service::Service(Options const& options) : process_(commandOf(options)) {
+LocalService::LocalService(Options const& options) : process_(commandOf(options)) {
     auto const line = process_.readLine(in20Seconds()).value_or("");
     process_.closeOutput();
     auto const at = line.find("http");
@@ -60,38 +60,40 @@ Service::Service(Options const& options) : process_(commandOf(options)) {
     if (at != std::string::npos) url_ = line.substr(at);
 }
 
-std::uint16_t Service::port() const { return static_cast<std::uint16_t>(std::stoi(url_.substr(url_.rfind(':') + 1))); }
+std::uint16_t LocalService::port() const {
+    return static_cast<std::uint16_t>(std::stoi(url_.substr(url_.rfind(':') + 1)));
+}
 
-void Service::kill() {
+void LocalService::kill() {
     process_.kill(SIGKILL);
     process_.wait(in20Seconds());
 }
 
-void Service::freeze() { process_.kill(SIGSTOP); }
-void Service::thaw() { process_.kill(SIGCONT); }
+void LocalService::freeze() { process_.kill(SIGSTOP); }
+void LocalService::thaw() { process_.kill(SIGCONT); }
 
-json::value Service::state() const { return json::parse(request(url_ + "/control/state", nullptr)); }
+json::value LocalService::state() const { return json::parse(request(url_ + "/control/state", nullptr)); }
 
-json::array Service::reports() const {
+json::array LocalService::reports() const {
     return json::parse(request(url_ + "/control/reports", nullptr)).at("reports").as_array();
 }
 
-void Service::control(std::string const& path, json::value const& body) const {
+void LocalService::control(std::string const& path, json::value const& body) const {
     auto const text = json::serialize(body);
     request(url_ + "/control/" + path, &text);
 }
 
-bool Service::drop(std::string const& userId) const {
+bool LocalService::drop(std::string const& userId) const {
     auto const body = json::serialize(json::value{{"userId", userId}});
     std::string answer;
     return tryRequest(url_ + "/control/drop", &body, answer);
 }
 
-void Service::answer(std::string const& command, json::value const& items) const {
+void LocalService::answer(std::string const& command, json::value const& items) const {
     control("answer", {{"command", command}, {"answer", items}});
 }
 
-void Service::emit(std::string const& userId, std::string const& event, json::value const& item) const {
+void LocalService::emit(std::string const& userId, std::string const& event, json::value const& item) const {
     control("emit", {{"userId", userId}, {"event", event}, {"items", json::array{item}}});
 }
 
