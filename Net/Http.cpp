@@ -106,6 +106,12 @@ public:
     unsigned status() const { return parser_->is_header_done() ? parser_->get().result_int() : 0; }
     std::string reason() const { return std::string(parser_->get().reason()); }
     std::string location() const { return std::string(parser_->get()[http::field::location]); }
+    std::vector<std::string> headers() const {
+        std::vector<std::string> lines;
+        for (auto const& field : parser_->get())
+            lines.push_back(std::string(field.name_string()) + ": " + std::string(field.value()));
+        return lines;
+    }
     std::string takeBody() { return std::move(parser_->get().body()); }
 
 private:
@@ -231,6 +237,7 @@ private:
     void onAnswer(std::string error) {
         answer_.status = exchange_->status();
         if (answer_.status != 0) answer_.reason = exchange_->reason();
+        if (answer_.status != 0 && task_.wantsHeaders) answer_.headers = exchange_->headers();
         if (exchange_->speaksTls()) return fail({KvFailureStage::tls, std::move(error), net::kSpeaksTls});
         if (!error.empty()) return fail(std::move(error));
         bool const isRedirect = answer_.status == 301 || answer_.status == 302 || answer_.status == 303 ||

@@ -28,6 +28,8 @@ struct KvHttpTask {
     /// How long the whole may take; zero for any time.
     std::chrono::milliseconds resourceTimeout{};
     std::size_t largestBody = 1 << 20;
+    /// Whether the answer's headers are wanted.
+    bool wantsHeaders = false;
 };
 
 struct KvHttpAnswer {
@@ -35,6 +37,7 @@ struct KvHttpAnswer {
     unsigned status = 0;
     std::string reason{};  // that stands behind the status
     std::string body{};
+    std::vector<std::string> headers{};  // "Name: value" each, where they are wanted
     /// What went wrong, when the exchange did not come to its end. That of the exchange itself has the stage
     /// `discovery`, its one use of which people hear.
     std::optional<net::Failure> failure{};

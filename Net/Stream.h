@@ -44,6 +44,8 @@ public:
     /// Tells the other side that nothing follows. Reading goes on.
     void finishSending();
     bool isSecure() const { return ssl_ != nullptr; }
+    /// What was agreed, for who wants to tell of it; null in clear.
+    SSL const* tls() const { return ssl_.get(); }
     void close();
 
 private:

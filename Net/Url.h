@@ -13,7 +13,7 @@ namespace kv::net {
 /// As a query has it: what is not unreserved as "%" and two capital digits.
 KV_EXPORT std::string percentEncoded(std::string_view text);
 
-struct Url {
+struct KV_EXPORT Url {
     bool isSecure = false;
     std::string host;  // without the brackets of an IPv6 address
     std::uint16_t port = 0;

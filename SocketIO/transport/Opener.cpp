@@ -30,6 +30,7 @@ public:
                 conclude("The server's answer to the WebSocket handshake is too long");
             return;
         }
+        head = text.substr(0, end);
         early.assign(text.begin() + static_cast<std::ptrdiff_t>(end + 4), text.end());
         conclude(upgrade_.check(text.substr(0, end + 2), agreement));
     }
@@ -46,6 +47,7 @@ public:
         return failure;
     }
 
+    std::string head;
     KvBytes early;
     DeflateAgreement agreement;
 
@@ -95,8 +97,8 @@ void Opener::shakeHands(std::unique_ptr<net::Stream> stream) {
     *plan_.progress = KvFailureStage::upgrade;
     handshake_ = std::make_unique<Handshake>(plan_);
     talk_ = std::make_shared<net::Talk>(*stream_, *handshake_, [this](std::string error) {
-        if (!error.empty()) return finish({nullptr, {}, {}, handshake_->failure(std::move(error))});
-        finish({std::move(stream_), std::move(handshake_->early), handshake_->agreement, {}});
+        if (!error.empty()) return finish({nullptr, {}, {}, handshake_->failure(std::move(error)), handshake_->head});
+        finish({std::move(stream_), std::move(handshake_->early), handshake_->agreement, {}, handshake_->head});
     });
     talk_->start();
 }

@@ -31,6 +31,7 @@ public:
         KvBytes early;                        // what the server sent behind its answer
         DeflateAgreement agreement;
         net::Failure failure;
+        std::string head{};  // of the server's answer, status line and headers; empty where there was none
     };
 
     Opener(std::shared_ptr<KvMainQueue> const& queue, Plan plan, std::function<void(Opened)> done);
