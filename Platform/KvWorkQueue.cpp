@@ -62,7 +62,9 @@ void KvWorkQueue::add(Item item) {
 }
 
 void KvSignal::set() {
-    queue_->post([self = shared_from_this()] {
+    auto const queue = queue_.lock();
+    if (!queue) return;
+    queue->post([self = shared_from_this()] {
         self->isSet_ = true;
         if (auto const waiting = std::exchange(self->waiting_, nullptr)) KvWork::resume(waiting);
     });

@@ -89,7 +89,7 @@ private:
 /// `co_await KvSignal::Wait{signal}`: goes on once `set` was called, by any thread, before or after. One waiter.
 class KV_EXPORT KvSignal final : public std::enable_shared_from_this<KvSignal> {
 public:
-    explicit KvSignal(std::shared_ptr<KvMainQueue> queue) : queue_(std::move(queue)) {}
+    explicit KvSignal(std::shared_ptr<KvMainQueue> const& queue) : queue_(queue) {}
     void set();
 
     struct KV_EXPORT Wait {
@@ -105,7 +105,7 @@ public:
 
 private:
     friend struct KvDelay;
-    std::shared_ptr<KvMainQueue> const queue_;
+    std::weak_ptr<KvMainQueue> const queue_;  // which holds this signal, once it is set
     // Touched only on queue_.
     bool isSet_ = false;
     KvWork::Handle waiting_;
