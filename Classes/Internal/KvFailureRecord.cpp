@@ -35,7 +35,7 @@ constexpr Advice kAdvice[] = {
     {Stage::tcp, "open files", "The process may have too few descriptors: raise the limit (ulimit -n)."},
     {Stage::tcp, "",
      "Check address, port and firewalls. A network that lets nobody out directly needs `network.proxy`."},
-    {Stage::proxy, "a user and", "Set `network.proxy` with the user and the password that the proxy knows."},
+    {Stage::proxy, "user and", "Set `network.proxy` with the user and the password that the proxy knows."},
     {Stage::proxy, "", "Check `network.proxy`, and what the proxy's rules let through."},
     {Stage::tls, "does not speak TLS",
      "On this port the server is spoken to in clear: http instead of https, or another port."},
@@ -134,11 +134,11 @@ std::string withoutPasswords(std::string text) {
     return text;
 }
 
-std::string shown(std::string_view text, std::size_t most, std::vector<std::string> const& secrets) {
+}  // namespace
+
+std::string forPeople(std::string_view text, std::size_t most, std::vector<std::string> const& secrets) {
     return printable(withoutPasswords(withoutSecrets(text.substr(0, kMostRead), secrets)), most);
 }
-
-}  // namespace
 
 KvFailure failureOf(std::string_view operation, std::int64_t code, net::Failure const& known,
                     std::vector<std::string> const& secrets) {
@@ -146,8 +146,8 @@ KvFailure failureOf(std::string_view operation, std::int64_t code, net::Failure 
     failure.stage = known.stage;
     failure.operation = operation;
     failure.code = code;
-    failure.cause = shown(known.cause.empty() ? known.text : known.cause, kMostCause, secrets);
-    failure.serverWords = shown(known.serverWords, kMostWords, secrets);
+    failure.cause = forPeople(known.cause.empty() ? known.text : known.cause, kMostCause, secrets);
+    failure.serverWords = forPeople(known.serverWords, kMostWords, secrets);
     if (!failure.cause.empty() && failure.cause[0] >= 'a' && failure.cause[0] <= 'z') failure.cause[0] += 'A' - 'a';
     auto const isFound = [&](Advice const& row) {
         return row.stage == known.stage && (failure.cause.find(row.found) != std::string::npos ||

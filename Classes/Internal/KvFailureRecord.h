@@ -16,6 +16,10 @@ namespace kv {
 KvFailure failureOf(std::string_view operation, std::int64_t code, net::Failure const& known,
                     std::vector<std::string> const& secrets);
 
+/// Any text, in one line that may be shown: bounded, printable, without the secrets and without what stands before the
+/// "@" of an address.
+std::string forPeople(std::string_view text, std::size_t most, std::vector<std::string> const& secrets);
+
 /// Makes a failure the current one of its thread for as long as it lives: around the call of a completion.
 class KvFailureScope final {
 public:

@@ -43,17 +43,28 @@ net::Failure withoutServer(KvHttpAnswer const& answer) {
 
 }  // namespace
 
+std::string KvApiHelper::urlOf(std::string_view apiBase, std::string_view appId) {
+    return std::string(apiBase).append(kPath).append(appId);
+}
+
+std::optional<std::string> KvApiHelper::serverOf(KvHttpAnswer const& answer, net::Failure& why) {
+    if (answer.failure) {
+        why = *answer.failure;
+        return std::nullopt;
+    }
+    auto server = firstServerOf(answer.body);
+    bool const isNamed = server && !server->empty();
+    if (!isNamed) why = withoutServer(answer);
+    return server;
+}
+
 void KvApiHelper::apiServer(std::string_view apiBase, std::string_view appId, net::NetworkOptions network,
                             std::shared_ptr<KvMainQueue> const& queue, Completion completion) {
-    std::string url(apiBase);
-    url.append(kPath).append(appId);
-    KvHttpRequest::getRequestWithUrl(std::move(url), std::move(network), queue,
-                                     [completion = std::move(completion)](KvHttpAnswer answer) {
+    KvHttpRequest::getRequestWithUrl(urlOf(apiBase, appId), std::move(network), queue,
+                                     [completion = std::move(completion)](KvHttpAnswer const& answer) {
                                          if (answer.failure) tellOfTooFewDescriptors();
-                                         if (answer.failure) return completion(std::nullopt, *answer.failure);
-                                         auto server = firstServerOf(answer.body);
-                                         bool const isNamed = server && !server->empty();
-                                         auto why = isNamed ? net::Failure{} : withoutServer(answer);
+                                         net::Failure why;
+                                         auto server = serverOf(answer, why);
                                          completion(std::move(server), why);
                                      });
 }

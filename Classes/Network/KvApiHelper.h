@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Net/Failure.h"
+#include "Net/Http.h"
 #include "Net/NetworkOptions.h"
 #include "Platform/KvMainQueue.h"
 
@@ -24,6 +25,11 @@ public:
     ///     nothing when there is no usable answer. It must not block.
     static void apiServer(std::string_view apiBase, std::string_view appId, net::NetworkOptions network,
                           std::shared_ptr<KvMainQueue> const& queue, Completion completion);
+
+    /// Where it asks.
+    static std::string urlOf(std::string_view apiBase, std::string_view appId);
+    /// What an answer says: as a completion gets it.
+    static std::optional<std::string> serverOf(KvHttpAnswer const& answer, net::Failure& why);
 };
 
 }  // namespace kv

@@ -21,6 +21,8 @@ public:
     /// called exactly once, on `queue`, and must not block.
     static void getRequestWithUrl(std::string url, net::NetworkOptions network,
                                   std::shared_ptr<KvMainQueue> const& queue, Completion completion);
+    /// That request, for who wants more of it.
+    static KvHttpTask taskOf(std::string url, net::NetworkOptions network);
     /// Has no effect; never calls its completion.
     static void postRequest(boost::json::object const& body, std::string const& url, Completion const& completion);
 };

@@ -1,9 +1,7 @@
 // Why something failed, in the words that applications get: each cause with its stage, and none with a secret.
 #include "Classes/Model/KvFailure.h"
+#include "FailingServers.h"
 #include "Session.h"
-#include "support/Certificates.h"
-#include "support/HttpTestServer.h"
-#include "support/ScriptedServer.h"
 
 #include <algorithm>
 
@@ -13,10 +11,6 @@ namespace {
 using Stage = KvFailureStage;
 class Failures : public EveryEngine {};
 ON_EVERY_ENGINE(Failures);
-
-constexpr char kSecret[] = "sesame-open-word";
-// A token as it is, and as the request that bears it has it.
-constexpr char kOddToken[] = "q+w/e=r+t/y=u+i/o=p+a/s=d+f/g=h+", kOddTokenSent[] = "q%2Bw%2Fe%3Dr%2Bt%2Fy";
 
 // What there is to be told of one failure, and how.
 struct Told {
@@ -72,34 +66,7 @@ struct Unlucky : Person {
 };
 
 TEST_P(Failures, OfALoginNameStageAndCause) {
-    CertificateAuthority const authority;
-    auto const itself = authority.selfSigned("IP:127.0.0.1");
-    ScriptedServer const secure([](auto&) {}, {.certificateFile = itself.certificateFile, .keyFile = itself.keyFile});
-    ScriptedServer const alert(
-        [](auto&) {}, {.certificateFile = {}, .keyFile = {}, .greeting = std::string("\x15\x03\x03\0\2\2\x28", 7)});
-    ScriptedServer const clear([](auto&) {},
-                               {.certificateFile = {}, .keyFile = {}, .greeting = "HTTP/1.1 400 Bad Request\r\n\r\n"});
-    HttpTestServer const lost([](auto&) -> HttpTestAnswer { return {.status = 404, .body = "<h1>\x1b[31mLost</h1>"}; });
-    HttpTestServer const rude(
-        [](auto&) -> HttpTestAnswer { return {.body = R"({"code":403,"message":"no such app"})"}; });
-    HttpTestServer const silent([](auto&) -> HttpTestAnswer { return {.ending = HttpTestAnswer::Ending::silence}; });
-    ScriptedServer const gateway(
-        [](ScriptedPeer& peer) { peer.send("HTTP/1.1 403 Forbidden\r\n\r\nno way for " + peer.request()); });
-    ScriptedServer const refusing([](ScriptedPeer& peer) {
-        peer.acceptWebSocket();
-        peer.sendText(ScriptedPeer::openPacket({}));
-        peer.readText();
-        peer.sendText(R"(44{"message":"not for you"})");
-        peer.readToEnd();
-    });
-    ScriptedServer const judging([](ScriptedPeer& peer) {
-        peer.connect();
-        peer.emit("disconnectReason", {std::string("loginFail: InvalidToken")});
-        peer.sendText("41");
-        peer.readToEnd();
-    });
-    ScriptedServer const slow([](ScriptedPeer& peer) { peer.sleep(60s); });
-    auto const port = [](auto const& server) { return server.url().substr(server.url().rfind(':')); };
+    FailingServers const servers;
     auto const withCaFile = [](KvPimOptions& o) { o.network.tls.caFile = "/nonexistent/ca.pem"; };
     auto const withProxy = [](KvPimOptions& o) {
         o.network.proxy = std::string("http://bob:") + kSecret + "@127.0.0.1:1";
@@ -115,17 +82,17 @@ TEST_P(Failures, OfALoginNameStageAndCause) {
              {"http://no.such.host.invalid", {9, Stage::name, "Cannot find no.such.host.invalid", ""}},
              {"http://127.0.0.1:1", {9, Stage::tcp, "127.0.0.1:1: Connection refused", ""}},
              {"http://127.0.0.1:1", {9, Stage::proxy, "Cannot connect to the proxy 127.0.0.1:1", ""}, withProxy},
-             {secure.url(), {9, Stage::tls, "self-signed certificate: certificate \"CN=Test server\"", ""}},
-             {secure.url(), {9, Stage::tls, "CA file /nonexistent/ca.pem", ""}, withCaFile},
-             {"https://127.0.0.1" + port(clear), {9, Stage::tls, "does not speak TLS", ""}},
-             {alert.url(), {9, Stage::tls, "spoken to in clear", ""}},
-             {lost.url(), {9, Stage::discovery, "HTTP status 404", "<h1> [31mLost</h1>"}},
-             {rude.url(), {9, Stage::discovery, "names no server", "no such app"}},
-             {silent.url(), {9, Stage::discovery, "No answer", ""}, inHaste},
-             {gateway.url(), {1, Stage::upgrade, "HTTP status 403 Forbidden", "%22token%22%3A%22***"}},
-             {refusing.url(), {1, Stage::session, "refused the session", "not for you"}},
-             {judging.url(), {5, Stage::login, "refused the login", "loginFail: InvalidToken"}},
-             {slow.url(), {9, Stage::upgrade, "Not connected within 300 ms", "", true}, inHaste},
+             {servers.secure.url(), {9, Stage::tls, "self-signed certificate: certificate \"CN=Test server\"", ""}},
+             {servers.secure.url(), {9, Stage::tls, "CA file /nonexistent/ca.pem", ""}, withCaFile},
+             {"https://127.0.0.1" + FailingServers::port(servers.clear), {9, Stage::tls, "does not speak TLS", ""}},
+             {servers.alert.url(), {9, Stage::tls, "spoken to in clear", ""}},
+             {servers.lost.url(), {9, Stage::discovery, "HTTP status 404", "<h1> [31mLost</h1>"}},
+             {servers.rude.url(), {9, Stage::discovery, "names no server", "no such app"}},
+             {servers.silent.url(), {9, Stage::discovery, "No answer", ""}, inHaste},
+             {servers.gateway.url(), {1, Stage::upgrade, "HTTP status 403 Forbidden", "%22token%22%3A%22***"}},
+             {servers.refusing.url(), {1, Stage::session, "refused the session", "not for you"}},
+             {servers.judging.url(), {5, Stage::login, "refused the login", "loginFail: InvalidToken"}},
+             {servers.slow.url(), {9, Stage::upgrade, "Not connected within 300 ms", "", true}, inHaste},
          }) {
         SCOPED_TRACE(c.url + ' ' + c.want.cause);
         Unlucky alice(c.url, GetParam(), c.adjust);

@@ -23,16 +23,7 @@ namespace {
 
 constexpr std::chrono::seconds kUploadInterval{60};
 
-std::string directoryOf(KvPimEnvConfig const& config) {
-    if (!config.cachesDirectory.empty()) return config.cachesDirectory;
-    return cachesDirectoryOf(config.applicationIdentifier.empty() ? executableName() : config.applicationIdentifier);
-}
-
-std::string loganDirectoryOf(KvPimEnvConfig const& config) { return directoryOf(config) + "/logan"; }
-
-std::string collectServerOf(KvPimEnvConfig const& config) {
-    return config.collectServer.empty() ? KVPIM_COLLECT_SERVER : config.collectServer;
-}
+std::string loganDirectoryOf(KvPimEnvConfig const& config) { return LoganManager::directoryOf(config) + "/logan"; }
 
 // What the first client has decided.
 struct Surroundings {
@@ -53,6 +44,15 @@ std::int64_t difference(std::int64_t end, std::int64_t start) {
 std::string quoted(std::string_view text) { return jsonText(json::string_view(text.data(), text.size())); }
 
 }  // namespace
+
+std::string LoganManager::directoryOf(KvPimEnvConfig const& config) {
+    if (!config.cachesDirectory.empty()) return config.cachesDirectory;
+    return cachesDirectoryOf(config.applicationIdentifier.empty() ? executableName() : config.applicationIdentifier);
+}
+
+std::string LoganManager::collectServerOf(KvPimEnvConfig const& config) {
+    return config.collectServer.empty() ? KVPIM_COLLECT_SERVER : config.collectServer;
+}
 
 void LoganManager::configure(KvPimEnvConfig const& config, net::NetworkOptions const& network) {
     static std::once_flag once;

@@ -28,6 +28,9 @@ public:
     /// Decides where the diagnostics of the process keep and send things: reports, log file, device id. The first call
     /// counts, and only before the first use.
     static void configure(KvPimEnvConfig const& config, net::NetworkOptions const& network);
+    /// Where what is configured like this keeps log and reports, and where it sends them.
+    static std::string directoryOf(KvPimEnvConfig const& config);
+    static std::string collectServerOf(KvPimEnvConfig const& config);
     /// The reporter of the process, made on first use, with its upload timer running.
     static LoganManager& sharedInstance();
 
