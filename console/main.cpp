@@ -2,6 +2,7 @@
 #include "Classes/KvPimKit.h"
 #include "console/Arguments.h"
 #include "console/Console.h"
+#include "console/DoctorCommand.h"
 #include "console/chat/Chat.h"
 
 #include <cstdio>
@@ -16,6 +17,7 @@ using namespace kv::console;
 
 constexpr int kBadUsage = 2;
 constexpr double kLongestLinger = 24 * 60 * 60;
+constexpr double kShortestStep = 0.1, kLongestStep = 600;
 
 std::vector<std::string> splitAtCommas(std::string const& text) {
     std::vector<std::string> parts;
@@ -86,17 +88,56 @@ struct ChatCommand {
     }
 };
 
+struct DoctorCommand {
+    DoctorOptions options;
+    std::string tokenFile;
+    double timeout = 10;
+
+    explicit DoctorCommand(CLI::App& app) {
+        auto& command = *app.add_subcommand("doctor", "Say step by step why it does not connect, and what to do");
+        addCommonOptions(command, options.common);
+        command.get_option("--app-id")->capture_default_str();
+        command.get_option("--api-server")->required();
+        auto* const user = command.add_option("--user", options.userId,
+                                              "Who logs in, which ends another session of theirs (default: nobody)");
+        user->type_name("USER");
+        auto* const token = command.add_option("--token", options.token, "The user's token, 32 characters");
+        token->type_name("TOKEN")->envname("KVPIM_TOKEN");
+        command
+            .add_option("--token-file", tokenFile,
+                        "A file whose first line is the token: the list of processes shows none")
+            ->type_name("FILE")
+            ->check(CLI::ExistingFile);
+        command.add_flag("--upload", options.triesUpload, "Send one event report, about nothing, to the collector");
+        command.add_option("--timeout", timeout, "How long each step may wait (default: 10)")
+            ->check(CLI::Range(kShortestStep, kLongestStep))
+            ->type_name("SECONDS");
+        command.add_flag("--json", options.isJson, "Print one JSON object for each step, and a summary");
+        command.add_flag("-v,--verbose", options.isVerbose, "Print all facts of each step");
+    }
+
+    int run() {
+        if (!tokenFile.empty()) options.token = firstLineOf(tokenFile);
+        if (!options.userId.empty() && options.token.empty())
+            throw BadLine("--user wants a --token, or a --token-file");
+        options.timeout = std::chrono::milliseconds(static_cast<std::int64_t>(timeout * 1000));
+        return runDoctor(options);
+    }
+};
+
 int run(int argc, char** argv) {
     CLI::App app("The command line client of Kv PIM", "kvpim");
     app.require_subcommand(1);
     app.set_version_flag("--version", std::string("kvpim ") + KVPIM_VERSION);
     ConsoleCommand console(app);
     ChatCommand chat(app);
+    DoctorCommand doctor(app);
     try {
         app.parse(argc, argv);
     } catch (CLI::ParseError const& error) {
         return app.exit(error, std::cout, std::cerr) == 0 ? 0 : kBadUsage;
     }
+    if (app.got_subcommand("doctor")) return doctor.run();
     return app.got_subcommand("console") ? console.run() : chat.run();
 }
 

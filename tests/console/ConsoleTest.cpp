@@ -28,6 +28,13 @@ TEST(Console, ExitStatusTellsBadUsageFromFailedCreation) {
         {consoleCommand(kNobody, {"--proxy", "http://127.0.0.1:9", "--proxy-from-environment"}), 2, nullptr},
         {consoleCommand("not an address"), 1, R"({"event":"createFailed"})"},
         {consoleCommand(kNobody), 0, R"({"event":"ready"})"},
+        {{KVPIM_CLIENT, "doctor"}, 2, nullptr},
+        {{KVPIM_CLIENT, "doctor", "--api-server", kNobody, "--user", "alice"}, 2, nullptr},
+        {{KVPIM_CLIENT, "doctor", "--api-server", kNobody, "--timeout", "0"}, 2, nullptr},
+        {{KVPIM_CLIENT, "doctor", "--api-server", kNobody}, 1, "FAIL  tcp *Connection refused*"},
+        {{KVPIM_CLIENT, "doctor", "--api-server", kNobody, "--json"},
+         1,
+         R"({"summary":"failed",*"firstFailed":"tcp"*)"},
         {{KVPIM_CLIENT, "--version"}, 0, "kvpim *"},
         {{KVPIM_CLIENT, "console", "--help"}, 0, "*--linger*"},
     };
@@ -41,6 +48,25 @@ TEST(Console, ExitStatusTellsBadUsageFromFailedCreation) {
             EXPECT_TRUE(program.otherLines().empty()) << program.otherLines().front();
         }
     }
+}
+
+TEST(Console, TheDoctorGoesTheWayOfAToken) {
+    LocalService service;
+    TemporaryDirectory const directory;
+    makeFile(directory.path("token"), "0123456789abcdef0123456789abcdef\n");
+    auto const command = std::string(KVPIM_CLIENT) + " doctor --api-server " + service.url() +
+                         " --user alice -v --token-file " + directory.path("token") + " --caches-dir " +
+                         directory.path("caches") + " --key-store-dir " + directory.path("keys");
+    Program doctor({"sh", "-c", command});
+    EXPECT_EQ(doctor.exitStatus(), 0);
+    EXPECT_TRUE(doctor.prints("ok    login          alice is logged in*"));
+    EXPECT_TRUE(doctor.prints("All that was tried works."));
+    for (auto const& line : doctor.otherLines()) EXPECT_EQ(line.find("0123456789abcdef"), std::string::npos) << line;
+
+    service.control("login", {{"reason", "loginFail: InvalidToken"}, {"times", 2}});  // of the handshake's session, too
+    Program refused({"script", "-qec", "TERM=xterm " + command, "/dev/null"});
+    EXPECT_EQ(refused.exitStatus(), 1);
+    EXPECT_TRUE(refused.prints("*\x1b[1;31mFAIL\x1b[0m  login *The server has refused the login*"));
 }
 
 TEST(Console, IsReadyBeforeTheLibraryPrints) {
