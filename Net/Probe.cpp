@@ -139,7 +139,7 @@ std::optional<Way> Way::to(std::string_view address, NetworkOptions const& netwo
     auto const server = Url::parse(address);
     if (!server) return std::nullopt;
     auto const& proxy = Proxy::to(*server, optionsOf(network).proxy);
-    if (proxy.empty()) return Way{*server, *server};
+    if (proxy.empty() || optionsOf(network).connector) return Way{*server, *server};
     auto const parsed = Proxy::parse(proxy);
     return parsed ? std::optional(Way{*server, parsed->url, true}) : std::nullopt;
 }

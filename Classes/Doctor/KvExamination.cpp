@@ -211,6 +211,7 @@ KvTask<> KvExamination::reach(net::Way way, std::string server) {
 
 KvTask<> KvExamination::lookUpNames(net::Way way, std::string name, net::Endpoints& endpoints) {
     if (!begin(name)) co_return;
+    if (net::optionsOf(network_).connector) co_return pass("None is looked up: the application has its own way");
     KvPending<net::NamesFound> pending{queue_};
     auto const probe = net::probeNames(queue(), way, subject_.timeout, tellerOf(pending));
     auto const found = co_await pending;
@@ -231,6 +232,7 @@ KvTask<> KvExamination::lookUpNames(net::Way way, std::string name, net::Endpoin
 
 KvTask<> KvExamination::connect(net::Way way, std::string name, net::Endpoints endpoints) {
     if (!begin(name)) co_return;
+    if (net::optionsOf(network_).connector) co_return pass("The application's own way (`network.connector`) is taken");
     KvPending<std::vector<net::TcpAttempt>> pending{queue_};
     auto const probe = net::probeTcp(queue(), endpoints, subject_.timeout, tellerOf(pending));
     auto const attempts = co_await pending;
