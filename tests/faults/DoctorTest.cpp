@@ -200,7 +200,8 @@ TEST_F(Doctor, GoesAllTheWayAndLooksAtItsOwnGround) {
     for (auto const& c : std::vector<Case>{
              {"round trips", Outcome::passed, "10 requests", "", service.url(), takes},
              {"upload", Outcome::passed, "takes reports", "", service.url(), takes},
-             {"key store", Outcome::passed, "is not there yet", "", service.url(), takes},
+             {"key store", Outcome::passed, "is not there yet", "", service.url(),
+              [&](Subject& s) { s.client.envConfig.keyStoreDirectory = directory_.path("not yet"); }},
              {"proxy", Outcome::passed, "The proxy 127.0.0.1:", "", service.url(),
               [&](Subject& s) {
                   takes(s), s.client.network.proxy = "socks5://alice:" + (kProxyPassword + ("@" + socks.address()));
