@@ -88,6 +88,8 @@ void KvPimInvitationKit::run(Operation const& operation, std::shared_ptr<KvPimIn
                              char const* call) {
     assertMainThread(*mainQueue_, checksThreads_, call);
     if (auto const refusal = refusalOf(operation.localUser, invitation.get(), stateManager_.lock().get())) {
+        counters_->onRefusedHere(refusal == KvPimErrorNotLogin ? KvPimRequestOutcome::notLoggedIn
+                                                               : KvPimRequestOutcome::invalid);
         return KvPimFailures::concluding(
             failures_, call, refusal, [&] { return failureOfRequest(refusal, nullptr, {}); },
             [&] { complete(done, refusal); });
@@ -97,10 +99,12 @@ void KvPimInvitationKit::run(Operation const& operation, std::shared_ptr<KvPimIn
     auto payload = payloadOf({{"type", operation.type}, {"invitation", dictionaryFrom(*invitation)}});
     // The kit is held until the answer: it is the target of the timer that an accepted invitation starts.
     auto const timeout = requestTimeout_.count() > 0 ? requestTimeout_ : kRequestTimeout;
+    counters_->onRequest();
     emitCommand(*mainQueue_, socket_, "invitationOp", std::move(payload), timeout,
                 [self = shared_from_this(), starts = operation.starts, invitation = std::move(invitation), call,
                  timeout, done = std::move(done)](SocketData const& answer) {
                     auto const result = KvPimResult::resultWithArray(answer);
+                    self->counters_->onResult(result);
                     auto const code = kCodes.of(result);
                     auto& store = KvInvitationStore::shared();
                     if (starts && code == KvPimInvitationErrorTimeout) invitation->state = KvPimInvitationStateFailed;

@@ -17,6 +17,7 @@ namespace kv {
 class KvInvitationStore;
 class KvPimInvitationKit;
 class KvMainQueue;
+class KvPimCounters;
 class KvPimFailures;
 class SocketIOClient;
 struct KvPimInvitationEvent;
@@ -114,6 +115,7 @@ private:
 
     std::weak_ptr<KvPimInvitationDelegate> delegate_;
     std::weak_ptr<KvPimFailures> failures_;
+    std::shared_ptr<KvPimCounters> counters_;
     std::shared_ptr<KvEventHub<KvPimInvitationEvent>> events_;  // null before the first stream
     std::weak_ptr<KvPimStateManager const> stateManager_;
     std::shared_ptr<SocketIOClient> socket_;

@@ -137,6 +137,16 @@ std::size_t KvPimKit::bytesQueued() const {
     return socket ? socket->bytesQueued() : 0;
 }
 
+KvPimMetrics KvPimKit::metrics() const {
+    auto const& inside = *impl();
+    auto const now = inside.mainQueue->now();
+    auto metrics = inside.counters->read(now);
+    metrics.appId = inside.stateManager->appId;
+    metrics.userId = inside.stateManager->userId;
+    metrics.oldestRequest = inside.counters->oldestRequest(now);
+    return metrics;
+}
+
 boost::json::object KvPimKit::getDebugInfo() const { return impl()->session.getDebugInfo(); }
 
 std::string KvPimKit::getDebugInfoText() const { return jsonText(getDebugInfo()); }

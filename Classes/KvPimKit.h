@@ -49,6 +49,7 @@ class KvPimInvitationKit;
 class KvPimKit;
 class KvPimKitImpl;
 struct KvFailure;
+struct KvPimMetrics;
 struct KvPimRestored;
 struct KvPimChannelDelegate;
 struct KvPimEvent;
@@ -413,13 +414,17 @@ public:
     /// The same, keeping as much as the options say.
     KvStream<event::MessageReceived> messages(KvStreamOptions options);
 
-    // ---- Under pressure
+    // ---- Under pressure, and seen from inside
 
     /// How many bytes of requests, texts and attachments without framing, wait to be sent on the present connection; 0
     /// while there is none. A request counts until all of it has been framed; what the system has taken, or is to take
     /// next (some 256 KiB at most), does not count any more. More than `KvPimOptions::maxQueuedBytes` never waits: a
     /// request beyond it is not sent, and ends like one without an answer. `KvPimDelegate::onWritable` tells of room.
     std::size_t bytesQueued() const;
+
+    /// What the client has done so far, and what waits at this moment: copied counters, as cheap as it is small.
+    /// <KvPim/Model/KvPimMetrics.h> is needed to use it.
+    KvPimMetrics metrics() const;
 
     // ---- Invitations, diagnostics, the rest
 

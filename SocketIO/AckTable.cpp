@@ -21,9 +21,9 @@ std::chrono::nanoseconds boundedTimeout(std::chrono::duration<double> timeout) {
 
 AckTable::Pending AckTable::add(std::chrono::duration<double> timeout, Handler done) {
     auto const queue = queue_.lock();
-    auto const deadline = queue->now() + boundedTimeout(timeout);
+    auto const now = queue->now(), deadline = now + boundedTimeout(timeout);
     auto const id = nextId_++;
-    handlers_.emplace(id, std::move(done));
+    metrics_->pending.push_back(handlers_.try_emplace(id, now, std::move(done)).first->second);
     forgetAnswered();
     deadlines_.emplace_back(deadline, id);
     std::push_heap(deadlines_.begin(), deadlines_.end(), std::greater<>());
@@ -31,13 +31,17 @@ AckTable::Pending AckTable::add(std::chrono::duration<double> timeout, Handler d
     return {id, deadline};
 }
 
-void AckTable::answer(std::optional<std::uint64_t> id, SocketData const& data) {
+void AckTable::answer(std::optional<std::uint64_t> id, SocketData const& data, Time now) {
     if (!id || *id >= nextId_) {
         ++unasked_;
-        return;
+        return metrics_->unasked.add();
     }
-    auto const entry = handlers_.extract(*id);
-    if (!entry.empty() && entry.mapped()) entry.mapped()(data);
+    auto entry = handlers_.extract(*id);
+    if (entry.empty()) return metrics_->late.add();
+    auto& asked = entry.mapped();
+    metrics_->onAnswer(now - asked.asked);
+    asked.unlink();
+    if (asked.done) asked.done(data);
 }
 
 void AckTable::forgetAnswered() {
@@ -61,8 +65,10 @@ void AckTable::onTimer() {
         auto const id = deadlines_.front().second;
         std::pop_heap(deadlines_.begin(), deadlines_.end(), std::greater<>());
         deadlines_.pop_back();
-        auto const entry = handlers_.extract(id);
-        if (!entry.empty() && entry.mapped()) endWithoutAnswer(id, entry.mapped());
+        auto entry = handlers_.extract(id);
+        if (entry.empty()) continue;
+        entry.mapped().unlink();
+        if (auto const& done = entry.mapped().done) endWithoutAnswer(id, done);
     }
     forgetAnswered();
     if (handlers_.empty()) {

@@ -6,6 +6,7 @@
 
 #include "Platform/KvMainQueue.h"
 #include "SocketIO/SocketData.h"
+#include "SocketIO/SocketMetrics.h"
 
 #include <chrono>
 #include <cstdint>
@@ -30,13 +31,15 @@ public:
         Time deadline;
     };
 
-    explicit AckTable(std::weak_ptr<KvMainQueue> queue) : queue_(std::move(queue)) {}
+    explicit AckTable(std::weak_ptr<KvMainQueue> queue,
+                      std::shared_ptr<SocketMetrics> metrics = std::make_shared<SocketMetrics>())
+        : queue_(std::move(queue)), metrics_(std::move(metrics)) {}
 
     /// Ids are never used twice, so an answer from a lost connection cannot match another request.
     Pending add(std::chrono::duration<double> timeout, Handler done);
     /// An answer without a pending acknowledgement comes too late and is dropped; one that never was asked for is
-    /// counted too.
-    void answer(std::optional<std::uint64_t> id, SocketData const& data);
+    /// counted too. `now`: when it came.
+    void answer(std::optional<std::uint64_t> id, SocketData const& data, Time now);
     /// Says of one that is pending that it was never asked for.
     void neverAsked(std::uint64_t id, SocketNoAck why) { unsent_[id] = why; }
     std::uint64_t unasked() const { return unasked_; }
@@ -44,6 +47,10 @@ public:
 
 private:
     using Entry = std::pair<Time, std::uint64_t>;
+    struct Asked : KvPendingRequest {
+        Asked(Time now, Handler handler) : KvPendingRequest(now), done(std::move(handler)) {}
+        Handler done;
+    };
 
     void onTimer();
     void arm();
@@ -53,9 +60,10 @@ private:
 
     // Weak: the queue's timer holds the table.
     std::weak_ptr<KvMainQueue> const queue_;
+    std::shared_ptr<SocketMetrics> const metrics_;
     std::uint64_t nextId_ = 0;
     std::uint64_t unasked_ = 0;
-    std::unordered_map<std::uint64_t, Handler> handlers_;
+    std::unordered_map<std::uint64_t, Asked> handlers_;
     std::unordered_map<std::uint64_t, SocketNoAck> unsent_;  // few, mostly none
     std::vector<Entry> deadlines_;  // a heap, the earliest first; those of answered ones are cleared out in bulk
     KvQueueTimer timer_;

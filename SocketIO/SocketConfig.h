@@ -12,6 +12,8 @@
 
 namespace kv {
 
+struct SocketMetrics;
+
 /// How a connection is made.
 struct SocketConfig {
     /// Offer permessage-deflate. A server that declines is fine; messages under 1 KiB are never deflated.
@@ -31,6 +33,8 @@ struct SocketConfig {
     /// Called after the socket has dealt with a change of the system's network that the library saw by itself, on the
     /// main queue; may be empty. For whoever waits before it connects again.
     std::function<void()> networkChanged;
+    /// For the client's inside: what its connections count into; null for one's own.
+    std::shared_ptr<SocketMetrics> metrics{};
 };
 
 }  // namespace kv

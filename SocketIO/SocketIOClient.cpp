@@ -20,6 +20,7 @@ constexpr std::size_t kUsualAttachments = 10;  // what the reference server take
 // For all connections of the socket.
 std::shared_ptr<SocketConfig const> shared(SocketConfig config) {
     config.network = net::withCaFile(std::move(config.network), config.caFile);
+    if (!config.metrics) config.metrics = std::make_shared<SocketMetrics>();
     return std::make_shared<SocketConfig const>(std::move(config));
 }
 
@@ -30,7 +31,7 @@ class SocketIOClient::Impl::Link final : public sio::ConnectionListener, public 
 public:
     explicit Link(Impl& owner) : owner_(&owner) {}
 
-    void onPacket(sio::ReceivedPacket const& packet) override {
+    void onPacket(sio::ReceivedPacket const& packet, KvMainQueue::Clock::time_point when) override {
         auto const keep = owner_->socket->shared_from_this();  // a handler may drop the socket
         switch (packet.kind) {
             case sio::ReceivedPacket::Kind::connected:
@@ -38,7 +39,7 @@ public:
             case sio::ReceivedPacket::Kind::event:
                 return owner_->onEvent(shared_from_this(), packet);
             case sio::ReceivedPacket::Kind::ack:
-                return owner_->acks->answer(packet.id, SocketData(packet.items, packet.attachments));
+                return owner_->acks->answer(packet.id, SocketData(packet.items, packet.attachments), when);
         }
     }
 
@@ -75,7 +76,7 @@ SocketIOClient::Impl::Impl(std::string serverUrl, SocketConfig socketConfig, std
       config(shared(std::move(socketConfig))),
       mainQueue(std::move(main)),
       engine(std::move(worker)),
-      acks(std::make_shared<sio::AckTable>(mainQueue)) {}
+      acks(std::make_shared<sio::AckTable>(mainQueue, config->metrics)) {}
 
 void SocketIOClient::Impl::watchNetwork() {
     if (!config->network || !config->network->watchesNetwork) return;
@@ -160,12 +161,16 @@ KvFailureStage SocketIOClient::Impl::stage() const { return link_ ? link_->conne
 
 void SocketIOClient::Impl::onEvent(std::shared_ptr<Link> const& link, sio::ReceivedPacket const& packet) {
     std::string_view const name = packet.name;
-    if (name == "connect" || name == "error") return;  // which this side alone can tell
+    if (name == "connect" || name == "error")
+        return config->metrics->unawaited.add();  // which this side alone can tell
     HandlersOfOne const to = handlers.equal_range(name);
-    if (to.first == to.second) return;
+    if (to.first == to.second) return config->metrics->unawaited.add();
     json::array late;  // of an event whose handler was not there yet when it came
     if (!packet.unread.empty()) {
-        if (auto const problem = sio::readItems(packet.unread, true, late); !problem.empty()) return log(problem);
+        if (auto const problem = sio::readItems(packet.unread, true, late); !problem.empty()) {
+            config->metrics->invalid.add();
+            return log(problem);
+        }
     }
     auto const& items = packet.unread.empty() ? packet.items : late;
     auto const* reason = items.empty() ? nullptr : items.front().if_string();
@@ -200,6 +205,7 @@ std::optional<SocketNoAck> SocketIOClient::Impl::send(std::string_view event, So
                                                       std::optional<std::uint64_t> ackId,
                                                       std::chrono::steady_clock::time_point deadline) {
     if (status != SocketStatus::connected) {
+        config->metrics->notConnected.add();
         mainQueue->post([weak = socket->weak_from_this()] {
             if (auto const self = weak.lock()) self->impl_->deliverText("error", "Tried emitting when not connected");
         });

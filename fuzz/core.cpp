@@ -70,7 +70,7 @@ public:
     explicit Acknowledgements(Transcript& transcript) : transcript_(transcript) {
         for (std::size_t i = 0; i < kFirst; ++i) add(seconds(i % 7));
     }
-    void answer(std::optional<std::uint64_t> id, SocketData const& data) { table_->answer(id, data); }
+    void answer(std::optional<std::uint64_t> id, SocketData const& data) { table_->answer(id, data, queue_->now()); }
     void pass(seconds time) { queue_->advance(time); }
     void requireAllEnded() {
         constexpr seconds kEver{2'000'000'000};
@@ -89,7 +89,7 @@ private:
             ++ends_[number];
             transcript_.push_back("ack " + std::to_string(number) + ' ' + json::serialize(data.items()));
             if (number % 3 == 1 && ends_.size() < kMost) add(seconds(number % 5));
-            if (number % 4 == 2) table_->answer(number / 2, data);
+            if (number % 4 == 2) table_->answer(number / 2, data, queue_->now());
         });
         require(pending.id == number, "ids count up");
     }

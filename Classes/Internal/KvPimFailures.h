@@ -21,6 +21,7 @@ public:
     KvPimFailures(KvPimShared& client, KvPimRouter& router) : KvPimPart(client), router_(router) {}
 
     std::shared_ptr<KvFailure const> const& last() const { return last_; }
+    KvPimCounters& counters() const { return *client_.counters; }
     /// Itself, as `weak` gives it, for each of many requests.
     std::weak_ptr<KvPimFailures> const& handle() {
         if (handle_.expired()) handle_ = weak();

@@ -96,13 +96,21 @@ void KvPimRequests::requestOn(std::shared_ptr<SocketIOClient> const& on, KvOpera
             [&] { finish(code, result); });
         if (isReported && !first) report.failure(reported, isAnswer, channelId);
     };
-    if (!client_.stateManager->login) return conclude(KvPimErrorNotLogin, nullptr);
-    if (!isValid) return conclude(operation.invalidArgument, nullptr);
+    if (!client_.stateManager->login) {
+        client_.counters->onRefusedHere(KvPimRequestOutcome::notLoggedIn);
+        return conclude(KvPimErrorNotLogin, nullptr);
+    }
+    if (!isValid) {
+        client_.counters->onRefusedHere(KvPimRequestOutcome::invalid);
+        return conclude(operation.invalidArgument, nullptr);
+    }
     SocketItems items = payload();
     logRequest(operation, items);
+    client_.counters->onRequest();
     emitCommand(*client_.mainQueue, on, operation.command, std::move(items), timeout,
-                [&operation, conclude = std::move(conclude)](SocketData const& answer) {
+                [&operation, counters = client_.counters, conclude = std::move(conclude)](SocketData const& answer) {
                     auto const result = KvPimResult::resultWithArray(answer);
+                    counters->onResult(result);
                     conclude(operation.codes.of(result), &result);
                 });
 }

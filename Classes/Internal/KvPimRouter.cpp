@@ -94,6 +94,7 @@ std::shared_ptr<KvPimInvitationKit> KvPimRouter::getPimInvitationKit(std::weak_p
         invitationKit_->stateManager_ = client_.stateManager;
         invitationKit_->mainQueue_ = client_.mainQueue;
         invitationKit_->failures_ = std::move(failures);
+        invitationKit_->counters_ = client_.counters;
         invitationKit_->checksThreads_ = client_.options.checkThreads;
         invitationKit_->requestTimeout_ = net::optionsOf(client_.options.network).requestTimeout;
     }

@@ -9,6 +9,7 @@
 #include "Classes/Utils/Logan/LoganManager.h"
 #include "Platform/KvConsole.h"
 #include "SocketIO/SocketIOClient.h"
+#include "SocketIO/core/ProtocolCore.h"
 
 #include <algorithm>
 #include <array>
@@ -77,9 +78,15 @@ private:
 /// Where a login hears of its failure, inside of everything that may fail it.
 void failLogin(std::weak_ptr<KvPimFailures> const& client, char const* method, KvPimKit::Completion const& done,
                std::int64_t code, net::Failure const& known, KvPimFailures::GoesOn goesOn = KvPimFailures::GoesOn::no) {
+    if (auto const self = client.lock()) self->counters().onLoginEnd(code);
     auto const knowing = [&] { return known; };
     KvPimFailures::concluding(
         client, method, code, knowing, [&] { complete(done, code); }, goesOn);
+}
+
+KvPimConnectionEnd endOf(std::string_view reason) {
+    if (reason == sio::kGotDisconnect) return KvPimConnectionEnd::serverLeft;
+    return reason == sio::kPingTimeout ? KvPimConnectionEnd::pingTimeout : KvPimConnectionEnd::broken;
 }
 
 net::Failure givenUp() {
@@ -128,7 +135,8 @@ void KvPimSession::loginByToken(std::string token, std::int64_t timeStamp, std::
     auto& parameters = client_.stateHelper.loginParams;
     parameters.loginWithToken(std::move(token), state.appId, userId, timeStamp);
     auto config = parameters.generateSocketConfig();
-    state.state = KvPimConnectionStateConnecting;
+    client_.counters->onLoginCalled();
+    enter(KvPimConnectionStateConnecting);
     state.userId = std::move(userId);
     KvLog::shared().info("socket config: %@", config);
     auto owed = std::make_shared<KvOwedCompletion>(client_.mainQueue, std::move(done), [](Completion const& dropped) {
@@ -163,6 +171,7 @@ KvWork KvPimSession::login(std::weak_ptr<KvPimSession> session, json::object con
 // ---- Connect, log in
 
 void KvPimSession::loginWithConfig(json::object const& config, Completion done) {
+    client_.counters->onLoginCalled();
     connect(config, std::move(done), "loginWithConfig");
 }
 
@@ -171,7 +180,7 @@ void KvPimSession::connect(json::object const& config, Completion done, char con
         KvLog::shared().error("no brivelServer");
         failLogin(failures_.handle(), method, done, KvPimLoginErrorTimeout, notFound_);
         LoganManager::sharedInstance().loginResult(0, KvPimLoginErrorTimeout);
-        client_.stateManager->state = KvPimConnectionStateDisconnected;
+        enter(KvPimConnectionStateDisconnected);
         return;
     }
     KvLog::shared().info("brivelServer: %@", brivelServer_);
@@ -202,6 +211,7 @@ void KvPimSession::makeSocket(json::object const& config) {
     if (auto const before = client_.socket.lock()) endedPressure_.addEnded(before->pressure());
     manager_.reset();
     auto socketConfig = socketConfigFrom(config, client_.options);
+    socketConfig.metrics = client_.counters;
     socketConfig.networkChanged = [session = weak()] {
         if (auto const self = living(session)) self->makeWaitingAttempt();
     };
@@ -243,10 +253,15 @@ net::Failure KvPimSession::failureOfLogin() const {
 void KvPimSession::onLoginSuccess(SocketData const& data) {
     KvLog::shared().info("loginSuccess, params = %@", KvLogPayload{data});
     auto& state = *client_.stateManager;
-    state.state = KvPimConnectionStateConnected;
+    enter(KvPimConnectionStateConnected);
     if (auto const connected = client_.socket.lock()) debugInfo_.getConnectionId(connected->sid());
     if (state.login) restorer_.begin();
     auto const done = std::exchange(loginBlcok_, nullptr);  // the delegate may begin another login
+    if (done) {
+        client_.counters->onLoginEnd(KvPimLoginErrorOk);
+    } else {
+        client_.counters->onReconnected();
+    }
     tellAndReportState(KvPimConnectionStateConnected, KvPimConnectionChangeReasonLoginSuccess);
     state.login = true;
     if (std::exchange(endedPressure_.isTight, false)) router_.tell<&KvPimDelegate::onWritable>();
@@ -275,32 +290,37 @@ void KvPimSession::onDisconnect(SocketData const& data) {
     KvLog::shared().info("disconnect, params = %@", KvLogPayload{data});
     restorer_.onLoss();
     auto const reason = reasonOf(data);
-    auto& state = client_.stateManager->state;
+    auto const& state = client_.stateManager->state;
+    bool const wasConnected = state == KvPimConnectionStateConnected;
     if (loginBlcok_) {
         reportLogin(connectStart_, loginError_);
         // Which may call `loginWithConfig`.
         failLogin(failures_.handle(), loginMethod_, std::exchange(loginBlcok_, nullptr), loginError_, failureOfLogin());
-        state = KvPimConnectionStateDisconnected;
+        enter(KvPimConnectionStateDisconnected);
         tellAndReportState(KvPimConnectionStateDisconnected, KvPimConnectionChangeReasonLoginFailure);
         return;
     }
     if (reason == "Got Disconnect" && disconnectReason_ == KvPimConnectionChangeReasonRemoteLogin) {
-        state = KvPimConnectionStateDisconnected;
+        if (wasConnected) client_.counters->onConnectionEnd(KvPimConnectionEnd::kickedOff);
+        enter(KvPimConnectionStateDisconnected);
         tellAndReportState(KvPimConnectionStateDisconnected, KvPimConnectionChangeReasonRemoteLogin);
         return;
     }
     if (reason == "Namespace leave") {
+        if (wasConnected) client_.counters->onConnectionEnd(KvPimConnectionEnd::left);
         end();
         tellAndReportState(KvPimConnectionStateDisconnected, KvPimConnectionChangeReasonLogout);
         return;
     }
+    if (wasConnected) client_.counters->onConnectionEnd(endOf(reason));
     auto const lost = client_.socket.lock();
     if (lost) {
         bool const wasAttempt = state == KvPimConnectionStateReconnecting;
+        if (wasAttempt) client_.counters->onFailedReconnection(lost->failure().stage);
         failures_.tell(wasAttempt ? "reconnect" : "connection", lost->failure(), KvPimFailures::GoesOn::yes);
     }
     if (reason == "loginFail: ExpiredToken") router_.tell<&KvPimDelegate::tokenDidExpire>();
-    if (state != KvPimConnectionStateReconnecting) state = KvPimConnectionStateDisconnected;
+    if (state != KvPimConnectionStateReconnecting) enter(KvPimConnectionStateDisconnected);
     queueComeBack();
 }
 
@@ -322,14 +342,13 @@ KvWork KvPimSession::comeBack(std::weak_ptr<KvPimSession> session, std::shared_p
 
     self = living(session);
     if (!self) co_return;
-    auto& state = self->client_.stateManager->state;
-    if (std::exchange(state, KvPimConnectionStateReconnecting) != KvPimConnectionStateReconnecting) {
+    if (self->enter(KvPimConnectionStateReconnecting) != KvPimConnectionStateReconnecting) {
         self->tellState(KvPimConnectionStateReconnecting, KvPimConnectionChangeReasonInterrupted);
         if (self->client_.heldByApplication.expired()) co_return;
     }
     self->replaceSocket(self->client_.stateHelper.loginParams.generateSocketConfig());
     self->client_.socket.lock()->connect();
-    state = KvPimConnectionStateReconnecting;  // whatever the end of an old connection made of it
+    self->enter(KvPimConnectionStateReconnecting);  // whatever the end of an old connection made of it
     KvLog::shared().info("reconnect");
     ++self->connectIndex_;
     printLine(KvConsoleStream::out, "connectIndex:" + std::to_string(self->connectIndex_) + " ");
@@ -379,6 +398,11 @@ json::object KvPimSession::getDebugInfo() const {
         model["pressure"] = pressureModel(pressure);
     }
     return model;
+}
+
+std::int64_t KvPimSession::enter(std::int64_t state) {
+    client_.counters->onState(state);
+    return std::exchange(client_.stateManager->state, state);
 }
 
 bool KvPimSession::tellState(std::int64_t state, std::int64_t reason) {
@@ -437,7 +461,7 @@ KvWork KvPimSession::logout(std::weak_ptr<KvPimSession> session, std::int64_t st
 }
 
 void KvPimSession::end() {
-    client_.stateManager->state = KvPimConnectionStateDisconnected;
+    enter(KvPimConnectionStateDisconnected);
     debugInfo_.logout();
     router_.forgetInvitations();
 }

@@ -76,6 +76,8 @@ private:
     net::Failure failureOfLogin() const;
     /// What becomes of a session that this side has ended.
     void end();
+    /// Every change of the state; returns the one before.
+    std::int64_t enter(std::int64_t state);
     /// Tells the delegate of a state, without an event report: (4, 5) and (1, 4) have none. Returns whether it listens.
     bool tellState(std::int64_t state, std::int64_t reason);
     /// The same, and reports it when the delegate listens.

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "Classes/Internal/KvEventHub.h"
+#include "Classes/Internal/KvPimCounters.h"
 #include "Classes/Internal/KvPimStateHelper.h"
 #include "Classes/KvPimKit.h"
 #include "Net/NetworkOptions.h"
@@ -26,6 +27,7 @@ struct KvPimShared : std::enable_shared_from_this<KvPimKitImpl> {
 
     KvPimShared(std::string appId, std::weak_ptr<KvPimDelegate> listener, KvPimOptions const& given,
                 net::NetworkOptions chosen);
+    ~KvPimShared() { counters->onClientGone(); }
 
     std::shared_ptr<KvMainQueue> const mainQueue;
     std::shared_ptr<KvMainQueue> const engine;
@@ -38,6 +40,7 @@ struct KvPimShared : std::enable_shared_from_this<KvPimKitImpl> {
     KvEventHub<KvPimEvent> events{mainQueue};
     std::shared_ptr<KvPimStateManager> const stateManager;
     KvPimStateHelper stateHelper;
+    std::shared_ptr<KvPimCounters> const counters = std::make_shared<KvPimCounters>(mainQueue);
     std::weak_ptr<SocketIOClient> socket;  // of the present connection, or of the last one; the session makes it
 };
 

@@ -55,6 +55,7 @@ bool ProtocolCore::onText(std::string_view text, Time now) {
             if (body.size() > kMostPingBytes) return fail("Engine.IO: ping of more than 125 bytes");
             heard_ = now;
             deadline_ = now + patience_;
+            host_.onPing(now - std::exchange(pinged_, now));
             host_.sendText(std::string(1, static_cast<char>(EngineIoType::pong)).append(body));
             return true;
         case EngineIoType::message:
@@ -77,7 +78,7 @@ bool ProtocolCore::onOpen(std::string_view text, Time now) {
     if (!sid || !interval || !timeout) return fail("Engine.IO: bad open packet");
     interval_ = std::chrono::milliseconds(*interval);
     patience_ = std::chrono::milliseconds(*interval + *timeout);
-    heard_ = now;
+    heard_ = pinged_ = now;
     deadline_ = now + patience_;
     state_ = State::awaitingNamespace;
     host_.sendText("40");
@@ -177,10 +178,11 @@ bool ProtocolCore::onBinary(KvBytes bytes) {
     return true;
 }
 
-void ProtocolCore::onUnread(Time now) {
-    if (!isOpen() || now < nextPulse()) return;
+bool ProtocolCore::onUnread(Time now) {
+    if (!isOpen() || now < nextPulse()) return false;
     heard_ = now;
     host_.sendText(std::string(1, static_cast<char>(EngineIoType::pong)));
+    return true;
 }
 
 bool ProtocolCore::onTime(Time now) {

@@ -33,6 +33,8 @@ public:
     virtual bool isAwaited(std::string_view event) = 0;
     virtual void onPacket(ReceivedPacket&& packet) = 0;
     virtual void sendText(std::string_view text) = 0;
+    /// A ping of the server came, so long after the one before, or after the session was opened.
+    virtual void onPing(std::chrono::nanoseconds) {}
 };
 
 class ProtocolCore {
@@ -47,14 +49,16 @@ public:
     [[nodiscard]] bool onText(std::string_view text, Time now);
     [[nodiscard]] bool onBinary(KvBytes bytes);
     [[nodiscard]] bool onTime(Time now);
-    /// Answers the ping that must have come, while nothing is read. Does nothing before `nextPulse`.
-    void onUnread(Time now);
+    /// Answers the ping that must have come, while nothing is read. Does nothing before `nextPulse`, and says so.
+    bool onUnread(Time now);
 
     net::Failure const& failure() const { return failure_; }
     /// When the server's next ping is overdue; nothing before the server opened the session.
     std::optional<Time> deadline() const { return deadline_; }
     /// When the server's next ping is to come, if it keeps its word.
     Time nextPulse() const { return heard_ + interval_; }
+    /// How often the server said it would ping.
+    std::chrono::milliseconds interval() const { return interval_; }
     bool isOpen() const { return state_ != State::awaitingOpen; }
     bool isConnected() const { return state_ == State::connected; }
 
@@ -86,7 +90,8 @@ private:
     State state_ = State::awaitingOpen;
     std::optional<Time> deadline_;
     std::chrono::milliseconds interval_{0}, patience_{0};
-    Time heard_{};  // when the last ping came, or should have
+    Time heard_{};   // when the last ping came, or should have
+    Time pinged_{};  // when it came
     std::unique_ptr<Unfinished> unfinished_;
     std::vector<Early> early_;
     std::size_t earlyBytes_ = 0;

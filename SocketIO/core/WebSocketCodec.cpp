@@ -185,6 +185,7 @@ FrameReader::Step FrameReader::checkLength() {
         return fail("WebSocket: message over the limit of " + limitText(mostBytes_), WsCloseCode::tooBig);
     frameLeft_ = length;
     hasHeader_ = true;
+    ++frames_;
     return Step::message;
 }
 

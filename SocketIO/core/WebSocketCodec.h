@@ -11,6 +11,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace kv::sio {
 
@@ -59,6 +60,8 @@ public:
     std::string_view text() const { return {reinterpret_cast<char const*>(payload_.data()), payload_.size()}; }
     /// The payload as bytes of its own, without a copy where they were gathered anyway.
     KvBytes takePayload();
+    /// How many frames were begun since it was asked last.
+    std::size_t takeFrames() { return std::exchange(frames_, 0); }
 
     std::string const& error() const { return error_; }
     WsCloseCode closeCode() const { return closeCode_; }
@@ -81,6 +84,7 @@ private:
     std::size_t headerSize_ = 0;
     bool hasHeader_ = false;
     std::uint64_t frameLeft_ = 0;
+    std::size_t frames_ = 0;
 
     // The message that its frames add up to.
     std::optional<WsOpcode> messageOpcode_;

@@ -60,17 +60,20 @@ Connection::Connection(std::string url, std::shared_ptr<SocketConfig const> conf
       names_(std::move(names)),
       mainQueue_(mainQueue),
       engine_(engine),
-      outbox_(config_->maxQueuedBytes, [this] { delivery_->tellWritable(); }),
+      metrics_(*config_->metrics),
+      outbox_(
+          config_->maxQueuedBytes, [this] { delivery_->tellWritable(); }, config_->metrics),
       reader_(net::optionsOf(config_->network).maxMessageBytes),
       core_(*this, net::optionsOf(config_->network).maxMessageBytes) {}
 
 void Connection::start(std::weak_ptr<ConnectionListener> listener) {
     auto const engine = engine_.lock();
+    auto const resume = [weak = weak_from_this()] {
+        if (auto const self = weak.lock()) self->readTurn();
+    };
     delivery_ =
         std::make_shared<Delivery>(mainQueue_.lock(), engine, std::move(listener),
-                                   net::optionsOf(config_->network).maxUnhandledBytes, [weak = weak_from_this()] {
-                                       if (auto const self = weak.lock()) self->readTurn();
-                                   });
+                                   net::optionsOf(config_->network).maxUnhandledBytes, resume, config_->metrics);
     engine->post([self = shared_from_this()] { self->dial(); });
 }
 
@@ -130,6 +133,7 @@ void Connection::onOpened(Opener::Opened opened) {
         sender_.framer().setDeflates(opened.agreement.clientWindowBits);
     }
     unread_ = std::move(opened.early);
+    metrics_.received.bytes.add(unread_.size());
     if (unread_.empty() && !stream_->isSecure()) return awaitReadable(socket_base::wait_read);
     readTurn();
 }
@@ -184,7 +188,7 @@ void Connection::onTime() {
     if (isReading_) return wakeAfter(kBehindTime);
     if (phase_ == Phase::open && core_.isOpen() && delivery_->isBehind()) {
         // The server's pings wait behind what waits for the main queue, and it would take its client for dead.
-        core_.onUnread(now);
+        if (core_.onUnread(now)) metrics_.answeredUnread.add();
         if (now >= changeDue_) changeDue_ = now + kMostSilence;  // signs of life are unread, too
         flush();
         return watch();
@@ -222,6 +226,7 @@ void Connection::readTurn() {
         TurnMemory memory;
         turn_ = &memory;
         bool const isDrained = readAll(memory.readBuffer());
+        metrics_.received.frames.add(reader_.takeFrames());
         turn_ = nullptr;
         isReading_ = false;
         if (phase_ == Phase::closed || phase_ == Phase::closing) return;
@@ -261,6 +266,7 @@ bool Connection::readAll(std::span<std::uint8_t> buffer) {
         }
         changeDue_ = kNever;
         isProbed_ = false;
+        metrics_.received.bytes.add(result.bytes);
         consume(buffer.first(result.bytes));
         total += result.bytes;
         // A read that left room has taken all there was; TLS may still hold bytes back.
@@ -309,7 +315,10 @@ void Connection::onData() {
     bool const goesOn = isText ? core_.onText(reader_.text(), turnTime_) : core_.onBinary(reader_.takePayload());
     if (phase_ != Phase::open) return;
     if (!goesOn) return fail(core_.failure(), WsCloseCode::normal);
-    if (!wasOpen && core_.isOpen()) watch();
+    if (!wasOpen && core_.isOpen()) {
+        metrics_.pingAnnounced.set(core_.interval());
+        watch();
+    }
     delivery_->flushMuch();
 }
 
@@ -388,6 +397,8 @@ void Connection::flush() {
     if (!mainQueue) return;
     switch (sender_.send(*stream_, mainQueue->now())) {
         case Sender::Step::idle:
+            if (auto const read = std::exchange(unanswered_, std::nullopt))
+                metrics_.pingAnswerTime.set(engine_.lock()->now() - *read);
             return afterBurst();
         case Sender::Step::wantRead:  // the next turn of reading sends again
         case Sender::Step::broken:    // what the server said before it went is read first, and reading finds the end
@@ -414,8 +425,18 @@ bool Connection::isAwaited(std::string_view event) {
     return true;
 }
 
-void Connection::onPacket(ReceivedPacket&& packet) { delivery_->add(std::move(packet)); }
+void Connection::onPacket(ReceivedPacket&& packet) {
+    if (packet.kind != ReceivedPacket::Kind::connected) metrics_.messagesReceived.add();
+    delivery_->add(std::move(packet), turnTime_);
+}
 
 void Connection::sendText(std::string_view text) { sender_.framer().putAhead(WsOpcode::text, text); }
+
+void Connection::onPing(std::chrono::nanoseconds sinceLast) {
+    unanswered_ = turnTime_;
+    metrics_.pings.add();
+    metrics_.pingInterval.set(sinceLast);
+    metrics_.longestPingInterval.set(std::max(sinceLast, metrics_.longestPingInterval.value()));
+}
 
 }  // namespace kv::sio

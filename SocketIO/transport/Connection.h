@@ -22,6 +22,7 @@
 #include "SocketIO/transport/TurnMemory.h"
 
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -87,6 +88,7 @@ private:
     bool isAwaited(std::string_view event) override;
     void onPacket(ReceivedPacket&& packet) override;
     void sendText(std::string_view text) override;
+    void onPing(std::chrono::nanoseconds sinceLast) override;
 
     std::string const url_;
     std::shared_ptr<SocketConfig const> const config_;
@@ -94,6 +96,7 @@ private:
     // Weak: work that waits on a queue holds the connection.
     std::weak_ptr<KvMainQueue> const mainQueue_;
     std::weak_ptr<KvMainQueue> const engine_;
+    SocketMetrics& metrics_;  // the configuration's
     Outbox outbox_;
     std::shared_ptr<Delivery> delivery_;  // made by `start`
     net::Progress const progress_ = net::makeProgress();
@@ -104,7 +107,7 @@ private:
     std::unique_ptr<net::Stream> stream_;
     FrameReader reader_;
     ProtocolCore core_;
-    Sender sender_{outbox_};
+    Sender sender_{outbox_, metrics_.sent};
     std::string awaited_;  // the event that was awaited last: most are like the one before
     KvBytes unread_;       // was read, but the main queue was too far behind to take it
     bool isReading_ = false;
@@ -112,6 +115,8 @@ private:
     bool isAwaitingWrite_ = false;
     KvMainQueue::Clock::time_point turnTime_;  // when the turn of reading began
     KvMainQueue::Clock::time_point deadline_;  // of the handshakes, then of the farewell
+    // When the ping was read whose answer is on its way.
+    std::optional<KvMainQueue::Clock::time_point> unanswered_;
     // After a change of the network: when an attempt begins anew, or an open connection has been silent for too long.
     KvMainQueue::Clock::time_point changeDue_ = KvMainQueue::Clock::time_point::max();
     bool isProbed_ = false;  // a ping asks for a sign of life

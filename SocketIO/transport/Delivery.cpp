@@ -2,6 +2,7 @@
 
 #include "SocketIO/transport/HeapTrim.h"
 
+#include <algorithm>
 #include <utility>
 #include <vector>
 
@@ -20,6 +21,7 @@ struct Delivery::Batch {
     std::vector<ReceivedPacket> packets;
     std::size_t bytesOutside = 0;  // of what is in no memory of the batch's
     std::size_t counted = 0;       // of its bytes, in `underWay_`
+    std::size_t countedPackets = 0;
 
     void add(ReceivedPacket&& packet) {
         bytesOutside += packet.unread.size();
@@ -32,15 +34,22 @@ struct Delivery::Batch {
 };
 
 Delivery::Delivery(std::shared_ptr<KvMainQueue> const& mainQueue, std::shared_ptr<KvMainQueue> const& engine,
-                   std::weak_ptr<ConnectionListener> listener, std::size_t mostUnderWay, std::function<void()> resume)
+                   std::weak_ptr<ConnectionListener> listener, std::size_t mostUnderWay, std::function<void()> resume,
+                   std::shared_ptr<SocketMetrics> metrics)
     : isDirect_(mainQueue == engine),
       mainQueue_(mainQueue),
       engine_(engine),
       listener_(std::move(listener)),
       limit_(mostUnderWay),
-      resume_(std::move(resume)) {}
+      resume_(std::move(resume)),
+      metrics_(std::move(metrics)) {}
 
-Delivery::~Delivery() = default;
+// What the main queue never came to, because it has gone itself.
+Delivery::~Delivery() {
+    if (batch_) waiting_.push_back(std::move(batch_));
+    for (auto const& batch : waiting_) metrics_->unhandledMessages.fetch_sub(batch->countedPackets);
+    metrics_->unhandledBytes.fetch_sub(underWay_);
+}
 
 Delivery::Batch& Delivery::batch() {
     if (batch_) return *batch_;
@@ -58,9 +67,11 @@ Delivery::Batch& Delivery::batch() {
 
 std::shared_ptr<PacketMemory> const& Delivery::packetMemory() { return batch().memory; }
 
-void Delivery::add(ReceivedPacket&& packet) {
+void Delivery::add(ReceivedPacket&& packet, KvMainQueue::Clock::time_point now) {
     if (!isDirect_) return batch().add(std::move(packet));
-    if (auto const listener = listener_.lock(); listener && listener->isListening()) listener->onPacket(packet);
+    auto const listener = listener_.lock();
+    if (!listener || !listener->isListening()) return metrics_->left.add();
+    listener->onPacket(packet, now);
 }
 
 void Delivery::flushMuch() {
@@ -72,6 +83,8 @@ void Delivery::flush() {
     auto const added = batch_->bytes() - batch_->counted;
     batch_->counted += added;
     count(added);
+    auto const packets = batch_->packets.size();
+    metrics_->unhandledMessages.fetch_add(packets - std::exchange(batch_->countedPackets, packets));
     std::unique_lock lock(mutex_);
     waiting_.push_back(std::move(batch_));
     wake(lock);
@@ -80,7 +93,11 @@ void Delivery::flush() {
 void Delivery::count(std::size_t added) {
     auto const before = underWay_.fetch_add(added), now = before + added;
     if (now > mostUnderWay_.load(std::memory_order_relaxed)) mostUnderWay_.store(now, std::memory_order_relaxed);
-    if (before <= limit_ && now > limit_) pauses_.fetch_add(1, std::memory_order_relaxed);
+    metrics_->unhandledBytes.fetch_add(added);
+    if (before <= limit_ && now > limit_) {
+        pauses_.fetch_add(1, std::memory_order_relaxed);
+        metrics_->readingPauses.add();
+    }
     if (now > kBurstBytes) isBurst_ = true;
 }
 
@@ -124,17 +141,24 @@ void Delivery::handOne() {
     }
     auto const listener = listener_.lock();
     if (batch) {
-        for (auto const& packet : batch->packets) {
-            if (!listener || !listener->isListening()) break;
-            listener->onPacket(packet);
-        }
-        onHandled(batch->counted);
+        auto const mainQueue = mainQueue_.lock();
+        auto const now = mainQueue ? mainQueue->now() : KvMainQueue::Clock::time_point();
+        auto const left = std::ranges::find_if(batch->packets, [&](auto const& packet) {
+            if (!listener || !listener->isListening()) return true;
+            listener->onPacket(packet, now);
+            return false;
+        });
+        metrics_->left.add(static_cast<std::size_t>(batch->packets.end() - left));
+        onHandled(*batch);
     } else if (end && listener && listener->isListening()) {
         listener->onClosed(*end);
     }
 }
 
-void Delivery::onHandled(std::size_t bytes) {
+void Delivery::onHandled(Batch const& batch) {
+    auto const bytes = batch.counted;
+    metrics_->unhandledMessages.fetch_sub(batch.countedPackets);
+    metrics_->unhandledBytes.fetch_sub(bytes);
     auto const before = underWay_.fetch_sub(bytes);
     if (before > limit_ && before - bytes <= limit_) postToEngine([self = shared_from_this()] { self->resume_(); });
     if (before == bytes && isBurst_.load(std::memory_order_relaxed) && isBurst_.exchange(false))

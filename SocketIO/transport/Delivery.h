@@ -4,6 +4,7 @@
 
 #include "Net/Failure.h"
 #include "Platform/KvMainQueue.h"
+#include "SocketIO/SocketMetrics.h"
 #include "SocketIO/SocketPressure.h"
 #include "SocketIO/core/Packet.h"
 
@@ -21,7 +22,8 @@ namespace kv::sio {
 class ConnectionListener {
 public:
     virtual ~ConnectionListener() = default;
-    virtual void onPacket(ReceivedPacket const& packet) = 0;
+    /// `when`: when it came to the main queue, on that queue's clock.
+    virtual void onPacket(ReceivedPacket const& packet, KvMainQueue::Clock::time_point when) = 0;
     /// There is room again for what is to be sent.
     virtual void onWritable() = 0;
     /// Nothing follows.
@@ -36,14 +38,16 @@ public:
     /// The main queue is behind when it has more than `mostUnderWay` bytes of memory to handle; `resume` is called on
     /// the engine queue when it is not any more.
     Delivery(std::shared_ptr<KvMainQueue> const& mainQueue, std::shared_ptr<KvMainQueue> const& engine,
-             std::weak_ptr<ConnectionListener> listener, std::size_t mostUnderWay, std::function<void()> resume);
+             std::weak_ptr<ConnectionListener> listener, std::size_t mostUnderWay, std::function<void()> resume,
+             std::shared_ptr<SocketMetrics> metrics);
     ~Delivery();
 
     // Engine queue.
     bool isDirect() const { return isDirect_; }
     /// Where the next packet is parsed into, unless delivery is direct.
     std::shared_ptr<PacketMemory> const& packetMemory();
-    void add(ReceivedPacket&& packet);
+    /// `now` is the engine queue's.
+    void add(ReceivedPacket&& packet, KvMainQueue::Clock::time_point now);
     /// Hands over what was added, if it is much: to be called after each message.
     void flushMuch();
     /// Hands over what was added.
@@ -65,7 +69,7 @@ private:
     void count(std::size_t added);
     void wake(std::unique_lock<std::mutex>& lock);
     void handOne();
-    void onHandled(std::size_t bytes);
+    void onHandled(Batch const& batch);
     void postToEngine(std::function<void()> work);
 
     bool const isDirect_;
@@ -74,6 +78,7 @@ private:
     std::weak_ptr<ConnectionListener> const listener_;
     std::size_t const limit_;
     std::function<void()> const resume_;
+    std::shared_ptr<SocketMetrics> const metrics_;
     std::atomic<std::size_t> underWay_{0};  // bytes in batches that the main queue has not handled yet
     std::atomic<std::size_t> mostUnderWay_{0};
     std::atomic<std::uint64_t> pauses_{0};  // of reading

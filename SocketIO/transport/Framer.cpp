@@ -22,11 +22,13 @@ void Framer::putAhead(WsOpcode opcode, std::string_view payload) {
     // Only a server that floods this side with pings and reads nothing gets here; it need not be answered each time.
     if (ahead_.size() > kMostAhead) return;
     appendFrame(ahead_, opcode, payload);
+    ++frames_;
 }
 
 void Framer::closeWhenEmpty(std::string_view lastText) {
     if (!lastText.empty()) appendFrame(last_, WsOpcode::text, lastText);
     appendFrame(last_, WsOpcode::close, kNormalClosure);
+    frames_ += lastText.empty() ? 1 : 2;
 }
 
 void Framer::gather(SendBuffer& out, Outbox::Time now) {
@@ -99,6 +101,7 @@ void Framer::startFrame(SendBuffer& out, WsOpcode opcode, std::span<std::uint8_t
     auto const size = writeFrameHeader(header, opcode, isCompressed, payload.size(), mask_);
     out.add(std::span(header).first(size));
     payload_ = payload;
+    ++frames_;
 }
 
 }  // namespace kv::sio

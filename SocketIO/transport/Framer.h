@@ -46,6 +46,8 @@ public:
     void gather(SendBuffer& out, Outbox::Time now);
     /// Whether the last piece ended inside a frame: nothing else may be sent before its rest.
     bool isInsideFrame() const { return offset_ < payload_.size(); }
+    /// How many frames were begun, or put ahead, since it was asked last.
+    std::size_t takeFrames() { return std::exchange(frames_, 0); }
 
 private:
     bool startNext(SendBuffer& out, Outbox::Time now);
@@ -53,6 +55,7 @@ private:
     void startFrame(SendBuffer& out, WsOpcode opcode, std::span<std::uint8_t const> payload);
 
     Outbox& outbox_;
+    std::size_t frames_ = 0;
     int windowBits_ = 0;
     KvBytes ahead_;
     KvBytes last_;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "Platform/KvData.h"
+#include "SocketIO/SocketMetrics.h"
 #include "SocketIO/SocketPressure.h"
 #include "SocketIO/transport/HeapTrim.h"
 
@@ -11,6 +12,7 @@
 #include <chrono>
 #include <cstddef>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -40,8 +42,15 @@ public:
 
     /// `onRoom` is called by whoever takes messages out, with no lock held: once what waits is at most half of the
     /// bound again, after it was more or after something found no room.
-    explicit Outbox(std::size_t mostBytes, std::function<void()> onRoom = {})
-        : mostBytes_(mostBytes), onRoom_(std::move(onRoom)) {}
+    explicit Outbox(std::size_t mostBytes, std::function<void()> onRoom = {},
+                    std::shared_ptr<SocketMetrics> metrics = std::make_shared<SocketMetrics>())
+        : mostBytes_(mostBytes), onRoom_(std::move(onRoom)), metrics_(std::move(metrics)) {}
+    Outbox(Outbox const&) = delete;
+    Outbox& operator=(Outbox const&) = delete;
+    ~Outbox() {
+        metrics_->lostMessages.fetch_add(messages_, std::memory_order_relaxed);
+        metrics_->lostBytes.fetch_add(bytes_, std::memory_order_relaxed);
+    }
 
     /// `queuedFirst` when the engine must be woken.
     Put put(std::string_view text, std::vector<KvData> const& attachments, Time deadline) {
@@ -51,9 +60,13 @@ public:
         if (message.bytes > mostBytes_ - std::min(bytes_, mostBytes_)) {
             isTight_ = true;
             ++dropped_;
+            metrics_->noRoom.add();
             return Put::full;
         }
+        ++messages_;
         bytes_ += message.bytes;
+        metrics_->queued.messages.add();
+        metrics_->queued.bytes.add(message.bytes);
         mostWaited_ = std::max(mostWaited_, bytes_);
         if (bytes_ > mostBytes_ / 2) isTight_ = true;
         if (bytes_ > kBurstBytes) isBurst_.store(true, std::memory_order_relaxed);
@@ -76,8 +89,12 @@ public:
     /// A message that was taken out is on its way, or will never be: so many bytes do not wait any more.
     void release(std::size_t bytes, Outcome outcome) {
         bool hasRoom = false;
+        metrics_->unqueued.messages.add();
+        metrics_->unqueued.bytes.add(bytes);
+        if (outcome == Outcome::overdue) metrics_->overdue.add();
         {
             std::lock_guard lock(mutex_);
+            --messages_;
             bytes_ -= bytes;
             if (outcome == Outcome::overdue) ++overdue_;
             hasRoom = bytes_ <= mostBytes_ / 2 && std::exchange(isTight_, false);
@@ -107,11 +124,12 @@ public:
 private:
     std::size_t const mostBytes_;
     std::function<void()> const onRoom_;
+    std::shared_ptr<SocketMetrics> const metrics_;
     std::atomic<bool> isBurst_{false};
     std::mutex mutable mutex_;
     // Guarded by mutex_.
     Content content_;
-    std::size_t bytes_ = 0;
+    std::size_t messages_ = 0, bytes_ = 0;
     bool isEngineAwake_ = false;
     bool isTight_ = false;  // `onRoom` is owed
     std::size_t mostWaited_ = 0;

@@ -36,13 +36,16 @@ bool Sender::sendClose(net::Stream& stream, WsCloseCode code) {
     char const payload[] = {static_cast<char>(number >> 8), static_cast<char>(number & 0xFF)};
     KvBytes frame;
     appendFrame(frame, WsOpcode::close, {payload, sizeof payload});
+    sent_.frames.add();
     return write(stream, frame) == Step::idle;
 }
 
 // `idle` when all of it went out.
 Sender::Step Sender::write(net::Stream& stream, std::span<std::uint8_t const> bytes) {
+    sent_.frames.add(framer_.takeFrames());
     while (!bytes.empty()) {
         auto const result = stream.write(bytes.data(), bytes.size());
+        sent_.bytes.add(result.bytes);
         bytes = bytes.subspan(result.bytes);
         if (result.status == net::IoStatus::done) continue;
         if (result.status != net::IoStatus::wantWrite && result.status != net::IoStatus::wantRead) {

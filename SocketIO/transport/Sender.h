@@ -16,7 +16,7 @@ class Sender {
 public:
     enum class Step { idle, wantRead, wantWrite, more, broken };
 
-    explicit Sender(Outbox& outbox) : framer_(outbox) {}
+    Sender(Outbox& outbox, SocketMetrics::Frames& sent) : framer_(outbox), sent_(sent) {}
 
     Framer& framer() { return framer_; }
     /// Sends until nothing waits any more (`idle`), the socket must become ready first, others shall have their turn
@@ -30,6 +30,7 @@ private:
     Step write(net::Stream& stream, std::span<std::uint8_t const> bytes);
 
     Framer framer_;
+    SocketMetrics::Frames& sent_;
     KvBytes unsent_;  // framed, but the socket took no more
     bool isBroken_ = false;
 };

@@ -23,7 +23,7 @@ protected:
     }
     void answer(std::uint64_t id) {
         json::array const items{"answer"};
-        table->answer(id, SocketData(items, {}));
+        table->answer(id, SocketData(items, {}), queue->now());
     }
 };
 
