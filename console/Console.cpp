@@ -1,10 +1,13 @@
 #include "console/Console.h"
 
+#include "Classes/Model/KvPimMetrics.h"
 #include "console/CarryOut.h"
+#include "console/MetricsServer.h"
 #include "console/QueueLoop.h"
 
 #include <array>
 #include <csignal>
+#include <cstdio>
 
 #include <unistd.h>
 
@@ -17,16 +20,18 @@ constexpr std::chrono::seconds kLongestOperation{45};
 
 class Console {
 public:
-    Console(Session& session, std::chrono::duration<double> linger)
-        : session_(session), linger_(std::chrono::duration_cast<std::chrono::nanoseconds>(linger)) {}
+    Console(Session& session, std::chrono::duration<double> linger, MetricsServer* metrics)
+        : session_(session), linger_(std::chrono::duration_cast<std::chrono::nanoseconds>(linger)), metrics_(metrics) {}
 
     void run() {
         session_.output->line({{"event", "ready"}});
         while (!isOver()) {
-            std::array<pollfd, 2> others{{{.fd = STDOUT_FILENO, .events = 0, .revents = 0},
-                                          {.fd = isReading() ? STDIN_FILENO : -1, .events = POLLIN, .revents = 0}}};
+            std::array<pollfd, 3> others{{{.fd = STDOUT_FILENO, .events = 0, .revents = 0},
+                                          {.fd = isReading() ? STDIN_FILENO : -1, .events = POLLIN, .revents = 0},
+                                          {.fd = metrics_ ? metrics_->fd() : -1, .events = POLLIN, .revents = 0}}};
             turn(*session_.queue, others);
-            auto const& [output, input] = others;
+            auto const& [output, input, metrics] = others;
+            if (metrics.revents != 0) metrics_->turn();
             if (output.revents != 0) return;  // nobody is there to read
             if (input.revents != 0) input_.fill();
             carryOutLines();
@@ -62,6 +67,7 @@ private:
 
     Session& session_;
     std::chrono::nanoseconds const linger_;
+    MetricsServer* const metrics_;  // null for none
     InputLines input_{STDIN_FILENO, kLongestLine};
     bool isInputDone_ = false;
     bool isLingering_ = false;
@@ -76,11 +82,23 @@ void takePrints(Session const& session) {
     });
 }
 
+std::unique_ptr<MetricsServer> serveMetrics(Session& session, std::uint16_t port) {
+    auto const text = [&session](bool isOpenMetrics) {
+        std::vector<KvPimMetrics> clients;
+        if (session.client) clients.push_back(session.client->metrics());
+        return isOpenMetrics ? openMetricsText(clients) : prometheusText(clients);
+    };
+    auto server = std::make_unique<MetricsServer>(session.queue, port, text);
+    std::fprintf(stderr, "kvpim: metrics at %s\n", server->url().c_str());
+    return server;
+}
+
 }  // namespace
 
 int runConsole(ConsoleOptions const& options) {
     std::signal(SIGPIPE, SIG_IGN);
     Session session;
+    auto const metrics = options.metricsPort ? serveMetrics(session, *options.metricsPort) : nullptr;
     takePrints(session);
     session.delegate = makeClientDelegate(session.output, options.delegate);
     session.client =
@@ -91,7 +109,7 @@ int runConsole(ConsoleOptions const& options) {
     }
     if (!options.logFile.empty()) session.client->setLogFile(options.logFile);
     if (options.logFilters) session.client->setLogFilters(*options.logFilters);
-    Console(session, options.linger).run();
+    Console(session, options.linger, metrics.get()).run();
     return 0;
 }
 

@@ -19,6 +19,7 @@ struct ConsoleOptions {
     std::optional<std::int64_t> logFilters;
     CallbackNames delegate;
     std::chrono::duration<double> linger{0};
+    std::optional<std::uint16_t> metricsPort;  // none: metrics are not served
 };
 
 /// Reads standard input to its end; returns the exit status. Throws BadLine when `delegate` names no callback.

@@ -1,5 +1,6 @@
 #include "console/Operations.h"
 
+#include "Classes/Model/KvPimMetrics.h"
 #include "console/Records.h"
 
 #include <algorithm>
@@ -253,6 +254,7 @@ constexpr Operation kOperations[] = {
     // Diagnostics and the rest
     {"bytesQueued",
      [](Session& s, Arguments const&, Answer const& answer) { answer.result(s.client->bytesQueued()); }},
+    {"metrics", [](Session& s, Arguments const&, Answer const& answer) { answer.result(toJson(s.client->metrics())); }},
     {"getDebugInfo",
      [](Session& s, Arguments const&, Answer const& answer) { answer.result(s.client->getDebugInfo()); }},
     {"getSDKVersion",

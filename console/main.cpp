@@ -43,6 +43,10 @@ struct ConsoleCommand {
                 "The client callbacks that are implemented (default: all)")
             ->expected(0, 1)
             ->type_name("NAME,...");
+        command
+            .add_option("--metrics", options.metricsPort,
+                        "Serve metrics at http://127.0.0.1:PORT/metrics; 0: a free port")
+            ->type_name("PORT");
         command.add_option("--linger", linger, "Seconds to wait for events after the end of input (default: 0)")
             ->check(CLI::Range(0.0, kLongestLinger))
             ->type_name("SECONDS");

@@ -6,8 +6,15 @@
 #include "support/Test.h"
 
 #include <cstdlib>
+#include <fstream>
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/read.hpp>
+#include <boost/asio/write.hpp>
 
 namespace kv::test {
+namespace asio = boost::asio;
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -26,6 +33,7 @@ TEST(Console, ExitStatusTellsBadUsageFromFailedCreation) {
         {consoleCommand(kNobody, {"--linger", "soon"}), 2, nullptr},
         {consoleCommand(kNobody, {"--delegate", "messageReceived,memberJoined"}), 2, nullptr},
         {consoleCommand(kNobody, {"--proxy", "http://127.0.0.1:9", "--proxy-from-environment"}), 2, nullptr},
+        {consoleCommand(kNobody, {"--metrics", "65536"}), 2, nullptr},
         {consoleCommand("not an address"), 1, R"({"event":"createFailed"})"},
         {consoleCommand(kNobody), 0, R"({"event":"ready"})"},
         {{KVPIM_CLIENT, "doctor"}, 2, nullptr},
@@ -164,6 +172,62 @@ TEST(Console, EndsQuietlyWhenNobodyReadsAnyMore) {
     ASSERT_TRUE(console.prints(R"({"event":"ready"})"));
     console.closeOutput();
     EXPECT_EQ(console.exitStatus(), 0);
+}
+
+TEST(Console, ServesMetricsWhateverVisitorsDo) {
+    auto command = consoleCommand(kNobody, {"--metrics", "0"});
+    command.insert(command.begin(), {"/bin/sh", "-c", R"(exec "$0" "$@" 2>&1)"});  // where the port is told
+    Program console(command);
+    ASSERT_TRUE(console.prints(R"({"event":"ready"})"));
+    auto const told = console.otherLines().front();
+    std::string const start = "kvpim: metrics at http://127.0.0.1:";
+    ASSERT_TRUE(told.starts_with(start)) << told;
+    auto const port = std::stoi(told.substr(start.size()));
+    Program another(consoleCommand(kNobody, {"--metrics", std::to_string(port)}));
+    EXPECT_EQ(another.exitStatus(), 1) << "the port is taken";
+
+    TemporaryDirectory const directory;
+    using Tcp = asio::ip::tcp;
+    asio::io_context context;
+    auto const visit = [&](std::string_view request) {
+        Tcp::socket socket(context);
+        socket.connect({asio::ip::address_v4::loopback(), static_cast<std::uint16_t>(port)});
+        asio::write(socket, asio::buffer(request));
+        return socket;
+    };
+    auto const answerTo = [](Tcp::socket socket) {
+        std::string answer;
+        boost::system::error_code end;
+        asio::read(socket, asio::dynamic_buffer(answer), end);
+        return answer;
+    };
+    std::vector<Tcp::socket> others;
+    for (int i = 0; i < 40; ++i) others.push_back(visit(i % 2 == 0 ? "" : "GET /metr"));
+    EXPECT_EQ(answerTo(std::move(others.front())), "") << "the oldest makes room";
+    others.back().set_option(asio::socket_base::linger(true, 0));
+    others.back().close();  // with a reset
+    struct Case {
+        std::string request, answer;
+    };
+    for (auto const& c : std::vector<Case>{
+             {"GET /metrics HTTP/1.1\r\nHost: x\r\n\r\n", "HTTP/1.1 200 OK\r\nContent-Type: text/plain; version=0.0.4"},
+             {"GET /metrics HTTP/1.1\r\nACCEPT: a/b,Application/OpenMetrics-text;version=1.0.0\r\n\r\n",
+              "HTTP/1.1 200 OK\r\nContent-Type: application/openmetrics-text; version=1.0.0; charset=utf-8\r\n"},
+             {"GET /metrics2 HTTP/1.1\r\n\r\n", "HTTP/1.1 404 Not Found\r\n"},
+             {"POST /metrics HTTP/1.1\r\nContent-Length: 3\r\n\r\nabc", "HTTP/1.1 404 Not Found\r\n"},
+             {std::string(9000, 'x'), "HTTP/1.1 431 "}}) {
+        auto const answer = answerTo(visit(c.request));
+        EXPECT_TRUE(answer.starts_with(c.answer)) << c.request << '\n' << answer;
+        bool const isOpenMetrics = c.answer.find("openmetrics") != std::string::npos;
+        EXPECT_EQ(answer.ends_with("# EOF\n"), isOpenMetrics) << c.request;
+        if (isOpenMetrics || !c.answer.starts_with("HTTP/1.1 200")) continue;
+        std::ofstream(directory.path("text")) << answer.substr(answer.find("\r\n\r\n") + 4);
+        auto const check = "! command -v promtool || promtool check metrics <" + directory.path("text");
+        EXPECT_EQ(std::system(check.c_str()), 0);  // NOLINT(concurrency-mt-unsafe): nobody else starts programs
+    }
+    EXPECT_EQ(answerTo(std::move(others[30])), "") << "patience ends";
+    console.send(R"({"op":"setParameters","id":1,"parameters":""})");
+    EXPECT_TRUE(console.prints(R"({"id":1,"op":"setParameters","result":0})"));
 }
 
 TEST(Console, GoesThroughTheProxyThatItIsTold) {
