@@ -88,8 +88,7 @@ void KvPimInvitationKit::run(Operation const& operation, std::shared_ptr<KvPimIn
                              char const* call) {
     assertMainThread(*mainQueue_, checksThreads_, call);
     if (auto const refusal = refusalOf(operation.localUser, invitation.get(), stateManager_.lock().get())) {
-        counters_->onRefusedHere(refusal == KvPimErrorNotLogin ? KvPimRequestOutcome::notLoggedIn
-                                                               : KvPimRequestOutcome::invalid);
+        counters_->onEnd(refusal, nullptr);
         return KvPimFailures::concluding(
             failures_, call, refusal, [&] { return failureOfRequest(refusal, nullptr, {}); },
             [&] { complete(done, refusal); });
@@ -104,8 +103,8 @@ void KvPimInvitationKit::run(Operation const& operation, std::shared_ptr<KvPimIn
                 [self = shared_from_this(), starts = operation.starts, invitation = std::move(invitation), call,
                  timeout, done = std::move(done)](SocketData const& answer) {
                     auto const result = KvPimResult::resultWithArray(answer);
-                    self->counters_->onResult(result);
                     auto const code = kCodes.of(result);
+                    self->counters_->onEnd(code, &result);
                     auto& store = KvInvitationStore::shared();
                     if (starts && code == KvPimInvitationErrorTimeout) invitation->state = KvPimInvitationStateFailed;
                     if (starts && code == 0) {

@@ -31,6 +31,25 @@ void copy(KvPimBy<Enumeration, Number, size>& to, std::array<Counter, size> cons
     std::ranges::transform(from, to.numbers.begin(), [](Counter const& counter) { return counter.value(); });
 }
 
+// The bounds of durations, as they are compared.
+constexpr auto kBounds = [] {
+    std::array<std::int64_t, KvPimDurations::kBounds.size()> bounds{};
+    std::ranges::transform(KvPimDurations::kBounds, bounds.begin(),
+                           [](std::chrono::nanoseconds each) { return each.count(); });
+    return bounds;
+}();
+
+KvPimRequestOutcome outcomeOf(std::int64_t code, KvPimResult const* result) {
+    using Outcome = KvPimRequestOutcome;
+    if (result == nullptr) return code == KvPimErrorNotLogin ? Outcome::notLoggedIn : Outcome::invalid;
+    if (result->code == 0) return Outcome::succeeded;
+    if (!result->isAckTimeout) return Outcome::refused;
+    auto const why = result->data != nullptr ? result->data->noAck() : SocketNoAck::unanswered;
+    return why == SocketNoAck::notConnected ? Outcome::notConnected
+           : why == SocketNoAck::noRoom     ? Outcome::noRoom
+                                            : Outcome::unanswered;
+}
+
 // What has come, less what has gone; the thread that counts the latter may be ahead.
 std::uint64_t difference(std::uint64_t gone, std::uint64_t come) { return come - std::min(gone, come); }
 
@@ -59,8 +78,8 @@ KvPimCounters::Time KvPimCounters::now() const {
 }
 
 void KvPimCounters::Durations::add(std::chrono::nanoseconds duration) {
-    auto const bound = std::ranges::find_if(KvPimDurations::kBounds, [&](auto each) { return duration <= each; });
-    counts[static_cast<std::size_t>(bound - KvPimDurations::kBounds.begin())].add();
+    auto const* const bound = std::ranges::lower_bound(kBounds, duration.count());
+    counts[static_cast<std::size_t>(bound - kBounds.begin())].add();
     total.add(duration);
 }
 
@@ -71,16 +90,8 @@ KvPimDurations KvPimCounters::Durations::read() const {
     return durations;
 }
 
-void KvPimCounters::onResult(KvPimResult const& result) {
-    using Outcome = KvPimRequestOutcome;
-    auto const noAck = [&] {
-        auto const why = result.data != nullptr ? result.data->noAck() : SocketNoAck::unanswered;
-        return why == SocketNoAck::notConnected ? Outcome::notConnected
-               : why == SocketNoAck::noRoom     ? Outcome::noRoom
-                                                : Outcome::unanswered;
-    };
-    auto const outcome = result.code == 0 ? Outcome::succeeded : result.isAckTimeout ? noAck() : Outcome::refused;
-    outcomes_[static_cast<std::size_t>(outcome)].add();
+void KvPimCounters::onEnd(std::int64_t code, KvPimResult const* result) {
+    outcomes_[static_cast<std::size_t>(outcomeOf(code, result))].add();
 }
 
 void KvPimCounters::onLoginEnd(std::int64_t code) {

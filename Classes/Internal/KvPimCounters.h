@@ -35,10 +35,8 @@ public:
 
     // Main queue.
     void onRequest() { requested_.add(); }
-    /// A request that was begun has ended.
-    void onResult(KvPimResult const& result);
-    /// A request ended before it was begun.
-    void onRefusedHere(KvPimRequestOutcome outcome) { outcomes_[static_cast<std::size_t>(outcome)].add(); }
+    /// A request has ended; without a result, it was refused here, before it was begun.
+    void onEnd(std::int64_t code, KvPimResult const* result);
     void onAnswer(std::chrono::nanoseconds roundTrip) override { roundTrips_.add(roundTrip); }
     void onLoginCalled() { loginCalled_ = now(); }
     void onLoginEnd(std::int64_t code);

@@ -72,8 +72,19 @@ private:
         return ofAll.count() > 0 ? ofAll : operation.timeout;
     }
 
+    /// What is left of the client for the end of a request, which may come after it.
+    struct End {
+        std::weak_ptr<KvPimFailures> client;
+        std::shared_ptr<KvPimCounters> counters;
+    };
+    std::shared_ptr<End const> const& end() {
+        if (!end_) end_ = std::make_shared<End const>(End{failures_.handle(), client_.counters});
+        return end_;
+    }
+
     KvPimShared& client_;
     KvPimFailures& failures_;
+    std::shared_ptr<End const> end_;
 };
 
 template <class MakePayload, class Finish>
@@ -82,8 +93,10 @@ void KvPimRequests::requestOn(std::shared_ptr<SocketIOClient> const& on, KvOpera
                               char const* method) {
     auto const timeout = timeoutOf(operation);
     // Keeps nothing of this client: it may be gone when the answer comes, or when a completion returns.
-    auto conclude = [&operation, channelId, method, timeout, client = failures_.handle(), finish = std::move(finish)](
+    auto conclude = [&operation, channelId, method, timeout, end = end(), finish = std::move(finish)](
                         std::int64_t code, KvPimResult const* result) {
+        end->counters->onEnd(code, result);
+        auto const& client = end->client;
         auto const& report = operation.report;
         bool const first = report.order == KvReport::Order::beforeCompletion;
         bool const isAnswer = result != nullptr;
@@ -96,21 +109,14 @@ void KvPimRequests::requestOn(std::shared_ptr<SocketIOClient> const& on, KvOpera
             [&] { finish(code, result); });
         if (isReported && !first) report.failure(reported, isAnswer, channelId);
     };
-    if (!client_.stateManager->login) {
-        client_.counters->onRefusedHere(KvPimRequestOutcome::notLoggedIn);
-        return conclude(KvPimErrorNotLogin, nullptr);
-    }
-    if (!isValid) {
-        client_.counters->onRefusedHere(KvPimRequestOutcome::invalid);
-        return conclude(operation.invalidArgument, nullptr);
-    }
+    if (!client_.stateManager->login) return conclude(KvPimErrorNotLogin, nullptr);
+    if (!isValid) return conclude(operation.invalidArgument, nullptr);
     SocketItems items = payload();
     logRequest(operation, items);
     client_.counters->onRequest();
     emitCommand(*client_.mainQueue, on, operation.command, std::move(items), timeout,
-                [&operation, counters = client_.counters, conclude = std::move(conclude)](SocketData const& answer) {
+                [&operation, conclude = std::move(conclude)](SocketData const& answer) {
                     auto const result = KvPimResult::resultWithArray(answer);
-                    counters->onResult(result);
                     conclude(operation.codes.of(result), &result);
                 });
 }
