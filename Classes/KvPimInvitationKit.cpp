@@ -11,10 +11,12 @@
 #include "SocketIO/SocketIOClient.h"
 
 #include <optional>
+#include <string_view>
 
 namespace kv {
 namespace {
 
+constexpr std::string_view kCommand = "invitationOp";
 constexpr std::size_t kMostInfoBytes = 8192;
 constexpr std::chrono::milliseconds kRequestTimeout{6000};
 
@@ -87,8 +89,12 @@ void KvPimInvitationKit::refuseInvitation(std::shared_ptr<KvPimInvitation> invit
 void KvPimInvitationKit::run(Operation const& operation, std::shared_ptr<KvPimInvitation> invitation, Completion done,
                              char const* call) {
     assertMainThread(*mainQueue_, checksThreads_, call);
+    auto const recorder = KvPimFailures::recorderOf(failures_);
+    auto const number = recorder ? recorder->nextCall() : 0;
     if (auto const refusal = refusalOf(operation.localUser, invitation.get(), stateManager_.lock().get())) {
         counters_->onEnd(refusal, nullptr);
+        if (recorder) recorder->called(number, call, kCommand);
+        if (recorder) recorder->ended(number, refusal);
         return KvPimFailures::concluding(
             failures_, call, refusal, [&] { return failureOfRequest(refusal, nullptr, {}); },
             [&] { complete(done, refusal); });
@@ -96,15 +102,17 @@ void KvPimInvitationKit::run(Operation const& operation, std::shared_ptr<KvPimIn
     // From here on it is this client's: the other side may live in this process too.
     KvInvitationStore::shared().adopt(*invitation, *this);
     auto payload = payloadOf({{"type", operation.type}, {"invitation", dictionaryFrom(*invitation)}});
+    if (recorder) recorder->called(number, call, kCommand, &payload);
     // The kit is held until the answer: it is the target of the timer that an accepted invitation starts.
     auto const timeout = requestTimeout_.count() > 0 ? requestTimeout_ : kRequestTimeout;
     counters_->onRequest();
-    emitCommand(*mainQueue_, socket_, "invitationOp", std::move(payload), timeout,
-                [self = shared_from_this(), starts = operation.starts, invitation = std::move(invitation), call,
+    emitCommand(*mainQueue_, socket_, kCommand, std::move(payload), timeout,
+                [self = shared_from_this(), starts = operation.starts, invitation = std::move(invitation), call, number,
                  timeout, done = std::move(done)](SocketData const& answer) {
                     auto const result = KvPimResult::resultWithArray(answer);
                     auto const code = kCodes.of(result);
                     self->counters_->onEnd(code, &result);
+                    if (number != 0) recordEnd(self->failures_, number, code);
                     auto& store = KvInvitationStore::shared();
                     if (starts && code == KvPimInvitationErrorTimeout) invitation->state = KvPimInvitationStateFailed;
                     if (starts && code == 0) {

@@ -11,6 +11,7 @@
 #include "Classes/Utils/KvBundle.h"
 #include "Classes/Utils/KvLog.h"
 #include "Classes/Utils/Logan/LoganManager.h"
+#include "Classes/Utils/Recording/KvRecorder.h"
 #include "Platform/KvConsole.h"
 #include "Platform/KvJsonText.h"
 #include "SocketIO/SocketIOClient.h"
@@ -69,6 +70,16 @@ std::shared_ptr<KvPimKit> KvPimKit::make(std::string appId, std::weak_ptr<KvPimD
                                                      std::move(apiServer));
     if (!impl->mainQueue || !impl->engine)
         return refuse("the system has no thread or descriptor left for the queues of a client");
+    if (!options.recordTo.file.empty()) {
+        std::string unwritable;
+        auto file = KvRecordFile::open(options.recordTo, impl->stateManager->appId, unwritable);
+        if (!file) {
+            KvLog::shared().error("no client: %@", unwritable);
+            return refuse(unwritable);
+        }
+        impl->recorder = std::make_shared<KvRecorder>(std::move(file), impl->mainQueue, impl->stateManager->appId,
+                                                      net::secretsOf(options.network));
+    }
     auto const object = std::shared_ptr<KvPimKit>(new KvPimKit(impl));
     object->envConfig_ = std::move(environment);
     object->envConfig_.apiServer = impl->session.apiServer();
@@ -84,6 +95,7 @@ KvPimKit::KvPimKit(std::shared_ptr<KvPimKitImpl> impl) : impl_(std::move(impl)) 
 KvPimKit::~KvPimKit() {
     assertMainThread(*impl_->mainQueue, impl_->options.checkThreads, "~KvPimKit");
     impl_->router.endEvents();
+    if (impl_->recorder) impl_->recorder->gone();
 }
 
 std::shared_ptr<KvPimKitImpl> const& KvPimKit::impl(char const* call) const {
@@ -96,6 +108,9 @@ std::shared_ptr<KvPimKitImpl> const& KvPimKit::impl(char const* call) const {
 
 void KvPimKit::loginByToken(std::string token, std::int64_t timeStamp, std::string userId, Completion done) {
     auto const client = impl();
+    if (auto const& recorder = client->recorder)
+        done = recorder->called("loginByToken", {{"token", token}, {"timeStamp", timeStamp}, {"userId", userId}},
+                                std::move(done));
     client->session.loginByToken(std::move(token), timeStamp, std::move(userId), std::move(done));
 }
 
@@ -111,12 +126,15 @@ void KvPimKit::loginWithConfig(boost::json::object const& config, Completion don
 
 void KvPimKit::logoutWithCompletion(Completion done) {
     auto const client = impl();
+    if (auto const& recorder = client->recorder) done = recorder->called("logoutWithCompletion", {}, std::move(done));
     client->session.logoutWithCompletion(std::move(done));
 }
 
 // NOLINTNEXTLINE(performance-unnecessary-value-param): delegate and completion may destroy what the caller passed
 void KvPimKit::renewToken(std::string token, std::int64_t timeStamp, RenewTokenCompletion done) {
     auto const client = impl();
+    if (auto const& recorder = client->recorder)
+        done = recorder->called("renewToken", {{"token", token}, {"timeStamp", timeStamp}}, std::move(done));
     client->session.renewToken(token, timeStamp, done);
 }
 
@@ -125,10 +143,15 @@ void KvPimKit::renewToken(std::string token, std::chrono::system_clock::time_poi
     renewToken(std::move(token), millisecondsSince1970(timeStamp), std::move(done));
 }
 
-void KvPimKit::networkChanged() { impl()->session.networkChanged(); }
+void KvPimKit::networkChanged() {
+    auto const client = impl();
+    if (auto const& recorder = client->recorder) recorder->called("networkChanged", {});
+    client->session.networkChanged();
+}
 
 std::shared_ptr<KvPimInvitationKit> KvPimKit::getPimInvitationKit() {
     auto const& inside = impl();
+    if (auto const& recorder = inside->recorder) recorder->called("getPimInvitationKit", {});
     return inside->router.getPimInvitationKit(inside->failures.handle());
 }
 
@@ -187,7 +210,8 @@ KvPimOptions KvPimKit::options() const {
             .engine = inside.engine == inside.mainQueue ? KvPimEngine::mainQueue : KvPimEngine::thread,
             .maxQueuedBytes = inside.options.maxQueuedBytes,
             .network = net::optionsOf(inside.options.network),
-            .checkThreads = inside.options.checkThreads};
+            .checkThreads = inside.options.checkThreads,
+            .recordTo = inside.recorder ? inside.recorder->recording() : KvPimRecording()};
 }
 
 std::shared_ptr<KvPimDelegate> KvPimKit::delegate() const noexcept { return impl()->delegate.lock(); }

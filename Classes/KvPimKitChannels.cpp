@@ -109,6 +109,7 @@ auto readingAttributes(KvPimKit::AttributesCompletion done) {
 std::shared_ptr<KvPimChannel> KvPimKit::createChannelWithId(std::string const& channelId,
                                                             std::weak_ptr<KvPimChannelDelegate> delegate) {
     warnIfGone(delegate);
+    if (auto const& recorder = impl()->recorder) recorder->called("createChannelWithId", {{"channelId", channelId}});
     auto channel = impl()->router.createChannelWithId(channelId, std::move(delegate));
     if (!channel) KvLog::shared().warn("no channel: %@ is not a valid id", channelId);
     return channel;
@@ -119,6 +120,7 @@ std::shared_ptr<KvPimChannel> KvPimKit::createChannelWithId(std::string const& c
 }
 
 bool KvPimKit::destroyChannelWithId(std::string const& channelId) {
+    if (auto const& recorder = impl()->recorder) recorder->called("destroyChannelWithId", {{"channelId", channelId}});
     return impl()->router.destroyChannelWithId(channelId);
 }
 

@@ -13,6 +13,7 @@
 namespace kv {
 
 struct SocketMetrics;
+class SocketRecorder;
 
 /// How a connection is made.
 struct SocketConfig {
@@ -35,6 +36,8 @@ struct SocketConfig {
     std::function<void()> networkChanged;
     /// For the client's inside: what its connections count into; null for one's own.
     std::shared_ptr<SocketMetrics> metrics{};
+    /// Hears what goes over the connections (<KvPim/SocketIO/SocketRecorder.h>); null for nobody.
+    std::shared_ptr<SocketRecorder> recorder{};
 };
 
 }  // namespace kv

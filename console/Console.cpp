@@ -1,5 +1,7 @@
 #include "console/Console.h"
 
+#include "Classes/Await/KvResult.h"
+#include "Classes/Model/KvFailure.h"
 #include "Classes/Model/KvPimMetrics.h"
 #include "console/CarryOut.h"
 #include "console/MetricsServer.h"
@@ -101,12 +103,14 @@ int runConsole(ConsoleOptions const& options) {
     auto const metrics = options.metricsPort ? serveMetrics(session, *options.metricsPort) : nullptr;
     takePrints(session);
     session.delegate = makeClientDelegate(session.output, options.delegate);
-    session.client =
-        KvPimKit::initWithAppId(options.common.appId, session.delegate, clientOptions(options.common, session.queue));
-    if (!session.client) {
+    auto client =
+        KvPimKit::create(options.common.appId, clientOptions(options.common, session.queue), session.delegate);
+    if (!client) {
         session.output->line({{"event", "createFailed"}});
+        std::fprintf(stderr, "kvpim: %s\n", client.error().failure()->cause.c_str());
         return 1;
     }
+    session.client = *std::move(client);
     if (!options.logFile.empty()) session.client->setLogFile(options.logFile);
     if (options.logFilters) session.client->setLogFilters(*options.logFilters);
     Console(session, options.linger, metrics.get()).run();

@@ -17,6 +17,7 @@ struct CommonOptions {
     std::string appId;
     KvPimEnvConfig env;
     KvProxy proxy;
+    KvPimRecording record;
 };
 
 inline void addCommonOptions(CLI::App& command, CommonOptions& options) {
@@ -42,6 +43,13 @@ inline void addCommonOptions(CLI::App& command, CommonOptions& options) {
             "--proxy-from-environment", [&] { options.proxy = KvProxy::fromEnvironment(); },
             "Go through the proxies that http_proxy, https_proxy, all_proxy and no_proxy name")
         ->excludes(proxy);
+    auto* const record = command.add_option("--record", options.record.file,
+                                            "Write what goes over the wire to this file: see kvpim show --help");
+    record->type_name("FILE");
+    command
+        .add_flag("--record-contents", options.record.withContents,
+                  "Keep in it what people say, which is masked otherwise; tokens never are in it")
+        ->needs(record);
 }
 
 /// What the packaged program takes from its surroundings; the library itself takes nothing.
@@ -52,6 +60,7 @@ inline KvPimOptions clientOptions(CommonOptions const& options, std::shared_ptr<
                       .mainQueue = std::move(queue),
                       .checkThreads = checks != nullptr && std::string_view(checks) == "1"};
     made.network.proxy = options.proxy;
+    made.recordTo = options.record;
     return made;
 }
 

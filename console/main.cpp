@@ -3,6 +3,7 @@
 #include "console/Arguments.h"
 #include "console/Console.h"
 #include "console/DoctorCommand.h"
+#include "console/Show.h"
 #include "console/chat/Chat.h"
 
 #include <cstdio>
@@ -129,6 +130,23 @@ struct DoctorCommand {
     }
 };
 
+struct ShowCommand {
+    ShowOptions options;
+
+    explicit ShowCommand(CLI::App& app) {
+        auto& command = *app.add_subcommand("show", "Print what --record has written, for people");
+        command.add_option("FILE", options.file, "The record; FILE.1, if it is there, is read before it")->required();
+        command.add_option("--only", options.only, "requests: what was asked for, and the answers; events; life")
+            ->check(CLI::IsMember({"requests", "events", "life"}))
+            ->type_name("WHAT");
+        command.add_option("--grep", options.grep, "Only lines with this text, such as a user's id")->type_name("TEXT");
+        command.add_option("--connection", options.connection, "Only this connection")->type_name("N");
+        command.add_flag("--full", options.isFull, "Long lines to their end");
+    }
+
+    int run() { return runShow(options); }
+};
+
 int run(int argc, char** argv) {
     CLI::App app("The command line client of Kv PIM", "kvpim");
     app.require_subcommand(1);
@@ -136,12 +154,14 @@ int run(int argc, char** argv) {
     ConsoleCommand console(app);
     ChatCommand chat(app);
     DoctorCommand doctor(app);
+    ShowCommand show(app);
     try {
         app.parse(argc, argv);
     } catch (CLI::ParseError const& error) {
         return app.exit(error, std::cout, std::cerr) == 0 ? 0 : kBadUsage;
     }
     if (app.got_subcommand("doctor")) return doctor.run();
+    if (app.got_subcommand("show")) return show.run();
     return app.got_subcommand("console") ? console.run() : chat.run();
 }
 

@@ -6,6 +6,11 @@
 
 namespace kv {
 
+std::shared_ptr<KvRecorder> KvPimFailures::recorderOf(std::weak_ptr<KvPimFailures> const& client) {
+    auto const self = client.lock();
+    return self ? self->client_.recorder : nullptr;
+}
+
 void KvPimFailures::tell(std::string_view operation, net::Failure const& known, GoesOn goesOn) {
     router_.tell<&KvPimDelegate::failureOccurred>(*noted(weak(), operation, 0, known, goesOn));
 }

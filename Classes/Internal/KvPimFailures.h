@@ -27,6 +27,8 @@ public:
         if (handle_.expired()) handle_ = weak();
         return handle_;
     }
+    /// Null where nothing is recorded, and where the client is gone.
+    static std::shared_ptr<KvRecorder> recorderOf(std::weak_ptr<KvPimFailures> const& client);
     /// Tells of a failure that completes nothing.
     void tell(std::string_view operation, net::Failure const& known, GoesOn goesOn);
 

@@ -49,4 +49,8 @@ void logRequest(KvOperation const& operation, SocketItems const& payload) {
     KvLog::shared().info(operation.logLine, KvLogPayload{payload.values.front(), payload.attachments});
 }
 
+void recordEnd(std::weak_ptr<KvPimFailures> const& client, std::uint64_t call, std::int64_t code) {
+    if (auto const recorder = KvPimFailures::recorderOf(client)) recorder->ended(call, code);
+}
+
 }  // namespace kv

@@ -7,6 +7,7 @@
 #include "Classes/Internal/KvPimShared.h"
 #include "Classes/KvPimKit.h"
 #include "Classes/Model/KvPimResult.h"
+#include "Classes/Utils/Recording/KvRecorder.h"
 #include "SocketIO/SocketIOClient.h"
 
 #include <chrono>
@@ -31,6 +32,9 @@ void logRequest(KvOperation const& operation, SocketItems const& payload);
 
 /// What is known of a request that failed. `result` is null where nothing was sent.
 net::Failure failureOfRequest(std::int64_t code, KvPimResult const* result, std::chrono::milliseconds timeout);
+
+/// Tells the record what a call has ended with, if the client is still there.
+void recordEnd(std::weak_ptr<KvPimFailures> const& client, std::uint64_t call, std::int64_t code);
 
 /// Calls what the application gave, if it gave something.
 template <class Completion, class... Arguments>
@@ -92,11 +96,14 @@ void KvPimRequests::requestOn(std::shared_ptr<SocketIOClient> const& on, KvOpera
                               MakePayload const& payload, Finish finish, std::string const& channelId,
                               char const* method) {
     auto const timeout = timeoutOf(operation);
+    auto const& recorder = client_.recorder;
+    auto const call = recorder ? recorder->nextCall() : 0;
     // Keeps nothing of this client: it may be gone when the answer comes, or when a completion returns.
-    auto conclude = [&operation, channelId, method, timeout, end = end(), finish = std::move(finish)](
+    auto conclude = [&operation, channelId, method, timeout, call, end = end(), finish = std::move(finish)](
                         std::int64_t code, KvPimResult const* result) {
         end->counters->onEnd(code, result);
         auto const& client = end->client;
+        if (call != 0) recordEnd(client, call, code);
         auto const& report = operation.report;
         bool const first = report.order == KvReport::Order::beforeCompletion;
         bool const isAnswer = result != nullptr;
@@ -109,9 +116,14 @@ void KvPimRequests::requestOn(std::shared_ptr<SocketIOClient> const& on, KvOpera
             [&] { finish(code, result); });
         if (isReported && !first) report.failure(reported, isAnswer, channelId);
     };
-    if (!client_.stateManager->login) return conclude(KvPimErrorNotLogin, nullptr);
-    if (!isValid) return conclude(operation.invalidArgument, nullptr);
+    auto const refuse = [&](std::int64_t code) {
+        if (recorder) recorder->called(call, method, operation.command);
+        conclude(code, nullptr);
+    };
+    if (!client_.stateManager->login) return refuse(KvPimErrorNotLogin);
+    if (!isValid) return refuse(operation.invalidArgument);
     SocketItems items = payload();
+    if (recorder) recorder->called(call, method, operation.command, &items);
     logRequest(operation, items);
     client_.counters->onRequest();
     emitCommand(*client_.mainQueue, on, operation.command, std::move(items), timeout,

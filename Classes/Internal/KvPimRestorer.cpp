@@ -1,6 +1,7 @@
 #include "Classes/Internal/KvPimRestorer.h"
 
 #include "Classes/KvPimChannel.h"
+#include "Classes/Utils/Recording/KvRecorder.h"
 
 #include <algorithm>
 #include <array>
@@ -52,6 +53,7 @@ void KvPimRestorer::restoreChannels(Channels channels, Attempt const& attempt) {
     });
     if (!client_.stateManager->login || channels.empty()) return;
     for (auto const& channel : channels) add(Kind::channel, channel->channelId());
+    KvRecorder::Restoring const recorded(client_.recorder);
     struct Group {
         std::size_t open;
         Channels failed;
@@ -79,6 +81,7 @@ void KvPimRestorer::restore(Kind kind, Read read, KvUnansweredChanges KvPimState
     if (!client_.stateManager->login || list.empty() || !kit) return;
     auto& item = add(kind);
     if constexpr (std::is_same_v<List, std::vector<std::string>>) item.peerIds = list;
+    KvRecorder::Restoring const recorded(client_.recorder);
     ((*kit).*Operation)(list, [restorer = weak(), kind, read, changes, attempt](std::int64_t code) {
         auto const self = living(restorer);
         if (!self) return;

@@ -7,6 +7,7 @@
 #include "Classes/Network/KvApiHelper.h"
 #include "Classes/Utils/KvLog.h"
 #include "Classes/Utils/Logan/LoganManager.h"
+#include "Classes/Utils/Recording/KvRecorder.h"
 #include "Platform/KvConsole.h"
 #include "SocketIO/SocketIOClient.h"
 #include "SocketIO/core/ProtocolCore.h"
@@ -152,6 +153,7 @@ KvWork KvPimSession::login(std::weak_ptr<KvPimSession> session, json::object con
                            std::shared_ptr<KvOwedCompletion> owed) {
     auto self = living(session);
     if (!self) co_return;
+    if (self->client_.recorder) self->client_.recorder->discovering(self->apiServer_);
     Discovery discovery(self->apiServer_, self->client_);
     self.reset();  // the application may let go of the client meanwhile
     auto const& found = co_await discovery;
@@ -159,6 +161,7 @@ KvWork KvPimSession::login(std::weak_ptr<KvPimSession> session, json::object con
     self = living(session);
     if (!self) co_return;
     LoganManager::sharedInstance().setTsGetServers(found.elapsed);
+    if (self->client_.recorder) self->client_.recorder->discovered(found.server, found.why);
     self->brivelServer_ = found.server;
     if (found.server.empty()) {
         KvLog::shared().error("discovery: %@", found.why.text);
@@ -212,6 +215,7 @@ void KvPimSession::makeSocket(json::object const& config) {
     manager_.reset();
     auto socketConfig = socketConfigFrom(config, client_.options);
     socketConfig.metrics = client_.counters;
+    socketConfig.recorder = client_.recorder;
     socketConfig.networkChanged = [session = weak()] {
         if (auto const self = living(session)) self->makeWaitingAttempt();
     };

@@ -15,6 +15,7 @@
 
 namespace kv {
 
+class KvRecorder;
 class SocketIOClient;
 
 struct KvPimShared : std::enable_shared_from_this<KvPimKitImpl> {
@@ -32,6 +33,7 @@ struct KvPimShared : std::enable_shared_from_this<KvPimKitImpl> {
     std::shared_ptr<KvMainQueue> const mainQueue;
     std::shared_ptr<KvMainQueue> const engine;
     Options const options;
+    std::shared_ptr<KvRecorder> recorder;  // null where nothing is recorded; set when the client is made
     // The outside, twice. The first expires the moment the application lets go, also in the middle of a callback: it
     // says whether anybody is to be told anything. The second is what a callback is given, and lives until it returns.
     std::weak_ptr<KvPimKit> heldByApplication;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Classes/Model/KvPimRecording.h"
 #include "Net/KvPimNetworkOptions.h"
 #include "Platform/KvMainQueue.h"
 
@@ -55,6 +56,8 @@ struct KvPimOptions {
     /// Ends the program, with a sentence that names the call, when this client is called from another thread than the
     /// one that drives its main queue. Debug builds of the library always do.
     bool checkThreads = false;
+    /// A file that all of what goes over the wire is written to, for who looks for a fault; none by default.
+    KvPimRecording recordTo{};
 };
 
 }  // namespace kv

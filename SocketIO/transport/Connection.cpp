@@ -112,6 +112,7 @@ void Connection::dial() {
     deadline_ = engine->now() + std::max<KvMainQueue::Clock::duration>(kHandshakeTime, network.connectTimeout);
     Opener::Plan plan{*std::move(url), requestTarget(network.socketPath, config_->connectParams), config_->network,
                       config_->compress, progress_};
+    tap_.dialing(url_, plan.target);
     opener_ = std::make_shared<Opener>(engine, std::move(plan), [weak = weak_from_this()](Opener::Opened opened) {
         if (auto const self = weak.lock()) self->onOpened(std::move(opened));
     });
@@ -125,6 +126,7 @@ void Connection::onOpened(Opener::Opened opened) {
     if (!opened.stream) return end(std::move(opened.failure));
     stream_ = std::move(opened.stream);
     phase_ = Phase::open;
+    tap_.opened();
     *progress_ = KvFailureStage::session;
     changeDue_ = kNever;
     if (opened.agreement.isEnabled) {
@@ -312,6 +314,7 @@ void Connection::onMessage() {
 void Connection::onData() {
     bool const wasOpen = core_.isOpen();
     bool const isText = reader_.opcode() == WsOpcode::text;
+    if (tap_) isText ? tap_.received(reader_.text()) : tap_.receivedBinary(reader_.text());
     bool const goesOn = isText ? core_.onText(reader_.text(), turnTime_) : core_.onBinary(reader_.takePayload());
     if (phase_ != Phase::open) return;
     if (!goesOn) return fail(core_.failure(), WsCloseCode::normal);
@@ -330,11 +333,13 @@ void Connection::onCloseFrame() {
 
 void Connection::leaveOnEngine() {
     if (phase_ != Phase::open && phase_ != Phase::dialing) return;
+    tap_.left();
     if (phase_ == Phase::dialing) return shutDown();
     phase_ = Phase::leaving;
     changeDue_ = kNever;
     // Behind what was sent before, but not held back by the bound on what waits.
     sender_.framer().closeWhenEmpty(core_.isOpen() ? "41" : "");
+    if (core_.isOpen()) tap_.sent("41");
     deadline_ = engine_.lock()->now() + kFarewellTime;
     watch();
     if (!isAwaitingRead_) readTurn();  // it stopped because the main queue was behind
@@ -355,6 +360,7 @@ void Connection::close(net::Failure failure, WsCloseCode code) {
     sender_.clear();
     stream_->finishSending();
     wakeAfter(kClosingTime);
+    tap_.lost(failure);
     delivery_->close(std::move(failure));
     discard();
 }
@@ -378,6 +384,7 @@ void Connection::end(net::Failure failure) {
     bool const isTold = phase_ == Phase::dialing || phase_ == Phase::open;
     auto const self = shared_from_this();
     shutDown();
+    if (isTold) tap_.lost(failure);
     if (isTold) delivery_->close(std::move(failure));
 }
 
@@ -430,7 +437,10 @@ void Connection::onPacket(ReceivedPacket&& packet) {
     delivery_->add(std::move(packet), turnTime_);
 }
 
-void Connection::sendText(std::string_view text) { sender_.framer().putAhead(WsOpcode::text, text); }
+void Connection::sendText(std::string_view text) {
+    tap_.sent(text);
+    sender_.framer().putAhead(WsOpcode::text, text);
+}
 
 void Connection::onPing(std::chrono::nanoseconds sinceLast) {
     unanswered_ = turnTime_;

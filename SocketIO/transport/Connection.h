@@ -19,6 +19,7 @@
 #include "SocketIO/transport/Opener.h"
 #include "SocketIO/transport/Outbox.h"
 #include "SocketIO/transport/Sender.h"
+#include "SocketIO/transport/Tap.h"
 #include "SocketIO/transport/TurnMemory.h"
 
 #include <memory>
@@ -107,7 +108,8 @@ private:
     std::unique_ptr<net::Stream> stream_;
     FrameReader reader_;
     ProtocolCore core_;
-    Sender sender_{outbox_, metrics_.sent};
+    Tap tap_{config_->recorder.get()};
+    Sender sender_{outbox_, metrics_.sent, tap_ ? &tap_ : nullptr};
     std::string awaited_;  // the event that was awaited last: most are like the one before
     KvBytes unread_;       // was read, but the main queue was too far behind to take it
     bool isReading_ = false;

@@ -90,6 +90,7 @@ bool Framer::nextMessage(Outbox::Time now) {
 }
 
 void Framer::startFrame(SendBuffer& out, WsOpcode opcode, std::span<std::uint8_t const> payload) {
+    if (tap_ != nullptr) tap_->sent(opcode, payload);
     bool isCompressed = false;
     if (windowBits_ > 0 && payload.size() >= kLeastDeflated) {
         deflateMessage(payload, windowBits_, deflated_);

@@ -3,6 +3,7 @@
 
 #include "SocketIO/core/WebSocketCodec.h"
 #include "SocketIO/transport/Outbox.h"
+#include "SocketIO/transport/Tap.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -34,7 +35,8 @@ class Framer {
 public:
     static constexpr std::size_t kMostPayloadAhead = 256;
 
-    explicit Framer(Outbox& outbox) : outbox_(outbox) {}
+    /// `tap`: told of each message when it goes; null for nobody.
+    explicit Framer(Outbox& outbox, Tap const* tap = nullptr) : outbox_(outbox), tap_(tap) {}
 
     /// Deflates messages with a window of so many bits, 8 to 15; 0 for not at all.
     void setDeflates(int windowBits) { windowBits_ = windowBits; }
@@ -56,6 +58,7 @@ private:
 
     Outbox& outbox_;
     std::size_t frames_ = 0;
+    Tap const* const tap_;
     int windowBits_ = 0;
     KvBytes ahead_;
     KvBytes last_;

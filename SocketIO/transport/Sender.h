@@ -16,7 +16,7 @@ class Sender {
 public:
     enum class Step { idle, wantRead, wantWrite, more, broken };
 
-    Sender(Outbox& outbox, SocketMetrics::Frames& sent) : framer_(outbox), sent_(sent) {}
+    Sender(Outbox& outbox, SocketMetrics::Frames& sent, Tap const* tap) : framer_(outbox, tap), sent_(sent) {}
 
     Framer& framer() { return framer_; }
     /// Sends until nothing waits any more (`idle`), the socket must become ready first, others shall have their turn

@@ -1,5 +1,6 @@
 #include "console/chat/Terminal.h"
 
+#include "console/Colours.h"
 #include "console/QueueLoop.h"
 #include "console/chat/SafeText.h"
 
@@ -14,15 +15,6 @@ namespace kv::console {
 namespace {
 
 constexpr std::size_t kLongestLine = 1u << 20;
-
-// NOLINTBEGIN(concurrency-mt-unsafe): nobody sets variables
-bool obeysEscapes() {
-    char const* const type = std::getenv("TERM");
-    return ::isatty(STDOUT_FILENO) == 1 && type != nullptr && std::string_view(type) != "dumb";
-}
-
-bool wantsColours() { return obeysEscapes() && std::getenv("NO_COLOR") == nullptr; }
-// NOLINTEND(concurrency-mt-unsafe)
 
 int takeSignals(bool isInteractive) {
     std::signal(SIGPIPE, SIG_IGN);
