@@ -23,6 +23,7 @@ public:
     void closeInput() { process_.closeInput(); }
     void closeOutput() { process_.closeOutput(); }
     void interrupt() { process_.kill(SIGINT); }
+    void kill(int signal) { process_.kill(signal); }
     /// Waits for a line like this, "*" standing for any text. Other lines stay for later.
     testing::AssertionResult prints(std::string_view pattern);
     /// Waits for the program's end: its exit status, or -1 when it does not end. What it printed can be asked for
