@@ -77,8 +77,11 @@ std::shared_ptr<KvPimKit> KvPimKit::make(std::string appId, std::weak_ptr<KvPimD
             KvLog::shared().error("no client: %@", unwritable);
             return refuse(unwritable);
         }
-        impl->recorder = std::make_shared<KvRecorder>(std::move(file), impl->mainQueue, impl->stateManager->appId,
-                                                      net::secretsOf(options.network));
+        boost::json::object const made{{"appId", impl->stateManager->appId},
+                                       {"connectTimeout", options.network.connectTimeout.count()},
+                                       {"requestTimeout", options.network.requestTimeout.count()}};
+        impl->recorder =
+            std::make_shared<KvRecorder>(std::move(file), impl->mainQueue, made, net::secretsOf(options.network));
     }
     auto const object = std::shared_ptr<KvPimKit>(new KvPimKit(impl));
     object->envConfig_ = std::move(environment);

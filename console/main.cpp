@@ -3,6 +3,7 @@
 #include "console/Arguments.h"
 #include "console/Console.h"
 #include "console/DoctorCommand.h"
+#include "console/ReplayCommand.h"
 #include "console/Show.h"
 #include "console/chat/Chat.h"
 
@@ -147,6 +148,20 @@ struct ShowCommand {
     int run() { return runShow(options); }
 };
 
+struct ReplayCommand {
+    ReplayOptions options;
+
+    explicit ReplayCommand(CLI::App& app) {
+        auto& command = *app.add_subcommand("replay", "Play the server's side of a record to a fresh client");
+        command.add_option("FILE", options.file, "The record, from its beginning")->required();
+        command.add_option("--client", options.client, "Whose, where several wrote to the file (default: 1)")
+            ->type_name("N");
+        command.add_flag("--quiet", options.isQuiet, "Print only what differs");
+    }
+
+    int run() { return runReplay(options); }
+};
+
 int run(int argc, char** argv) {
     CLI::App app("The command line client of Kv PIM", "kvpim");
     app.require_subcommand(1);
@@ -155,6 +170,7 @@ int run(int argc, char** argv) {
     ChatCommand chat(app);
     DoctorCommand doctor(app);
     ShowCommand show(app);
+    ReplayCommand replay(app);
     try {
         app.parse(argc, argv);
     } catch (CLI::ParseError const& error) {
@@ -162,6 +178,7 @@ int run(int argc, char** argv) {
     }
     if (app.got_subcommand("doctor")) return doctor.run();
     if (app.got_subcommand("show")) return show.run();
+    if (app.got_subcommand("replay")) return replay.run();
     return app.got_subcommand("console") ? console.run() : chat.run();
 }
 

@@ -25,6 +25,8 @@ constexpr std::size_t kMostHeadBytes = 64u << 10, kMostBodyBytes = 64u << 20, kM
 constexpr std::chrono::seconds kFarewell{5};
 constexpr std::uint16_t kProtocolError = 1002, kTooBig = 1009;
 
+}  // namespace
+
 std::string acceptKeyOf(std::string_view key) {
     auto const text = std::string(key) + "258EAFA5-E914-47DA-95CA-C5AB0DC85B11";
     unsigned char digest[EVP_MAX_MD_SIZE];
@@ -48,6 +50,8 @@ std::string_view headerOf(std::string_view head, std::string_view name) {
     }
     return {};
 }
+
+namespace {
 
 std::string unescaped(std::string_view text) {
     std::string result;

@@ -37,6 +37,10 @@ struct HttpAnswer {
     std::string body{};
 };
 
+/// The value of a header in the head of a request, or nothing.
+std::string_view headerOf(std::string_view head, std::string_view name);
+/// What a WebSocket handshake with this key is answered with.
+std::string acceptKeyOf(std::string_view key);
 /// The parameters of a query, percent-decoded.
 std::map<std::string, std::string> parametersOf(std::string_view query);
 

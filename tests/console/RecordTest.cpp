@@ -119,5 +119,43 @@ TEST(Record, ShowSurvivesEverything) {
     EXPECT_EQ(shown(directory.path("none")).exitStatus(), 1);
 }
 
+// Records of real clients of the local service.
+TEST(Record, ReplaysAsItWas) {
+    struct Case {
+        std::string name;
+        std::string_view done;               // what the client is seen to do again
+        std::string_view without, replaced;  // a line of the record with this text is left out, or this in its place
+        std::string_view differs;
+    };
+    for (auto const& one :
+         std::vector<Case>{{"reconnection", R"(*-> subscribePeersOnlineStatus {"userIds":["bob"]})", R"("life":"open")",
+                            "", "*does not send, on connection 2, *: join *"},
+                           {"kick_off", "*call * joinWithCompletion ends with 0", R"(["disconnectReason","KickOff"])",
+                            "", "*connects once more than in the record"},
+                           {"burst", "*sendMessageToPeer ends with 5", R"("code":5)", R"("code":0)",
+                            "*sendMessageToPeer ends with 5, and in the record with 0"}}) {
+        auto const record = std::string(TRANSCRIPTS) + "records/" + one.name + ".record";
+        Program same({KVPIM_CLIENT, "replay", record});
+        EXPECT_EQ(same.exitStatus(), 0) << one.name;
+        EXPECT_TRUE(same.prints(one.done));
+        EXPECT_TRUE(same.prints("The same as in the record."));
+
+        TemporaryDirectory const directory;
+        std::string changed;
+        for (auto line : linesOf(record)) {
+            auto const at = line.find(one.without);
+            bool const isLeftOut = at != std::string::npos && one.replaced.empty() &&
+                                   line.find("\"connection\":1,\"life\"") == std::string::npos;
+            if (at != std::string::npos && !one.replaced.empty()) line.replace(at, one.without.size(), one.replaced);
+            if (!isLeftOut) changed += line + '\n';
+        }
+        makeFile(directory.path("r"), changed);
+        Program other({KVPIM_CLIENT, "replay", "--quiet", directory.path("r")});
+        EXPECT_EQ(other.exitStatus(), 1) << one.name;
+        EXPECT_TRUE(other.prints(one.differs));
+    }
+    EXPECT_EQ(Program({KVPIM_CLIENT, "replay", std::string(TRANSCRIPTS) + "session.txt"}).exitStatus(), 2);
+}
+
 }  // namespace
 }  // namespace kv::test

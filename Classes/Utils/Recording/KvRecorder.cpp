@@ -19,7 +19,7 @@ constexpr std::size_t kMostTokens = 64;  // of a client that renews its token fo
 }  // namespace
 
 KvRecorder::KvRecorder(std::shared_ptr<KvRecordFile> file, std::shared_ptr<KvMainQueue> const& queue,
-                       std::string const& appId, std::vector<std::string> secrets)
+                       json::object const& made, std::vector<std::string> secrets)
     : file_(std::move(file)),
       client_(file_->nextClient()),
       queue_(queue),
@@ -27,7 +27,7 @@ KvRecorder::KvRecorder(std::shared_ptr<KvRecordFile> file, std::shared_ptr<KvMai
       offset_(file_->elapsed()),
       otherSecrets_(secrets.size()),
       secrets_(std::make_shared<std::vector<std::string> const>(std::move(secrets))) {
-    life("made", {{"appId", appId}});
+    life("made", made);
 }
 
 void KvRecorder::called(std::uint64_t call, std::string_view method, std::string_view command,

@@ -27,9 +27,9 @@ struct Failure;
 
 class KvRecorder final : public SocketRecorder, public std::enable_shared_from_this<KvRecorder> {
 public:
-    /// `secrets`: what is masked wherever it stands, beside tokens.
-    KvRecorder(std::shared_ptr<KvRecordFile> file, std::shared_ptr<KvMainQueue> const& queue, std::string const& appId,
-               std::vector<std::string> secrets);
+    /// `made`: how the client is made. `secrets`: what is masked wherever it stands, beside tokens.
+    KvRecorder(std::shared_ptr<KvRecordFile> file, std::shared_ptr<KvMainQueue> const& queue,
+               boost::json::object const& made, std::vector<std::string> secrets);
 
     KvPimRecording const& recording() const { return file_->recording(); }
 
