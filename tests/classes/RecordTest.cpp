@@ -27,7 +27,7 @@ bool isWritten(std::string const& file, std::string_view text) {
 }
 
 TEST(Record, HoldsNoTokenAndWhatPeopleSayOnlyIfWanted) {
-    Service const service(Service::Options{.arguments = {"--control"}});
+    LocalService const service(LocalService::Options{.arguments = {"--control"}});
     for (bool const withContents : {false, true}) {
         TemporaryDirectory const directory;
         KvPimRecording record(directory.path("r"));
@@ -75,7 +75,7 @@ TEST(Record, HoldsNoTokenAndWhatPeopleSayOnlyIfWanted) {
 }
 
 TEST(Record, CallsTellWhatTheyEndedWith) {
-    Service const service;
+    LocalService const service;
     TemporaryDirectory const directory;
     Person alice(service.url(), "alice", KvMainQueue::create(), Engine::thread, recording(directory.path("r")));
     EXPECT_EQ(alice.codeOf([&](auto done) { alice.kit->clearChannelAttributes("room", {}, done); }), 102);

@@ -1,6 +1,6 @@
 // Records of programs: of one that was killed, on a full disk, and what `kvpim show` makes of whatever it is given.
 #include "console/Programs.h"
-#include "support/Service.h"
+#include "support/LocalService.h"
 #include "support/TemporaryDirectory.h"
 #include "support/Test.h"
 
@@ -14,7 +14,7 @@ Program shown(std::string const& file, std::vector<std::string> const& options =
 }
 
 TEST(Record, OfAKilledProgramIsReadable) {
-    Service const service;
+    LocalService const service;
     TemporaryDirectory const directory;
     auto const record = directory.path("r");
     {
@@ -54,7 +54,7 @@ TEST(Record, OfAKilledProgramIsReadable) {
 }
 
 TEST(Record, EndsOnAFullDiskAndTheClientGoesOn) {
-    Service const service;
+    LocalService const service;
     TemporaryDirectory const directory;
     auto command = consoleCommand(service.url(), {"--record", directory.path("r"), "--log-filters", "4"});
     command.insert(command.begin(), {"sh", "-c", "trap '' XFSZ; ulimit -f 4; exec \"$@\" 2>&1", "sh"});
