@@ -13,8 +13,8 @@ public:
     Session(std::string const& url, Engine engine, Time time = Time::real,
             std::function<void(KvPimOptions&)> const& adjust = {})
         : alice(url, "alice", KvMainQueue::create(time), engine, adjust), url_(url), time_(time) {}
-    Session(Service const& service, Engine engine)
-        : alice(service, "alice", engine), service_(&service), time_(Time::manual) {}
+    Session(Service const& service, Engine engine, std::function<void(KvPimOptions&)> const& adjust = {})
+        : alice(service, "alice", engine, adjust), service_(&service), time_(Time::manual) {}
 
     /// Logs in and builds it up.
     [[nodiscard]] bool begin() {
