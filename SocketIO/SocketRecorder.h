@@ -34,6 +34,7 @@ public:
     virtual void onBinaryReceived(std::uint64_t connection, std::span<std::uint8_t const> bytes) = 0;
     /// The same of what is sent, when it goes.
     virtual void onTextSent(std::uint64_t connection, std::string_view text) = 0;
+    /// An attachment of the packet before.
     virtual void onBinarySent(std::uint64_t connection, std::span<std::uint8_t const> bytes) = 0;
 };
 

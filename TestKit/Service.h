@@ -111,6 +111,7 @@ public:
     KvPimOptions options() const;
     /// The queue of the service and its clients.
     std::shared_ptr<KvMainQueue> const& queue() const;
+    /// Its time.
     Clock clock() const { return Clock(queue()); }
     /// Runs clients and service until there is nothing left to be done at this moment of the clock.
     void settle() { clock().advance({}); }
@@ -126,10 +127,13 @@ public:
 
     /// The requests so far, in their order; of this command and this user, where they are given.
     std::vector<Request> requests(std::string_view command = {}, std::string_view userId = {}) const;
+    /// Whether the user has a session now.
     bool isOnline(std::string_view userId) const;
     /// In the order of joining.
     std::vector<std::string> members(std::string_view channelId) const;
+    /// All of them; none for a channel that there is not.
     std::map<std::string, std::string> channelAttributes(std::string_view channelId) const;
+    /// The same of a user who is connected.
     std::map<std::string, std::string> userAttributes(std::string_view userId) const;
     /// How many messages wait for the user's next login.
     std::size_t keptMessages(std::string_view userId) const;
@@ -176,6 +180,7 @@ public:
     /// The connection stays, and the service neither reads nor writes, until `thaw`: a frozen server, a pulled cable,
     /// a reader that is slow.
     void freeze(std::string_view userId);
+    /// Goes on where it stood still.
     void thaw(std::string_view userId);
     /// Connections that come to this moment break there, the next one or the next few.
     void breakNextAt(Moment moment, Break how = Break::cut, int times = 1);

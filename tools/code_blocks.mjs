@@ -28,7 +28,7 @@ function fileOf(page) {
       return '';
     });
     const text = `#line ${line} "${page}"\n${code}`;
-    if (/^(int main|void \w+|kv::KvTask<.*> \w+)\(/m.test(block)) programs.push(`namespace block${line} {\n${text}}\n`);
+    if (/^(int main|void \w+|TEST|kv::KvTask<.*> \w+)\(/m.test(block)) programs.push(`namespace block${line} {\n${text}}\n`);
     else steps.push(`{\n${text}`);
   }
   const isEmpty = programs.length === 0 && steps.length === 0;

@@ -60,7 +60,9 @@ enum class KvPimConnectionEnd {
 template <class Enumeration, class Number, std::size_t size>
 struct KvPimBy {
     std::array<Number, size> numbers{};
+    /// The number of this value.
     Number& operator[](Enumeration value) { return numbers[static_cast<std::size_t>(value)]; }
+    /// The same.
     Number const& operator[](Enumeration value) const { return numbers[static_cast<std::size_t>(value)]; }
     bool operator==(KvPimBy const&) const = default;
 };
@@ -191,9 +193,10 @@ KV_EXPORT std::string openMetricsText(std::vector<KvPimMetrics> const& clients,
 /// The same in Prometheus's older text form, for readers that do not say that they accept OpenMetrics. Any thread.
 KV_EXPORT std::string prometheusText(std::vector<KvPimMetrics> const& clients,
                                      KvPimMetrics const& process = processMetrics());
-/// What an HTTP response says of the type of such texts.
-inline constexpr char kOpenMetricsType[] = "application/openmetrics-text; version=1.0.0; charset=utf-8",
-                      kPrometheusType[] = "text/plain; version=0.0.4; charset=utf-8";
+/// What an HTTP response says of the type of the first text.
+inline constexpr char kOpenMetricsType[] = "application/openmetrics-text; version=1.0.0; charset=utf-8";
+/// The same of the second one.
+inline constexpr char kPrometheusType[] = "text/plain; version=0.0.4; charset=utf-8";
 
 /// The same numbers as JSON, by the names that the text has, without "kvpim_". Durations are numbers of seconds.
 /// <boost/json/object.hpp> is needed to use it. Any thread.
