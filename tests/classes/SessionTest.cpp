@@ -139,8 +139,10 @@ TEST_P(SessionTest, UnusableOptionsOfTheNetworkMakeNoClient) {
     KvPimKit::setLogFilters(4);
     Printed printed;
     EXPECT_EQ(KvPimKit::initWithAppId("app", {}, options), nullptr);
-    EXPECT_EQ(printed.error(),
-              "kv_pim_error_log:no client: `connectTimeout` is 0 ms, and must be between 1 ms and a day\n");
+    // Another client's first words may come meanwhile.
+    EXPECT_NE(printed.error().find(
+                  "kv_pim_error_log:no client: `connectTimeout` is 0 ms, and must be between 1 ms and a day\n"),
+              std::string::npos);
     KvPimKit::setLogFilters(0);
 }
 
