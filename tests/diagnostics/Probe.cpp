@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <future>
 #include <string>
 #include <thread>
 
@@ -82,8 +83,13 @@ int exitWithWork(char** arguments) {
 // fork SECONDS: ends while a fork of it, made with work under way that takes so long, has ended before.
 int forkWithWork(char** arguments) {
     kv::KvSerialQueue queue("probe");
-    queue.async(
-        [seconds = std::atof(arguments[0])] { std::this_thread::sleep_for(std::chrono::duration<double>(seconds)); });
+    std::promise<void> begun;
+    queue.async([&begun, seconds = std::atof(arguments[0])] {
+        begun.set_value();
+        std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+    });
+    // A sanitizer locks its memory while a thread begins, and a fork of that moment would wait for the lock for ever.
+    begun.get_future().wait();
     auto const start = std::chrono::steady_clock::now();
     pid_t const child = ::fork();
     if (child == 0) std::exit(0);  // NOLINT(concurrency-mt-unsafe): the one thread of its process
