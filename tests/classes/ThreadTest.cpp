@@ -10,7 +10,7 @@ namespace {
 
 TEST(ThreadDeathTest, ACallFromAnotherThreadEndsWithAdvice) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    TemporaryDirectory const ofAll;  // the processes that end so leave theirs behind
+    TemporaryDirectory const ofAll;               // the processes that end so leave theirs behind
     ::setenv("TMPDIR", ofAll.path().c_str(), 1);  // NOLINT(concurrency-mt-unsafe): there is no other thread yet
     auto const queue = KvMainQueue::create();
     queue->poll();  // this is the queue's thread
