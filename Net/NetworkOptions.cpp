@@ -101,7 +101,7 @@ bool isDefault(KvProxy const& proxy) {
 }
 
 bool isDefault(KvTlsOptions const& tls) {
-    static KvTlsOptions const usual;
+    static auto const& usual = *new KvTlsOptions;
     auto const& [trustsSystem, caFile, caDirectory, caPem, certificateFile, certificatePem, keyFile, keyPem,
                  keyPassword, pins, minimumVersion, serverName, accepts] = tls;
     return trustsSystem && caFile.empty() && caDirectory.empty() && caPem.empty() && certificateFile.empty() &&
@@ -127,7 +127,7 @@ NetworkOptions shared(KvPimNetworkOptions options) {
 }
 
 KvPimNetworkOptions const& optionsOf(NetworkOptions const& options) {
-    static KvPimNetworkOptions const usual;
+    static auto const& usual = *new KvPimNetworkOptions;  // the engine may be at work when the process ends
     return options ? *options : usual;
 }
 

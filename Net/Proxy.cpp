@@ -269,7 +269,7 @@ std::optional<Proxy> Proxy::parse(std::string_view text) {
 }
 
 std::string const& Proxy::to(Url const& server, KvProxy const& options) {
-    static std::string const none;
+    static auto const& none = *new std::string;  // the engine may be at work when the process ends
     auto const& proxy = server.isSecure ? options.forHttps : options.forHttp;
     return proxy.empty() || isDirect(server, options.noProxy) ? none : proxy;
 }

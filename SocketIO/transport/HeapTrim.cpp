@@ -38,7 +38,8 @@ void begin(std::shared_ptr<KvMainQueue> const& engine, std::shared_ptr<Wait> con
 }  // namespace
 
 void trimHeapSoon(std::shared_ptr<KvMainQueue> const& engine) {
-    static std::weak_ptr<Wait> present;  // one for the process: a heap belongs to no connection
+    // One for the process: a heap belongs to no connection. Never destroyed, as the engine may still be at work then.
+    static auto& present = *new std::weak_ptr<Wait>;
     std::lock_guard const lock(mutex);
     if (auto const wait = present.lock(); wait && wait->engine == engine.get()) {
         wait->isProlonged = true;
