@@ -158,6 +158,14 @@ std::shared_ptr<KvPimInvitationKit> KvPimKit::getPimInvitationKit() {
     return inside->router.getPimInvitationKit(inside->failures.handle());
 }
 
+void KvPimKit::pauseReading() { impl()->counters->isReadingPaused = true; }
+
+void KvPimKit::resumeReading() {
+    auto const& inside = impl();
+    if (auto const socket = inside->socket.lock()) return socket->resumeReading();
+    inside->counters->isReadingPaused = false;
+}
+
 std::size_t KvPimKit::bytesQueued() const {
     auto const socket = impl()->socket.lock();
     return socket ? socket->bytesQueued() : 0;

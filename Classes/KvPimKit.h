@@ -422,6 +422,14 @@ public:
     /// request beyond it is not sent, and ends like one without an answer. `KvPimDelegate::onWritable` tells of room.
     std::size_t bytesQueued() const;
 
+    /// Nothing more is read from the server, on this connection and the following ones, until `resumeReading`: for those
+    /// who hand what arrives to a queue of their own, which is full. What was read already is still told; answers to
+    /// requests, and their time-outs, are not held back in any other way. A connection that is lost meanwhile is not
+    /// found out.
+    void pauseReading();
+    /// Reads again.
+    void resumeReading();
+
     /// What the client has done so far, and what waits at this moment: copied counters, as cheap as it is small.
     /// <KvPim/Model/KvPimMetrics.h> is needed to use it.
     KvPimMetrics metrics() const;

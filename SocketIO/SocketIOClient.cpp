@@ -124,6 +124,10 @@ void SocketIOClient::Impl::networkChanged() {
     if (link_) link_->connection->networkChanged();
 }
 
+void SocketIOClient::Impl::resumeReading() {
+    if (config->metrics->isReadingPaused.exchange(false) && link_) link_->connection->resumeReading();
+}
+
 void SocketIOClient::Impl::releaseForGood() {
     isReleasedForGood = true;
     networkWatch_.reset();
@@ -296,6 +300,16 @@ std::size_t SocketIOClient::bytesQueued() const {
 void SocketIOClient::onWritable(std::function<void()> handler) {
     impl_->assertMainThread();
     impl_->writable = std::move(handler);
+}
+
+void SocketIOClient::pauseReading() {
+    impl_->assertMainThread();
+    impl_->config->metrics->isReadingPaused = true;
+}
+
+void SocketIOClient::resumeReading() {
+    impl_->assertMainThread();
+    impl_->resumeReading();
 }
 
 SocketPressure SocketIOClient::pressure() const {

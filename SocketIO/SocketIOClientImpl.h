@@ -30,6 +30,7 @@ public:
     void watchNetwork();
     void connect();
     void networkChanged();
+    void resumeReading();
     /// Leaves, and tells the handlers.
     void disconnect();
     /// Leaves, if it was not gone already; the handlers hear nothing of it.

@@ -72,6 +72,7 @@ struct SocketMetrics {
     KvDuration pingAnnounced, pingInterval, longestPingInterval, pingAnswerTime;
 
     // Any thread.
+    std::atomic<bool> isReadingPaused{false};  // by the application
     std::atomic<std::uint64_t> unhandledMessages{0}, unhandledBytes{0};
     std::atomic<std::uint64_t> lostMessages{0}, lostBytes{0};  // which were queued, and never left the queue
 };

@@ -15,6 +15,12 @@ foreach(target kvsocketio kvpim)
   install(EXPORT ${shown} NAMESPACE KvPim:: FILE ${shown}.cmake DESTINATION ${config_folder} COMPONENT development)
 endforeach()
 
+if(KVPIM_BUILD_BINDING)
+  set_target_properties(kvpim_c PROPERTIES INSTALL_RPATH $ORIGIN)
+  install(TARGETS kvpim_c EXPORT c LIBRARY COMPONENT libraries NAMELINK_COMPONENT development)
+  install(EXPORT c NAMESPACE KvPim:: FILE c.cmake DESTINATION ${config_folder} COMPONENT development)
+endif()
+
 if(KVPIM_BUILD_TESTKIT)
   install(TARGETS kvtestkit EXPORT testkit ARCHIVE COMPONENT development)
   install(EXPORT testkit NAMESPACE KvPim:: FILE testkit.cmake DESTINATION ${config_folder} COMPONENT development)

@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -52,13 +53,22 @@ inline void addCommonOptions(CLI::App& command, CommonOptions& options) {
         ->needs(record);
 }
 
+/// A command line that means nothing.
+struct BadUsage : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
 /// What the packaged program takes from its surroundings; the library itself takes nothing.
-inline KvPimOptions clientOptions(CommonOptions const& options, std::shared_ptr<KvMainQueue> queue) {
+inline bool checksThreads() {
     // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody sets variables
     char const* const checks = std::getenv("KVPIM_CHECK_THREADS");
+    return checks != nullptr && std::string_view(checks) == "1";
+}
+
+inline KvPimOptions clientOptions(CommonOptions const& options, std::shared_ptr<KvMainQueue> queue) {
     KvPimOptions made{.envConfig = options.env,
                       .mainQueue = std::move(queue),
-                      .checkThreads = checks != nullptr && std::string_view(checks) == "1"};
+                      .checkThreads = checksThreads()};
     made.network.proxy = options.proxy;
     made.recordTo = options.record;
     return made;

@@ -2,7 +2,7 @@
 
 #include "Classes/KvPimKit.h"
 #include "TestKit/Replay.h"
-#include "console/Arguments.h"
+#include "console/Options.h"
 #include "console/chat/SafeText.h"
 
 #include <cstdio>
@@ -16,7 +16,7 @@ int runReplay(ReplayOptions const& options) {
     try {
         replay = test::replay(options.file, options.client);
     } catch (std::invalid_argument const& error) {
-        throw BadLine(error.what());
+        throw BadUsage(error.what());
     }
     for (auto const& line : options.isQuiet ? replay.differences : replay.story)
         std::printf("%s\n", harmless(line).c_str());

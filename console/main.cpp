@@ -1,6 +1,5 @@
 // The command line of `kvpim`.
 #include "Classes/KvPimKit.h"
-#include "console/Arguments.h"
 #include "console/Console.h"
 #include "console/DoctorCommand.h"
 #include "console/ReplayCommand.h"
@@ -63,7 +62,7 @@ struct ConsoleCommand {
 std::string firstLineOf(std::string const& path) {
     std::ifstream file(path);
     std::string line;
-    if (!std::getline(file, line)) throw BadLine("there is no token in " + path);
+    if (!std::getline(file, line)) throw BadUsage("there is no token in " + path);
     return line.substr(0, line.find('\r'));
 }
 
@@ -125,7 +124,7 @@ struct DoctorCommand {
     int run() {
         if (!tokenFile.empty()) options.token = firstLineOf(tokenFile);
         if (!options.userId.empty() && options.token.empty())
-            throw BadLine("--user wants a --token, or a --token-file");
+            throw BadUsage("--user wants a --token, or a --token-file");
         options.timeout = std::chrono::milliseconds(static_cast<std::int64_t>(timeout * 1000));
         return runDoctor(options);
     }
@@ -187,7 +186,7 @@ int run(int argc, char** argv) {
 int main(int argc, char** argv) {
     try {
         return run(argc, argv);
-    } catch (BadLine const& error) {
+    } catch (BadUsage const& error) {
         std::fprintf(stderr, "kvpim: %s\n", error.what());
         return kBadUsage;
     } catch (std::exception const& error) {

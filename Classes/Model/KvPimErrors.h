@@ -69,6 +69,9 @@ public:
     /// What `describe` says.
     std::string_view sentenceOf(std::int64_t code) const noexcept;
 
+    /// All of them, in the order of their codes.
+    std::span<Row const> rows() const noexcept { return rows_; }
+
 private:
     std::span<Row const> rows_;
 };

@@ -101,6 +101,10 @@ void Connection::networkChanged() {
     engine_.lock()->post([self = shared_from_this()] { self->onNetworkChange(); });
 }
 
+void Connection::resumeReading() {
+    engine_.lock()->post([self = shared_from_this()] { self->readTurn(); });
+}
+
 void Connection::dial() {
     if (phase_ != Phase::dialing) return;
     auto const engine = engine_.lock();
@@ -281,7 +285,7 @@ bool Connection::readAll(std::span<std::uint8_t> buffer) {
 }
 
 bool Connection::mayRead() const {
-    return phase_ == Phase::leaving || (phase_ == Phase::open && !delivery_->isBehind());
+    return phase_ == Phase::leaving || (phase_ == Phase::open && !(core_.isOpen() && delivery_->isBehind()));
 }
 
 void Connection::consume(std::span<std::uint8_t const> bytes) {

@@ -43,6 +43,8 @@ public:
     [[nodiscard]] bool put(std::string_view text, std::vector<KvData> const& attachments, Outbox::Time deadline);
     /// The system's network has changed: an attempt begins anew, an open connection must show that it still carries.
     void networkChanged();
+    /// Reading may go on: `SocketMetrics::isReadingPaused` has changed.
+    void resumeReading();
     /// Bytes that wait to be sent.
     std::size_t bytesQueued() const { return outbox_.bytes(); }
     bool hasRoom() const { return outbox_.hasRoom(); }

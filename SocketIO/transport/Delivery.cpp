@@ -121,7 +121,7 @@ void Delivery::wake(std::unique_lock<std::mutex>& lock) {
     if (auto const mainQueue = mainQueue_.lock()) mainQueue->post([self = shared_from_this()] { self->handOne(); });
 }
 
-bool Delivery::isBehind() const { return underWay_ > limit_; }
+bool Delivery::isBehind() const { return underWay_ > limit_ || metrics_->isReadingPaused; }
 
 // On the main queue.
 void Delivery::handOne() {

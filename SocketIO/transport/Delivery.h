@@ -54,7 +54,8 @@ public:
     void flush();
     /// Hands over what was added and then the end of the connection.
     void close(net::Failure failure);
-    /// Whether the main queue has so much to do that nothing more should be read: the server then feels it.
+    /// Whether the main queue, or the application, has so much to do that nothing more should be read: the server then
+    /// feels it.
     bool isBehind() const;
 
     // Any thread.

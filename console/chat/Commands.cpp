@@ -1,5 +1,5 @@
 // What a user can type.
-#include "console/Neighbours.h"
+#include "Binding/Neighbours.h"
 #include "console/chat/ChatSession.h"
 
 #include <algorithm>
@@ -101,7 +101,7 @@ void ChatSession::carryOut(std::string const& line) {
     auto const name = takeWord(rest).substr(1);
     auto const* const command = std::ranges::find(kCommands, name, &Command::name);
     if (command == std::end(kCommands)) {
-        return warn("there is no /" + name + didYouMean(name, commandNames()) + "; /help shows what there is");
+        return warn("there is no /" + name + binding::didYouMean(name, commandNames()) + "; /help shows what there is");
     }
     if (countWords(rest) < command->needs) return warn("/" + name + " wants " + std::string(command->arguments));
     (this->*command->run)(rest);

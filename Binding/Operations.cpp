@@ -1,12 +1,13 @@
-#include "console/Operations.h"
+#include "Binding/Operations.h"
 
 #include "Classes/Model/KvPimMetrics.h"
-#include "console/Records.h"
+#include "Binding/Neighbours.h"
+#include "Binding/Records.h"
 
 #include <algorithm>
 #include <chrono>
 
-namespace kv::console {
+namespace kv::binding {
 namespace {
 
 using Attributes = std::vector<KvPimAttribute>;
@@ -29,9 +30,10 @@ CallbackNames delegateOf(Arguments const& arguments) { return arguments.find<std
 
 std::shared_ptr<KvPimMessage const> messageOf(Arguments const& arguments) {
     auto text = arguments.find<std::string>("text");
-    auto data = arguments.find<KvBytes>("rawData");
+    auto data = arguments.data();
+    if (auto bytes = arguments.find<KvBytes>("rawData")) data = makeData(*std::move(bytes));
     std::shared_ptr<KvPimMessage> const message =
-        data ? std::make_shared<KvPimRawMessage>(makeData(*std::move(data))) : std::make_shared<KvPimMessage>();
+        data ? std::make_shared<KvPimRawMessage>(std::move(data)) : std::make_shared<KvPimMessage>();
     message->text = std::move(text);
     return message;
 }
@@ -55,7 +57,7 @@ KvPimKit::UserAttributesCompletion userAttributesCompletion(Answer const& answer
 
 void createChannel(Session& session, Arguments const& arguments, Answer const& answer) {
     auto const channelId = arguments.text("channelId");
-    auto delegate = makeChannelDelegate(session.output, delegateOf(arguments));
+    auto delegate = makeChannelDelegate(session.inbox, delegateOf(arguments));
     auto channel = session.client->createChannelWithId(channelId, delegate);
     answer.result(channel != nullptr);
     if (channel) session.channels[channelId] = {std::move(delegate), std::move(channel)};
@@ -68,7 +70,7 @@ void destroyChannel(Session& session, Arguments const& arguments, Answer const& 
 }
 
 void getInvitationKit(Session& session, Arguments const& arguments, Answer const& answer) {
-    session.invitationDelegate = makeInvitationDelegate(session.output, session.invitations, delegateOf(arguments));
+    session.invitationDelegate = makeInvitationDelegate(session.inbox, session.invitations, delegateOf(arguments));
     session.client->getPimInvitationKit()->setDelegate(session.invitationDelegate);
     answer.result(true);
 }
@@ -96,125 +98,134 @@ void requestInvitation(Session& session, Arguments const& arguments, Answer cons
 
 void sleepFor(Session& session, Arguments const& arguments, Answer const& answer) {
     auto const time = std::chrono::duration<double>(arguments.get<Seconds>("seconds").count);
-    session.sleep = session.queue->after(std::chrono::duration_cast<std::chrono::nanoseconds>(time),
-                                         [answer] { answer.result(true); });
+    std::erase_if(session.sleeps, [](auto const& sleep) { return !sleep.isActive(); });
+    session.sleeps.push_back(session.queue->after(std::chrono::duration_cast<std::chrono::nanoseconds>(time),
+                                                  [answer] { answer.result(true); }));
 }
 
+template <class Code>
+KvPimCodeTable const& codes() {
+    return KvPimTables::of(Code{});
+}
+
+// clang-format off: a row reads as one
 constexpr Operation kOperations[] = {
     // Session
-    {"loginByToken",
+    {"loginByToken", "token text, timeStamp number, userId text", "code", codes<KvPimLoginErrorCode>,
      [](Session& s, Arguments const& a, Answer const& answer) {
          s.client->loginByToken(a.text("token"), a.get<std::int64_t>("timeStamp"), a.text("userId"), answer.completion<KvPimLoginErrorCode>());
      }},
-    {"logoutWithCompletion",
+    {"logoutWithCompletion", "", "code", codes<KvPimLogoutErrorCode>,
      [](Session& s, Arguments const&, Answer const& answer) { s.client->logoutWithCompletion(answer.completion<KvPimLogoutErrorCode>()); }},
-    {"renewToken",
+    {"renewToken", "token text, timeStamp number", "code token", codes<KvPimRenewTokenErrorCode>,
      [](Session& s, Arguments const& a, Answer const& answer) {
          s.client->renewToken(a.text("token"), a.get<std::int64_t>("timeStamp"), answer.completion<KvPimRenewTokenErrorCode, std::string>("token"));
      }},
 
     // Channels
-    {"createChannelWithId", createChannel},
-    {"destroyChannelWithId", destroyChannel},
-    {"joinWithCompletion",
+    {"createChannelWithId", "channelId text, delegate? channelCallbacks", "result", nullptr,
+     createChannel},
+    {"destroyChannelWithId", "channelId text", "result", nullptr,
+     destroyChannel},
+    {"joinWithCompletion", "channelId text", "code", codes<KvPimJoinChannelErrorCode>,
      [](Session& s, Arguments const& a, Answer const& answer) {
          channelOf(s, a).joinWithCompletion(answer.completion<KvPimJoinChannelErrorCode>());
      }},
-    {"leaveWithCompletion",
+    {"leaveWithCompletion", "channelId text", "code", codes<KvPimLeaveChannelErrorCode>,
      [](Session& s, Arguments const& a, Answer const& answer) {
          channelOf(s, a).leaveWithCompletion(answer.completion<KvPimLeaveChannelErrorCode>());
      }},
-    {"getMembersWithCompletion",
+    {"getMembersWithCompletion", "channelId text", "code members", codes<KvPimChannelMembersErrorCode>,
      [](Session& s, Arguments const& a, Answer const& answer) {
          channelOf(s, a).getMembersWithCompletion(
              answer.completion<KvPimChannelMembersErrorCode, std::optional<std::vector<KvPimMember>>>("members"));
      }},
-    {"sendMessage",
+    {"sendMessage", "channelId text, text? text, rawData? data", "code", codes<KvPimChannelMessageErrorCode>,
      [](Session& s, Arguments const& a, Answer const& answer) {
          channelOf(s, a).sendMessage(messageOf(a), std::nullopt, answer.completion<KvPimChannelMessageErrorCode>());
      }},
 
     // Peer messages
-    {"sendMessageToPeer",
+    {"sendMessageToPeer", "peerId text, text? text, rawData? data, enableOfflineMessaging? flag, enableHistoricalMessaging? flag", "code", codes<KvPimPeerMessageErrorCode>,
      [](Session& s, Arguments const& a, Answer const& answer) {
          s.client->sendMessageToPeer(messageOf(a), a.text("peerId"), sendOptionsOf(a), answer.completion<KvPimPeerMessageErrorCode>());
      }},
 
     // Channel attributes and member counts
-    {"setChannelAttributes",
+    {"setChannelAttributes", "channelId text, attributes attributes, enableNotificationToChannelMembers? flag", "code", codes<KvPimChannelAttributesErrorCode>,
      [](Session& s, Arguments const& a, Answer const& answer) {
          s.client->setChannelAttributes(a.text("channelId"), a.get<Attributes>("attributes"), notifyOptionsOf(a),
                                         answer.completion<KvPimChannelAttributesErrorCode>());
      }},
-    {"addOrUpdateChannelAttributes",
+    {"addOrUpdateChannelAttributes", "channelId text, attributes attributes, enableNotificationToChannelMembers? flag", "code", codes<KvPimChannelAttributesErrorCode>,
      [](Session& s, Arguments const& a, Answer const& answer) {
          s.client->addOrUpdateChannelAttributes(a.text("channelId"), a.get<Attributes>("attributes"),
                                                 notifyOptionsOf(a), answer.completion<KvPimChannelAttributesErrorCode>());
      }},
-    {"deleteChannelAttributesByKeys",
+    {"deleteChannelAttributesByKeys", "channelId text, keys texts, enableNotificationToChannelMembers? flag", "code", codes<KvPimChannelAttributesErrorCode>,
      [](Session& s, Arguments const& a, Answer const& answer) {
          s.client->deleteChannelAttributesByKeys(a.text("channelId"), a.texts("keys"), notifyOptionsOf(a),
                                                  answer.completion<KvPimChannelAttributesErrorCode>());
      }},
-    {"clearChannelAttributes",
+    {"clearChannelAttributes", "channelId text, enableNotificationToChannelMembers? flag", "code", codes<KvPimChannelAttributesErrorCode>,
      [](Session& s, Arguments const& a, Answer const& answer) {
          s.client->clearChannelAttributes(a.text("channelId"), notifyOptionsOf(a), answer.completion<KvPimChannelAttributesErrorCode>());
      }},
-    {"getChannelAttributes",
+    {"getChannelAttributes", "channelId text", "code attributes", codes<KvPimChannelAttributesErrorCode>,
      [](Session& s, Arguments const& a, Answer const& answer) {
          s.client->getChannelAttributes(a.text("channelId"),
                                         answer.completion<KvPimChannelAttributesErrorCode, std::optional<Attributes>>("attributes"));
      }},
-    {"getChannelAttributesByKeys",
+    {"getChannelAttributesByKeys", "channelId text, keys texts", "code attributes", codes<KvPimChannelAttributesErrorCode>,
      [](Session& s, Arguments const& a, Answer const& answer) {
          s.client->getChannelAttributesByKeys(a.text("channelId"), a.texts("keys"),
                                               answer.completion<KvPimChannelAttributesErrorCode, std::optional<Attributes>>("attributes"));
      }},
-    {"getChannelMemberCount",
+    {"getChannelMemberCount", "channelIds texts", "code counts", codes<KvPimMemberCountErrorCode>,
      [](Session& s, Arguments const& a, Answer const& answer) {
          s.client->getChannelMemberCount(a.texts("channelIds"),
                                          answer.completion<KvPimMemberCountErrorCode, std::optional<std::vector<KvChannelMemberCount>>>("counts"));
      }},
 
     // Attributes of users
-    {"setLocalUserAttributes",
+    {"setLocalUserAttributes", "attributes attributes", "code", codes<KvPimLocalUserAttributesErrorCode>,
      [](Session& s, Arguments const& a, Answer const& answer) {
          s.client->setLocalUserAttributes(a.get<Attributes>("attributes"), answer.completion<KvPimLocalUserAttributesErrorCode>());
      }},
-    {"addOrUpdateLocalUserAttributes",
+    {"addOrUpdateLocalUserAttributes", "attributes attributes", "code", codes<KvPimLocalUserAttributesErrorCode>,
      [](Session& s, Arguments const& a, Answer const& answer) {
          s.client->addOrUpdateLocalUserAttributes(a.get<Attributes>("attributes"), answer.completion<KvPimLocalUserAttributesErrorCode>());
      }},
-    {"deleteLocalUserAttributesByKeys",
+    {"deleteLocalUserAttributesByKeys", "keys texts", "code", codes<KvPimLocalUserAttributesErrorCode>,
      [](Session& s, Arguments const& a, Answer const& answer) {
          s.client->deleteLocalUserAttributesByKeys(a.texts("keys"), answer.completion<KvPimLocalUserAttributesErrorCode>());
      }},
-    {"clearLocalUserAttributesWithCompletion",
+    {"clearLocalUserAttributesWithCompletion", "", "code", codes<KvPimLocalUserAttributesErrorCode>,
      [](Session& s, Arguments const&, Answer const& answer) {
          s.client->clearLocalUserAttributesWithCompletion(answer.completion<KvPimLocalUserAttributesErrorCode>());
      }},
-    {"getUserAttributes",
+    {"getUserAttributes", "userId text", "code userId attributes", codes<KvPimUserAttributesErrorCode>,
      [](Session& s, Arguments const& a, Answer const& answer) {
          s.client->getUserAttributes(a.text("userId"), userAttributesCompletion(answer));
      }},
-    {"getUserAttributesByKeys",
+    {"getUserAttributesByKeys", "userId text, keys texts", "code userId attributes", codes<KvPimUserAttributesErrorCode>,
      [](Session& s, Arguments const& a, Answer const& answer) {
          s.client->getUserAttributesByKeys(a.text("userId"), a.texts("keys"), userAttributesCompletion(answer));
      }},
-    {"subscribePeersUserAttribes",
+    {"subscribePeersUserAttribes", "peerIds texts", "code", codes<KvPimPeersErrorCode>,
      [](Session& s, Arguments const& a, Answer const& answer) {
          s.client->subscribePeersUserAttribes(a.texts("peerIds"), answer.completion<KvPimPeersErrorCode>());
      }},
-    {"unsubscribePeersUserAttribes",
+    {"unsubscribePeersUserAttribes", "peerIds texts", "code", codes<KvPimPeersErrorCode>,
      [](Session& s, Arguments const& a, Answer const& answer) {
          s.client->unsubscribePeersUserAttribes(a.texts("peerIds"), answer.completion<KvPimPeersErrorCode>());
      }},
-    {"getPeersUserAttributes",
+    {"getPeersUserAttributes", "peerIds texts", "code users", codes<KvPimPeersErrorCode>,
      [](Session& s, Arguments const& a, Answer const& answer) {
          s.client->getPeersUserAttributes(a.texts("peerIds"),
                                           answer.completion<KvPimPeersErrorCode, std::optional<std::vector<KvPimUserAttributes>>>("users"));
      }},
-    {"getPeersUserAttributesByKeys",
+    {"getPeersUserAttributesByKeys", "peerIds texts, keys texts", "code users", codes<KvPimPeersErrorCode>,
      [](Session& s, Arguments const& a, Answer const& answer) {
          s.client->getPeersUserAttributesByKeys(
              a.texts("peerIds"), a.texts("keys"),
@@ -222,76 +233,144 @@ constexpr Operation kOperations[] = {
      }},
 
     // Online status
-    {"subscribePeersOnlineStatus",
+    {"subscribePeersOnlineStatus", "peerIds texts", "code", codes<KvPimPeersErrorCode>,
      [](Session& s, Arguments const& a, Answer const& answer) {
          s.client->subscribePeersOnlineStatus(a.texts("peerIds"), answer.completion<KvPimPeersErrorCode>());
      }},
-    {"unsubscribePeersOnlineStatus",
+    {"unsubscribePeersOnlineStatus", "peerIds texts", "code", codes<KvPimPeersErrorCode>,
      [](Session& s, Arguments const& a, Answer const& answer) {
          s.client->unsubscribePeersOnlineStatus(a.texts("peerIds"), answer.completion<KvPimPeersErrorCode>());
      }},
-    {"queryPeersOnlineStatus",
+    {"queryPeersOnlineStatus", "peerIds texts", "code statuses", codes<KvPimPeersErrorCode>,
      [](Session& s, Arguments const& a, Answer const& answer) {
          s.client->queryPeersOnlineStatus(
              a.texts("peerIds"), answer.completion<KvPimPeersErrorCode, std::optional<std::vector<KvPimPeerOnlineStatus>>>("statuses"));
      }},
-    {"queryPeersBySubscriptionOption",
+    {"queryPeersBySubscriptionOption", "option number", "code peerIds", codes<KvPimPeersErrorCode>,
      [](Session& s, Arguments const& a, Answer const& answer) {
          s.client->queryPeersBySubscriptionOption(
              a.get<std::int64_t>("option"), answer.completion<KvPimPeersErrorCode, std::optional<std::vector<std::string>>>("peerIds"));
      }},
 
     // Invitations
-    {"getPimInvitationKit", getInvitationKit},
-    {"newInvitation", newInvitation},
-    {"sendInvitation", requestInvitation<&KvPimInvitationKit::sendInvitation>},
-    {"cancelInvitation", requestInvitation<&KvPimInvitationKit::cancelInvitation>},
-    {"acceptInvitation", requestInvitation<&KvPimInvitationKit::acceptInvitation>},
-    {"refuseInvitation", requestInvitation<&KvPimInvitationKit::refuseInvitation>},
-    {"invitation",
+    {"getPimInvitationKit", "delegate? invitationCallbacks", "result", nullptr,
+     getInvitationKit},
+    {"newInvitation", "invitation text, inviter text, invitee text, requestInfo? text", "result", nullptr,
+     newInvitation},
+    {"sendInvitation", "invitation text, requestInfo? text, responseInfo? text", "code invitation", codes<KvPimInvitationErrorCode>,
+     requestInvitation<&KvPimInvitationKit::sendInvitation>},
+    {"cancelInvitation", "invitation text, requestInfo? text, responseInfo? text", "code invitation", codes<KvPimInvitationErrorCode>,
+     requestInvitation<&KvPimInvitationKit::cancelInvitation>},
+    {"acceptInvitation", "invitation text, requestInfo? text, responseInfo? text", "code invitation", codes<KvPimInvitationErrorCode>,
+     requestInvitation<&KvPimInvitationKit::acceptInvitation>},
+    {"refuseInvitation", "invitation text, requestInfo? text, responseInfo? text", "code invitation", codes<KvPimInvitationErrorCode>,
+     requestInvitation<&KvPimInvitationKit::refuseInvitation>},
+    {"invitation", "invitation text", "result", nullptr,
      [](Session& s, Arguments const& a, Answer const& answer) { answer.result(toJson(*invitationOf(s, a))); }},
 
     // Diagnostics and the rest
-    {"bytesQueued",
+    {"bytesQueued", "", "result", nullptr,
      [](Session& s, Arguments const&, Answer const& answer) { answer.result(s.client->bytesQueued()); }},
-    {"metrics", [](Session& s, Arguments const&, Answer const& answer) { answer.result(toJson(s.client->metrics())); }},
-    {"getDebugInfo",
+    {"metrics", "", "result", nullptr,
+     [](Session& s, Arguments const&, Answer const& answer) { answer.result(toJson(s.client->metrics())); }},
+    {"openMetricsText", "isPrometheus? flag", "result", nullptr,
+     [](Session& s, Arguments const& a, Answer const& answer) {
+         std::vector const clients{s.client->metrics()};
+         answer.result(toJson(a.find<bool>("isPrometheus").value_or(false) ? prometheusText(clients) : openMetricsText(clients)));
+     }},
+    {"getDebugInfo", "", "result", nullptr,
      [](Session& s, Arguments const&, Answer const& answer) { answer.result(s.client->getDebugInfo()); }},
-    {"getSDKVersion",
+    {"getSDKVersion", "", "result", nullptr,
      [](Session&, Arguments const&, Answer const& answer) { answer.result(toJson(KvPimKit::getSDKVersion())); }},
-    {"setParameters",
+    {"setParameters", "parameters text", "result", nullptr,
      [](Session& s, Arguments const& a, Answer const& answer) {
          answer.result(s.client->setParameters(a.text("parameters")));
      }},
-    {"setLogFile",
+    {"setLogFile", "path text", "result", nullptr,
      [](Session& s, Arguments const& a, Answer const& answer) {
          s.client->setLogFile(a.text("path"));
          answer.result(true);
      }},
-    {"setLogFilters",
+    {"setLogFilters", "filters number", "result", nullptr,
      [](Session& s, Arguments const& a, Answer const& answer) {
          s.client->setLogFilters(a.get<std::int64_t>("filters"));
          answer.result(true);
      }},
-    {"state",
+    {"state", "", "result", nullptr,
      [](Session& s, Arguments const&, Answer const& answer) { answer.result(toJson(s.client->stateManager())); }},
 
-    // The console itself
-    {"sleep", sleepFor},
-    {"quit", [](Session& s, Arguments const&, Answer const&) { s.isQuit = true; }},
+    // For scripts
+    {"sleep", "seconds seconds", "result", nullptr,
+     sleepFor},
+    {"quit", "", "", nullptr,
+     [](Session& s, Arguments const&, Answer const&) { s.inbox->end(); }},
 };
+// clang-format on
+
+/// How an argument of a type is looked at.
+struct Type {
+    std::string_view name;
+    void (*check)(Arguments const& arguments, std::string_view argument);
+};
+
+template <class As>
+void checkAs(Arguments const& arguments, std::string_view argument) {
+    arguments.find<As>(argument);
+}
+
+template <DelegateKind kind>
+void checkDelegate(Arguments const& arguments, std::string_view argument) {
+    checkCallbacks(kind, arguments.find<std::vector<std::string>>(argument));
+}
+
+constexpr Type kTypes[] = {
+    {"text", checkAs<std::string>},
+    {"texts", checkAs<std::vector<std::string>>},
+    {"number", checkAs<std::int64_t>},
+    {"flag", checkAs<bool>},
+    {"seconds", checkAs<Seconds>},
+    {"data", checkAs<KvBytes>},
+    {"attributes", checkAs<Attributes>},
+    {"channelCallbacks", checkDelegate<DelegateKind::channel>},
+    {"invitationCallbacks", checkDelegate<DelegateKind::invitation>},
+};
+
+std::string quoted(std::string_view name) { return '"' + std::string(name) + '"'; }
 
 }  // namespace
 
-Operation const* findOperation(std::string_view name) {
-    auto const* const found = std::ranges::find(kOperations, name, &Operation::name);
-    return found == std::end(kOperations) ? nullptr : found;
-}
+std::span<Operation const> operations() { return kOperations; }
 
-std::vector<std::string_view> operationNames() {
+Operation const& operationOf(std::string_view name) {
+    auto const* const found = std::ranges::find(kOperations, name, &Operation::name);
+    if (found != std::end(kOperations)) return *found;
     std::vector<std::string_view> names;
     for (auto const& operation : kOperations) names.push_back(operation.name);
-    return names;
+    throw BadRequest(quoted(name) + " is no operation" + didYouMean(name, names));
 }
 
-}  // namespace kv::console
+std::vector<Argument> argumentsOf(Operation const& operation) {
+    std::vector<Argument> arguments;
+    for (auto rest = operation.arguments; !rest.empty();) {
+        auto const one = rest.substr(0, rest.find(','));
+        rest.remove_prefix(std::min(one.size() + 2, rest.size()));
+        auto const space = one.find(' ');
+        bool const isOptional = one[space - 1] == '?';
+        arguments.push_back({one.substr(0, space - (isOptional ? 1 : 0)), one.substr(space + 1), isOptional});
+    }
+    return arguments;
+}
+
+void check(Operation const& operation, Arguments const& arguments) {
+    bool takesData = false;
+    for (auto const& [name, type, isOptional] : argumentsOf(operation)) {
+        std::ranges::find(kTypes, type, &Type::name)->check(arguments, name);
+        auto const* const value = arguments.fields().if_contains(name);
+        bool const isThere = value != nullptr && !value->is_null();
+        if (!isOptional && !isThere) throw BadRequest(quoted(name) + " is missing");
+        if (type == "data") takesData = !isThere;
+    }
+    if (arguments.data() && !takesData) throw BadRequest(quoted(operation.name) + " takes no data beside its text");
+}
+
+}  // namespace kv::binding

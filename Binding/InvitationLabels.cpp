@@ -1,8 +1,8 @@
-#include "console/InvitationLabels.h"
+#include "Binding/InvitationLabels.h"
 
 #include <algorithm>
 
-namespace kv::console {
+namespace kv::binding {
 
 void InvitationLabels::set(std::string const& label, std::shared_ptr<KvPimInvitation> invitation) {
     std::erase_if(labels_, [&](auto const& entry) { return entry.first == label; });
@@ -25,4 +25,4 @@ InvitationLabels::Match InvitationLabels::match(std::shared_ptr<KvPimInvitation>
     return alike == labels_.rend() ? Match{} : Match{alike->first, false};
 }
 
-}  // namespace kv::console
+}  // namespace kv::binding

@@ -1,8 +1,8 @@
-#include "console/Records.h"
+#include "Binding/Records.h"
 
-#include "console/Base64.h"
+#include "Binding/Base64.h"
 
-namespace kv::console {
+namespace kv::binding {
 
 using boost::json::value;
 
@@ -10,11 +10,25 @@ value toJson(std::string const& text) { return value(text); }
 
 value toJson(KvPimMember const& member) { return {{"userId", member.userId}, {"channelId", member.channelId}}; }
 
-value toJson(KvPimMessage const& message) {
-    KvData const data = message.data();
+namespace {
+
+value toJson(KvData const& data, bool isAttached) {
+    if (!data) return nullptr;
+    if (isAttached) return {{"bytes", data->size()}};
+    return value(toBase64(*data));
+}
+
+}  // namespace
+
+void append(boost::json::object& fields, boost::json::object&& others) {
+    fields.reserve(fields.size() + others.size());
+    for (auto& other : others) fields.emplace(other.key(), std::move(other.value()));
+}
+
+value toJson(KvPimMessage const& message, bool attachesData) {
     return {{"type", static_cast<int>(message.type())},
             {"text", toJson(message.text)},
-            {"rawData", data ? value(toBase64(*data)) : value()},
+            {"rawData", toJson(message.data(), attachesData)},
             {"serverReceivedTs", message.serverReceivedTs},
             {"isOfflineMessage", message.isOfflineMessage}};
 }
@@ -45,4 +59,4 @@ value toJson(KvPimStateManager const& state) {
     return {{"login", state.login}, {"state", state.state}, {"userId", state.userId}, {"appId", state.appId}};
 }
 
-}  // namespace kv::console
+}  // namespace kv::binding

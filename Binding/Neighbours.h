@@ -5,9 +5,9 @@
 #include <string>
 #include <string_view>
 
-namespace kv::console {
+namespace kv::binding {
 
 /// "; did you mean A or B?" with those names that are nearest to `typed`, or nothing when none is near.
 std::string didYouMean(std::string_view typed, std::span<std::string_view const> names);
 
-}  // namespace kv::console
+}  // namespace kv::binding

@@ -10,11 +10,12 @@
 
 #include <boost/json.hpp>
 
-namespace kv::console {
+namespace kv::binding {
 
 boost::json::value toJson(std::string const& text);
 boost::json::value toJson(KvPimMember const& member);
-boost::json::value toJson(KvPimMessage const& message);
+/// With its raw data, or their size where those stand beside the text.
+boost::json::value toJson(KvPimMessage const& message, bool attachesData);
 boost::json::value toJson(KvPimAttribute const& attribute);
 boost::json::value toJson(KvPimAttributeWithState const& attribute);
 boost::json::value toJson(KvPimUserAttributes const& user);
@@ -22,6 +23,9 @@ boost::json::value toJson(KvPimPeerOnlineStatus const& status);
 boost::json::value toJson(KvChannelMemberCount const& count);
 boost::json::value toJson(KvPimInvitation const& invitation);
 boost::json::value toJson(KvPimStateManager const& state);
+
+/// Moves all fields of `others` behind those of `fields`.
+void append(boost::json::object& fields, boost::json::object&& others);
 
 template <class Record>
 boost::json::value toJson(std::vector<Record> const& records) {
@@ -36,4 +40,4 @@ boost::json::value toJson(std::optional<Record> const& record) {
     return record ? toJson(*record) : nullptr;
 }
 
-}  // namespace kv::console
+}  // namespace kv::binding

@@ -7,10 +7,10 @@
 #include <string>
 #include <string_view>
 
-namespace kv::console {
+namespace kv::binding {
 
 std::string toBase64(KvBytes const& bytes);
 /// Null when the text is not base64 with its padding.
 std::optional<KvBytes> fromBase64(std::string_view text);
 
-}  // namespace kv::console
+}  // namespace kv::binding

@@ -1,8 +1,8 @@
-#include "console/Arguments.h"
+#include "Binding/Arguments.h"
 
-#include "console/Base64.h"
+#include "Binding/Base64.h"
 
-namespace kv::console {
+namespace kv::binding {
 
 using boost::json::value;
 
@@ -14,6 +14,11 @@ std::optional<std::string> ArgumentType<std::string>::from(value const& value) {
 std::optional<std::int64_t> ArgumentType<std::int64_t>::from(value const& value) {
     auto const* const number = value.if_int64();
     return number ? std::optional(*number) : std::nullopt;
+}
+
+std::optional<std::size_t> ArgumentType<std::size_t>::from(value const& value) {
+    auto const number = ArgumentType<std::int64_t>::from(value);
+    return number && *number >= 0 ? std::optional(static_cast<std::size_t>(*number)) : std::nullopt;
 }
 
 std::optional<bool> ArgumentType<bool>::from(value const& value) {
@@ -44,4 +49,4 @@ std::optional<KvPimAttribute> ArgumentType<KvPimAttribute>::from(value const& va
     return attribute;
 }
 
-}  // namespace kv::console
+}  // namespace kv::binding

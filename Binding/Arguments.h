@@ -1,4 +1,4 @@
-// The arguments of one line of the input, by name and type.
+// The arguments of a request, and the options of a client, by name and type.
 #pragma once
 
 #include "Classes/Model/KvPimAttribute.h"
@@ -12,10 +12,10 @@
 
 #include <boost/json.hpp>
 
-namespace kv::console {
+namespace kv::binding {
 
-/// A line that cannot be carried out as it stands.
-struct BadLine : std::runtime_error {
+/// A text that cannot be carried out as it stands.
+struct BadRequest : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
@@ -25,31 +25,43 @@ struct ArgumentType;
 
 class Arguments {
 public:
-    explicit Arguments(boost::json::object const& line) : line_(line) {}
+    explicit Arguments(boost::json::object const& fields, KvData data = nullptr)
+        : fields_(fields), data_(std::move(data)) {}
 
-    /// An argument that the operation needs. Throws BadLine when it is absent or of another type.
+    /// An argument that the operation needs. Throws BadRequest when it is absent or of another type.
     template <class Type>
     Type get(std::string_view name) const {
         if (auto found = find<Type>(name)) return *std::move(found);
-        throw BadLine(quoted(name) + " is missing");
+        throw BadRequest(quoted(name) + " is missing");
     }
 
-    /// An argument that the operation can do without: null is as good as absent. Throws BadLine on another type.
+    /// An argument that the operation can do without: null is as good as absent. Throws BadRequest on another type.
     template <class Type>
     std::optional<Type> find(std::string_view name) const {
-        auto const* const value = line_.if_contains(name);
+        auto const* const value = fields_.if_contains(name);
         if (value == nullptr || value->is_null()) return std::nullopt;
         if (auto read = ArgumentType<Type>::from(*value)) return read;
-        throw BadLine(quoted(name) + " must be " + std::string(ArgumentType<Type>::description));
+        throw BadRequest(quoted(name) + " must be " + std::string(ArgumentType<Type>::description));
     }
 
+    /// The same, into where it belongs; what is absent leaves that alone.
+    template <class Type>
+    void into(Type& target, std::string_view name) const {
+        if (auto found = find<Type>(name)) target = *std::move(found);
+    }
+
+    /// What came beside the text; null for nothing.
+    KvData const& data() const { return data_; }
+
     std::string text(std::string_view name) const { return get<std::string>(name); }
+    boost::json::object const& fields() const { return fields_; }
     std::vector<std::string> texts(std::string_view name) const { return get<std::vector<std::string>>(name); }
 
 private:
     static std::string quoted(std::string_view name) { return '"' + std::string(name) + '"'; }
 
-    boost::json::object const& line_;
+    boost::json::object const& fields_;
+    KvData const data_;
 };
 
 template <>
@@ -68,6 +80,12 @@ template <>
 struct ArgumentType<bool> {
     static constexpr std::string_view description = "true or false";
     static std::optional<bool> from(boost::json::value const& value);
+};
+
+template <>
+struct ArgumentType<std::size_t> {
+    static constexpr std::string_view description = "a whole number, 0 or more";
+    static std::optional<std::size_t> from(boost::json::value const& value);
 };
 
 /// A length of time.
@@ -110,4 +128,4 @@ struct ArgumentType<std::vector<Element>> {
     }
 };
 
-}  // namespace kv::console
+}  // namespace kv::binding

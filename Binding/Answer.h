@@ -1,11 +1,11 @@
-// The answer to one line of the input: written as often as the operation's completion is called.
+// The answer to one request: given as often as the operation's completion is called.
 #pragma once
 
 #include "Classes/Model/KvPimErrors.h"
-#include "Platform/KvMainQueue.h"
-#include "console/Output.h"
-#include "console/Records.h"
+#include "Binding/Inbox.h"
+#include "Binding/Records.h"
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -14,31 +14,28 @@
 
 #include <boost/json.hpp>
 
-namespace kv::console {
+namespace kv::binding {
 
-/// What the operations begun still owe.
-struct OpenOperations {
-    std::size_t count = 0;
-    KvMainQueue::Clock::time_point lastBegun;
-};
+/// How many of the operations begun still owe an answer.
+using OpenOperations = std::atomic<std::size_t>;
 
-/// Copies answer the same line. An operation counts as open until it is answered after the call that began it, or until
+/// Copies answer the same request. An operation counts as open until it is answered after the call that began it, or until
 /// nobody is left who could answer: a completion called within the call may be called once more.
 class Answer {
 public:
-    Answer(std::shared_ptr<Output> output, std::shared_ptr<OpenOperations> open, boost::json::value id,
+    Answer(std::shared_ptr<Inbox> inbox, std::shared_ptr<OpenOperations> open, boost::json::value id,
            std::string_view operation);
     /// The call that began the operation has returned.
-    void callReturned() const { line_->isInCall = false; }
+    void callReturned() const { request_->isInCall = false; }
 
     /// Answers with a result, for operations without a completion.
     void result(boost::json::value result) const;
     /// Answers with a completion's code, with words for it unless it is 0, and with what else the completion was given.
     template <KvPimErrorCode Code>
-    void code(std::int64_t code, boost::json::object const& others = {}) const {
-        write(code, describe(Code(code)), others);
+    void code(std::int64_t code, boost::json::object&& others = {}) const {
+        write(code, describe(Code(code)), std::move(others));
     }
-    /// Says that the line was right, but named something that is not there.
+    /// Says that the request was right, but named something that is not there.
     void refusal(std::string_view text) const;
 
     /// A completion that receives nothing but the code.
@@ -55,11 +52,11 @@ public:
     }
 
 private:
-    struct Line {
-        ~Line() { settle(); }
+    struct Request {
+        ~Request() { settle(); }
         void settle();
 
-        std::shared_ptr<Output> output;
+        std::shared_ptr<Inbox> inbox;
         std::shared_ptr<OpenOperations> open;
         boost::json::value id;
         std::string_view operation;
@@ -67,10 +64,10 @@ private:
         bool isSettled = false;
     };
 
-    void write(std::int64_t code, std::string_view text, boost::json::object const& others) const;
-    void write(boost::json::object const& fields) const;
+    void write(std::int64_t code, std::string_view text, boost::json::object&& others) const;
+    void write(boost::json::object&& fields) const;
 
-    std::shared_ptr<Line> line_;
+    std::shared_ptr<Request> request_;
 };
 
-}  // namespace kv::console
+}  // namespace kv::binding

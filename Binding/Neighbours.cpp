@@ -1,11 +1,11 @@
-#include "console/Neighbours.h"
+#include "Binding/Neighbours.h"
 
 #include <algorithm>
 #include <numeric>
 #include <utility>
 #include <vector>
 
-namespace kv::console {
+namespace kv::binding {
 namespace {
 
 constexpr std::size_t kMostNames = 3;
@@ -48,4 +48,4 @@ std::string didYouMean(std::string_view typed, std::span<std::string_view const>
     return text.empty() ? text : text + "?";
 }
 
-}  // namespace kv::console
+}  // namespace kv::binding

@@ -1,10 +1,10 @@
-#include "console/Base64.h"
+#include "Binding/Base64.h"
 
 #include <limits>
 
 #include <openssl/evp.h>
 
-namespace kv::console {
+namespace kv::binding {
 namespace {
 
 constexpr std::string_view kAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
@@ -33,4 +33,4 @@ std::optional<KvBytes> fromBase64(std::string_view text) {
     return bytes;
 }
 
-}  // namespace kv::console
+}  // namespace kv::binding

@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-namespace kv::console {
+namespace kv::binding {
 
 class InvitationLabels {
 public:
@@ -30,4 +30,4 @@ private:
     std::vector<std::pair<std::string, std::shared_ptr<KvPimInvitation>>> labels_;  // latest last
 };
 
-}  // namespace kv::console
+}  // namespace kv::binding

@@ -1,0 +1,76 @@
+// What a client has told and nobody has received yet: answers and events, in their order.
+#pragma once
+
+#include "Binding/kvpim.h"
+#include "Platform/KvData.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+
+#include <boost/json.hpp>
+
+struct kvpim_message {
+    std::string text;
+    kv::KvData data;
+
+    std::size_t bytes() const { return sizeof *this + text.size() + (data ? data->size() : 0); }
+};
+
+namespace kv::binding {
+
+/// One thread at a time puts into it, any number take out of it.
+class Inbox {
+public:
+    using Message = std::unique_ptr<kvpim_message>;
+
+    /// `onFull` is called by who puts when more than `mostBytes` wait, and `onRoom` by who takes when half of it is
+    /// left. `attachesData`: whether raw data stand beside the text of a message.
+    Inbox(std::size_t mostBytes, bool attachesData, std::function<void()> onFull, std::function<void()> onRoom);
+    ~Inbox();
+    Inbox(Inbox const&) = delete;
+    Inbox& operator=(Inbox const&) = delete;
+
+    bool attachesData() const { return attachesData_; }
+    void put(boost::json::object const& line, KvData data = nullptr);
+
+    // Any thread.
+    /// Waits for a message until `end`, or for ever without one.
+    kvpim_outcome take(std::optional<std::chrono::steady_clock::time_point> end, Message& message);
+    /// Readable while there is a message; -1 when the system has no descriptors left.
+    int fd();
+    /// Who gets the messages from now on, and those that wait; empty for `take`. To be called by who puts.
+    void setCallback(std::function<void(kvpim_message const&)> callback);
+    /// Nothing comes any more. Waits for a callback at work on another thread.
+    void end();
+    bool isEnded() const;
+
+private:
+    Message takeOne(std::unique_lock<std::mutex>& lock);
+    void hand(kvpim_message const& message);
+
+    std::size_t const mostBytes_;
+    bool const attachesData_;
+    std::function<void()> const onFull_, onRoom_;
+
+    mutable std::mutex mutex_;
+    std::condition_variable changed_;
+    // Guarded by mutex_.
+    std::deque<Message> waiting_;
+    std::size_t bytes_ = 0;
+    bool isFull_ = false, isEnded_ = false;
+    int fd_ = -1;
+    std::size_t receivers_ = 0;
+    std::thread::id calling_;  // who is in the callback
+
+    std::function<void(kvpim_message const&)> callback_;  // of who puts
+};
+
+}  // namespace kv::binding
