@@ -10,6 +10,7 @@ Answer::Answer(std::shared_ptr<Inbox> inbox, std::shared_ptr<OpenOperations> ope
                std::string_view operation)
     : request_(std::make_shared<Request>()) {
     request_->inbox = std::move(inbox);
+    ++*open;
     request_->open = std::move(open);
     request_->id = std::move(id);
     request_->operation = operation;

@@ -1,9 +1,9 @@
 // The answer to one request: given as often as the operation's completion is called.
 #pragma once
 
-#include "Classes/Model/KvPimErrors.h"
 #include "Binding/Inbox.h"
 #include "Binding/Records.h"
+#include "Classes/Model/KvPimErrors.h"
 
 #include <atomic>
 #include <cstddef>
@@ -19,8 +19,8 @@ namespace kv::binding {
 /// How many of the operations begun still owe an answer.
 using OpenOperations = std::atomic<std::size_t>;
 
-/// Copies answer the same request. An operation counts as open until it is answered after the call that began it, or until
-/// nobody is left who could answer: a completion called within the call may be called once more.
+/// Copies answer the same request. An operation counts as open until it is answered after the call that began it, or
+/// until nobody is left who could answer: a completion called within the call may be called once more.
 class Answer {
 public:
     Answer(std::shared_ptr<Inbox> inbox, std::shared_ptr<OpenOperations> open, boost::json::value id,

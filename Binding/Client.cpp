@@ -75,7 +75,8 @@ void Client::start(ClientOptions options) {
             if (self && self->session_.client) self->session_.client->resumeReading();
         });
     };
-    session_.inbox = std::make_shared<Inbox>(options.client.network.maxUnhandledBytes, options.attachesData, onFull, onRoom);
+    session_.inbox =
+        std::make_shared<Inbox>(options.client.network.maxUnhandledBytes, options.attachesData, onFull, onRoom);
     session_.delegate = makeClientDelegate(session_.inbox, options.delegate);
     options.client.mainQueue = session_.queue;
     auto client = KvPimKit::create(options.appId, std::move(options.client), session_.delegate);
@@ -90,8 +91,8 @@ void Client::request(std::string_view text, KvData data) {
     check(operation, arguments);
     auto const* const id = fields.if_contains("id");
     Answer answer(session_.inbox, session_.open, id ? *id : nullptr, operation.name);
-    auto const request = std::make_shared<Request>(
-        Request{std::move(fields), std::move(data), operation, std::move(answer)});
+    auto const request =
+        std::make_shared<Request>(Request{std::move(fields), std::move(data), operation, std::move(answer)});
     session_.queue->post([self = shared_from_this(), request] { self->carryOut(*request); });
 }
 

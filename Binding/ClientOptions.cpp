@@ -125,8 +125,7 @@ void readProxy(KvPimNetworkOptions& network, Arguments const& arguments, std::st
 using Network = KvPimNetworkOptions;
 constexpr Row<Network> kNetwork[] = {
     {"proxy", "proxy", readProxy},
-    {"tls", "object",
-     [](Network& o, Arguments const& a, auto n) { readObject<KvTlsOptions>(o.tls, a, n, kTls); }},
+    {"tls", "object", [](Network& o, Arguments const& a, auto n) { readObject<KvTlsOptions>(o.tls, a, n, kTls); }},
     {"userAgent", "text", [](Network& o, Arguments const& a, auto n) { a.into(o.userAgent, n); }},
     {"headers", "headers", [](Network& o, Arguments const& a, auto n) { a.into(o.headers, n); }},
     {"socketPath", "text", [](Network& o, Arguments const& a, auto n) { a.into(o.socketPath, n); }},

@@ -77,7 +77,7 @@ constexpr Callback<KvPimDelegate> kClientCallbacks[] = {
      [](KvPimDelegate& delegate, Events const& events) {
          delegate.messageReceived = [events](KvPimKit&, auto const& message, std::string const& peerId) {
              events.write("messageReceived", {{"peerId", peerId}, {"message", events.json(*message)}},
-                         events.dataOf(*message));
+                          events.dataOf(*message));
          };
      }},
     {"peersOnlineStatusChanged", "statuses",
@@ -216,8 +216,11 @@ std::shared_ptr<KvPimChannelDelegate> makeChannelDelegate(std::shared_ptr<Inbox>
 std::shared_ptr<KvPimInvitationDelegate> makeInvitationDelegate(std::shared_ptr<Inbox> inbox,
                                                                 std::shared_ptr<InvitationLabels> labels,
                                                                 CallbackNames const& names) {
-    auto all = names;
-    if (all) all->emplace_back(kInvitationFailed);
+    CallbackNames all;
+    if (names) {
+        all = *names;
+        all->emplace_back(kInvitationFailed);
+    }
     return make<KvPimInvitationDelegate>(kInvitationCallbacks, Events(std::move(inbox), std::move(labels)), all);
 }
 

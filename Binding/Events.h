@@ -1,11 +1,11 @@
 // What the library tells its delegates, as messages.
 #pragma once
 
+#include "Binding/Inbox.h"
+#include "Binding/InvitationLabels.h"
 #include "Classes/KvPimChannel.h"
 #include "Classes/KvPimInvitationKit.h"
 #include "Classes/KvPimKit.h"
-#include "Binding/InvitationLabels.h"
-#include "Binding/Inbox.h"
 
 #include <memory>
 #include <optional>

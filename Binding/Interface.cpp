@@ -54,9 +54,8 @@ json::object interface() {
         std::string_view name;
         DelegateKind kind;
     };
-    for (auto const& [of, kind] :
-         {Kind{"client", DelegateKind::client}, Kind{"channel", DelegateKind::channel},
-          Kind{"invitation", DelegateKind::invitation}}) {
+    for (auto const& [of, kind] : {Kind{"client", DelegateKind::client}, Kind{"channel", DelegateKind::channel},
+                                   Kind{"invitation", DelegateKind::invitation}}) {
         json::array names;
         for (auto const& [name, callback, fields] : eventsOf(kind)) {
             names.emplace_back(callback);

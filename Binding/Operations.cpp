@@ -1,8 +1,8 @@
 #include "Binding/Operations.h"
 
-#include "Classes/Model/KvPimMetrics.h"
 #include "Binding/Neighbours.h"
 #include "Binding/Records.h"
+#include "Classes/Model/KvPimMetrics.h"
 
 #include <algorithm>
 #include <chrono>
@@ -109,201 +109,247 @@ KvPimCodeTable const& codes() {
 }
 
 // clang-format off: a row reads as one
-constexpr Operation kOperations[] = {
-    // Session
-    {"loginByToken", "token text, timeStamp number, userId text", "code", codes<KvPimLoginErrorCode>,
-     [](Session& s, Arguments const& a, Answer const& answer) {
-         s.client->loginByToken(a.text("token"), a.get<std::int64_t>("timeStamp"), a.text("userId"), answer.completion<KvPimLoginErrorCode>());
-     }},
-    {"logoutWithCompletion", "", "code", codes<KvPimLogoutErrorCode>,
-     [](Session& s, Arguments const&, Answer const& answer) { s.client->logoutWithCompletion(answer.completion<KvPimLogoutErrorCode>()); }},
-    {"renewToken", "token text, timeStamp number", "code token", codes<KvPimRenewTokenErrorCode>,
-     [](Session& s, Arguments const& a, Answer const& answer) {
-         s.client->renewToken(a.text("token"), a.get<std::int64_t>("timeStamp"), answer.completion<KvPimRenewTokenErrorCode, std::string>("token"));
-     }},
+constexpr Operation
+    kOperations
+        [] =
+            {
+                // Session
+                {"loginByToken", "token text, timeStamp number, userId text", "code", codes<KvPimLoginErrorCode>,
+                 [](Session& s, Arguments const& a, Answer const& answer) {
+                     s.client->loginByToken(a.text("token"), a.get<std::int64_t>("timeStamp"), a.text("userId"),
+                                            answer.completion<KvPimLoginErrorCode>());
+                 }},
+                {"logoutWithCompletion", "", "code", codes<KvPimLogoutErrorCode>,
+                 [](Session& s, Arguments const&, Answer const& answer) {
+                     s.client->logoutWithCompletion(answer.completion<KvPimLogoutErrorCode>());
+                 }},
+                {"renewToken", "token text, timeStamp number", "code token", codes<KvPimRenewTokenErrorCode>,
+                 [](Session& s, Arguments const& a, Answer const& answer) {
+                     s.client->renewToken(a.text("token"), a.get<std::int64_t>("timeStamp"),
+                                          answer.completion<KvPimRenewTokenErrorCode, std::string>("token"));
+                 }},
 
-    // Channels
-    {"createChannelWithId", "channelId text, delegate? channelCallbacks", "result", nullptr,
-     createChannel},
-    {"destroyChannelWithId", "channelId text", "result", nullptr,
-     destroyChannel},
-    {"joinWithCompletion", "channelId text", "code", codes<KvPimJoinChannelErrorCode>,
-     [](Session& s, Arguments const& a, Answer const& answer) {
-         channelOf(s, a).joinWithCompletion(answer.completion<KvPimJoinChannelErrorCode>());
-     }},
-    {"leaveWithCompletion", "channelId text", "code", codes<KvPimLeaveChannelErrorCode>,
-     [](Session& s, Arguments const& a, Answer const& answer) {
-         channelOf(s, a).leaveWithCompletion(answer.completion<KvPimLeaveChannelErrorCode>());
-     }},
-    {"getMembersWithCompletion", "channelId text", "code members", codes<KvPimChannelMembersErrorCode>,
-     [](Session& s, Arguments const& a, Answer const& answer) {
-         channelOf(s, a).getMembersWithCompletion(
-             answer.completion<KvPimChannelMembersErrorCode, std::optional<std::vector<KvPimMember>>>("members"));
-     }},
-    {"sendMessage", "channelId text, text? text, rawData? data", "code", codes<KvPimChannelMessageErrorCode>,
-     [](Session& s, Arguments const& a, Answer const& answer) {
-         channelOf(s, a).sendMessage(messageOf(a), std::nullopt, answer.completion<KvPimChannelMessageErrorCode>());
-     }},
+                // Channels
+                {"createChannelWithId", "channelId text, delegate? channelCallbacks", "result", nullptr, createChannel},
+                {"destroyChannelWithId", "channelId text", "result", nullptr, destroyChannel},
+                {"joinWithCompletion", "channelId text", "code", codes<KvPimJoinChannelErrorCode>,
+                 [](Session& s, Arguments const& a, Answer const& answer) {
+                     channelOf(s, a).joinWithCompletion(answer.completion<KvPimJoinChannelErrorCode>());
+                 }},
+                {"leaveWithCompletion", "channelId text", "code", codes<KvPimLeaveChannelErrorCode>,
+                 [](Session& s, Arguments const& a, Answer const& answer) {
+                     channelOf(s, a).leaveWithCompletion(answer.completion<KvPimLeaveChannelErrorCode>());
+                 }},
+                {"getMembersWithCompletion", "channelId text", "code members", codes<KvPimChannelMembersErrorCode>,
+                 [](Session& s, Arguments const& a, Answer const& answer) {
+                     channelOf(s, a).getMembersWithCompletion(
+                         answer.completion<KvPimChannelMembersErrorCode, std::optional<std::vector<KvPimMember>>>(
+                             "members"));
+                 }},
+                {"sendMessage", "channelId text, text? text, rawData? data", "code",
+                 codes<KvPimChannelMessageErrorCode>,
+                 [](Session& s, Arguments const& a, Answer const& answer) {
+                     channelOf(s, a).sendMessage(messageOf(a), std::nullopt,
+                                                 answer.completion<KvPimChannelMessageErrorCode>());
+                 }},
 
-    // Peer messages
-    {"sendMessageToPeer", "peerId text, text? text, rawData? data, enableOfflineMessaging? flag, enableHistoricalMessaging? flag", "code", codes<KvPimPeerMessageErrorCode>,
-     [](Session& s, Arguments const& a, Answer const& answer) {
-         s.client->sendMessageToPeer(messageOf(a), a.text("peerId"), sendOptionsOf(a), answer.completion<KvPimPeerMessageErrorCode>());
-     }},
+                // Peer messages
+                {"sendMessageToPeer",
+                 "peerId text, text? text, rawData? data, enableOfflineMessaging? flag, enableHistoricalMessaging? "
+                 "flag",
+                 "code", codes<KvPimPeerMessageErrorCode>,
+                 [](Session& s, Arguments const& a, Answer const& answer) {
+                     s.client->sendMessageToPeer(messageOf(a), a.text("peerId"), sendOptionsOf(a),
+                                                 answer.completion<KvPimPeerMessageErrorCode>());
+                 }},
 
-    // Channel attributes and member counts
-    {"setChannelAttributes", "channelId text, attributes attributes, enableNotificationToChannelMembers? flag", "code", codes<KvPimChannelAttributesErrorCode>,
-     [](Session& s, Arguments const& a, Answer const& answer) {
-         s.client->setChannelAttributes(a.text("channelId"), a.get<Attributes>("attributes"), notifyOptionsOf(a),
-                                        answer.completion<KvPimChannelAttributesErrorCode>());
-     }},
-    {"addOrUpdateChannelAttributes", "channelId text, attributes attributes, enableNotificationToChannelMembers? flag", "code", codes<KvPimChannelAttributesErrorCode>,
-     [](Session& s, Arguments const& a, Answer const& answer) {
-         s.client->addOrUpdateChannelAttributes(a.text("channelId"), a.get<Attributes>("attributes"),
-                                                notifyOptionsOf(a), answer.completion<KvPimChannelAttributesErrorCode>());
-     }},
-    {"deleteChannelAttributesByKeys", "channelId text, keys texts, enableNotificationToChannelMembers? flag", "code", codes<KvPimChannelAttributesErrorCode>,
-     [](Session& s, Arguments const& a, Answer const& answer) {
-         s.client->deleteChannelAttributesByKeys(a.text("channelId"), a.texts("keys"), notifyOptionsOf(a),
-                                                 answer.completion<KvPimChannelAttributesErrorCode>());
-     }},
-    {"clearChannelAttributes", "channelId text, enableNotificationToChannelMembers? flag", "code", codes<KvPimChannelAttributesErrorCode>,
-     [](Session& s, Arguments const& a, Answer const& answer) {
-         s.client->clearChannelAttributes(a.text("channelId"), notifyOptionsOf(a), answer.completion<KvPimChannelAttributesErrorCode>());
-     }},
-    {"getChannelAttributes", "channelId text", "code attributes", codes<KvPimChannelAttributesErrorCode>,
-     [](Session& s, Arguments const& a, Answer const& answer) {
-         s.client->getChannelAttributes(a.text("channelId"),
-                                        answer.completion<KvPimChannelAttributesErrorCode, std::optional<Attributes>>("attributes"));
-     }},
-    {"getChannelAttributesByKeys", "channelId text, keys texts", "code attributes", codes<KvPimChannelAttributesErrorCode>,
-     [](Session& s, Arguments const& a, Answer const& answer) {
-         s.client->getChannelAttributesByKeys(a.text("channelId"), a.texts("keys"),
-                                              answer.completion<KvPimChannelAttributesErrorCode, std::optional<Attributes>>("attributes"));
-     }},
-    {"getChannelMemberCount", "channelIds texts", "code counts", codes<KvPimMemberCountErrorCode>,
-     [](Session& s, Arguments const& a, Answer const& answer) {
-         s.client->getChannelMemberCount(a.texts("channelIds"),
-                                         answer.completion<KvPimMemberCountErrorCode, std::optional<std::vector<KvChannelMemberCount>>>("counts"));
-     }},
+                // Channel attributes and member counts
+                {"setChannelAttributes",
+                 "channelId text, attributes attributes, enableNotificationToChannelMembers? flag", "code",
+                 codes<KvPimChannelAttributesErrorCode>,
+                 [](Session& s, Arguments const& a, Answer const& answer) {
+                     s.client->setChannelAttributes(a.text("channelId"), a.get<Attributes>("attributes"),
+                                                    notifyOptionsOf(a),
+                                                    answer.completion<KvPimChannelAttributesErrorCode>());
+                 }},
+                {"addOrUpdateChannelAttributes",
+                 "channelId text, attributes attributes, enableNotificationToChannelMembers? flag", "code",
+                 codes<KvPimChannelAttributesErrorCode>,
+                 [](Session& s, Arguments const& a, Answer const& answer) {
+                     s.client->addOrUpdateChannelAttributes(a.text("channelId"), a.get<Attributes>("attributes"),
+                                                            notifyOptionsOf(a),
+                                                            answer.completion<KvPimChannelAttributesErrorCode>());
+                 }},
+                {"deleteChannelAttributesByKeys",
+                 "channelId text, keys texts, enableNotificationToChannelMembers? flag", "code",
+                 codes<KvPimChannelAttributesErrorCode>,
+                 [](Session& s, Arguments const& a, Answer const& answer) {
+                     s.client->deleteChannelAttributesByKeys(a.text("channelId"), a.texts("keys"), notifyOptionsOf(a),
+                                                             answer.completion<KvPimChannelAttributesErrorCode>());
+                 }},
+                {"clearChannelAttributes", "channelId text, enableNotificationToChannelMembers? flag", "code",
+                 codes<KvPimChannelAttributesErrorCode>,
+                 [](Session& s, Arguments const& a, Answer const& answer) {
+                     s.client->clearChannelAttributes(a.text("channelId"), notifyOptionsOf(a),
+                                                      answer.completion<KvPimChannelAttributesErrorCode>());
+                 }},
+                {"getChannelAttributes", "channelId text", "code attributes", codes<KvPimChannelAttributesErrorCode>,
+                 [](Session& s, Arguments const& a, Answer const& answer) {
+                     s.client->getChannelAttributes(
+                         a.text("channelId"),
+                         answer.completion<KvPimChannelAttributesErrorCode, std::optional<Attributes>>("attributes"));
+                 }},
+                {"getChannelAttributesByKeys", "channelId text, keys texts", "code attributes",
+                 codes<KvPimChannelAttributesErrorCode>,
+                 [](Session& s, Arguments const& a, Answer const& answer) {
+                     s.client->getChannelAttributesByKeys(
+                         a.text("channelId"), a.texts("keys"),
+                         answer.completion<KvPimChannelAttributesErrorCode, std::optional<Attributes>>("attributes"));
+                 }},
+                {"getChannelMemberCount", "channelIds texts", "code counts", codes<KvPimMemberCountErrorCode>,
+                 [](Session& s, Arguments const& a, Answer const& answer) {
+                     s.client->getChannelMemberCount(
+                         a.texts("channelIds"),
+                         answer.completion<KvPimMemberCountErrorCode, std::optional<std::vector<KvChannelMemberCount>>>(
+                             "counts"));
+                 }},
 
-    // Attributes of users
-    {"setLocalUserAttributes", "attributes attributes", "code", codes<KvPimLocalUserAttributesErrorCode>,
-     [](Session& s, Arguments const& a, Answer const& answer) {
-         s.client->setLocalUserAttributes(a.get<Attributes>("attributes"), answer.completion<KvPimLocalUserAttributesErrorCode>());
-     }},
-    {"addOrUpdateLocalUserAttributes", "attributes attributes", "code", codes<KvPimLocalUserAttributesErrorCode>,
-     [](Session& s, Arguments const& a, Answer const& answer) {
-         s.client->addOrUpdateLocalUserAttributes(a.get<Attributes>("attributes"), answer.completion<KvPimLocalUserAttributesErrorCode>());
-     }},
-    {"deleteLocalUserAttributesByKeys", "keys texts", "code", codes<KvPimLocalUserAttributesErrorCode>,
-     [](Session& s, Arguments const& a, Answer const& answer) {
-         s.client->deleteLocalUserAttributesByKeys(a.texts("keys"), answer.completion<KvPimLocalUserAttributesErrorCode>());
-     }},
-    {"clearLocalUserAttributesWithCompletion", "", "code", codes<KvPimLocalUserAttributesErrorCode>,
-     [](Session& s, Arguments const&, Answer const& answer) {
-         s.client->clearLocalUserAttributesWithCompletion(answer.completion<KvPimLocalUserAttributesErrorCode>());
-     }},
-    {"getUserAttributes", "userId text", "code userId attributes", codes<KvPimUserAttributesErrorCode>,
-     [](Session& s, Arguments const& a, Answer const& answer) {
-         s.client->getUserAttributes(a.text("userId"), userAttributesCompletion(answer));
-     }},
-    {"getUserAttributesByKeys", "userId text, keys texts", "code userId attributes", codes<KvPimUserAttributesErrorCode>,
-     [](Session& s, Arguments const& a, Answer const& answer) {
-         s.client->getUserAttributesByKeys(a.text("userId"), a.texts("keys"), userAttributesCompletion(answer));
-     }},
-    {"subscribePeersUserAttribes", "peerIds texts", "code", codes<KvPimPeersErrorCode>,
-     [](Session& s, Arguments const& a, Answer const& answer) {
-         s.client->subscribePeersUserAttribes(a.texts("peerIds"), answer.completion<KvPimPeersErrorCode>());
-     }},
-    {"unsubscribePeersUserAttribes", "peerIds texts", "code", codes<KvPimPeersErrorCode>,
-     [](Session& s, Arguments const& a, Answer const& answer) {
-         s.client->unsubscribePeersUserAttribes(a.texts("peerIds"), answer.completion<KvPimPeersErrorCode>());
-     }},
-    {"getPeersUserAttributes", "peerIds texts", "code users", codes<KvPimPeersErrorCode>,
-     [](Session& s, Arguments const& a, Answer const& answer) {
-         s.client->getPeersUserAttributes(a.texts("peerIds"),
-                                          answer.completion<KvPimPeersErrorCode, std::optional<std::vector<KvPimUserAttributes>>>("users"));
-     }},
-    {"getPeersUserAttributesByKeys", "peerIds texts, keys texts", "code users", codes<KvPimPeersErrorCode>,
-     [](Session& s, Arguments const& a, Answer const& answer) {
-         s.client->getPeersUserAttributesByKeys(
-             a.texts("peerIds"), a.texts("keys"),
-             answer.completion<KvPimPeersErrorCode, std::optional<std::vector<KvPimUserAttributes>>>("users"));
-     }},
+                // Attributes of users
+                {"setLocalUserAttributes", "attributes attributes", "code", codes<KvPimLocalUserAttributesErrorCode>,
+                 [](Session& s, Arguments const& a, Answer const& answer) {
+                     s.client->setLocalUserAttributes(a.get<Attributes>("attributes"),
+                                                      answer.completion<KvPimLocalUserAttributesErrorCode>());
+                 }},
+                {"addOrUpdateLocalUserAttributes", "attributes attributes", "code",
+                 codes<KvPimLocalUserAttributesErrorCode>,
+                 [](Session& s, Arguments const& a, Answer const& answer) {
+                     s.client->addOrUpdateLocalUserAttributes(a.get<Attributes>("attributes"),
+                                                              answer.completion<KvPimLocalUserAttributesErrorCode>());
+                 }},
+                {"deleteLocalUserAttributesByKeys", "keys texts", "code", codes<KvPimLocalUserAttributesErrorCode>,
+                 [](Session& s, Arguments const& a, Answer const& answer) {
+                     s.client->deleteLocalUserAttributesByKeys(a.texts("keys"),
+                                                               answer.completion<KvPimLocalUserAttributesErrorCode>());
+                 }},
+                {"clearLocalUserAttributesWithCompletion", "", "code", codes<KvPimLocalUserAttributesErrorCode>,
+                 [](Session& s, Arguments const&, Answer const& answer) {
+                     s.client->clearLocalUserAttributesWithCompletion(
+                         answer.completion<KvPimLocalUserAttributesErrorCode>());
+                 }},
+                {"getUserAttributes", "userId text", "code userId attributes", codes<KvPimUserAttributesErrorCode>,
+                 [](Session& s, Arguments const& a, Answer const& answer) {
+                     s.client->getUserAttributes(a.text("userId"), userAttributesCompletion(answer));
+                 }},
+                {"getUserAttributesByKeys", "userId text, keys texts", "code userId attributes",
+                 codes<KvPimUserAttributesErrorCode>,
+                 [](Session& s, Arguments const& a, Answer const& answer) {
+                     s.client->getUserAttributesByKeys(a.text("userId"), a.texts("keys"),
+                                                       userAttributesCompletion(answer));
+                 }},
+                {"subscribePeersUserAttribes", "peerIds texts", "code", codes<KvPimPeersErrorCode>,
+                 [](Session& s, Arguments const& a, Answer const& answer) {
+                     s.client->subscribePeersUserAttribes(a.texts("peerIds"), answer.completion<KvPimPeersErrorCode>());
+                 }},
+                {"unsubscribePeersUserAttribes", "peerIds texts", "code", codes<KvPimPeersErrorCode>,
+                 [](Session& s, Arguments const& a, Answer const& answer) {
+                     s.client->unsubscribePeersUserAttribes(a.texts("peerIds"),
+                                                            answer.completion<KvPimPeersErrorCode>());
+                 }},
+                {"getPeersUserAttributes", "peerIds texts", "code users", codes<KvPimPeersErrorCode>,
+                 [](Session& s, Arguments const& a, Answer const& answer) {
+                     s.client->getPeersUserAttributes(
+                         a.texts("peerIds"),
+                         answer.completion<KvPimPeersErrorCode, std::optional<std::vector<KvPimUserAttributes>>>(
+                             "users"));
+                 }},
+                {"getPeersUserAttributesByKeys", "peerIds texts, keys texts", "code users", codes<KvPimPeersErrorCode>,
+                 [](Session& s, Arguments const& a, Answer const& answer) {
+                     s.client->getPeersUserAttributesByKeys(
+                         a.texts("peerIds"), a.texts("keys"),
+                         answer.completion<KvPimPeersErrorCode, std::optional<std::vector<KvPimUserAttributes>>>(
+                             "users"));
+                 }},
 
-    // Online status
-    {"subscribePeersOnlineStatus", "peerIds texts", "code", codes<KvPimPeersErrorCode>,
-     [](Session& s, Arguments const& a, Answer const& answer) {
-         s.client->subscribePeersOnlineStatus(a.texts("peerIds"), answer.completion<KvPimPeersErrorCode>());
-     }},
-    {"unsubscribePeersOnlineStatus", "peerIds texts", "code", codes<KvPimPeersErrorCode>,
-     [](Session& s, Arguments const& a, Answer const& answer) {
-         s.client->unsubscribePeersOnlineStatus(a.texts("peerIds"), answer.completion<KvPimPeersErrorCode>());
-     }},
-    {"queryPeersOnlineStatus", "peerIds texts", "code statuses", codes<KvPimPeersErrorCode>,
-     [](Session& s, Arguments const& a, Answer const& answer) {
-         s.client->queryPeersOnlineStatus(
-             a.texts("peerIds"), answer.completion<KvPimPeersErrorCode, std::optional<std::vector<KvPimPeerOnlineStatus>>>("statuses"));
-     }},
-    {"queryPeersBySubscriptionOption", "option number", "code peerIds", codes<KvPimPeersErrorCode>,
-     [](Session& s, Arguments const& a, Answer const& answer) {
-         s.client->queryPeersBySubscriptionOption(
-             a.get<std::int64_t>("option"), answer.completion<KvPimPeersErrorCode, std::optional<std::vector<std::string>>>("peerIds"));
-     }},
+                // Online status
+                {"subscribePeersOnlineStatus", "peerIds texts", "code", codes<KvPimPeersErrorCode>,
+                 [](Session& s, Arguments const& a, Answer const& answer) {
+                     s.client->subscribePeersOnlineStatus(a.texts("peerIds"), answer.completion<KvPimPeersErrorCode>());
+                 }},
+                {"unsubscribePeersOnlineStatus", "peerIds texts", "code", codes<KvPimPeersErrorCode>,
+                 [](Session& s, Arguments const& a, Answer const& answer) {
+                     s.client->unsubscribePeersOnlineStatus(a.texts("peerIds"),
+                                                            answer.completion<KvPimPeersErrorCode>());
+                 }},
+                {"queryPeersOnlineStatus", "peerIds texts", "code statuses", codes<KvPimPeersErrorCode>,
+                 [](Session& s, Arguments const& a, Answer const& answer) {
+                     s.client->queryPeersOnlineStatus(
+                         a.texts("peerIds"),
+                         answer.completion<KvPimPeersErrorCode, std::optional<std::vector<KvPimPeerOnlineStatus>>>(
+                             "statuses"));
+                 }},
+                {"queryPeersBySubscriptionOption", "option number", "code peerIds", codes<KvPimPeersErrorCode>,
+                 [](Session& s, Arguments const& a, Answer const& answer) {
+                     s.client->queryPeersBySubscriptionOption(
+                         a.get<std::int64_t>("option"),
+                         answer.completion<KvPimPeersErrorCode, std::optional<std::vector<std::string>>>("peerIds"));
+                 }},
 
-    // Invitations
-    {"getPimInvitationKit", "delegate? invitationCallbacks", "result", nullptr,
-     getInvitationKit},
-    {"newInvitation", "invitation text, inviter text, invitee text, requestInfo? text", "result", nullptr,
-     newInvitation},
-    {"sendInvitation", "invitation text, requestInfo? text, responseInfo? text", "code invitation", codes<KvPimInvitationErrorCode>,
-     requestInvitation<&KvPimInvitationKit::sendInvitation>},
-    {"cancelInvitation", "invitation text, requestInfo? text, responseInfo? text", "code invitation", codes<KvPimInvitationErrorCode>,
-     requestInvitation<&KvPimInvitationKit::cancelInvitation>},
-    {"acceptInvitation", "invitation text, requestInfo? text, responseInfo? text", "code invitation", codes<KvPimInvitationErrorCode>,
-     requestInvitation<&KvPimInvitationKit::acceptInvitation>},
-    {"refuseInvitation", "invitation text, requestInfo? text, responseInfo? text", "code invitation", codes<KvPimInvitationErrorCode>,
-     requestInvitation<&KvPimInvitationKit::refuseInvitation>},
-    {"invitation", "invitation text", "result", nullptr,
-     [](Session& s, Arguments const& a, Answer const& answer) { answer.result(toJson(*invitationOf(s, a))); }},
+                // Invitations
+                {"getPimInvitationKit", "delegate? invitationCallbacks", "result", nullptr, getInvitationKit},
+                {"newInvitation", "invitation text, inviter text, invitee text, requestInfo? text", "result", nullptr,
+                 newInvitation},
+                {"sendInvitation", "invitation text, requestInfo? text, responseInfo? text", "code invitation",
+                 codes<KvPimInvitationErrorCode>, requestInvitation<&KvPimInvitationKit::sendInvitation>},
+                {"cancelInvitation", "invitation text, requestInfo? text, responseInfo? text", "code invitation",
+                 codes<KvPimInvitationErrorCode>, requestInvitation<&KvPimInvitationKit::cancelInvitation>},
+                {"acceptInvitation", "invitation text, requestInfo? text, responseInfo? text", "code invitation",
+                 codes<KvPimInvitationErrorCode>, requestInvitation<&KvPimInvitationKit::acceptInvitation>},
+                {"refuseInvitation", "invitation text, requestInfo? text, responseInfo? text", "code invitation",
+                 codes<KvPimInvitationErrorCode>, requestInvitation<&KvPimInvitationKit::refuseInvitation>},
+                {"invitation", "invitation text", "result", nullptr,
+                 [](Session& s, Arguments const& a, Answer const& answer) {
+                     answer.result(toJson(*invitationOf(s, a)));
+                 }},
 
-    // Diagnostics and the rest
-    {"bytesQueued", "", "result", nullptr,
-     [](Session& s, Arguments const&, Answer const& answer) { answer.result(s.client->bytesQueued()); }},
-    {"metrics", "", "result", nullptr,
-     [](Session& s, Arguments const&, Answer const& answer) { answer.result(toJson(s.client->metrics())); }},
-    {"openMetricsText", "isPrometheus? flag", "result", nullptr,
-     [](Session& s, Arguments const& a, Answer const& answer) {
-         std::vector const clients{s.client->metrics()};
-         answer.result(toJson(a.find<bool>("isPrometheus").value_or(false) ? prometheusText(clients) : openMetricsText(clients)));
-     }},
-    {"getDebugInfo", "", "result", nullptr,
-     [](Session& s, Arguments const&, Answer const& answer) { answer.result(s.client->getDebugInfo()); }},
-    {"getSDKVersion", "", "result", nullptr,
-     [](Session&, Arguments const&, Answer const& answer) { answer.result(toJson(KvPimKit::getSDKVersion())); }},
-    {"setParameters", "parameters text", "result", nullptr,
-     [](Session& s, Arguments const& a, Answer const& answer) {
-         answer.result(s.client->setParameters(a.text("parameters")));
-     }},
-    {"setLogFile", "path text", "result", nullptr,
-     [](Session& s, Arguments const& a, Answer const& answer) {
-         s.client->setLogFile(a.text("path"));
-         answer.result(true);
-     }},
-    {"setLogFilters", "filters number", "result", nullptr,
-     [](Session& s, Arguments const& a, Answer const& answer) {
-         s.client->setLogFilters(a.get<std::int64_t>("filters"));
-         answer.result(true);
-     }},
-    {"state", "", "result", nullptr,
-     [](Session& s, Arguments const&, Answer const& answer) { answer.result(toJson(s.client->stateManager())); }},
+                // Diagnostics and the rest
+                {"bytesQueued", "", "result", nullptr,
+                 [](Session& s, Arguments const&, Answer const& answer) { answer.result(s.client->bytesQueued()); }},
+                {"metrics", "", "result", nullptr,
+                 [](Session& s, Arguments const&, Answer const& answer) {
+                     answer.result(toJson(s.client->metrics()));
+                 }},
+                {"openMetricsText", "isPrometheus? flag", "result", nullptr,
+                 [](Session& s, Arguments const& a, Answer const& answer) {
+                     std::vector const clients{s.client->metrics()};
+                     answer.result(toJson(a.find<bool>("isPrometheus").value_or(false) ? prometheusText(clients)
+                                                                                       : openMetricsText(clients)));
+                 }},
+                {"getDebugInfo", "", "result", nullptr,
+                 [](Session& s, Arguments const&, Answer const& answer) { answer.result(s.client->getDebugInfo()); }},
+                {"getSDKVersion", "", "result", nullptr,
+                 [](Session&, Arguments const&,
+                    Answer const& answer) { answer.result(toJson(KvPimKit::getSDKVersion())); }},
+                {"setParameters", "parameters text", "result", nullptr,
+                 [](Session& s, Arguments const& a, Answer const& answer) {
+                     answer.result(s.client->setParameters(a.text("parameters")));
+                 }},
+                {"setLogFile", "path text", "result", nullptr,
+                 [](Session& s, Arguments const& a, Answer const& answer) {
+                     s.client->setLogFile(a.text("path"));
+                     answer.result(true);
+                 }},
+                {"setLogFilters", "filters number", "result", nullptr,
+                 [](Session& s, Arguments const& a, Answer const& answer) {
+                     s.client->setLogFilters(a.get<std::int64_t>("filters"));
+                     answer.result(true);
+                 }},
+                {"state", "", "result", nullptr,
+                 [](Session& s, Arguments const&,
+                    Answer const& answer) { answer.result(toJson(s.client->stateManager())); }},
 
-    // For scripts
-    {"sleep", "seconds seconds", "result", nullptr,
-     sleepFor},
-    {"quit", "", "", nullptr,
-     [](Session& s, Arguments const&, Answer const&) { s.inbox->end(); }},
+                // For scripts
+                {"sleep", "seconds seconds", "result", nullptr, sleepFor},
+                {"quit", "", "", nullptr, [](Session& s, Arguments const&, Answer const&) { s.inbox->end(); }},
 };
 // clang-format on
 

@@ -1,11 +1,11 @@
 // What the requests of one client work on. Everything here belongs to the thread that drives the queue.
 #pragma once
 
-#include "Classes/KvPimKit.h"
 #include "Binding/Answer.h"
 #include "Binding/Events.h"
-#include "Binding/InvitationLabels.h"
 #include "Binding/Inbox.h"
+#include "Binding/InvitationLabels.h"
+#include "Classes/KvPimKit.h"
 
 #include <list>
 #include <map>

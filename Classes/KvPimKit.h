@@ -422,9 +422,9 @@ public:
     /// request beyond it is not sent, and ends like one without an answer. `KvPimDelegate::onWritable` tells of room.
     std::size_t bytesQueued() const;
 
-    /// Nothing more is read from the server, on this connection and the following ones, until `resumeReading`: for those
-    /// who hand what arrives to a queue of their own, which is full. What was read already is still told; answers to
-    /// requests, and their time-outs, are not held back in any other way. A connection that is lost meanwhile is not
+    /// Nothing more is read from the server, on this connection and the following ones, until `resumeReading`: for
+    /// those who hand what arrives to a queue of their own, which is full. What was read already is still told; answers
+    /// to requests, and their time-outs, are not held back in any other way. A connection that is lost meanwhile is not
     /// found out.
     void pauseReading();
     /// Reads again.

@@ -94,9 +94,9 @@ public:
     /// at most half of that. If the connection ends before, it is called when the next one is connected, behind the
     /// handlers of "connect". Never inside a call of the socket's. One at a time; empty for none.
     void onWritable(std::function<void()> handler);
-    /// Nothing more is read from the server, on this connection and the following ones, until `resumeReading`: for those
-    /// who hand what arrives to a queue of their own, which is full. What was read already is still delivered. The
-    /// server's heartbeat is answered meanwhile, but a connection that is lost is not found out.
+    /// Nothing more is read from the server, on this connection and the following ones, until `resumeReading`: for
+    /// those who hand what arrives to a queue of their own, which is full. What was read already is still delivered.
+    /// The server's heartbeat is answered meanwhile, but a connection that is lost is not found out.
     void pauseReading();
     /// Reads again.
     void resumeReading();

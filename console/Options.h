@@ -66,9 +66,7 @@ inline bool checksThreads() {
 }
 
 inline KvPimOptions clientOptions(CommonOptions const& options, std::shared_ptr<KvMainQueue> queue) {
-    KvPimOptions made{.envConfig = options.env,
-                      .mainQueue = std::move(queue),
-                      .checkThreads = checksThreads()};
+    KvPimOptions made{.envConfig = options.env, .mainQueue = std::move(queue), .checkThreads = checksThreads()};
     made.network.proxy = options.proxy;
     made.recordTo = options.record;
     return made;
