@@ -36,9 +36,16 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${same_version}")
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION
     "Command line client for a real-time messaging service\nThe program kvpim, which chats in a terminal and serves other programs.")
 
-foreach(component libraries development tools)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-kvpim)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS OFF)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "${same_version}, python3 (>= 3.11)")
+set(CPACK_COMPONENT_PYTHON_DESCRIPTION
+    "Client library for a real-time messaging service, for Python\nThe package kvpim, for asyncio and for scripts without an event loop.")
+
+foreach(component libraries development tools python)
   string(TOUPPER ${component} name)
   install(FILES LICENSE RENAME copyright DESTINATION share/doc/${CPACK_DEBIAN_${name}_PACKAGE_NAME} COMPONENT ${component})
 endforeach()
-set(CPACK_COMPONENTS_ALL libraries development tools)
+set(CPACK_COMPONENTS_ALL libraries development tools python)
 include(CPack)

@@ -19,6 +19,8 @@ if(KVPIM_BUILD_BINDING)
   set_target_properties(kvpim_c PROPERTIES INSTALL_RPATH $ORIGIN)
   install(TARGETS kvpim_c EXPORT c LIBRARY COMPONENT libraries NAMELINK_COMPONENT development)
   install(EXPORT c NAMESPACE KvPim:: FILE c.cmake DESTINATION ${config_folder} COMPONENT development)
+  # Where Debian's Python looks; for others there is the wheel.
+  install(DIRECTORY python/kvpim DESTINATION lib/python3/dist-packages COMPONENT python PATTERN __pycache__ EXCLUDE)
 endif()
 
 if(KVPIM_BUILD_TESTKIT)

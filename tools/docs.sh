@@ -1,23 +1,29 @@
 # shellcheck shell=bash
 # Builds the documentation and checks it.
 
-readonly made_of_headers=(page docs/completion_codes.md tables Classes/Model/KvPimCodeTables.cpp)
+# What is made of the public headers and of the Python package: the command, and its file.
+readonly made_texts=(
+    "node tools/completion_codes.mjs page" docs/completion_codes.md
+    "node tools/completion_codes.mjs tables" Classes/Model/KvPimCodeTables.cpp
+    "/usr/bin/python3 tools/python_sync.py" python/kvpim/sync.py
+    "/usr/bin/python3 tools/python_reference.py" docs/python.md
+)
 
-# each_made_of_headers COMMAND: calls it with each kind of text that the public headers yield, and its file.
-each_made_of_headers() {
+# each_made_text COMMAND: calls it with each of them.
+each_made_text() {
     local i
-    for ((i = 0; i < ${#made_of_headers[@]}; i += 2)); do
-        "$1" "${made_of_headers[@]:i:2}" || return
+    for ((i = 0; i < ${#made_texts[@]}; i += 2)); do
+        "$1" "${made_texts[@]:i:2}" || return
     done
 }
 
 check_made() {
-    node tools/completion_codes.mjs "$1" | cmp -s - "$2" || fail "$2 is out of date: ./run docs"
+    $1 | cmp -s - "$2" || fail "$2 is out of date: ./run docs"
 }
 
 make_anew() {
     local text
-    text=$(node tools/completion_codes.mjs "$1") || return
+    text=$($1) || return
     [[ $text == "$(<"$2")" ]] || printf '%s\n' "$text" >"$2"
 }
 
@@ -36,12 +42,12 @@ guides_compile() {
         c++ -std=c++20 -fsyntax-only -fPIC -Wall -Wextra -Wno-unused -Werror -I build/include "${flags[@]}"
 }
 
-# Fails if README.md shows another program than the one that is compiled, if code of a guide does not compile, if the page
-# of completion codes is not what the headers say, or if a link in a Markdown page leads nowhere.
+# Fails if README.md shows another program than the one that is compiled, if code of a guide does not compile, if a text is
+# not what it is made of says, or if a link in a Markdown page leads nowhere.
 check_pages() {
     guides_compile || fail "The guides show code that does not compile."
     readme_block cpp | diff - examples/first_steps.cpp || fail "README.md shows another program."
-    each_made_of_headers check_made || return
+    each_made_text check_made || return
     find . '(' -path './build*' -o -name node_modules ')' -prune -o -name '*.md' -print0 |
         xargs -0 node tools/check_links.mjs
 }
@@ -50,7 +56,7 @@ check_pages() {
 build_docs() {
     local output=build/docs pages version
     configure dev && cmake build >/dev/null || return  # which copies the headers
-    each_made_of_headers make_anew || return
+    each_made_text make_anew || return
     version=$(sed -nE 's/^project\(.* VERSION ([0-9.]+) .*/\1/p' CMakeLists.txt)
     rm -rf "$output"
     mkdir -p "$output"

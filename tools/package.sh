@@ -12,6 +12,7 @@ build_packages() {
         return 1
     }
     du --bytes "$package_folder"/*.deb
+    build_wheel
 }
 
 check_packages() {
@@ -21,6 +22,7 @@ check_packages() {
     for package in "$package_folder"/*.deb; do dpkg-deb -x "$package" "$unpacked"; done
     count "what the libraries show" libraries_show_public_names_only
     count "each header stands alone" headers_stand_alone
+    count "the wheel, where it is alone" wheel_works
     for way in find_package pkg-config socketio plugin testkit; do
         count "$way, shared" run_job tests/package/consume.sh "$way" "$unpacked/usr" "$package_folder-consumer"
     done

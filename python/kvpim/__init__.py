@@ -1,0 +1,108 @@
+"""Kv PIM: a client for a real-time messaging service.
+
+`Client` is for asyncio, `kvpim.sync.Client` for scripts without an event loop.
+"""
+
+from . import sync
+from ._library import version as _version
+from .client import Channel, Client, Invitations
+from .errors import ClosedError, CreateError, Error, NotLoggedIn, NotThere, TimedOut
+from .events import (
+    AttributeUpdate,
+    ChannelEvent,
+    ChannelMessageReceived,
+    ClientEvent,
+    ConnectionStateChanged,
+    Event,
+    InvitationAccepted,
+    InvitationArrived,
+    InvitationCanceled,
+    InvitationEvent,
+    InvitationFailed,
+    InvitationRefused,
+    MemberCount,
+    MemberJoined,
+    MemberLeft,
+    MemberLeftWithReason,
+    MessageReceived,
+    PeersOnlineStatusChanged,
+    PeersUserAttributesChanged,
+    TokenDidExpire,
+    Writable,
+)
+from .options import Network, Proxy, Recording, Tls
+from .records import (
+    Attribute,
+    Attributes,
+    ChannelMemberCount,
+    ConnectionChangeReason,
+    ConnectionState,
+    Failure,
+    Invitation,
+    InvitationState,
+    Member,
+    MemberLeftReason,
+    Message,
+    PeerOnlineStatus,
+    State,
+    Subscription,
+    UserAttributes,
+)
+from .streams import EventStream
+
+__version__ = _version()
+
+__all__ = [
+    "Attribute",
+    "AttributeUpdate",
+    "Attributes",
+    "Channel",
+    "ChannelEvent",
+    "ChannelMemberCount",
+    "ChannelMessageReceived",
+    "Client",
+    "ClientEvent",
+    "ClosedError",
+    "ConnectionChangeReason",
+    "ConnectionState",
+    "ConnectionStateChanged",
+    "CreateError",
+    "Error",
+    "Event",
+    "EventStream",
+    "Failure",
+    "Invitation",
+    "InvitationAccepted",
+    "InvitationArrived",
+    "InvitationCanceled",
+    "InvitationEvent",
+    "InvitationFailed",
+    "InvitationRefused",
+    "InvitationState",
+    "Invitations",
+    "Member",
+    "MemberCount",
+    "MemberJoined",
+    "MemberLeft",
+    "MemberLeftReason",
+    "MemberLeftWithReason",
+    "Message",
+    "MessageReceived",
+    "Network",
+    "NotLoggedIn",
+    "NotThere",
+    "PeerOnlineStatus",
+    "PeersOnlineStatusChanged",
+    "PeersUserAttributesChanged",
+    "Proxy",
+    "Recording",
+    "State",
+    "Subscription",
+    "TimedOut",
+    "Tls",
+    "TokenDidExpire",
+    "UserAttributes",
+    "Writable",
+    "__version__",
+    "sync",
+]
