@@ -84,7 +84,7 @@ void call(Input& input, Clients& clients) {
             break;
         case 8:
         case 9: {
-            auto const outcome = kvpim_receive(client, input.takeByte() % 3, &message);
+            auto const outcome = kvpim_receive(client, static_cast<unsigned char>(input.takeByte()) % 3, &message);
             require((outcome == KVPIM_RECEIVED) == (message != nullptr), "a message is there when it is said");
             if (message != nullptr) onMessage(nullptr, message);
             kvpim_message_free(message);
@@ -95,10 +95,10 @@ void call(Input& input, Clients& clients) {
             break;
         case 11:
         case 12:
-            kvpim_poll(client, input.takeByte() % 3);
+            kvpim_poll(client, static_cast<unsigned char>(input.takeByte()) % 3);
             break;
         case 13:
-            kvpim_set_callback(client, onMessage, reinterpret_cast<void*>(client.number * 8 + input.takeByte() % 2),
+            kvpim_set_callback(client, onMessage, reinterpret_cast<void*>(client.number * 8 + (input.takeByte() & 1)),
                                nullptr);
             break;
         case 14:

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds a small program with the library as another project would, and runs it against a service of its own.
-#   consume.sh find_package|socketio|pkg-config|plugin|testkit PREFIX WORK    with what is installed below PREFIX
+#   consume.sh find_package|socketio|pkg-config|plugin|testkit|c PREFIX WORK    with what is installed below PREFIX
 #   consume.sh add_subdirectory|FetchContent "" WORK                  with the sources
 # WORK is a folder that is made and removed; arguments behind it are handed to CMake.
 set -eu
@@ -38,7 +38,11 @@ fi
 start_service "$work/service.log"
 # What the program keeps stays out of the user's own directories.
 run_job env XDG_CACHE_HOME="$work" XDG_DATA_HOME="$work" DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent \
-    "$work/consumer" "$service_url" | tee "$work/said"
-if [[ $way == socketio || $way == plugin ]]; then expected=connect; else expected="alice says: Hello, world"; fi
-grep -qxF "$expected" "$work/said" || fail "It did not say: $expected"
+    "$work/consumer" "$service_url" alice | tee "$work/said"
+case $way in
+socketio | plugin) expected=connect ;;
+c) expected='"peerId":"alice"' ;;
+*) expected="alice says: Hello, world" ;;
+esac
+grep -qF "$expected" "$work/said" || fail "It did not say: $expected"
 rm -rf "$work"
