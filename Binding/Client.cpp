@@ -68,15 +68,23 @@ std::shared_ptr<Client> Client::make(ClientOptions options) {
 
 void Client::start(ClientOptions options) {
     auto const weak = weak_from_this();
-    auto const onFull = [this] { session_.client->pauseReading(); };
-    auto const onRoom = [weak, queue = session_.queue] {
-        queue->post([weak] {
-            auto const self = weak.lock();
-            if (self && self->session_.client) self->session_.client->resumeReading();
-        });
+    Inbox::Events const on{
+        .full = [this] { session_.client->pauseReading(); },
+        .room =
+            [weak, queue = session_.queue] {
+                queue->post([weak] {
+                    auto const self = weak.lock();
+                    if (self && self->session_.client) self->session_.client->resumeReading();
+                });
+            },
+        .first =
+            [this, weak] {
+                session_.queue->post([weak] {
+                    if (auto const self = weak.lock()) self->inbox().wake();
+                });
+            },
     };
-    session_.inbox =
-        std::make_shared<Inbox>(options.client.network.maxUnhandledBytes, options.attachesData, onFull, onRoom);
+    session_.inbox = std::make_shared<Inbox>(options.client.network.maxUnhandledBytes, options.attachesData, on);
     session_.delegate = makeClientDelegate(session_.inbox, options.delegate);
     options.client.mainQueue = session_.queue;
     auto client = KvPimKit::create(options.appId, std::move(options.client), session_.delegate);

@@ -21,38 +21,45 @@ void makeUnreadable(int fd) {
 
 }  // namespace
 
-Inbox::Inbox(std::size_t mostBytes, bool attachesData, std::function<void()> onFull, std::function<void()> onRoom)
-    : mostBytes_(mostBytes), attachesData_(attachesData), onFull_(std::move(onFull)), onRoom_(std::move(onRoom)) {}
+Inbox::Inbox(std::size_t mostBytes, bool attachesData, Events on)
+    : mostBytes_(mostBytes), attachesData_(attachesData), on_(std::move(on)) {}
 
 Inbox::~Inbox() {
     if (fd_ >= 0) ::close(fd_);
 }
 
 void Inbox::put(boost::json::object const& line, KvData data) {
-    auto message = std::make_unique<kvpim_message>(boost::json::serialize(line), std::move(data));
+    Message message(new kvpim_message{boost::json::serialize(line), std::move(data)});
     if (callback_) return hand(*message);
-    bool isNowFull = false;
+    bool isNowFull = false, isFirst = false;
     {
         std::lock_guard const lock(mutex_);
         if (isEnded_) return;
         bytes_ += message->bytes();
-        if (waiting_.empty()) makeReadable(fd_);
         waiting_.push_back(std::move(message));
         isNowFull = bytes_ > mostBytes_ && !std::exchange(isFull_, true);
-        if (receivers_ > 0) changed_.notify_one();
+        isFirst = !std::exchange(isToWake_, true);
     }
-    if (isNowFull) onFull_();
+    if (isFirst) on_.first();
+    if (isNowFull) on_.full();
+}
+
+void Inbox::wake() {
+    std::lock_guard const lock(mutex_);
+    isToWake_ = false;
+    if (!waiting_.empty() && !std::exchange(isReadable_, true)) makeReadable(fd_);
+    if (receivers_ > 0) changed_.notify_all();
 }
 
 Inbox::Message Inbox::takeOne(std::unique_lock<std::mutex>& lock) {
     auto message = std::move(waiting_.front());
     waiting_.pop_front();
     bytes_ -= message->bytes();
-    if (waiting_.empty() && !isEnded_) makeUnreadable(fd_);
+    if (waiting_.empty() && !isEnded_ && std::exchange(isReadable_, false)) makeUnreadable(fd_);
     bool const isRoom = isFull_ && bytes_ <= mostBytes_ / 2;
     if (isRoom) isFull_ = false;
     lock.unlock();
-    if (isRoom) onRoom_();
+    if (isRoom) on_.room();
     return message;
 }
 
@@ -73,7 +80,10 @@ kvpim_outcome Inbox::take(std::optional<std::chrono::steady_clock::time_point> e
 
 int Inbox::fd() {
     std::lock_guard const lock(mutex_);
-    if (fd_ < 0) fd_ = ::eventfd(waiting_.empty() && !isEnded_ ? 0 : 1, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (fd_ < 0) {
+        isReadable_ = isReadable_ || !waiting_.empty() || isEnded_;
+        fd_ = ::eventfd(isReadable_ ? 1 : 0, EFD_CLOEXEC | EFD_NONBLOCK);
+    }
     return fd_;
 }
 
@@ -104,7 +114,7 @@ void Inbox::hand(kvpim_message const& message) {
 void Inbox::end() {
     std::unique_lock lock(mutex_);
     isEnded_ = true;
-    makeReadable(fd_);
+    if (!std::exchange(isReadable_, true)) makeReadable(fd_);
     changed_.notify_all();
     changed_.wait(lock, [this] { return calling_ == std::thread::id() || calling_ == std::this_thread::get_id(); });
 }

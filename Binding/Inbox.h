@@ -31,12 +31,21 @@ class Inbox {
 public:
     using Message = std::unique_ptr<kvpim_message>;
 
-    /// `onFull` is called by who puts when more than `mostBytes` wait, and `onRoom` by who takes when half of it is
-    /// left. `attachesData`: whether raw data stand beside the text of a message.
-    Inbox(std::size_t mostBytes, bool attachesData, std::function<void()> onFull, std::function<void()> onRoom);
+    struct Events {
+        std::function<void()> full;   ///< to who puts: more than `mostBytes` wait
+        std::function<void()> room;   ///< to who takes: half of it is left
+        std::function<void()> first;  ///< to who puts: `wake` is to be called, once all that comes with it is there
+    };
+
+    /// `attachesData`: whether raw data stand beside the text of a message.
+    Inbox(std::size_t mostBytes, bool attachesData, Events on);
     ~Inbox();
     Inbox(Inbox const&) = delete;
     Inbox& operator=(Inbox const&) = delete;
+
+    /// Whoever waits is told that there is something: once for all that came in one turn, as each call of the kind
+    /// costs more than a message.
+    void wake();
 
     bool attachesData() const { return attachesData_; }
     void put(boost::json::object const& line, KvData data = nullptr);
@@ -58,7 +67,7 @@ private:
 
     std::size_t const mostBytes_;
     bool const attachesData_;
-    std::function<void()> const onFull_, onRoom_;
+    Events const on_;
 
     mutable std::mutex mutex_;
     std::condition_variable changed_;
@@ -66,7 +75,9 @@ private:
     std::deque<Message> waiting_;
     std::size_t bytes_ = 0;
     bool isFull_ = false, isEnded_ = false;
+    bool isToWake_ = false;  // `first` was told
     int fd_ = -1;
+    bool isReadable_ = false;
     std::size_t receivers_ = 0;
     std::thread::id calling_;  // who is in the callback
 

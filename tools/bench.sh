@@ -71,6 +71,28 @@ measure_awaiting() {
     stop_server
 }
 
+# The C interface and Python beside the C++ client, in turns; Python beside another client of Socket.IO.
+# measure_languages CYCLES
+measure_languages() {
+    local run port
+    bench_tls=()
+    for ((run = 1; run <= 5; run++)); do
+        say "Run $run of 5"
+        start_bench_server fast
+        for client in kit-thread kit-main c; do measure_client /dev/stdout "$client" ack_pipelined 100000 20000; done
+        for client in kvpim socketio; do measure_client /dev/stdout "$client" ack_pipelined 20000 2000; done
+        stop_server
+        start_bench_server node
+        for client in kit-thread kit-main c; do measure_client /dev/stdout "$client" recv_text 100000 20000; done
+        for client in kvpim socketio; do measure_client /dev/stdout "$client" recv_text 20000 2000; done
+        stop_server
+    done
+    start_bench_server fast
+    measure_client /dev/stdout kvpim crowd 1000 0
+    measure_client /dev/stdout c cycles "$1" 0
+    stop_server
+}
+
 # start_bench_server node|fast|tls
 start_bench_server() {
     local command=(node bench/server.js) pem
@@ -103,9 +125,11 @@ measure_client() {
     js) command=(node bench/client.js "$server_said" "${@:3}" "${bench_tls[@]}") ;;
     socketio-main) command=("$program" "$server_said" "${@:3}" --socketio --engine main) ;;
     kit-main) command=("$program" "$server_said" "${@:3}" --engine main) ;;
+    c) command=("$(build_folder bench)/kvpim-bench-c" "$server_said" "${@:3}") ;;
+    kvpim | socketio) command=(/usr/bin/python3 bench/languages/client.py "$2" "$server_said" "${@:3}") ;;
     kit-thread) command=("$program" "$server_said" "${@:3}" --engine thread) ;;
     esac
     [[ $2 == js || ${#bench_tls[@]} == 0 ]] || command+=(--tls "${bench_tls[@]}")
-    START_NS=$(date +%s%N) run_job timeout 300 $(on_processor 1) "${command[@]}" \
+    START_NS=$(date +%s%N) PYTHONPATH=python LD_LIBRARY_PATH=$(build_folder bench)/Binding run_job timeout 600 $(on_processor 1) "${command[@]}" \
         >>"$1" 2>>"$(build_folder bench)/clients.log" || fail "No result: ${command[*]}"
 }

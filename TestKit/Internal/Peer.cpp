@@ -133,10 +133,10 @@ void Peer::awaitReadable() {
 }
 
 void Peer::read() {
-    char piece[64u << 10];
-    auto const size = ::recv(fd_, piece, sizeof piece, MSG_DONTWAIT);
+    std::vector<char> piece(64u << 10);
+    auto const size = ::recv(fd_, piece.data(), piece.size(), MSG_DONTWAIT);
     if (size == 0 || (size < 0 && errno != EAGAIN && errno != EINTR)) return cut();
-    if (size > 0) in_.append(piece, static_cast<std::size_t>(size));
+    if (size > 0) in_.append(piece.data(), static_cast<std::size_t>(size));
     consume();
     awaitReadable();
 }
