@@ -1,4 +1,5 @@
-/* The C interface of Kv PIM: one client object that takes requests and gives answers and events, all of them texts in
+/** @file
+   The C interface of Kv PIM: one client object that takes requests and gives answers and events, all of them texts in
    JSON. It is made for other languages and for programs in C; a program in C++ uses <KvPim/KvPimKit.h>, which is faster
    and has types. Which requests, answers and events there are is the same for `kvpim console`: see "The command line
    client" in the documentation, and `kvpim_interface`.
