@@ -101,7 +101,7 @@ void Client::request(std::string_view text, KvData data) {
     Answer answer(session_.inbox, session_.open, id ? *id : nullptr, operation.name);
     auto const request =
         std::make_shared<Request>(Request{std::move(fields), std::move(data), operation, std::move(answer)});
-    session_.queue->post([self = shared_from_this(), request] { self->carryOut(*request); });
+    runOnQueue([request](Client& self) { self.carryOut(*request); });
 }
 
 void Client::carryOut(Request const& request) {
@@ -115,10 +115,15 @@ void Client::carryOut(Request const& request) {
 }
 
 void Client::setCallback(std::function<void(kvpim_message const&)> callback) {
-    runOnQueue([self = shared_from_this(), callback = std::move(callback)] { self->inbox().setCallback(callback); });
+    runOnQueue([callback = std::move(callback)](Client& self) { self.inbox().setCallback(callback); });
 }
 
-void Client::runOnQueue(std::function<void()> work) { session_.queue->dispatch(std::move(work)); }
+// Work that nobody comes to any more must not keep the client, which keeps the queue that it is on.
+void Client::runOnQueue(std::function<void(Client&)> work) {
+    session_.queue->post([weak = weak_from_this(), work = std::move(work)] {
+        if (auto const self = weak.lock()) work(*self);
+    });
+}
 
 int Client::fd() { return isPolled_ ? session_.queue->fd() : inbox().fd(); }
 

@@ -58,8 +58,8 @@ private:
     Client(ClientOptions const& options, std::shared_ptr<KvMainQueue> queue);
     void start(ClientOptions options);
     void carryOut(Request const& request);
-    /// Has the work done by who drives the queue: inside the call, if that is the caller.
-    void runOnQueue(std::function<void()> work);
+    /// Has the work done by who drives the queue, unless the client ends before.
+    void runOnQueue(std::function<void(Client&)> work);
     void letGo();
 
     bool const isPolled_;
