@@ -71,18 +71,14 @@ void Client::start(ClientOptions options) {
     Inbox::Events const on{
         .full = [this] { session_.client->pauseReading(); },
         .room =
-            [weak, queue = session_.queue] {
-                queue->post([weak] {
-                    auto const self = weak.lock();
-                    if (self && self->session_.client) self->session_.client->resumeReading();
+            [weak] {
+                auto const self = weak.lock();
+                if (!self) return;
+                self->runOnQueue([](Client& client) {
+                    if (client.session_.client) client.session_.client->resumeReading();
                 });
             },
-        .first =
-            [this, weak] {
-                session_.queue->post([weak] {
-                    if (auto const self = weak.lock()) self->inbox().wake();
-                });
-            },
+        .first = [this] { runOnQueue([](Client& client) { client.inbox().wake(); }); },
     };
     session_.inbox = std::make_shared<Inbox>(options.client.network.maxUnhandledBytes, options.attachesData, on);
     session_.delegate = makeClientDelegate(session_.inbox, options.delegate);
