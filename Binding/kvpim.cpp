@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include <openssl/crypto.h>
 #include <pthread.h>
 
 namespace {
@@ -50,9 +51,11 @@ void endAll() {
     stopClientThread();
 }
 
-/// Once there is a client: what the library does at the end of the process comes behind this then.
+/// Once there is a client: what the library does at the end of the process comes behind this then. So does what OpenSSL
+/// does, which keeps something for the clients' thread that has to end before.
 void watchProcess() {
     static bool const isWatched = [] {
+        OPENSSL_init_crypto(0, nullptr);
         std::atexit(endAll);
         pthread_atfork(nullptr, nullptr, [] { isForked = true; });
         return true;
