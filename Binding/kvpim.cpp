@@ -51,11 +51,9 @@ void endAll() {
     stopClientThread();
 }
 
-/// Once there is a client: what the library does at the end of the process comes behind this then. So does what OpenSSL
-/// does, which keeps something for the clients' thread that has to end before.
+/// Once there is a client: what the library does at the end of the process comes behind this then.
 void watchProcess() {
     static bool const isWatched = [] {
-        OPENSSL_init_crypto(0, nullptr);
         std::atexit(endAll);
         pthread_atfork(nullptr, nullptr, [] { isForked = true; });
         return true;
@@ -133,6 +131,8 @@ bool kvpim_create(char const* options, kvpim_client* client, kvpim_error* error)
         if (isForked)
             throw Problem(KVPIM_ERROR_FORKED,
                           "This process was forked from one that had made clients: fork before the first one.");
+        // Else the clients' thread would, and what OpenSSL keeps of its setting up belongs to whoever does that.
+        OPENSSL_init_crypto(OPENSSL_INIT_LOAD_CONFIG, nullptr);
         auto made = Client::make(readClientOptions(parseObject(textOf(options, "options"))));
         watchProcess();
         std::lock_guard const lock(clients().mutex);
