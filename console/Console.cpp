@@ -29,8 +29,8 @@ using Clock = KvMainQueue::Clock;
 /// Between the lines and the C interface: what the client says is printed, and this thread is the client's.
 class Console {
 public:
-    Console(kvpim_client client, std::shared_ptr<KvMainQueue> queue, Output& output, std::chrono::nanoseconds linger)
-        : client_(client), queue_(std::move(queue)), output_(output), linger_(linger) {}
+    Console(std::shared_ptr<KvMainQueue> queue, Output& output, std::chrono::nanoseconds linger)
+        : queue_(std::move(queue)), output_(output), linger_(linger) {}
 
     void serveMetrics(std::uint16_t port) {
         auto const text = [this](bool isOpenMetrics) { return metricsText(isOpenMetrics); };
@@ -38,7 +38,8 @@ public:
         std::fprintf(stderr, "kvpim: metrics at %s\n", metrics_->url().c_str());
     }
 
-    void run() {
+    void run(kvpim_client client) {
+        client_ = client;
         output_.line({{"event", "ready"}});
         while (!isOver()) {
             std::array<pollfd, 4> others{{{.fd = STDOUT_FILENO, .events = 0, .revents = 0},
@@ -46,8 +47,8 @@ public:
                                           {.fd = metrics_ ? metrics_->fd() : -1, .events = POLLIN, .revents = 0},
                                           {.fd = kvpim_fd(client_), .events = POLLIN, .revents = 0}}};
             turn(*queue_, others);
-            auto const& [output, input, metrics, client] = others;
-            if (client.revents != 0) work();
+            auto const& [output, input, metrics, requests] = others;
+            if (requests.revents != 0) work();
             if (metrics.revents != 0) metrics_->turn();
             if (output.revents != 0) return;  // nobody is there to read
             if (input.revents != 0) input_.fill();
@@ -141,7 +142,7 @@ private:
         return false;
     }
 
-    kvpim_client const client_;
+    kvpim_client client_{};
     std::shared_ptr<KvMainQueue> const queue_;  // of what is the console's own
     Output& output_;
     std::chrono::nanoseconds const linger_;
@@ -187,6 +188,8 @@ int runConsole(ConsoleOptions const& options) {
     auto const queue = KvMainQueue::main();
     auto const output = std::make_shared<Output>();
     takePrints(queue, output);
+    Console console(queue, *output, std::chrono::duration_cast<std::chrono::nanoseconds>(options.linger));
+    if (options.metricsPort) console.serveMetrics(*options.metricsPort);
     kvpim_client client;
     kvpim_error error;
     if (!kvpim_create(json::serialize(clientOptions(options)).c_str(), &client, &error)) {
@@ -197,9 +200,7 @@ int runConsole(ConsoleOptions const& options) {
     }
     if (!options.logFile.empty()) KvPimKit::setLogFile(options.logFile);
     if (options.logFilters) KvPimKit::setLogFilters(*options.logFilters);
-    Console console(client, queue, *output, std::chrono::duration_cast<std::chrono::nanoseconds>(options.linger));
-    if (options.metricsPort) console.serveMetrics(*options.metricsPort);
-    console.run();
+    console.run(client);
     kvpim_destroy(client);
     return 0;
 }
