@@ -35,6 +35,11 @@ if [[ $way == testkit ]]; then
     exit
 fi
 
+# What is unpacked, not installed, is found by no linker: CMake names the library to it, but not what that one needs.
+if [[ $way == c ]]; then
+    LD_LIBRARY_PATH=$(dirname "$(find "$(realpath "$prefix")" -name libkvpim_c.so)")
+    export LD_LIBRARY_PATH
+fi
 start_service "$work/service.log"
 # What the program keeps stays out of the user's own directories.
 run_job env XDG_CACHE_HOME="$work" XDG_DATA_HOME="$work" DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent \
