@@ -45,6 +45,7 @@ start_service() {
 # script is killed. $server_said is what sed's expression finds in its log, by which it is known to be ready.
 start_server() {
     local log=$1 tries
+    : >"$log" # what an earlier server said there is not to be taken for this one's word
     exec {server_stdin}> >(exec "${@:3}" >"$log" 2>&1)
     server_pid=$!
     for ((tries = 0; tries < 200; tries++)); do
