@@ -104,7 +104,7 @@ void Client::carryOut(Request const& request) {
     if (isOver_) return;
     try {
         request.operation.run(session_, Arguments(request.fields, request.data), request.answer);
-    } catch (std::runtime_error const& problem) {
+    } catch (std::exception const& problem) {
         request.answer.refusal(problem.what());
     }
     request.answer.callReturned();

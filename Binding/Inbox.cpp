@@ -99,15 +99,16 @@ void Inbox::setCallback(std::function<void(kvpim_message const&)> callback) {
 
 // What it is may be changed inside it, and it may end the client.
 void Inbox::hand(kvpim_message const& message) {
+    std::thread::id outer;  // of a callback that polls
     {
         std::lock_guard const lock(mutex_);
         if (isEnded_) return;
-        calling_ = std::this_thread::get_id();
+        outer = std::exchange(calling_, std::this_thread::get_id());
     }
     auto const callback = callback_;
     callback(message);
     std::lock_guard const lock(mutex_);
-    calling_ = {};
+    calling_ = outer;
     changed_.notify_all();
 }
 

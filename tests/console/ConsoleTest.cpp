@@ -144,12 +144,14 @@ TEST(Console, EndOfInputWaitsForTheAnswersAndThenLingersForEvents) {
 TEST(Console, LinesBehindASleepAreReadAfterIt) {
     Program console(consoleCommand(kNobody));
     auto const begin = Clock::now();
-    console.send(R"({"op":"sleep","id":1,"seconds":0.3})");
+    auto const deep = std::string(900, '[') + std::string(900, ']');
+    console.send(R"({"op":"sleep","id":)" + deep + R"(,"seconds":0.3})");
     console.send(R"({"op":"setParameters","id":2,"parameters":""})");
     console.closeInput();
     EXPECT_EQ(console.exitStatus(), 0);
     EXPECT_GE(Clock::now() - begin, 300ms);
-    std::deque<std::string> const expected = {R"({"event":"ready"})", R"({"id":1,"op":"sleep","result":true})",
+    std::deque<std::string> const expected = {R"({"event":"ready"})",
+                                              R"({"id":)" + deep + R"(,"op":"sleep","result":true})",
                                               R"({"id":2,"op":"setParameters","result":0})"};
     auto answers = console.otherLines();
     std::erase_if(answers, [](std::string const& line) { return !line.starts_with('{'); });  // the library's own prints
