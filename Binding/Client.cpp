@@ -49,24 +49,25 @@ std::shared_ptr<Client> Client::make(ClientOptions options) {
     if (!queue) queue = options.isPolled ? KvMainQueue::create() : clientThreadQueue();
     if (!queue) throw Problem(KVPIM_ERROR_SYSTEM, "The system has no descriptors or no thread left.");
     std::shared_ptr<Client> const client(new Client(options, queue));
+    std::optional<std::string> refusal;
     if (client->isPolled_ || queue->isCurrent()) {
-        client->start(std::move(options));
+        refusal = client->start(std::move(options));
     } else {
-        std::promise<void> started;
+        std::promise<std::optional<std::string>> started;
         queue->post([&] {
             try {
-                client->start(std::move(options));
-                started.set_value();
+                started.set_value(client->start(std::move(options)));
             } catch (...) {
                 started.set_exception(std::current_exception());
             }
         });
-        started.get_future().get();
+        refusal = started.get_future().get();
     }
+    if (refusal) throw Problem(KVPIM_ERROR_CREATE, *refusal);
     return client;
 }
 
-void Client::start(ClientOptions options) {
+std::optional<std::string> Client::start(ClientOptions options) {
     auto const weak = weak_from_this();
     Inbox::Events const on{
         .full = [this] { session_.client->pauseReading(); },
@@ -84,8 +85,9 @@ void Client::start(ClientOptions options) {
     session_.delegate = makeClientDelegate(session_.inbox, options.delegate);
     options.client.mainQueue = session_.queue;
     auto client = KvPimKit::create(options.appId, std::move(options.client), session_.delegate);
-    if (!client) throw Problem(KVPIM_ERROR_CREATE, client.error().failure()->cause);
+    if (!client) return client.error().failure()->cause;
     session_.client = *std::move(client);
+    return std::nullopt;
 }
 
 void Client::request(std::string_view text, KvData data) {

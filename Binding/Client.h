@@ -11,6 +11,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -56,7 +57,8 @@ private:
     };
 
     Client(ClientOptions const& options, std::shared_ptr<KvMainQueue> queue);
-    void start(ClientOptions options);
+    /// Why there can be no client, if so.
+    std::optional<std::string> start(ClientOptions options);
     void carryOut(Request const& request);
     /// Has the work done by who drives the queue, unless the client ends before.
     void runOnQueue(std::function<void(Client&)> work);
