@@ -3,6 +3,7 @@
 //     table.js RESULTS DATA
 'use strict';
 const fs = require('fs');
+const { digits, median, readRuns } = require('./figures.js');
 
 const CLIENTS = ['js', 'socketio-main', 'kit-main', 'kit-thread'];
 const TITLES = {
@@ -12,22 +13,11 @@ const TITLES = {
   'kit-thread': 'library, engine thread',
 };
 
-// The library prints a line of its own when it finds no device id.
-const lines = fs.readFileSync(process.argv[2], 'utf8').split('\n').filter((line) => line.startsWith('{'));
-const runs = lines.map((line) => JSON.parse(line));
-
-function median(values) {
-  const sorted = [...values].sort((a, b) => a - b);
-  const middle = sorted.length >> 1;
-  return sorted.length % 2 ? sorted[middle] : (sorted[middle - 1] + sorted[middle]) / 2;
-}
+const runs = readRuns(process.argv[2]);
 
 function valueOf(workload, client, column) {
   return median(runs.filter((run) => run.workload === workload && run.client === client).map((run) => run[column]));
 }
-
-/** Three digits that count. */
-const digits = (value) => (value >= 100 ? value.toFixed(0) : value.toPrecision(3));
 
 function row(title, workload, column) {
   const [reference, ...values] = CLIENTS.map((client) => valueOf(workload, client, column));

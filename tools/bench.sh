@@ -74,23 +74,31 @@ measure_awaiting() {
 # The C interface and Python beside the C++ client, in turns; Python beside another client of Socket.IO.
 # measure_languages CYCLES
 measure_languages() {
-    local run port
-    bench_tls=()
+    local results run
+    results=$(build_folder bench)/languages.jsonl
+    : >"$results"
     for ((run = 1; run <= 5; run++)); do
         say "Run $run of 5"
         start_bench_server fast
-        for client in kit-thread kit-main c; do measure_client /dev/stdout "$client" ack_pipelined 100000 20000; done
-        for client in kvpim socketio; do measure_client /dev/stdout "$client" ack_pipelined 20000 2000; done
+        measure_each "$results" ack_pipelined
         stop_server
         start_bench_server node
-        for client in kit-thread kit-main c; do measure_client /dev/stdout "$client" recv_text 100000 20000; done
-        for client in kvpim socketio; do measure_client /dev/stdout "$client" recv_text 20000 2000; done
+        measure_client /dev/null js recv_text 50000 1000
+        measure_each "$results" recv_text
         stop_server
     done
+    node bench/languages/table.js "$results" || exit
     start_bench_server fast
     measure_client /dev/stdout kvpim crowd 1000 0
     measure_client /dev/stdout c cycles "$1" 0
     stop_server
+}
+
+# measure_each RESULTS WORKLOAD
+measure_each() {
+    local client
+    for client in kit-thread kit-main c; do measure_client "$1" "$client" "$2" 100000 20000; done
+    for client in kvpim socketio; do measure_client "$1" "$client" "$2" 20000 2000; done
 }
 
 # start_bench_server node|fast|tls
