@@ -21,9 +21,9 @@ void Answer::Request::settle() {
 }
 
 void Answer::result(boost::json::value result) const {
-    boost::json::object fields;
-    fields.emplace("result", std::move(result));
-    write(std::move(fields));
+    auto line = begun(1);
+    line.emplace("result", std::move(result));
+    write(line);
 }
 
 void Answer::refusal(std::string_view text) const { request_->inbox->put({{"error", text}, {"id", request_->id}}); }
@@ -41,19 +41,23 @@ boost::json::object toJson(KvFailure const& failure) {
 }  // namespace
 
 void Answer::write(std::int64_t code, std::string_view text, boost::json::object&& others) const {
-    boost::json::object fields;
-    fields.emplace("code", code);
-    if (code != 0) fields.emplace("text", text);
-    if (auto const failure = currentFailure()) fields.emplace("failure", toJson(*failure));
-    append(fields, std::move(others));
-    write(std::move(fields));
+    auto line = begun(3 + others.size());
+    line.emplace("code", code);
+    if (code != 0) line.emplace("text", text);
+    if (auto const failure = currentFailure()) line.emplace("failure", toJson(*failure));
+    append(line, std::move(others));
+    write(line);
 }
 
-void Answer::write(boost::json::object&& fields) const {
+boost::json::object Answer::begun(std::size_t further) const {
     boost::json::object line;
+    line.reserve(2 + further);
     line.emplace("id", request_->id);
     line.emplace("op", request_->operation);
-    append(line, std::move(fields));
+    return line;
+}
+
+void Answer::write(boost::json::object const& line) const {
     request_->inbox->put(line);
     if (!request_->isInCall) request_->settle();
 }

@@ -65,7 +65,9 @@ private:
     };
 
     void write(std::int64_t code, std::string_view text, boost::json::object&& others) const;
-    void write(boost::json::object&& fields) const;
+    /// What each answer begins with; so many fields follow at most.
+    boost::json::object begun(std::size_t further) const;
+    void write(boost::json::object const& line) const;
 
     std::shared_ptr<Request> request_;
 };

@@ -20,6 +20,7 @@ public:
 
     void write(std::string_view name, Fields&& fields = {}, KvData data = nullptr) const {
         Fields line;
+        line.reserve(1 + fields.size());
         line.emplace("event", name);
         append(line, std::move(fields));
         inbox_->put(line, std::move(data));
