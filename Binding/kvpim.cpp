@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <condition_variable>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -106,6 +107,58 @@ bool attempt(kvpim_error* error, Body const& body) noexcept {
         write(error, KVPIM_ERROR_SYSTEM, other.what());
     }
     return false;
+}
+
+/// Who gets lines of one kind. Never destroyed, for lines are written to the very end of the process.
+class LineCallback {
+public:
+    /// Waits until nobody is inside the former callback, whose context may go then.
+    void set(kvpim_line_callback callback, void* context) {
+        auto next = callback == nullptr ? nullptr : std::make_shared<Chosen>(Chosen{callback, context});
+        std::unique_lock lock(mutex_);
+        next.swap(chosen_);
+        if (isInside) return;  // it would wait for itself
+        left_.wait(lock, [&former = next] { return former == nullptr || former->inside == 0; });
+    }
+
+    /// False where there is none.
+    bool call(int kind, std::string_view line) {
+        std::unique_lock lock(mutex_);
+        auto const chosen = chosen_;
+        if (chosen == nullptr) return false;
+        ++chosen->inside;
+        lock.unlock();
+        bool const wasInside = std::exchange(isInside, true);
+        chosen->callback(chosen->context, kind, std::string(line).c_str());
+        isInside = wasInside;
+        lock.lock();
+        if (--chosen->inside == 0) left_.notify_all();
+        return true;
+    }
+
+private:
+    struct Chosen {
+        kvpim_line_callback callback;
+        void* context;
+        int inside = 0;  // how many threads
+    };
+    static thread_local bool isInside;
+
+    std::mutex mutex_;
+    std::condition_variable left_;
+    std::shared_ptr<Chosen> chosen_;  // guarded by mutex_, as what it holds
+};
+
+thread_local bool LineCallback::isInside = false;
+
+LineCallback& logCallback() {
+    static auto& callback = *new LineCallback;
+    return callback;
+}
+
+LineCallback& consoleCallback() {
+    static auto& callback = *new LineCallback;
+    return callback;
 }
 
 std::optional<std::chrono::steady_clock::time_point> endOf(std::int64_t milliseconds) {
@@ -214,20 +267,24 @@ bool kvpim_set_callback(kvpim_client client, kvpim_callback callback, void* cont
     });
 }
 
+void kvpim_ignore_line(void*, int, char const*) {}
+
 void kvpim_set_log_callback(kvpim_line_callback callback, void* context) {
     attempt(nullptr, [&] {
-        if (callback == nullptr) return kv::KvPimKit::setLogHandler(nullptr);
-        kv::KvPimKit::setLogHandler([=](std::int64_t level, std::string_view line) {
-            callback(context, static_cast<int>(level), std::string(line).c_str());
-        });
+        if (callback == nullptr) kv::KvPimKit::setLogHandler(nullptr);
+        logCallback().set(callback, context);
+        if (callback == nullptr) return;
+        kv::KvPimKit::setLogHandler(
+            [](std::int64_t level, std::string_view line) { logCallback().call(static_cast<int>(level), line); });
     });
 }
 
 void kvpim_set_console_callback(kvpim_line_callback callback, void* context) {
     attempt(nullptr, [&] {
-        if (callback == nullptr) return kv::KvPimKit::setConsole(kv::KvPimKit::writeToStandardStream);
-        kv::KvPimKit::setConsole([=](kv::KvConsoleStream stream, std::string_view line) {
-            callback(context, stream == kv::KvConsoleStream::error ? 2 : 1, std::string(line).c_str());
+        consoleCallback().set(callback, context);
+        kv::KvPimKit::setConsole([](kv::KvConsoleStream stream, std::string_view line) {
+            if (consoleCallback().call(stream == kv::KvConsoleStream::error ? 2 : 1, line)) return;
+            kv::KvPimKit::writeToStandardStream(stream, line);
         });
     });
 }

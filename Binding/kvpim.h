@@ -152,8 +152,12 @@ KVPIM_EXPORT bool kvpim_set_callback(kvpim_client client, kvpim_callback callbac
 
 /** Gets the lines of the log or what the library prints. `kind`: of the log its level (1 information, 2 a warning, 4 an
     error, 8 critical); of prints 1 for standard output, 2 for standard error. Called by the thread that it happens on,
-    several at a time among them: it must neither wait nor call the library. */
+    several at a time among them: it must neither wait nor call the library. Whoever sets another waits until no thread
+    is inside the former one, whose context may go then. */
 typedef void (*kvpim_line_callback)(void* context, int kind, char const* line);
+
+/** A line callback for who wants none of the lines. */
+KVPIM_EXPORT void kvpim_ignore_line(void* context, int kind, char const* line);
 
 /** Who gets the lines that the log's filter lets through ("setLogFilters"), instead of standard error and the file;
     NULL for these two again. Of the process. */

@@ -20,7 +20,9 @@ PARTS = {  # in the order in which one reads them
     "records": "Records",
     "errors": "Errors",
     "options": "Options",
+    "lines": "Prints and the log",
 }
+PUBLIC = (ROOT / "python/kvpim/__init__.py").read_text().partition("__all__")[2]
 missing: list[str] = []
 
 
@@ -36,13 +38,17 @@ def text_of(doc: str) -> str:
     return re.sub(r"((?:^ {4,}\S.*\n?)+)", r"\n\1", doc, flags=re.MULTILINE).replace("\n\n\n", "\n\n")
 
 
-def signature(function: ast.FunctionDef, is_awaited: bool) -> str:
+def signature(function: ast.FunctionDef) -> str:
     arguments = re.sub(r"^self(, )?", "", re.sub(r"(?<=[\w\]])=", " = ", ast.unparse(function.args)))
     returned = ast.unparse(function.returns) if function.returns else "None"
     awaited = re.fullmatch(r"Future\[(.*)\]", returned)
     returned = awaited[1] if awaited else returned
     result = "" if returned == "None" else f" -> {returned}"
     return f"{'await ' if awaited else ''}{function.name}({arguments}){result}".replace("'", '"')
+
+
+def function_of(node: ast.FunctionDef, owner: str = "", shown: str = "") -> str:
+    return f"\n`{shown or signature(node)}`\n\n{text_of(doc_of(node, owner))}\n"
 
 
 def fields_of(node: ast.ClassDef) -> list[str]:
@@ -63,8 +69,7 @@ def class_of(node: ast.ClassDef) -> str:
             if any(ast.unparse(decorator) == "classmethod" for decorator in item.decorator_list):
                 continue
             is_property = bool(item.decorator_list)
-            shown = item.name if is_property else signature(item, True)
-            text += f"\n`{shown}`\n\n{text_of(doc_of(item, node.name + '.'))}\n"
+            text += function_of(item, node.name + ".", item.name if is_property else "")
     return text
 
 
@@ -85,6 +90,8 @@ def reference() -> str:
             text += alias_of(node, behind)
             if isinstance(node, ast.ClassDef) and not node.name.startswith("_") and node.name != "Options":
                 text += "\n" + class_of(node)
+            elif isinstance(node, ast.FunctionDef) and f'"{node.name}"' in PUBLIC:
+                text += function_of(node)
     return text
 
 

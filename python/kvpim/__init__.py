@@ -30,6 +30,7 @@ from .events import (
     TokenDidExpire,
     Writable,
 )
+from .lines import set_console, set_log
 from .options import Network, Proxy, Recording, Tls
 from .records import (
     Attribute,
@@ -104,5 +105,7 @@ __all__ = [
     "UserAttributes",
     "Writable",
     "__version__",
+    "set_console",
+    "set_log",
     "sync",
 ]

@@ -69,6 +69,12 @@ _text = _function(_never_waits, "kvpim_message_text", _Text, _Pointer)
 _data = _function(_never_waits, "kvpim_message_data", _Pointer, _Pointer, ctypes.POINTER(_Size))
 _free = _function(_never_waits, "kvpim_message_free", None, _Pointer)
 _descriptor = _function(_never_waits, "kvpim_fd", ctypes.c_int, Handle)
+LineCallback = ctypes.CFUNCTYPE(None, _Pointer, ctypes.c_int, _Text)
+_set_lines = {
+    kind: _function(_waits, f"kvpim_set_{kind}_callback", None, LineCallback, _Pointer) for kind in ("log", "console")
+}
+
+ignore_line = LineCallback(("kvpim_ignore_line", _waits))
 
 _decode = json.JSONDecoder().raw_decode
 
@@ -84,6 +90,13 @@ def interface() -> dict[str, Any]:
     """What operations, events, options and codes the library has."""
     found: dict[str, Any] = json.loads(_interface())
     return found
+
+
+def set_lines(kind: str, callback: Any) -> None:
+    """Has lines of the "log" or the "console" go to a `LineCallback`, which the library does not keep alive. Nobody is
+    inside the former one when it returns.
+    """
+    _set_lines[kind](callback, None)
 
 
 def create(options: str) -> Handle:

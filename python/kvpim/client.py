@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import json
+import sys
 import time
 import warnings
 from asyncio import Future
@@ -142,8 +143,9 @@ class Client:
         if self._port is not None:
             self._port.close()  # which a process that was forked may leave behind, too
 
-    def __del__(self) -> None:
-        if getattr(self, "_port", None) is not None and self.is_open:
+    # At the end of the program the modules are gone, and the library ends its clients itself.
+    def __del__(self, _is_program_ending: Callable[[], bool] = sys.is_finalizing) -> None:
+        if getattr(self, "_port", None) is not None and not _is_program_ending() and self.is_open:
             warnings.warn(f"unclosed {self!r}", ResourceWarning, source=self)
             self._opened.abandon()
 

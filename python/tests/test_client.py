@@ -291,6 +291,22 @@ PROGRAMS = {
         """,
         "True\nTrue\nTrue\nend",
     ),
+    "lines go where they are wanted": (
+        """
+        told = []
+        kvpim.set_console(lambda stream, line: told.append(line))
+        kvpim.set_log(lambda level, line: told.append(level))
+        try: kvpim.set_log(sys.stderr)
+        except TypeError: pass
+        client = kvpim.sync.Client("demo", api_server=sys.argv[1])
+        client.open()
+        client.set_log_filters(8)
+        client.login(sys.argv[2], "lines")
+        while not any("loganDir" in str(line) for line in told): pass
+        print(1 in told)
+        """,
+        "True",
+    ),
     "without a loop": (
         """
         with kvpim.sync.Client("demo", api_server=sys.argv[1]) as client:

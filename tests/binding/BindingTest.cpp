@@ -208,6 +208,25 @@ TEST_F(Binding, IsWaitedForByDescriptorOrCalledBack) {
     EXPECT_EQ(kvpim_receive(alice, KVPIM_FOREVER, &message), KVPIM_ENDED);
 }
 
+TEST_F(Binding, NobodyIsInsideALineCallbackThatIsNoMore) {
+    auto const alice = login("alice");
+    std::atomic<int> inside{0};
+    kvpim_set_log_callback(
+        [](void* context, int, char const*) {
+            *static_cast<std::atomic<int>*>(context) = 1;
+            std::this_thread::sleep_for(100ms);
+            *static_cast<std::atomic<int>*>(context) = 2;
+            kvpim_set_log_callback(nullptr, nullptr);  // waits for nobody, itself least of all
+        },
+        &inside);
+    request(alice, {{"op", "setLogFilters"}, {"filters", 8}});
+    request(alice, {{"op", "logoutWithCompletion"}});
+    EXPECT_TRUE(waitUntil([&] { return inside != 0; }));
+    kvpim_set_log_callback(nullptr, nullptr);
+    EXPECT_EQ(inside, 2);
+    request(alice, {{"op", "setLogFilters"}, {"filters", 0}});
+}
+
 TEST_F(Binding, ReadsNoMoreThanIsReceived) {
     constexpr int kMessages = 400;
     for (auto const* const engine : {"mainQueue", "thread"}) {
