@@ -1,13 +1,11 @@
 #include "Binding/ClientThread.h"
 
+#include "Platform/KvThread.h"
+
 #include <atomic>
 #include <chrono>
 #include <mutex>
-#include <system_error>
 #include <thread>
-
-#include <pthread.h>
-#include <signal.h>
 
 namespace kv::binding {
 namespace {
@@ -27,16 +25,6 @@ Shared& shared() {
     return shared;
 }
 
-void runQueue(std::shared_ptr<KvMainQueue> const& queue) {
-    // Signals are the application's.
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, nullptr);
-    pthread_setname_np(pthread_self(), "kv.clients");
-    queue->run();
-    shared().isOver = true;
-}
-
 }  // namespace
 
 std::shared_ptr<KvMainQueue> clientThreadQueue() {
@@ -44,11 +32,11 @@ std::shared_ptr<KvMainQueue> clientThreadQueue() {
     if (!shared().queue) {
         auto const made = KvMainQueue::create();
         if (!made) return nullptr;
-        try {
-            shared().thread = std::thread(runQueue, made);
-        } catch (std::system_error const&) {
-            return nullptr;
-        }
+        shared().thread = makeThread("kv.clients", [made] {
+            made->run();
+            shared().isOver = true;
+        });
+        if (!shared().thread.joinable()) return nullptr;
         shared().queue = made;
     }
     return shared().queue;

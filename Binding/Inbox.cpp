@@ -1,32 +1,11 @@
 #include "Binding/Inbox.h"
 
-#include <cstdint>
 #include <utility>
 
-#include <sys/eventfd.h>
-#include <unistd.h>
-
 namespace kv::binding {
-namespace {
-
-void makeReadable(int fd) {
-    std::uint64_t const one = 1;
-    if (fd >= 0) static_cast<void>(::write(fd, &one, sizeof one));
-}
-
-void makeUnreadable(int fd) {
-    std::uint64_t count = 0;
-    if (fd >= 0) static_cast<void>(::read(fd, &count, sizeof count));
-}
-
-}  // namespace
 
 Inbox::Inbox(std::size_t mostBytes, bool attachesData, Events on)
     : mostBytes_(mostBytes), attachesData_(attachesData), on_(std::move(on)) {}
-
-Inbox::~Inbox() {
-    if (fd_ >= 0) ::close(fd_);
-}
 
 void Inbox::put(boost::json::object const& line, KvData data) {
     Message message(new kvpim_message{boost::json::serialize(line), std::move(data)});
@@ -47,7 +26,7 @@ void Inbox::put(boost::json::object const& line, KvData data) {
 void Inbox::wake() {
     std::lock_guard const lock(mutex_);
     isToWake_ = false;
-    if (!waiting_.empty() && !std::exchange(isReadable_, true)) makeReadable(fd_);
+    if (!waiting_.empty() && !std::exchange(isReadable_, true)) wakeUp_.raise();
     if (receivers_ > 0) changed_.notify_all();
 }
 
@@ -55,7 +34,7 @@ Inbox::Message Inbox::takeOne(std::unique_lock<std::mutex>& lock) {
     auto message = std::move(waiting_.front());
     waiting_.pop_front();
     bytes_ -= message->bytes();
-    if (waiting_.empty() && !isEnded_ && std::exchange(isReadable_, false)) makeUnreadable(fd_);
+    if (waiting_.empty() && !isEnded_ && std::exchange(isReadable_, false)) wakeUp_.lower();
     bool const isRoom = isFull_ && bytes_ <= mostBytes_ / 2;
     if (isRoom) isFull_ = false;
     lock.unlock();
@@ -80,11 +59,11 @@ kvpim_outcome Inbox::take(std::optional<std::chrono::steady_clock::time_point> e
 
 int Inbox::fd() {
     std::lock_guard const lock(mutex_);
-    if (fd_ < 0) {
+    if (wakeUp_.fd() < 0 && wakeUp_.open()) {
         isReadable_ = isReadable_ || !waiting_.empty() || isEnded_;
-        fd_ = ::eventfd(isReadable_ ? 1 : 0, EFD_CLOEXEC | EFD_NONBLOCK);
+        if (isReadable_) wakeUp_.raise();
     }
-    return fd_;
+    return wakeUp_.fd();
 }
 
 void Inbox::setCallback(std::function<void(kvpim_message const&)> callback) {
@@ -115,7 +94,7 @@ void Inbox::hand(kvpim_message const& message) {
 void Inbox::end() {
     std::unique_lock lock(mutex_);
     isEnded_ = true;
-    if (!std::exchange(isReadable_, true)) makeReadable(fd_);
+    if (!std::exchange(isReadable_, true)) wakeUp_.raise();
     changed_.notify_all();
     changed_.wait(lock, [this] { return calling_ == std::thread::id() || calling_ == std::this_thread::get_id(); });
 }

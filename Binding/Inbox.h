@@ -3,6 +3,7 @@
 
 #include "Binding/kvpim.h"
 #include "Platform/KvData.h"
+#include "Platform/KvSystem.h"
 
 #include <chrono>
 #include <condition_variable>
@@ -39,7 +40,6 @@ public:
 
     /// `attachesData`: whether raw data stand beside the text of a message.
     Inbox(std::size_t mostBytes, bool attachesData, Events on);
-    ~Inbox();
     Inbox(Inbox const&) = delete;
     Inbox& operator=(Inbox const&) = delete;
 
@@ -76,7 +76,7 @@ private:
     std::size_t bytes_ = 0;
     bool isFull_ = false, isEnded_ = false;
     bool isToWake_ = false;  // `first` was told
-    int fd_ = -1;
+    KvWakeUp wakeUp_;        // open once somebody asked for it
     bool isReadable_ = false;
     std::size_t receivers_ = 0;
     std::thread::id calling_;  // who is in the callback

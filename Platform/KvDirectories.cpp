@@ -1,6 +1,7 @@
 #include "Platform/KvDirectories.h"
 
 #include "Platform/KvFiles.h"
+#include "Platform/KvSystem.h"
 
 #include <array>
 #include <cstdlib>
@@ -51,8 +52,7 @@ std::string dataDirectory() {
 }
 
 std::string executableName() {
-    std::error_code error;
-    std::string name = std::filesystem::read_symlink("/proc/self/exe", error).filename();
+    std::string name = std::filesystem::path(pathOfProgram()).filename();
     // The mark of a program that was replaced while it runs.
     if (std::string_view const mark = " (deleted)"; name.ends_with(mark)) name.resize(name.size() - mark.size());
     return name;

@@ -1,13 +1,15 @@
 // The key store of machines without a secret service: one file for each item, readable by its user alone.
 #include "Platform/KvFiles.h"
 #include "Platform/KvKeyStore.h"
+#include "Platform/KvSystem.h"
 
+#include <array>
+#include <bit>
 #include <cerrno>
 #include <cstdint>
 
 #include <fcntl.h>
 #include <stdio.h>
-#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -21,9 +23,9 @@ std::string fileNameOf(KvKeyStoreQuery const& query) {
 }
 
 std::string temporaryName() {
-    std::uint64_t number = 0;  // no process id: those of two containers that share a home may be equal
-    while (::getrandom(&number, sizeof number, 0) < 0 && errno == EINTR) {
-    }
+    std::array<std::uint8_t, 8> bytes{};
+    fillWithRandom(bytes);  // no process id: those of two containers that share a home may be equal
+    auto const number = std::bit_cast<std::uint64_t>(bytes);
     return ".new." + std::to_string(number);
 }
 

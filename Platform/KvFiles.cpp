@@ -1,6 +1,7 @@
 #include "Platform/KvFiles.h"
 
 #include "Platform/KvConsole.h"
+#include "Platform/KvSystem.h"
 
 #include <algorithm>
 #include <array>
@@ -95,9 +96,9 @@ std::string asFileName(std::string_view text) {
 }
 
 std::error_code renameWithoutReplacing(std::string const& from, std::string const& to) {
-    if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return {};
-    if (errno != EINVAL && errno != ENOSYS) return lastError();
-    // A file system that cannot do it in one step: for a moment the file has both names.
+    int const error = renameUnlessThere(from.c_str(), to.c_str());
+    if (error != EINVAL && error != ENOSYS) return {error, std::generic_category()};
+    // What cannot be done in one step: for a moment the file has both names.
     if (::link(from.c_str(), to.c_str()) != 0 || ::unlink(from.c_str()) != 0) return lastError();
     return {};
 }

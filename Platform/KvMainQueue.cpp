@@ -2,7 +2,9 @@
 
 #include "Platform/KvEngineThread.h"
 #include "Platform/KvQueueContext.h"
+#include "Platform/KvQueueDescriptor.h"
 #include "Platform/KvQueueWatch.h"
+#include "Platform/KvSystem.h"
 
 #include <algorithm>
 #include <atomic>
@@ -19,7 +21,6 @@
 #include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <fcntl.h>
-#include <sys/eventfd.h>
 #include <unistd.h>
 
 namespace kv {
@@ -29,18 +30,6 @@ namespace {
 // A poll returns to its caller after so many pieces of work, so that work which queues work cannot hold it for ever.
 constexpr std::size_t kMostInOnePoll = 4096;
 constexpr auto kNever = KvMainQueue::Clock::time_point::max();
-
-// Asio keeps its epoll descriptor to itself, but an application's own loop must wait on it. An explicit instantiation
-// may name a private member, which is the one way to it that the language allows.
-#ifndef BOOST_ASIO_HAS_EPOLL
-#error "The main queue needs an Asio that waits with epoll: build it without io_uring"
-#endif
-int epollFdOf(asio::detail::epoll_reactor& reactor);
-template <auto Member>
-struct EpollFd {
-    friend int epollFdOf(asio::detail::epoll_reactor& reactor) { return reactor.*Member; }
-};
-template struct EpollFd<&asio::detail::epoll_reactor::epoll_fd_>;
 
 }  // namespace
 
@@ -62,15 +51,18 @@ public:
         }
     };
 
-    explicit Impl(Time mode) : manual(mode == Time::manual), start(Clock::now()), wakeUp(context), alarm(context) {
-        int const fd = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
-        if (fd < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
-        boost::system::error_code error;
-        if (wakeUp.assign(fd, error); error) {
-            ::close(fd);
-            throw boost::system::system_error(error);
-        }
+    explicit Impl(Time mode)
+        : manual(mode == Time::manual),
+          start(Clock::now()),
+          raised(context),
+          readiness(context, wakeUp),
+          alarm(context) {
+        if (!wakeUp.open()) throw std::system_error(errno, std::generic_category(), "no descriptor for a queue");
+        raised.assign(wakeUp.fd());
         awaitWakeUp();
+    }
+    ~Impl() {
+        if (raised.is_open()) raised.release();  // it is not its own
     }
 
     Clock::time_point now() const { return manual ? start + std::chrono::nanoseconds(moved.load()) : Clock::now(); }
@@ -98,16 +90,12 @@ public:
     }
 
     // What wakes a run, and what makes the queue's descriptor readable when nobody runs it.
-    void signal() {
-        std::uint64_t const one = 1;
-        [[maybe_unused]] auto const written = ::write(wakeUp.native_handle(), &one, sizeof one);
-    }
+    void signal() { wakeUp.raise(); }
 
     void awaitWakeUp() {
-        wakeUp.async_wait(asio::posix::stream_descriptor::wait_read, [this](boost::system::error_code error) {
+        raised.async_wait(asio::posix::stream_descriptor::wait_read, [this](boost::system::error_code error) {
             if (error) return;
-            std::uint64_t count = 0;
-            [[maybe_unused]] auto const read = ::read(wakeUp.native_handle(), &count, sizeof count);
+            wakeUp.lower();
             awaitWakeUp();
             drain();
         });
@@ -228,7 +216,9 @@ public:
 
     asio::io_context context{1};
     asio::io_context::executor_type const executor = context.get_executor();
-    asio::posix::stream_descriptor wakeUp;
+    KvWakeUp wakeUp;
+    asio::posix::stream_descriptor raised;  // of wakeUp
+    KvQueueDescriptor readiness;
 
     std::mutex mutex;
     std::deque<Work> posted;  // guarded by mutex
@@ -344,7 +334,7 @@ void KvMainQueue::stop() {
     });
 }
 
-int KvMainQueue::fd() const { return epollFdOf(asio::use_service<asio::detail::epoll_reactor>(impl_->context)); }
+int KvMainQueue::fd() const { return impl_->readiness.get(); }
 
 void KvMainQueue::post(Work work) { impl_->post(std::move(work)); }
 

@@ -13,8 +13,8 @@
 
 #define G_DISABLE_CAST_CHECKS
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <libsecret/secret.h>
-#include <sys/eventfd.h>
 #include <unistd.h>
 
 namespace kv {
@@ -161,7 +161,7 @@ Owned<SecretService> openService(GCancellable* cancellable) {
 bool hasDescriptorsToSpare() {
     std::array<KvFileDescriptor, 8> spare;
     return std::ranges::all_of(spare, [](KvFileDescriptor& one) {
-        one = KvFileDescriptor(::eventfd(0, EFD_CLOEXEC));
+        one = KvFileDescriptor(::open("/dev/null", O_RDONLY | O_CLOEXEC));
         return static_cast<bool>(one);
     });
 }

@@ -1,5 +1,7 @@
 #include "Platform/KvThread.h"
 
+#include "Platform/KvSystem.h"
+
 #include <system_error>
 #include <utility>
 
@@ -15,7 +17,7 @@ std::thread makeThread(char const* name, std::function<void()> body) try {
         sigset_t all;
         sigfillset(&all);
         pthread_sigmask(SIG_SETMASK, &all, nullptr);
-        pthread_setname_np(pthread_self(), name);
+        nameThisThread(name);
         body();
     });
 } catch (std::system_error const&) {

@@ -10,7 +10,7 @@ namespace kv {
 
 /// Makes a thread that takes no signals. `name`: at most 15 characters, for debuggers. Not joinable when there can be
 /// no more threads.
-[[nodiscard]] std::thread makeThread(char const* name, std::function<void()> body);
+[[nodiscard]] KV_EXPORT std::thread makeThread(char const* name, std::function<void()> body);
 
 /// The same for a thread that nobody waits for. False when there can be no more threads.
 [[nodiscard]] KV_EXPORT bool startThread(char const* name, std::function<void()> body);

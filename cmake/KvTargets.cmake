@@ -15,6 +15,9 @@ function(kv_target name)
   target_compile_options(${name} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor
                                          $<$<AND:$<CXX_COMPILER_ID:GNU>,$<CONFIG:Release>>:-Wno-restrict>
                                          $<$<BOOL:${KVPIM_WARNINGS_AS_ERRORS}>:-Werror>)
+  if(KVPIM_PORTABLE)
+    target_compile_definitions(${name} PRIVATE BOOST_ASIO_DISABLE_EPOLL BOOST_ASIO_DISABLE_EVENTFD BOOST_ASIO_DISABLE_TIMERFD)
+  endif()
   if(KVPIM_SANITIZE)
     target_compile_options(${name} PRIVATE -fsanitize=${KVPIM_SANITIZE} -fno-omit-frame-pointer)
     target_link_options(${name} PUBLIC -fsanitize=${KVPIM_SANITIZE})

@@ -1,15 +1,13 @@
 #include "SocketIO/core/WebSocketCodec.h"
 
+#include "Platform/KvSystem.h"
 #include "Platform/KvUtf8.h"
 #include "SocketIO/core/ByteStore.h"
 
 #include <algorithm>
 #include <bit>
 #include <cstring>
-#include <random>
 #include <utility>
-
-#include <sys/random.h>
 
 namespace kv::sio {
 namespace {
@@ -71,10 +69,7 @@ void randomBytes(std::span<std::uint8_t> out) {
     thread_local std::array<std::uint8_t, kPool> pool;
     thread_local std::size_t used = kPool;
     if (kPool - used < out.size()) {
-        if (::getrandom(pool.data(), kPool, 0) != static_cast<ssize_t>(kPool)) {
-            std::random_device device;
-            for (auto& byte : pool) byte = static_cast<std::uint8_t>(device());
-        }
+        fillWithRandom(pool);
         used = 0;
     }
     std::copy_n(pool.data() + used, out.size(), out.data());

@@ -1,9 +1,9 @@
 #include "SocketIO/transport/HeapTrim.h"
 
+#include "Platform/KvSystem.h"
+
 #include <mutex>
 #include <utility>
-
-#include <malloc.h>
 
 namespace kv::sio {
 namespace {
@@ -17,12 +17,6 @@ struct Wait {
 };
 std::mutex mutex;
 
-void trimHeap() {
-#ifdef __GLIBC__
-    ::malloc_trim(0);
-#endif
-}
-
 void begin(std::shared_ptr<KvMainQueue> const& engine, std::shared_ptr<Wait> const& wait) {
     // The timer's work keeps the wait, until it is done or its queue is gone.
     wait->timer = engine->after(kCalm, [weak = std::weak_ptr(engine), wait] {
@@ -31,7 +25,7 @@ void begin(std::shared_ptr<KvMainQueue> const& engine, std::shared_ptr<Wait> con
             auto const queue = weak.lock();
             if (queue && std::exchange(wait->isProlonged, false)) return begin(queue, wait);
         }
-        trimHeap();
+        returnFreeMemory();
     });
 }
 

@@ -1,5 +1,4 @@
 #include "Net/NetworkWatch.h"
-
 #include "Platform/KvQueueContext.h"
 
 #include <algorithm>
