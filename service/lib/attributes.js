@@ -3,14 +3,16 @@
 import { attributes, keys } from './shapes.js';
 
 /** Each takes a field of the payload and makes the new Map from it and the present one, which stays as it is. */
-export const replace = { takes: { attributes }, apply: (present, { attributes }) => attributes };
+export const replace = { how: 'replace', takes: { attributes }, apply: (present, { attributes }) => attributes };
 
 export const merge = {
+  how: 'merge',
   takes: { attributes },
   apply: (present, { attributes }) => new Map([...present, ...attributes]),
 };
 
 export const removeKeys = {
+  how: 'removeKeys',
   takes: { attributeKeys: keys },
   apply(present, { attributeKeys }) {
     const rest = new Map(present);
@@ -19,7 +21,7 @@ export const removeKeys = {
   },
 };
 
-export const clear = { takes: {}, apply: () => new Map() };
+export const clear = { how: 'clear', takes: {}, apply: () => new Map() };
 
 /** Whether a channel or user may have these attributes. */
 export function areWithin({ attributesPerOwner, attributeBytesPerOwner }, attributes) {

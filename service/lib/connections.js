@@ -20,19 +20,18 @@ export function serveConnection(socket, service) {
   }
 
   const world = service.world(appId);
-  const session = world.open(userId, socket);
-  const user = { appId, userId, world };
-  service.activity.publish('login', { appId, userId, connectionId: socket.id });
-  serveRequests(socket, user, service);
+  const session = { userId, socketId: socket.id, since: service.now() };
+  const publish = (event, details) => service.activity.publish(event, { appId, userId, ...details });
+  world.open(session, socket, () => publish('login', { connectionId: socket.id }));
+  serveRequests(socket, { state: world.state, session, now: service.now }, publish, service);
   socket.on('disconnect', (reason) => {
     world.close(session);
-    const { since } = session;
-    service.activity.publish('logout', { appId, userId, connectionId: socket.id, reason, told: socket.data.told, since });
+    publish('logout', { connectionId: socket.id, reason, told: socket.data.told, since: session.since });
   });
 }
 
-function serveRequests(socket, user, { activity, now, rateLimit, scripts }) {
-  const { appId, userId } = user;
+function serveRequests(socket, user, publish, { now, rateLimit, scripts }) {
+  const { userId } = user.session;
   const limit = rateLimit && new RateLimit(rateLimit, now);
 
   socket.on('command', (...items) => {
@@ -40,18 +39,17 @@ function serveRequests(socket, user, { activity, now, rateLimit, scripts }) {
     const [command, payload] = items;
     const answer = (outcome, ...answerItems) => {
       acknowledge(...answerItems);
-      activity.publish('command', { appId, userId, command, outcome });
+      publish('command', { command, outcome });
     };
 
     const scripted = scripts.take(command, userId);
     if (scripted) {
       if (scripted.outcome) answer('scripted', ...scripted.outcome);
-      else activity.publish('command', { appId, userId, command, outcome: 'scripted' });
+      else publish('command', { command, outcome: 'scripted' });
     } else if (limit && !limit.admits()) {
       answer(TOO_MANY, TOO_MANY);
     } else {
-      const response = commands.run(user, command, payload);
-      answer(response.result, response);
+      commands.run(user, command, payload, (response) => answer(response.result, response));
     }
   });
 }

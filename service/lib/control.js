@@ -5,7 +5,6 @@ import { isCommand } from './commands/index.js';
 import { RequestError } from './http.js';
 import { LOGIN } from './scripts.js';
 import { isObject } from './shapes.js';
-import { ATTRIBUTES, STATUS } from './store.js';
 import { dismiss, freeze } from './world.js';
 
 const isText = (value) => typeof value === 'string';
@@ -25,16 +24,19 @@ export function createControl(service) {
     },
   ]);
   const counts = countCommands(service.activity);
-  const describe = () => ({ apps: describeApps(service), commands: Object.fromEntries(counts) });
+  const describe = async () => {
+    const apps = await new Promise((resolve) => service.store.describe(service.now(), resolve));
+    return { apps, commands: Object.fromEntries(counts) };
+  };
   const reports = () => ({ reports: service.collector.reports });
   return new Map([['GET /control/state', describe], ['GET /control/reports', reports], ...endpoints]);
 }
 
 function actionsOf(service) {
-  const socketOf = ({ app, userId }) => findSession(service, app, userId).socket;
+  const socketOf = ({ app, userId }) => findSocket(service, app, userId).socket;
   // The socket, once the act is published: what happens to it comes after.
   const acting = (action, { app, userId }) => {
-    const { appId, socket } = findSession(service, app, userId);
+    const { appId, socket } = findSocket(service, app, userId);
     service.activity.publish('control', { appId, userId, action });
     return socket;
   };
@@ -79,10 +81,10 @@ function checkBody(fields, body) {
   if (bad !== undefined) throw new RequestError(400, `The field "${bad}" is missing or not acceptable.`);
 }
 
-function findSession(service, appId, userId) {
+function findSocket(service, appId, userId) {
   for (const [name, world] of service.worlds) {
-    const session = world.session(userId);
-    if (session && (appId === undefined || appId === name)) return { appId: name, socket: session.socket };
+    const socket = world.socketOf(userId);
+    if (socket && (appId === undefined || appId === name)) return { appId: name, socket };
   }
   throw new RequestError(404, 'This user is not connected.');
 }
@@ -103,37 +105,4 @@ function countCommands(activity) {
     counts.set(name, (counts.get(name) ?? 0) + 1);
   });
   return counts;
-}
-
-function describeApps({ worlds, now }) {
-  const entries = [...worlds].map(([appId, world]) => {
-    const { store } = world;
-    const users = store.knownUsers().map((userId) => [userId, describeUser(world, userId)]);
-    const channels = store.channels().map((channelId) => [channelId, describeChannel(store, channelId)]);
-    const invitations = store.pendingInvitations(now());
-    return [appId, { users: Object.fromEntries(users), channels: Object.fromEntries(channels), invitations }];
-  });
-  return Object.fromEntries(entries);
-}
-
-function describeUser(world, userId) {
-  const { store } = world;
-  const session = world.session(userId);
-  return {
-    connected: session !== undefined,
-    since: session?.since ?? null,
-    socketId: session?.socket.id ?? null,
-    channels: store.channelsOf(userId),
-    attributes: Object.fromEntries(store.userAttributes(userId)),
-    statusSubscriptions: store.subscriptionsOf(STATUS, userId),
-    attributeSubscriptions: store.subscriptionsOf(ATTRIBUTES, userId),
-    offlineMessages: store.keptMessageCount(userId),
-  };
-}
-
-function describeChannel(store, channelId) {
-  return {
-    members: store.membersOf(channelId),
-    attributes: Object.fromEntries(store.channelAttributes(channelId)),
-  };
 }

@@ -1,68 +1,48 @@
-// The events that users are sent unasked, each in its wire form.
-
-import { ATTRIBUTES, STATUS } from './store.js';
+// The events that users are sent unasked: each makes its name on the wire and its item of what the store tells.
 
 const ONLINE = 0;
 const OFFLINE = 1;
 const DELETED = '!!&@#DELETED#@&!!';
 
-export function memberJoined(world, channelId, userId) {
-  world.push(otherMembers(world, channelId, userId), 'MemberJoined', { channelId, userId });
-}
+export const memberJoined = (channelId, userId) => ['MemberJoined', { channelId, userId }];
 
 /** `reason` is "Quit" for a user who left and "Disconnect" for one whose connection ended. */
-export function memberLeft(world, channelId, userId, reason) {
-  world.push(world.store.membersOf(channelId), 'MemberLeft', { channelId, userId, reason });
+export const memberLeft = (channelId, userId, reason) => ['MemberLeft', { channelId, userId, reason }];
+
+export const memberCounts = (counts) => ['ChannelMemberCount', { counts }];
+
+export const channelMessage = (channelId, userId, serverReceivedTs, content) => [
+  'ChannelMessageReceived',
+  { from: { channelId, userId }, serverReceivedTs, content },
+];
+
+export const channelAttributesUpdated = (channelId, attributes) => ['ChannelAttributesUpdated', { channelId, attributes }];
+
+export const peerMessages = (msgs) => ['MessageToPeerReceived', { msgs }];
+
+/** `status` says of each peer whether he is online. */
+export const peersStatus = (status) => [
+  'PeersOnlineStatusChanged',
+  { status: mapValues(status, (isOnline) => (isOnline ? ONLINE : OFFLINE)) },
+];
+
+/** Tells what differs between two states of a user's attributes; nothing when they are the same. */
+export function userAttributesChanged(userId, before, after) {
+  const changed = Object.entries(after).filter(([key, value]) => !Object.hasOwn(before, key) || before[key] !== value);
+  const deleted = Object.keys(before).filter((key) => !Object.hasOwn(after, key)).map((key) => [key, DELETED]);
+  if (changed.length + deleted.length === 0) return undefined;
+  const attributes = Object.fromEntries([...changed, ...deleted]);
+  return ['PeersUserAttributesChanged', { attributes: Object.fromEntries([[userId, { attributes }]]) }];
 }
 
-export function channelMessage(world, channelId, userId, content) {
-  const messages = world.push(otherMembers(world, channelId, userId), 'ChannelMessageReceived', {
-    from: { channelId, userId },
-    serverReceivedTs: world.now(),
-    content,
-  });
-  world.activity.publish('delivered', { messages });
+export const invitationNotice = (invitation) => ['InvitationNotify', { invitation }];
+
+/** How many messages an event brings to each who is told. */
+export function messagesIn(event, ...items) {
+  if (event === 'peerMessages') return items[0].length;
+  return event === 'channelMessage' ? 1 : 0;
 }
 
-export function channelAttributesUpdated(world, channelId) {
-  const attributes = Object.fromEntries(world.store.channelAttributes(channelId));
-  world.push(world.store.membersOf(channelId), 'ChannelAttributesUpdated', { channelId, attributes });
-}
-
-export function peerMessages(world, userId, msgs) {
-  const receivers = world.push([userId], 'MessageToPeerReceived', { msgs });
-  world.activity.publish('delivered', { messages: receivers * msgs.length });
-}
-
-/** Tells the user's subscribers whether he is online now. */
-export function statusChanged(world, userId) {
-  statusOf(world, world.store.subscribersOf(STATUS, userId), [userId]);
-}
-
-/** Tells users whether these peers are online now. */
-export function statusOf(world, userIds, peerIds) {
-  const status = Array.from(peerIds, (peerId) => [peerId, world.store.isConnected(peerId) ? ONLINE : OFFLINE]);
-  world.push(userIds, 'PeersOnlineStatusChanged', { status: Object.fromEntries(status) });
-}
-
-/** Tells the user's subscribers what differs between two states of his attributes. */
-export function userAttributesChanged(world, userId, before, after) {
-  const changes = differences(before, after);
-  if (changes.length === 0) return;
-  const attributes = Object.fromEntries([[userId, { attributes: Object.fromEntries(changes) }]]);
-  world.push(world.store.subscribersOf(ATTRIBUTES, userId), 'PeersUserAttributesChanged', { attributes });
-}
-
-export function invitationNotice(world, userId, invitation) {
-  world.push([userId], 'InvitationNotify', { invitation });
-}
-
-function otherMembers(world, channelId, userId) {
-  return world.store.membersOf(channelId).filter((member) => member !== userId);
-}
-
-function differences(before, after) {
-  const changed = [...after].filter(([key, value]) => before.get(key) !== value);
-  const deleted = [...before.keys()].filter((key) => !after.has(key)).map((key) => [key, DELETED]);
-  return [...changed, ...deleted];
+function mapValues(object, change) {
+  return Object.fromEntries(Object.entries(object).map(([key, value]) => [key, change(value)]));
 }

@@ -24,7 +24,7 @@ export function createRequestHandler(service, page, control) {
     const endpoint = control?.get(`${request.method} ${path}`);
     if (!endpoint) return reply(response, 404, { error: 'There is nothing here.' });
     try {
-      return reply(response, 200, endpoint(await readBody(request)));
+      return reply(response, 200, await endpoint(await readBody(request)));
     } catch (error) {
       if (!(error instanceof RequestError)) throw error;
       return reply(response, error.status, { error: error.message });

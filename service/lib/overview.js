@@ -54,32 +54,21 @@ export class Overview {
     }
   }
 
-  snapshot() {
+  snapshot(done) {
     const now = this.#service.now();
-    const { lives, scripts, collector } = this.#service;
-    return {
-      now,
-      connected: lives.connected,
-      refused: this.#refused,
-      reports: collector.received,
-      channels: this.#channels(),
-      commands: this.#rates(now),
-      chart: this.#chart(now),
-      prepared: scripts.pending(),
-    };
-  }
-
-  #channels() {
-    const all = [];
-    for (const [app, { store }] of this.#service.worlds) {
-      for (const channelId of store.channels()) all.push({ app, channelId, count: store.memberCount(channelId), store });
-    }
-    all.sort((a, b) => b.count - a.count);
-    const shown = all.slice(0, MOST_CHANNELS).map(({ store, ...channel }) => ({
-      ...channel,
-      members: store.membersOf(channel.channelId).slice(0, MOST_MEMBERS),
-    }));
-    return { total: all.length, shown };
+    const { lives, scripts, collector, store } = this.#service;
+    store.greatestChannels(MOST_CHANNELS, MOST_MEMBERS, (channels) =>
+      done({
+        now,
+        connected: lives.connected,
+        refused: this.#refused,
+        reports: collector.received,
+        channels,
+        commands: this.#rates(now),
+        chart: this.#chart(now),
+        prepared: scripts.pending(),
+      }),
+    );
   }
 
   /** Each command that was ever asked: in the last full second, on average over the last ten, and since the start. */

@@ -75,7 +75,7 @@ function stream(response, overview, collector, setup) {
     if (response.writableNeedDrain) return; // the browser is behind: it gets the newest when it has caught up
     if (waiting.length > 0) send('reports', waiting.slice(-MOST_REPORTS));
     waiting = [];
-    send('overview', overview.snapshot());
+    overview.snapshot((shown) => send('overview', shown));
   };
   send('setup', setup);
   beat();

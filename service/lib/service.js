@@ -14,7 +14,7 @@ import { Lives } from './lives.js';
 import { Overview } from './overview.js';
 import { createPage } from './page.js';
 import { Scripts } from './scripts.js';
-import { MemoryStore } from './store.js';
+import { MemoryStore } from './memory-store.js';
 import { World } from './world.js';
 
 const SOCKET_OPTIONS = {
@@ -45,9 +45,9 @@ export function createService({
 } = {}) {
   const httpServer = tls ? createTlsServer(tls) : createServer();
   const io = new Server({ ...SOCKET_OPTIONS, pingInterval, pingTimeout });
-  const store = new MemoryStore();
-  const worlds = new Map();
   const prepared = prepareConfig(config);
+  const store = new MemoryStore(prepared.limits);
+  const worlds = new Map();
   const activity = new Activity(now);
 
   const service = {
@@ -58,12 +58,13 @@ export function createService({
     lives: new Lives(activity),
     scripts: new Scripts(),
     collector: new Collector(),
+    store,
     worlds,
 
     world(appId) {
       let world = worlds.get(appId);
       if (!world) {
-        world = new World(io, store.world(appId), { activity, limits: prepared.limits, now });
+        world = new World(io, store, appId, activity);
         worlds.set(appId, world);
       }
       return world;

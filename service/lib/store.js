@@ -1,217 +1,37 @@
-// What the service knows about the users and channels of its apps, kept in memory.
+// What the service knows about the users and channels of its apps, and whom it tells of changes: the interface that every
+// store has. MemoryStore (memory-store.js) keeps it in this process; RedisStore (redis-store.js) keeps it in Redis, where the
+// processes of a cluster share it. One table of tests holds both to it.
 //
-// Everything else in the service reaches this state through a MemoryStore and the worlds that it hands out, and only
-// through their methods, so another class with the same methods can take its place. Answers are given at once: a store
-// that keeps its data elsewhere holds what it needs here and writes behind. Lists and maps that are handed out are the
-// caller's to read, never to change.
-
-export class MemoryStore {
-  #worlds = new Map();
-
-  /** The state of one app. Apps share nothing. */
-  world(appId) {
-    let world = this.#worlds.get(appId);
-    if (!world) this.#worlds.set(appId, (world = new MemoryWorld()));
-    return world;
-  }
-}
+// A store is made with `limits` (config.js) and has
+//   world(appId, tell)      what is true in one app; apps share nothing
+//   describe(now, answer)   everything, for the control endpoints: app id -> { users, channels, invitations }
+//   greatestChannels(most, mostMembers, answer)   { total, shown: [{ app, channelId, count, members }] }
+//
+// `tell(socketIds, event, ...items)` tells the users on these sockets; the events are those of events.js, and "kickedOff", which
+// ends them. A world has the operations below. Each is one step: nothing of another operation happens in its midst, and what
+// it tells is told whole and in the order of the steps. `answer` gets the acknowledgement (service/README.md has the results);
+// whatever was told in earlier steps, or in this one before its answer, has been told by then. A store in this process answers
+// before the call returns. A `session` is { userId, socketId, since }; what it asks after its end is refused.
+//
+//   open(session, answer)                  a user has one session: an older one is told and ends. Kept messages follow
+//   close(session)                         nothing happens when a newer session has ended it already
+//   join, leave, members (session, channelId, answer)
+//   memberCounts(session, channelIds, answer)
+//   sendToChannel(session, channelId, serverReceivedTs, content, answer)
+//   editChannelAttributes(session, channelId, edit, notify, answer)      `edit` is one of attributes.js with its fields
+//   channelAttributes(session, channelId, keys, answer)                  without keys: all of them
+//   editUserAttributes(session, edit, answer)
+//   userAttributes(session, userIds, keys, answer)      `attributes`: user id -> answer of one
+//   subscribe, unsubscribe (session, kind, peerIds, answer)
+//   subscriptions(session, kind, answer)
+//   areOnline(session, userIds, answer)
+//   sendToPeer(session, targetUserId, serverReceivedTs, content, isToBeKept, answer)
+//   invite(session, invitation, now, answer)            to `invitee`, for INVITATION_MS
+//   endInvitation(session, { inviter, invitee }, needsOther, changes, now, answer)   the other side is told; with needsOther
+//                                                       the invitation stays while that side is offline
 
 /** The two kinds of subscription to a peer. */
 export const STATUS = 'status';
 export const ATTRIBUTES = 'attributes';
 
-const NONE = new Map();
-
-class MemoryWorld {
-  #known = new Set();
-  #connected = new Map(); // user id -> what lasts as long as the user's connection
-  #channels = new Map(); // channel id -> { members, attributes }; absent when both are empty
-  #subscribers = { [STATUS]: new Map(), [ATTRIBUTES]: new Map() }; // peer id -> ids of the users who watch that peer
-  #kept = new Map(); // user id -> messages that wait for the user
-  #invitations = new Map(); // in order of expiry
-
-  // Users and their connections
-
-  connect(userId) {
-    this.#known.add(userId);
-    this.#connected.set(userId, {
-      channels: new Set(),
-      attributes: NONE,
-      subscriptions: { [STATUS]: new Set(), [ATTRIBUTES]: new Set() },
-    });
-  }
-
-  /** Forgets what lasts only as long as a connection. */
-  disconnect(userId) {
-    for (const channelId of this.channelsOf(userId)) this.leaveChannel(channelId, userId);
-    for (const kind of [STATUS, ATTRIBUTES]) this.unsubscribe(kind, userId, this.subscriptionsOf(kind, userId));
-    this.#connected.delete(userId);
-  }
-
-  isConnected(userId) {
-    return this.#connected.has(userId);
-  }
-
-  /** True once the user has ever connected. */
-  isKnown(userId) {
-    return this.#known.has(userId);
-  }
-
-  knownUsers() {
-    return [...this.#known];
-  }
-
-  // Channels
-
-  joinChannel(channelId, userId) {
-    this.#channel(channelId).members.add(userId);
-    this.#connected.get(userId).channels.add(channelId);
-  }
-
-  leaveChannel(channelId, userId) {
-    this.#channel(channelId).members.delete(userId);
-    this.#connected.get(userId).channels.delete(channelId);
-    this.#dropIfUnused(channelId);
-  }
-
-  isMember(channelId, userId) {
-    return this.#channels.get(channelId)?.members.has(userId) ?? false;
-  }
-
-  /** In the order of joining. */
-  membersOf(channelId) {
-    return [...(this.#channels.get(channelId)?.members ?? [])];
-  }
-
-  memberCount(channelId) {
-    return this.#channels.get(channelId)?.members.size ?? 0;
-  }
-
-  channelsOf(userId) {
-    return [...(this.#connected.get(userId)?.channels ?? [])];
-  }
-
-  channelCount(userId) {
-    return this.#connected.get(userId).channels.size;
-  }
-
-  channels() {
-    return [...this.#channels.keys()];
-  }
-
-  channelAttributes(channelId) {
-    return this.#channels.get(channelId)?.attributes ?? NONE;
-  }
-
-  setChannelAttributes(channelId, attributes) {
-    this.#channel(channelId).attributes = attributes;
-    this.#dropIfUnused(channelId);
-  }
-
-  #channel(channelId) {
-    let channel = this.#channels.get(channelId);
-    if (!channel) this.#channels.set(channelId, (channel = { members: new Set(), attributes: NONE }));
-    return channel;
-  }
-
-  #dropIfUnused(channelId) {
-    const { members, attributes } = this.#channels.get(channelId);
-    if (members.size === 0 && attributes.size === 0) this.#channels.delete(channelId);
-  }
-
-  // Attributes of connected users
-
-  userAttributes(userId) {
-    return this.#connected.get(userId)?.attributes ?? NONE;
-  }
-
-  setUserAttributes(userId, attributes) {
-    this.#connected.get(userId).attributes = attributes;
-  }
-
-  // Subscriptions to peers, who need not be known
-
-  subscribe(kind, userId, peerIds) {
-    const own = this.#connected.get(userId).subscriptions[kind];
-    for (const peerId of peerIds) {
-      own.add(peerId);
-      const users = this.#subscribers[kind].get(peerId);
-      if (users) users.add(userId);
-      else this.#subscribers[kind].set(peerId, new Set([userId]));
-    }
-  }
-
-  unsubscribe(kind, userId, peerIds) {
-    const own = this.#connected.get(userId).subscriptions[kind];
-    for (const peerId of peerIds) {
-      if (!own.delete(peerId)) continue;
-      const users = this.#subscribers[kind].get(peerId);
-      users.delete(userId);
-      if (users.size === 0) this.#subscribers[kind].delete(peerId);
-    }
-  }
-
-  subscriptionsOf(kind, userId) {
-    return [...(this.#connected.get(userId)?.subscriptions[kind] ?? [])];
-  }
-
-  isSubscribed(kind, userId, peerId) {
-    return this.#connected.get(userId).subscriptions[kind].has(peerId);
-  }
-
-  subscriptionCount(kind, userId) {
-    return this.#connected.get(userId).subscriptions[kind].size;
-  }
-
-  subscribersOf(kind, peerId) {
-    return [...(this.#subscribers[kind].get(peerId) ?? [])];
-  }
-
-  // Messages kept for users who are not connected
-
-  keepMessage(userId, message) {
-    const messages = this.#kept.get(userId);
-    if (messages) messages.push(message);
-    else this.#kept.set(userId, [message]);
-  }
-
-  keptMessageCount(userId) {
-    return this.#kept.get(userId)?.length ?? 0;
-  }
-
-  /** Hands the kept messages over, in the order in which they came. */
-  takeMessages(userId) {
-    const messages = this.#kept.get(userId) ?? [];
-    this.#kept.delete(userId);
-    return messages;
-  }
-
-  // Pending invitations, at most one from one user to another
-
-  putInvitation(invitation, expiresAt, now) {
-    const key = invitationKey(invitation.inviter, invitation.invitee);
-    this.#invitations.delete(key);
-    this.#invitations.set(key, { invitation, expiresAt });
-    for (const [old, entry] of this.#invitations) {
-      if (entry.expiresAt > now) break;
-      this.#invitations.delete(old);
-    }
-  }
-
-  pendingInvitation(inviter, invitee, now) {
-    const entry = this.#invitations.get(invitationKey(inviter, invitee));
-    return entry && entry.expiresAt > now ? entry.invitation : undefined;
-  }
-
-  removeInvitation(inviter, invitee) {
-    this.#invitations.delete(invitationKey(inviter, invitee));
-  }
-
-  pendingInvitations(now) {
-    return [...this.#invitations.values()].filter((entry) => entry.expiresAt > now).map((entry) => entry.invitation);
-  }
-}
-
-function invitationKey(inviter, invitee) {
-  return JSON.stringify([inviter, invitee]);
-}
+export const INVITATION_MS = 60_000;

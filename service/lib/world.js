@@ -1,75 +1,56 @@
-// The users of one app as the service sees them now: who is connected on which socket, how they are told things, and
-// what begins and ends with a connection. Apps are worlds apart.
+// The connections of one app: which user is on which socket of this process, and how users are told things.
 
 import * as events from './events.js';
-import { MemberCounts } from './member-counts.js';
 
 // A client closes its connection when it is told that it was disconnected; one that does not is cut off after this time.
 const FAREWELL_MS = 5000;
 
 export class World {
   #io;
-  #sessions = new Map(); // user id -> { userId, socket, since }
+  #activity;
+  #sockets = new Map(); // user id -> the socket of the user's session
+  state;
 
-  constructor(io, store, { activity, limits, now }) {
+  constructor(io, store, appId, activity) {
     this.#io = io;
-    this.store = store;
-    this.activity = activity;
-    this.limits = limits;
-    this.now = now;
-    this.memberCounts = new MemberCounts(this);
+    this.#activity = activity;
+    this.state = store.world(appId, (...told) => this.#tell(...told));
   }
 
-  session(userId) {
-    return this.#sessions.get(userId);
+  /** The socket of a user who has a session in this process. */
+  socketOf(userId) {
+    return this.#sockets.get(userId);
   }
 
-  /** Emits one event to those of the users who are connected, and returns how many. It is encoded once for all of them. */
-  push(userIds, event, item) {
-    const sockets = [];
-    for (const userId of userIds) {
-      const session = this.#sessions.get(userId);
-      if (session) sockets.push(session.socket.id);
-    }
-    // Without a recipient socket.io would send to everybody.
-    if (sockets.length > 0) this.#io.to(sockets).emit(event, item);
-    return sockets.length;
+  /** Begins a session on this socket; `begun` is called when the user has been told. */
+  open(session, socket, begun) {
+    this.state.open(session, () => {
+      this.#sockets.set(session.userId, socket);
+      socket.emit('loginSuccess', { connectionId: socket.id });
+      begun();
+    });
   }
 
-  /** Begins the user's session on this socket. A user has one session: an older one is told and ends. */
-  open(userId, socket) {
-    const older = this.#sessions.get(userId);
-    if (older) {
-      this.#forget(older);
-      dismiss(older.socket, 'KickOff');
-    }
-    const session = { userId, socket, since: this.now() };
-    this.#sessions.set(userId, session);
-    this.store.connect(userId);
-    socket.emit('loginSuccess', { connectionId: socket.id });
-    const kept = this.store.takeMessages(userId);
-    if (kept.length > 0) events.peerMessages(this, userId, kept);
-    if (!older) events.statusChanged(this, userId);
-    return session;
-  }
-
-  /** Ends a session whose socket is gone; nothing is left to do when a newer session has already ended it. */
+  /** Ends a session whose socket is gone. */
   close(session) {
-    if (this.#sessions.get(session.userId) !== session) return;
-    this.#forget(session);
-    events.statusChanged(this, session.userId);
+    if (this.#sockets.get(session.userId)?.id === session.socketId) this.#sockets.delete(session.userId);
+    this.state.close(session);
   }
 
-  #forget({ userId }) {
-    const channels = this.store.channelsOf(userId);
-    const attributes = this.store.userAttributes(userId);
-    this.#sessions.delete(userId);
-    this.store.disconnect(userId);
-    for (const channelId of channels) {
-      events.memberLeft(this, channelId, userId, 'Disconnect');
-      this.memberCounts.changed(channelId);
-    }
-    events.userAttributesChanged(this, userId, attributes, new Map());
+  // An event is encoded once for all its receivers.
+  #tell(socketIds, event, ...items) {
+    if (event === 'kickedOff') return socketIds.forEach((id) => this.#kickOff(id));
+    const told = events[event](...items);
+    // Without a recipient socket.io would send to everybody.
+    if (told && socketIds.length > 0) this.#io.to(socketIds).emit(...told);
+    const messages = socketIds.length * events.messagesIn(event, ...items);
+    if (messages > 0) this.#activity.publish('delivered', { messages });
+    return undefined;
+  }
+
+  #kickOff(socketId) {
+    const socket = this.#io.sockets.sockets.get(socketId);
+    if (socket) dismiss(socket, 'KickOff');
   }
 }
 

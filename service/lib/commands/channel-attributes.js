@@ -1,27 +1,21 @@
 // Attributes of channels. One need not be a member to read or write them.
 
-import { areWithin, clear, merge, removeKeys, replace, toWire } from '../attributes.js';
-import * as events from '../events.js';
+import { clear, merge, removeKeys, replace } from '../attributes.js';
 import { flag, id, keys } from '../shapes.js';
 
-const edit = ({ takes, apply }) => ({
-  takes: { channelId: id, option: flag('notify'), ...takes },
+const edit = (way) => ({
+  takes: { channelId: id, option: flag('notify'), ...way.takes },
   malformed: 3,
-  run({ world }, { channelId, option: notify, ...change }) {
-    const attributes = apply(world.store.channelAttributes(channelId), change);
-    if (!areWithin(world.limits, attributes)) return { result: 4 };
-    world.store.setChannelAttributes(channelId, attributes);
-    if (notify) events.channelAttributesUpdated(world, channelId);
-    return { result: 0 };
+  run({ state, session }, { channelId, option: notify, ...change }, answer) {
+    state.editChannelAttributes(session, channelId, { ...way, ...change }, notify, answer);
   },
 });
 
 const read = (takes) => ({
   takes: { channelId: id, ...takes },
   malformed: 3,
-  run({ world }, { channelId, attributeKeys }) {
-    return { result: 0, attributes: toWire(world.store.channelAttributes(channelId), attributeKeys) };
-  },
+  run: ({ state, session }, { channelId, attributeKeys }, answer) =>
+    state.channelAttributes(session, channelId, attributeKeys, answer),
 });
 
 export const setChannelAttributes = edit(replace);

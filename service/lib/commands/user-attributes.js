@@ -1,43 +1,30 @@
 // Attributes that users give themselves, for as long as they are connected, and what peers may read of them.
 
-import { areWithin, clear, merge, removeKeys, replace, toWire } from '../attributes.js';
-import * as events from '../events.js';
+import { clear, merge, removeKeys, replace } from '../attributes.js';
 import { id, ids, keys } from '../shapes.js';
 
-const NOT_CONNECTED = 6;
-
-const edit = ({ takes, apply }) => ({
-  takes,
+const edit = (way) => ({
+  takes: way.takes,
   malformed: 3,
-  run({ world, userId }, change) {
-    const before = world.store.userAttributes(userId);
-    const after = apply(before, change);
-    if (!areWithin(world.limits, after)) return { result: 4 };
-    world.store.setUserAttributes(userId, after);
-    events.userAttributesChanged(world, userId, before, after);
-    return { result: 0 };
-  },
+  run: ({ state, session }, change, answer) => state.editUserAttributes(session, { ...way, ...change }, answer),
 });
 
 const read = (takes) => ({
   takes: { userId: id, ...takes },
   malformed: 3,
-  run: ({ world }, { userId, attributeKeys }) => attributesOf(world, userId, attributeKeys),
+  run({ state, session }, { userId, attributeKeys }, answer) {
+    state.userAttributes(session, [userId], attributeKeys, (response) => {
+      answer(response.result === 0 ? response.attributes[userId] : response);
+    });
+  },
 });
 
 const readMany = (takes) => ({
   takes: { userIds: ids, ...takes },
   malformed: 2,
-  run({ world }, { userIds, attributeKeys }) {
-    const entries = Array.from(userIds, (userId) => [userId, attributesOf(world, userId, attributeKeys)]);
-    return { result: 0, attributes: Object.fromEntries(entries) };
-  },
+  run: ({ state, session }, { userIds, attributeKeys }, answer) =>
+    state.userAttributes(session, userIds, attributeKeys, answer),
 });
-
-function attributesOf(world, userId, attributeKeys) {
-  if (!world.store.isConnected(userId)) return { result: NOT_CONNECTED };
-  return { result: 0, attributes: toWire(world.store.userAttributes(userId), attributeKeys) };
-}
 
 export const setLocalUserAttributes = edit(replace);
 export const addOrUpdateLocalUserAttributes = edit(merge);
