@@ -35,7 +35,8 @@ export function userAttributesChanged(userId, before, after) {
   return ['PeersUserAttributesChanged', { attributes: Object.fromEntries([[userId, { attributes }]]) }];
 }
 
-export const invitationNotice = (invitation) => ['InvitationNotify', { invitation }];
+/** `changes` is what the side that acts has made of it, if it did. */
+export const invitationNotice = (invitation, changes) => ['InvitationNotify', { invitation: { ...invitation, ...changes } }];
 
 /** How many messages an event brings to each who is told. */
 export function messagesIn(event, ...items) {

@@ -303,7 +303,7 @@ class MemoryWorld {
     const other = this.#connected.get(userId === inviter ? invitee : inviter);
     if (!other && needsOther) return answer({ result: 4 });
     this.#invitations.delete(key);
-    if (other) this.#tell([other.socketId], 'invitationNotice', { ...found.invitation, ...changes });
+    if (other) this.#tell([other.socketId], 'invitationNotice', found.invitation, changes);
     return answer(DONE);
   }
 
