@@ -7,6 +7,7 @@ import { createService } from './lib/service.js';
 
 const BAD_USAGE = 2;
 const LONGEST_STOP_MS = 500;
+const LONGEST_CLUSTER_STOP_MS = 5000;
 
 function fail(message, status) {
   process.stderr.write(`kvpim service: ${message}\n`);
@@ -15,7 +16,8 @@ function fail(message, status) {
 
 function explain(error, { host, port }) {
   if (error.code === 'EADDRINUSE') return `port ${port} on ${host} is already in use`;
-  return `cannot listen on ${host}, port ${port}: ${error.message}`;
+  if (error.syscall === 'listen') return `cannot listen on ${host}, port ${port}: ${error.message}`;
+  return error.message;
 }
 
 function readOptionsOrFail() {
@@ -32,12 +34,15 @@ if (options.help) {
   process.exit(0);
 }
 
-const service = createService(options);
+// What only a cluster needs is loaded for a cluster only.
+const service = options.cluster
+  ? (await import('./lib/cluster.js')).createCluster(options, process.argv.slice(2))
+  : createService(options);
 if (!options.quiet) logActivity(service.activity, (line) => process.stderr.write(line));
 
 async function stop() {
   // A peer that does not answer the closing of its connection is not waited for.
-  setTimeout(() => process.exit(0), LONGEST_STOP_MS);
+  setTimeout(() => process.exit(0), options.cluster ? LONGEST_CLUSTER_STOP_MS : LONGEST_STOP_MS);
   await service.stop();
   process.exit(0);
 }
@@ -46,6 +51,7 @@ try {
   const baseUrl = await service.start(options.host, options.port);
   process.stdout.write(`kvpim service ready on ${baseUrl}\n`);
 } catch (error) {
+  await service.stop().catch(() => {}); // what had been started
   fail(explain(error, options), 1);
 }
 

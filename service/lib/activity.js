@@ -10,6 +10,8 @@
 
 import { EventEmitter } from 'node:events';
 
+export const EVENTS = ['login', 'loginRefused', 'logout', 'command', 'delivered', 'control'];
+
 export class Activity extends EventEmitter {
   #now;
 

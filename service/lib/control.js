@@ -15,11 +15,16 @@ const nullOr = (isGood) => (value) => value === null || isGood(value);
 
 /** The endpoints: "METHOD /path" -> function of the body, which returns the answer. */
 export function createControl(service) {
-  const endpoints = actionsOf(service).map(([path, { fields, run }]) => [
+  return endpointsOf(service, actionsOf(service));
+}
+
+/** Those that show something, and `actions`: path -> { fields, run }. */
+export function endpointsOf(service, actions) {
+  const endpoints = Object.entries(actions).map(([path, { fields, run }]) => [
     `POST /control/${path}`,
-    (body) => {
+    async (body) => {
       checkBody(fields, body);
-      run(body);
+      await run(body);
       return { ok: true };
     },
   ]);
@@ -32,7 +37,7 @@ export function createControl(service) {
   return new Map([['GET /control/state', describe], ['GET /control/reports', reports], ...endpoints]);
 }
 
-function actionsOf(service) {
+export function actionsOf(service) {
   const socketOf = ({ app, userId }) => findSocket(service, app, userId).socket;
   // The socket, once the act is published: what happens to it comes after.
   const acting = (action, { app, userId }) => {
@@ -41,7 +46,7 @@ function actionsOf(service) {
     return socket;
   };
   const { scripts } = service;
-  return Object.entries({
+  return {
     drop: {
       fields: { app: optional(isText), userId: isText },
       run: (body) => acting('cut', body).request.socket.destroy(),
@@ -70,7 +75,7 @@ function actionsOf(service) {
       fields: { app: optional(isText), userId: isText, event: isText, items: Array.isArray },
       run: (body) => emit(socketOf(body), body.event, body.items),
     },
-  });
+  };
 }
 
 function checkBody(fields, body) {

@@ -16,7 +16,7 @@ export function createRequestHandler(service, page, control) {
   return async (request, response) => {
     const [path, query] = splitUrl(request.url);
     if (request.method === 'GET' && path === DISCOVERY) {
-      const { status, body } = discover(service, request.headers.host, query);
+      const { status, body } = discover(service, request.headers.host ?? '', query);
       return reply(response, status, body);
     }
     if (request.method === 'POST' && path === COLLECT) return collect(service.collector, request, response);
@@ -50,8 +50,7 @@ function discover(service, host, query) {
   if (!new URLSearchParams(query).get('appId')) {
     return { status: 400, body: { code: 400, message: 'appId is missing' } };
   }
-  const ownUrl = new URL(service.baseUrl);
-  const server = HOST.test(host ?? '') ? `${ownUrl.protocol}//${host}` : service.baseUrl;
+  const server = service.serverFor(HOST.test(host) ? host : undefined);
   return { status: 200, body: { code: 200, data: { brivelServers: [server] } } };
 }
 
@@ -88,7 +87,7 @@ async function readBody(request) {
 }
 
 // JSON has no bytes: {"$base64": "..."} stands for them.
-function reviveBytes(key, value) {
+export function reviveBytes(key, value) {
   const isBytes = typeof value?.$base64 === 'string' && Object.keys(value).length === 1;
   return isBytes ? Buffer.from(value.$base64, 'base64') : value;
 }

@@ -10,6 +10,8 @@ export const USAGE = `Usage: node service/main.js [options]
   --config FILE        who may log in, and limits: a JSON file
   --rate-limit N       commands that one connection may send in a second (any number)
   --control            offer the control endpoints, for tests and demonstrations
+  --cluster N          N processes that share what they know in Redis, behind one discovery
+  --redis URL          the Redis of a cluster; without it, one of its own is started and ended
   --exit-with-stdin    stop when standard input ends
   --quiet              no log on standard error
   --ping-interval MS   how often each connection is asked whether it is still there (25000)
@@ -25,6 +27,8 @@ const OPTIONS = {
   config: { type: 'string' },
   'rate-limit': { type: 'string' },
   control: { type: 'boolean', default: false },
+  cluster: { type: 'string' },
+  redis: { type: 'string' },
   'exit-with-stdin': { type: 'boolean', default: false },
   quiet: { type: 'boolean', default: false },
   'ping-interval': { type: 'string', default: '25000' },
@@ -37,7 +41,9 @@ const OPTIONS = {
 /** Reads the arguments and the files that they name; throws an Error that says what is wrong with them. */
 export function readOptions(args) {
   const { values } = parseArgs({ args, options: OPTIONS });
-  const { 'rate-limit': rateLimit } = values;
+  const { 'rate-limit': rateLimit, cluster, redis } = values;
+  if (redis !== undefined && !cluster) throw new Error('--redis goes with --cluster');
+  if (redis !== undefined && !/^rediss?:\/\//.test(redis)) throw new Error('--redis wants a URL, redis://HOST:PORT');
   return {
     help: values.help,
     host: values.host,
@@ -45,6 +51,8 @@ export function readOptions(args) {
     config: values.config === undefined ? {} : contents(values.config, readConfig),
     rateLimit: rateLimit === undefined ? undefined : wholeNumber('--rate-limit', rateLimit, 1, 1_000_000),
     control: values.control,
+    cluster: cluster === undefined ? undefined : wholeNumber('--cluster', cluster, 1, 64),
+    redis,
     exitWithStdin: values['exit-with-stdin'],
     quiet: values.quiet,
     pingInterval: wholeNumber('--ping-interval', values['ping-interval'], 1, 3_600_000),

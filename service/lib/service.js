@@ -33,6 +33,7 @@ const SOCKET_OPTIONS = {
  * @param pingInterval, pingTimeout  of each connection, in milliseconds
  * @param tls        { cert, key } in PEM; absent: plain HTTP
  * @param now        the clock, in milliseconds since 1970
+ * @param store      what keeps the state (store.js); absent: this process's memory
  */
 export function createService({
   config = {},
@@ -42,11 +43,11 @@ export function createService({
   pingTimeout = 20_000,
   tls,
   now = Date.now,
+  store = new MemoryStore(prepareConfig(config).limits),
 } = {}) {
   const httpServer = tls ? createTlsServer(tls) : createServer();
   const io = new Server({ ...SOCKET_OPTIONS, pingInterval, pingTimeout });
   const prepared = prepareConfig(config);
-  const store = new MemoryStore(prepared.limits);
   const worlds = new Map();
   const activity = new Activity(now);
 
@@ -75,9 +76,21 @@ export function createService({
       await new Promise((resolve, reject) => {
         httpServer.once('error', reject).listen(port, host, resolve);
       });
-      const name = host.includes(':') ? `[${host}]` : host;
-      service.baseUrl = `${tls ? 'https' : 'http'}://${name}:${httpServer.address().port}`;
+      service.baseUrl = urlOf(tls, host, httpServer.address().port);
       return service.baseUrl;
+    },
+
+    /** Takes a connection that came to another listener of this process. */
+    take(connection) {
+      httpServer.emit('connection', connection);
+    },
+
+    /** Where a client connects to that asked for `host`, if that is a good one: at the same address. */
+    serverFor: (host) => (host ? `${schemeOf(tls)}://${host}` : service.baseUrl),
+
+    /** Cuts all connections, as a failing network would. */
+    cutAll() {
+      for (const socket of io.sockets.sockets.values()) socket.conn.close();
     },
 
     /** Closes the address and all connections. */
@@ -94,4 +107,11 @@ export function createService({
   io.attach(httpServer);
   io.on('connection', (socket) => serveConnection(socket, service));
   return service;
+}
+
+export const schemeOf = (tls) => (tls ? 'https' : 'http');
+
+export function urlOf(tls, host, port) {
+  const name = host.includes(':') && !host.startsWith('[') ? `[${host}]` : host;
+  return `${schemeOf(tls)}://${name}:${port}`;
 }

@@ -1,12 +1,17 @@
 // A bare client of the service, for the tests: the reference socket.io client with a log of what it was told.
 
+import assert from 'node:assert/strict';
+import { spawn } from 'node:child_process';
 import { once } from 'node:events';
 import { get } from 'node:http';
+import { fileURLToPath } from 'node:url';
 import { io } from 'socket.io-client';
 import { createService } from '../lib/service.js';
 
 export const TOKEN = '0123456789abcdef0123456789abcdef';
 const DEADLINE_MS = 20_000;
+const MAIN = fileURLToPath(new URL('../main.js', import.meta.url));
+const READY = /^kvpim service ready on (http:\/\/\S+)\n/;
 
 /** A service on a free port that ends with the test. */
 export async function startService(t, options = {}) {
@@ -14,6 +19,29 @@ export async function startService(t, options = {}) {
   await service.start('127.0.0.1', 0);
   t.after(() => service.stop());
   return service;
+}
+
+/** The service as a process of its own: `out` and `err` grow as it writes, `exit` is its status. */
+export function run(t, ...args) {
+  const child = spawn(process.execPath, [MAIN, ...args], { stdio: ['pipe', 'pipe', 'pipe'] });
+  t.after(() => child.kill('SIGKILL'));
+  const program = { child, out: '', err: '', exit: once(child, 'close').then(([status]) => status) };
+  child.stdout.on('data', (data) => (program.out += data));
+  child.stderr.on('data', (data) => (program.err += data));
+  return program;
+}
+
+export async function until(condition) {
+  const deadline = Date.now() + DEADLINE_MS;
+  while (!condition()) {
+    assert.ok(Date.now() < deadline, `in time: ${condition}`);
+    await new Promise((resolve) => setTimeout(resolve, 5));
+  }
+}
+
+export async function ready(program) {
+  await until(() => READY.test(program.out));
+  return READY.exec(program.out)[1];
 }
 
 export class Client {

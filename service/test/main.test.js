@@ -1,42 +1,13 @@
 import assert from 'node:assert/strict';
-import { spawn } from 'node:child_process';
-import { once } from 'node:events';
 import { mkdtemp, rm, writeFile } from 'node:fs/promises';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 import { test } from 'node:test';
-import { fileURLToPath } from 'node:url';
 import { readOptions } from '../lib/options.js';
-import { Client, openMuteConnection } from './client.js';
+import { Client, openMuteConnection, ready, run, until } from './client.js';
 
-const MAIN = fileURLToPath(new URL('../main.js', import.meta.url));
-const READY = /^kvpim service ready on (http:\/\/\S+)\n/;
-const DEADLINE_MS = 20_000;
 // Far from the half second that it takes on an idle machine, and from the half minute that a mute peer is worth to ws.
 const SOON_MS = 8000;
-
-/** The service as a process of its own: `out` and `err` grow as it writes, `exit` is its status. */
-function run(t, ...args) {
-  const child = spawn(process.execPath, [MAIN, ...args], { stdio: ['pipe', 'pipe', 'pipe'] });
-  t.after(() => child.kill('SIGKILL'));
-  const program = { child, out: '', err: '', exit: once(child, 'close').then(([status]) => status) };
-  child.stdout.on('data', (data) => (program.out += data));
-  child.stderr.on('data', (data) => (program.err += data));
-  return program;
-}
-
-async function until(condition) {
-  const deadline = Date.now() + DEADLINE_MS;
-  while (!condition()) {
-    assert.ok(Date.now() < deadline, `in time: ${condition}`);
-    await new Promise((resolve) => setTimeout(resolve, 5));
-  }
-}
-
-async function ready(program) {
-  await until(() => READY.test(program.out));
-  return READY.exec(program.out)[1];
-}
 
 test('it says where it listens, logs one line for each request, and stops when told', async (t) => {
   const stops = [({ child }) => child.stdin.end(), ({ child }) => child.kill('SIGTERM'), ({ child }) => child.kill('SIGINT')];
@@ -78,6 +49,8 @@ test('arguments and configuration that make no sense are explained', async (t) =
     [['--ping-timeout', '1s'], /--ping-timeout wants/],
     [['--rate-limit', ''], /--rate-limit wants/],
     [['--tls-cert', 'x'], /go together/],
+    [['--redis', 'redis://127.0.0.1'], /--redis goes with --cluster/],
+    [['--cluster', '2', '--redis', '127.0.0.1'], /--redis wants a URL/],
     [['--config', join(folder, 'absent.json')], /absent\.json/],
     [await config('{"users":{"a":7}}'), /"users" must be/],
     [await config('{"limits":{"chanels":1}}'), /"limits" has no "chanels"/],
