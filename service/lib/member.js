@@ -45,20 +45,25 @@ async function act(path, body) {
   await control.get(`POST /control/${path}`)(JSON.parse(body, reviveBytes));
 }
 
+// The other side may have ended meanwhile, which is heard of as "disconnect".
+function say(message) {
+  process.send(message, () => {});
+}
+
 process.on('message', async ({ id, ...message }) => {
   try {
-    if (message.open !== undefined) process.send({ id, ...(await open(message.open)) });
-    else if (message.close !== undefined) process.send({ id, ...close(message.close) });
-    else process.send({ id, ...(await act(message.path, message.body)) });
+    if (message.open !== undefined) say({ id, ...(await open(message.open)) });
+    else if (message.close !== undefined) say({ id, ...close(message.close) });
+    else say({ id, ...(await act(message.path, message.body)) });
   } catch (error) {
-    process.send({ id, status: error.status, failed: error.message });
+    say({ id, status: error.status, failed: error.message });
   }
 });
 
 let activity = [];
 for (const event of EVENTS) service.activity.on(event, (details) => activity.push([event, details]));
 setInterval(() => {
-  if (activity.length > 0) process.send({ activity });
+  if (activity.length > 0) say({ activity });
   activity = [];
 }, TOLD_EVERY_MS);
 
@@ -71,4 +76,4 @@ process.once('disconnect', async () => {
 });
 
 await store.start();
-process.send({ ready: true });
+say({ ready: true });
