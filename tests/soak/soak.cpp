@@ -1,6 +1,7 @@
 // Fifty clients that chat, change attributes, subscribe, invite and are cut off at random; in the end everybody must be
-// connected, the service must hold what the clients believe, no message may have come twice.
-//     kv_soak [SECONDS] [CLIENTS] [SEED]
+// connected, the service must hold what the clients believe, no message may have come twice. With a number of processes the
+// service is a cluster, whose processes are killed at random, and whose Redis is started anew half-way.
+//     kv_soak [SECONDS] [CLIENTS] [SEED] [PROCESSES]
 #include "classes/Person.h"
 
 #include <cstdio>
@@ -16,7 +17,7 @@ namespace kv::test {
 namespace {
 
 struct Counts {
-    long operations = 0, failures = 0, messages = 0, repeated = 0, cuts = 0, invitations = 0;
+    long operations = 0, failures = 0, messages = 0, repeated = 0, cuts = 0, deaths = 0, invitations = 0;
 } counts;
 
 class Soldier {
@@ -134,8 +135,10 @@ private:
     std::map<std::string, long> lastFromPeers_, lastInChannels_;
 };
 
-int soak(int seconds, int clients, unsigned seed) {
-    LocalService service;
+int soak(int seconds, int clients, unsigned seed, int processes) {
+    LocalService::Options options;
+    if (processes > 0) options.arguments = {"--cluster", std::to_string(processes)};
+    LocalService service(options);
     if (service.url().empty()) return 1;
     auto const queue = KvMainQueue::create();
     std::vector<std::unique_ptr<Soldier>> soldiers;
@@ -146,7 +149,8 @@ int soak(int seconds, int clients, unsigned seed) {
     std::minstd_rand random(seed);
     auto const start = std::chrono::steady_clock::now();
     auto const elapsed = [&] { return std::chrono::steady_clock::now() - start; };
-    auto nextCut = 1s, nextLine = 10s, nextPause = 15s;
+    auto nextCut = 1s, nextLine = 10s, nextPause = 15s, nextDeath = 5s;
+    bool isRedisNew = processes == 0;
     while (elapsed() < std::chrono::seconds(seconds)) {
         for (auto const& soldier : soldiers) {
             if (soldier->isConnected() && random() % 4 == 0) soldier->act();
@@ -156,6 +160,15 @@ int soak(int seconds, int clients, unsigned seed) {
             nextCut += 1s;
             auto const& unlucky = *soldiers[random() % soldiers.size()];
             if (service.drop(unlucky.userId())) ++counts.cuts;
+        }
+        if (processes > 0 && elapsed() > nextDeath) {
+            nextDeath += 5s;
+            ++counts.deaths;
+            service.control("kill", {{"number", 1 + random() % static_cast<unsigned>(processes)}});
+        }
+        if (!isRedisNew && elapsed() > std::chrono::seconds(seconds) / 2) {
+            isRedisNew = true;
+            service.control("restartRedis", json::object());
         }
         if (elapsed() > nextPause) {  // the application stands still, and what comes must wait
             nextPause += 15s;
@@ -182,8 +195,10 @@ int soak(int seconds, int clients, unsigned seed) {
         }
         return true;
     });
-    std::printf("%ld operations (%ld failed or cut off), %ld messages, %ld of them twice, %ld invitations, %ld cuts\n",
+    std::printf("%ld operations (%ld failed or cut off), %ld messages, %ld of them twice, %ld invitations, %ld cuts",
                 counts.operations, counts.failures, counts.messages, counts.repeated, counts.invitations, counts.cuts);
+    if (processes > 0) std::printf(", %ld processes killed", counts.deaths);
+    std::puts("");
     if (!isSame)
         std::printf("not as believed: %s\n",
                     different.empty() ? "somebody is not connected or not answered" : different.c_str());
@@ -195,5 +210,5 @@ int soak(int seconds, int clients, unsigned seed) {
 
 int main(int argc, char** argv) {
     auto const number = [&](int index, int otherwise) { return argc > index ? std::atoi(argv[index]) : otherwise; };
-    return kv::test::soak(number(1, 120), number(2, 50), static_cast<unsigned>(number(3, 1)));
+    return kv::test::soak(number(1, 120), number(2, 50), static_cast<unsigned>(number(3, 1)), number(4, 0));
 }
