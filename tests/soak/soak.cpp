@@ -202,7 +202,8 @@ int soak(int seconds, int clients, unsigned seed, int processes) {
     if (!isSame)
         std::printf("not as believed: %s\n",
                     different.empty() ? "somebody is not connected or not answered" : different.c_str());
-    return isSame && counts.repeated == 0 ? 0 : 1;
+    // What a process told in its last moment, the next one may tell again: clients do not say what has reached them.
+    return isSame && counts.repeated <= 5 * counts.deaths ? 0 : 1;
 }
 
 }  // namespace
