@@ -58,6 +58,13 @@ measure_crowd() {
     done
 }
 
+# measure_cluster CLIENTS
+measure_cluster() {
+    local files=$(($1 + 1000))
+    (($(ulimit -Hn) >= files)) || ulimit -n "$files" 2>/dev/null || fail "So many clients need ulimit -n $files."
+    run_job node bench/cluster.js "$1"
+}
+
 measure_growth() {
     start_bench_server fast
     measure_client /dev/stdout kit-main growth 0 0

@@ -54,9 +54,10 @@ export class Overview {
     }
   }
 
+  /** `done` gets it; `processes` are those of a cluster. */
   snapshot(done) {
     const now = this.#service.now();
-    const { lives, scripts, collector, store } = this.#service;
+    const { lives, scripts, collector, store, processes } = this.#service;
     store.greatestChannels(MOST_CHANNELS, MOST_MEMBERS, (channels) =>
       done({
         now,
@@ -67,6 +68,7 @@ export class Overview {
         commands: this.#rates(now),
         chart: this.#chart(now),
         prepared: scripts.pending(),
+        processes: processes?.(),
       }),
     );
   }

@@ -35,7 +35,7 @@ const messages = new Chart($('messages-chart'), 'Messages', [
 // The overview, once a second
 
 function showOverview(overview) {
-  const { now, connected, refused, channels, commands, chart, prepared } = overview;
+  const { now, connected, refused, channels, commands, chart, prepared, processes } = overview;
   const last = (name) => chart[name].at(-1);
   showTile('connected', connected, connected === 1 ? 'user connected' : 'users connected');
   showTile('channel-count', channels.total, channels.total === 1 ? 'channel' : 'channels');
@@ -48,12 +48,27 @@ function showOverview(overview) {
   showChannels(channels);
   showCommands(commands);
   showPrepared(prepared);
+  showProcesses(processes);
   refreshUsers(now);
 }
 
 function showTile(id, value, label) {
   setText($(id).children[0], grouped(value));
   setText($(id).children[1], label);
+}
+
+// Of a cluster; a service that is one process has none to show.
+function showProcesses(processes = []) {
+  $('processes-section').hidden = processes.length === 0;
+  renew($('processes').tBodies[0], processes, {
+    key: ({ number }) => String(number),
+    create: () => row('name', 'state', 'number', 'number', 'number'),
+    update: ({ cells }, { number, port, isUp, pid, connected, deaths }) => {
+      cells[1].className = `state ${isUp ? 'on' : 'bad'}`;
+      const state = isUp ? 'up' : 'dead, another one listens at its port';
+      [`${number}, port ${port}`, state, String(pid), grouped(connected), plural(deaths, 'time')].forEach((text, i) => setText(cells[i], text));
+    },
+  });
 }
 
 function showChannels({ total, shown }) {

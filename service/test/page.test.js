@@ -90,9 +90,13 @@ test('the page shows lives, moves its charts, and does what its buttons say', ne
   assert.deepEqual(problems, []);
 });
 
-test('without control endpoints the page says how to have them', needsBrowser, async (t) => {
-  const { page, shows } = await openPage(t, await startService(t, { control: false }));
+test('without control endpoints the page says how to have them, and it shows processes if there are several', needsBrowser, async (t) => {
+  const service = await startService(t, { control: false });
+  const { page, shows } = await openPage(t, service);
   await shows('#no-control', '--control');
+  assert.ok(await page.locator('#processes').isHidden());
+  service.processes = () => [{ number: 2, port: 81, isUp: false, pid: 7, connected: 1200, deaths: 1 }];
+  await shows('#processes', '2, port 81dead, another one listens at its port71,2001 time');
   assert.ok(await page.locator('#cut').isHidden());
 });
 

@@ -15,15 +15,19 @@ const NAMES = ['ada', 'ben', 'cleo', 'dan', 'eva', 'finn', 'gus', 'hana', 'ida',
 const CHANNELS = ['kitchen', 'garden', 'harbour', 'library'];
 const TICK_MS = 50;
 
+// The processes of a cluster are handed out in turn.
+const discover = async () => (await (await fetch(`${url}/config/api/v1/pim-server?appId=demo`)).json()).data.brivelServers[0];
+const servers = await Promise.all(Array.from({ length: Math.min(count, 64) }, discover));
+
 const clients = Array.from({ length: count }, (_, i) => {
   // Channels stay small, so that a crowd does not drown in its own messages.
-  return i < NAMES.length ? connect(NAMES[i], CHANNELS[i % CHANNELS.length]) : connect(`user-${i}`, `room-${Math.floor(i / 8)}`);
+  return i < NAMES.length ? connect(i, NAMES[i], CHANNELS[i % CHANNELS.length]) : connect(i, `user-${i}`, `room-${Math.floor(i / 8)}`);
 });
 const any = (list) => list[Math.floor(Math.random() * list.length)];
 
-function connect(userId, channelId) {
+function connect(i, userId, channelId) {
   const token = JSON.stringify({ token: '0123456789abcdef0123456789abcdef', userId, timestamp: Date.now(), connectTimeStamp: Date.now() });
-  const socket = io(url, { transports: ['websocket'], forceNew: true, reconnectionDelay: 300, query: { app: 'brivel', roomId: 'demo', token } });
+  const socket = io(servers[i % servers.length], { transports: ['websocket'], forceNew: true, reconnectionDelay: 300, query: { app: 'brivel', roomId: 'demo', token } });
   socket.on('loginSuccess', () => ask({ socket }, 'join', { channelId }));
   return { socket, userId, channelId };
 }
