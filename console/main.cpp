@@ -2,11 +2,13 @@
 #include "Classes/KvPimKit.h"
 #include "console/Console.h"
 #include "console/DoctorCommand.h"
+#include "console/HelpPages.h"
 #include "console/ReplayCommand.h"
 #include "console/Show.h"
 #include "console/chat/Chat.h"
 
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -161,6 +163,16 @@ struct ReplayCommand {
     int run() { return runReplay(options); }
 };
 
+// For the build: no group, so that no help tells of it.
+struct HelpPagesCommand {
+    std::filesystem::path share;
+
+    explicit HelpPagesCommand(CLI::App& app) {
+        auto& command = *app.add_subcommand("help-pages", "Write manual pages and shell completion")->group("");
+        command.add_option("DIRECTORY", share, "Below which they belong, as below /usr/share")->required();
+    }
+};
+
 int run(int argc, char** argv) {
     CLI::App app("The command line client of Kv PIM", "kvpim");
     app.require_subcommand(1);
@@ -170,10 +182,15 @@ int run(int argc, char** argv) {
     DoctorCommand doctor(app);
     ShowCommand show(app);
     ReplayCommand replay(app);
+    HelpPagesCommand helpPages(app);
     try {
         app.parse(argc, argv);
     } catch (CLI::ParseError const& error) {
         return app.exit(error, std::cout, std::cerr) == 0 ? 0 : kBadUsage;
+    }
+    if (app.got_subcommand("help-pages")) {
+        writeHelpPages(app, helpPages.share);
+        return 0;
     }
     if (app.got_subcommand("doctor")) return doctor.run();
     if (app.got_subcommand("show")) return show.run();
