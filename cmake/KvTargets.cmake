@@ -33,9 +33,10 @@ function(kv_library name shown)
   add_library(KvPim::${shown} ALIAS ${name})
   kv_target(${name})
   set_target_properties(${name} PROPERTIES EXPORT_NAME ${shown} VERSION ${PROJECT_VERSION}
-                                           SOVERSION ${PROJECT_VERSION_MAJOR} DEFINE_SYMBOL "")
+                                           SOVERSION ${KVPIM_ABI} DEFINE_SYMBOL "")
   if(BUILD_SHARED_LIBS)
-    set(exports ${PROJECT_SOURCE_DIR}/cmake/exports.map)
+    set(exports ${PROJECT_BINARY_DIR}/exports.map)
+    configure_file(${PROJECT_SOURCE_DIR}/cmake/exports.map.in ${exports} @ONLY)
     # The library's threads run until the very end: closed with the plugin that needed it, it must stay where it is.
     target_link_options(${name} PRIVATE -Wl,--version-script=${exports} -Wl,--no-undefined -Wl,-z,nodelete)
     set_property(TARGET ${name} APPEND PROPERTY LINK_DEPENDS ${exports})
