@@ -21,6 +21,8 @@ configure() {
     stamp "$folder/.configured-from" CMakePresets.json
 }
 
+project_version() { sed -nE 's/^project\(.* VERSION ([0-9.]+) .*/\1/p' CMakeLists.txt; }
+
 # One for each processor, as long as each has the memory that the largest files take.
 compile_jobs() {
     local memory_kib

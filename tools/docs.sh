@@ -57,7 +57,7 @@ build_docs() {
     local output=build/docs pages version
     configure dev && cmake build >/dev/null || return  # which copies the headers
     each_made_text make_anew || return
-    version=$(sed -nE 's/^project\(.* VERSION ([0-9.]+) .*/\1/p' CMakeLists.txt)
+    version=$(project_version)
     rm -rf "$output"
     mkdir -p "$output"
     KVPIM_VERSION=$version run_job doxygen docs/Doxyfile || return

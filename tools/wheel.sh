@@ -18,8 +18,9 @@ build_wheel() {
     cp -L "${brought[@]}" "$sources/kvpim" && cp /usr/share/doc/libre2-9/copyright "$sources/LICENSE.re2" || return
     tag=$("$debian_python" tools/wheel_tag.py "$sources"/kvpim/*.so.*) || return
     say "Making the wheel ($tag)"
-    KVPIM_WHEEL_TAG=$tag run_job "$debian_python" -m pip --disable-pip-version-check wheel --quiet --no-deps --no-index \
-        --no-build-isolation --wheel-dir "$package_folder" "$sources" || return
+    SOURCE_DATE_EPOCH=$(dpkg-parsechangelog -S Timestamp) KVPIM_WHEEL_TAG=$tag run_job "$debian_python" -m pip \
+        --disable-pip-version-check wheel --quiet --no-deps --no-index --no-build-isolation --wheel-dir "$package_folder" "$sources" ||
+        return
     du --bytes "$package_folder"/*.whl
 }
 
