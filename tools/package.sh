@@ -62,6 +62,7 @@ check_packages() {
     for package in "$package_folder"/*.deb; do dpkg-deb -x "$package" "$unpacked"; done
     count "lintian" lintian --fail-on error,warning "$package_folder"/*.deb "$package_folder"/debug-symbols/*.deb
     count "what the libraries show" libraries_show_public_names_only
+    count "the binary interface" each_library interface_is_kept
     count "each header stands alone" headers_stand_alone
     count "completion" completion_works
     count "the wheel, where it is alone" wheel_works
