@@ -22,7 +22,7 @@ build_packages() {
 versions_agree() {
     local version others
     version=$(project_version)
-    others=$(grep -L "version\"\?\( =\|:\) \"$version\"" python/pyproject.toml)
+    others=$(grep -L "version\"\?\( =\|:\) \"$version\"" python/pyproject.toml packaging/vcpkg/kvpim/vcpkg.json packaging/conan/conanfile.py)
     [[ $(sed -nE 's/^#define KVPIM_VERSION_(MAJOR|MINOR|PATCH) //p' Classes/KvPimVersion.h | paste -sd.) == "$version" ]] ||
         others+=" Classes/KvPimVersion.h"
     [[ $(dpkg-parsechangelog -S Version) == "$version"-* ]] || others+=" debian/changelog"
