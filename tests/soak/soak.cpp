@@ -1,6 +1,6 @@
 // Fifty clients that chat, change attributes, subscribe, invite and are cut off at random; in the end everybody must be
-// connected, the service must hold what the clients believe, no message may have come twice. With a number of processes the
-// service is a cluster, whose processes are killed at random, and whose Redis is started anew half-way.
+// connected, the service must hold what the clients believe, no message may have come twice. With a number of processes
+// the service is a cluster, whose processes are killed at random, and whose Redis is started anew half-way.
 //     kv_soak [SECONDS] [CLIENTS] [SEED] [PROCESSES]
 #include "classes/Person.h"
 
