@@ -1,9 +1,12 @@
 // Fifty clients that chat, change attributes, subscribe, invite and are cut off at random; in the end everybody must be
-// connected, the service must hold what the clients believe, no message may have come twice. With a number of processes
-// the service is a cluster, whose processes are killed at random, and whose Redis is started anew half-way.
+// connected, the service must hold what the clients believe, no message may have come twice, and whoever joins a
+// channel must have left it before. With a number of processes the service is a cluster, whose processes are killed at
+// random, and whose Redis is started anew half-way. One user comes and goes; all that he is sent while he is away must
+// reach him.
 //     kv_soak [SECONDS] [CLIENTS] [SEED] [PROCESSES]
 #include "classes/Person.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -17,7 +20,7 @@ namespace kv::test {
 namespace {
 
 struct Counts {
-    long operations = 0, failures = 0, messages = 0, repeated = 0, cuts = 0, deaths = 0, invitations = 0;
+    long operations = 0, failures = 0, messages = 0, repeated = 0, cuts = 0, deaths = 0, invitations = 0, odd = 0;
 } counts;
 
 class Soldier {
@@ -29,7 +32,13 @@ public:
         person_.delegate->messageReceived = [this](KvPimKit&, auto const& message, std::string const& peer) {
             note(lastFromPeers_[peer], *message);
         };
-        person_.delegate->connectionStateChanged = {};
+        person_.delegate->connectionStateChanged = [this](KvPimKit&, auto, auto) { present_.clear(); };
+        listener_->memberJoined = [this](KvPimChannel& channel, KvPimMember const& member) {
+            notePresence(channel.channelId(), member.userId, true);
+        };
+        listener_->memberLeft = [this](KvPimChannel& channel, KvPimMember const& member) {
+            notePresence(channel.channelId(), member.userId, false);
+        };
         listener_->messageReceived = [this](KvPimChannel& channel, auto const& message, KvPimMember const& from) {
             note(lastInChannels_[channel.channelId() + " " + from.userId], *message);
         };
@@ -57,9 +66,15 @@ public:
         std::string const key = "k" + std::to_string(pick(5));
         switch (pick(8)) {
             case 0:
-                return channel(name)->joinWithCompletion(then([this, name] { rooms_.insert(name); }));
+                return channel(name)->joinWithCompletion(then([this, name] {
+                    rooms_.insert(name);
+                    present_.erase(name);
+                }));
             case 1:
-                return channel(name)->leaveWithCompletion(then([this, name] { rooms_.erase(name); }));
+                return channel(name)->leaveWithCompletion(then([this, name] {
+                    rooms_.erase(name);
+                    present_.erase(name);
+                }));
             case 2:
                 if (rooms_.empty()) break;
                 return channel(*rooms_.begin())->sendMessage(std::make_shared<KvPimMessage>(text), {}, then());
@@ -113,6 +128,11 @@ private:
             isBusy_ = false;
         };
     }
+    // One "joined" and one "left" after the other, for as long as this client sees all of them.
+    void notePresence(std::string const& channelId, std::string const& member, bool isPresent) {
+        auto const [known, isNew] = present_[channelId].try_emplace(member, isPresent);
+        if (!isNew) counts.odd += std::exchange(known->second, isPresent) == isPresent;
+    }
     // Each sender counts his messages, and they come in his order; one that is not new has come twice.
     static void note(long& last, KvPimMessage const& message) {
         long const number = std::atol(message.text.value_or("0").c_str());
@@ -133,6 +153,79 @@ private:
     std::set<std::string> rooms_, status_;
     std::map<std::string, std::string> attributes_;
     std::map<std::string, long> lastFromPeers_, lastInChannels_;
+    std::map<std::string, std::map<std::string, bool>> present_;  // by channel: members of whom something was told
+};
+
+// A user who is away for some seconds, sent messages meanwhile, and back for some.
+class Absentee {
+public:
+    Absentee(LocalService const& service, std::shared_ptr<KvMainQueue> queue)
+        : queue_(queue), person_(service.url(), "absentee", queue), sender_(service.url(), "sender", queue) {
+        for (auto* person : {&person_, &sender_}) person->delegate->connectionStateChanged = {};
+        person_.delegate->messageReceived = [this](KvPimKit&, auto const& message, std::string const&) {
+            ++received_[std::atol(message->text.value_or("0").c_str())];
+        };
+    }
+
+    bool login() { return person_.login() && sender_.login(); }
+
+    // Each phase is longer than what the service takes to know of the one before.
+    void act(std::chrono::steady_clock::duration now) {
+        if (now < next_ || isBusy_) return;
+        next_ = now + 3s;
+        phase_ = (phase_ + 1) % 3;
+        isBusy_ = true;
+        auto const done = [this](std::int64_t) { isBusy_ = false; };
+        if (phase_ == 0) return person_.kit->logoutWithCompletion(done);
+        if (phase_ == 1) return send(5);
+        comeBack();
+    }
+
+    /// Is he there, and has he got all that the service took for him?
+    bool isContent(std::chrono::steady_clock::duration now) {
+        if (phase_ != 2) act(now);
+        return phase_ == 2 && !isBusy_ && count([](long times) { return times == 0; }) == 0;
+    }
+    long lost() const {
+        return count([](long times) { return times == 0; });
+    }
+    long repeated() const {
+        return count([](long times) { return times > 1; });
+    }
+    std::size_t sent() const { return confirmed_.size(); }
+
+private:
+    void send(int left) {
+        if (left == 0) return void(isBusy_ = false);
+        auto const number = ++number_;
+        sender_.kit->sendMessageToPeer(std::make_shared<KvPimMessage>(std::to_string(number)), "absentee",
+                                       KvPimSendMessageOptions{true, false}, [this, number, left](std::int64_t code) {
+                                           if (code == 0) confirmed_.insert(number);
+                                           send(left - 1);
+                                       });
+    }
+    void comeBack() {
+        person_.kit->loginByToken(kToken, 1, "absentee", [this](std::int64_t code) {
+            if (code == 0) return void(isBusy_ = false);
+            queue_->post([this] { comeBack(); });
+        });
+    }
+    template <class Predicate>
+    long count(Predicate isCounted) const {
+        return std::count_if(confirmed_.begin(), confirmed_.end(), [&](long number) {
+            auto const found = received_.find(number);
+            return isCounted(found == received_.end() ? 0 : found->second);
+        });
+    }
+
+    std::shared_ptr<KvMainQueue> queue_;
+    Person person_, sender_;
+    int phase_ = 2;
+    bool isBusy_ = false;
+    std::chrono::steady_clock::duration next_{0};
+    long number_ = 0;
+    std::set<long> confirmed_;       // messages that the service has taken
+    std::map<long, long> received_;  // message -> how often it came
 };
 
 int soak(int seconds, int clients, unsigned seed, int processes) {
@@ -146,6 +239,8 @@ int soak(int seconds, int clients, unsigned seed, int processes) {
         soldiers.push_back(std::make_unique<Soldier>(service, number, clients, queue));
         if (!soldiers.back()->login()) return std::fputs("a client cannot log in\n", stderr), 1;
     }
+    Absentee absentee(service, queue);
+    if (!absentee.login()) return std::fputs("a client cannot log in\n", stderr), 1;
     std::minstd_rand random(seed);
     auto const start = std::chrono::steady_clock::now();
     auto const elapsed = [&] { return std::chrono::steady_clock::now() - start; };
@@ -155,6 +250,7 @@ int soak(int seconds, int clients, unsigned seed, int processes) {
         for (auto const& soldier : soldiers) {
             if (soldier->isConnected() && random() % 4 == 0) soldier->act();
         }
+        absentee.act(elapsed());
         queue->runFor(10ms);
         if (elapsed() > nextCut) {
             nextCut += 1s;
@@ -187,6 +283,7 @@ int soak(int seconds, int clients, unsigned seed, int processes) {
         for (auto const& soldier : soldiers) {
             if (!soldier->isConnected() || !soldier->isIdle()) return false;
         }
+        if (!absentee.isContent(elapsed())) return false;
         auto const state = service.state();
         auto const& users = state.at("apps").at("app").at("users").as_object();
         for (auto const& soldier : soldiers) {
@@ -198,12 +295,14 @@ int soak(int seconds, int clients, unsigned seed, int processes) {
     std::printf("%ld operations (%ld failed or cut off), %ld messages, %ld of them twice, %ld invitations, %ld cuts",
                 counts.operations, counts.failures, counts.messages, counts.repeated, counts.invitations, counts.cuts);
     if (processes > 0) std::printf(", %ld processes killed", counts.deaths);
-    std::puts("");
+    std::printf("\n%zu kept messages, %ld lost, %ld twice; %ld times joined or left twice\n", absentee.sent(),
+                absentee.lost(), absentee.repeated(), counts.odd);
     if (!isSame)
         std::printf("not as believed: %s\n",
                     different.empty() ? "somebody is not connected or not answered" : different.c_str());
     // What a process told in its last moment, the next one may tell again: clients do not say what has reached them.
-    return isSame && counts.repeated <= 5 * counts.deaths ? 0 : 1;
+    auto const repeated = counts.repeated + absentee.repeated();
+    return isSame && absentee.lost() == 0 && counts.odd == 0 && repeated <= counts.deaths ? 0 : 1;
 }
 
 }  // namespace
