@@ -12,6 +12,8 @@ import { RequestError } from './http.js';
 const PROGRAM = fileURLToPath(new URL('member.js', import.meta.url));
 const REST_MS = 500; // before a process is started again
 const LONGEST_STOP_MS = 300;
+const NEWS_MS = 50;
+const LONGEST_NEWS_MS = 500;
 
 export class Members {
   #all;
@@ -45,7 +47,10 @@ export class Members {
 
   /** Has the process do what a control endpoint does to one of its users. */
   async act(path, appId, userId, body) {
-    const found = this.#all.find((member) => member.has(appId, userId));
+    const find = () => this.#all.find((member) => member.has(appId, userId));
+    // A login is heard of here a moment later than by its user.
+    for (let waited = 0; !find() && waited < LONGEST_NEWS_MS; waited += NEWS_MS) await pause(NEWS_MS);
+    const found = find();
     if (!found) throw new RequestError(404, 'This user is not connected.');
     await found.ask({ path, body });
   }
