@@ -47,7 +47,8 @@ export class Members {
 
   /** Has the process do what a control endpoint does to one of its users. */
   async act(path, appId, userId, body) {
-    const find = () => this.#all.find((member) => member.has(appId, userId));
+    // The newest: that an older session has ended may be heard of later still.
+    const find = () => this.#all.reduce((best, member) => (member.since(appId, userId) > (best?.since(appId, userId) ?? 0) ? member : best), undefined);
     // A login is heard of here a moment later than by its user.
     for (let waited = 0; !find() && waited < LONGEST_NEWS_MS; waited += NEWS_MS) await pause(NEWS_MS);
     const found = find();
@@ -138,9 +139,10 @@ class Member {
     this.#child.kill('SIGKILL');
   }
 
-  has(appId, userId) {
+  /** When this user logged in here last, among those who are connected; 0 if he is not. */
+  since(appId, userId) {
     const isHis = (login) => login.userId === userId && (appId === undefined || login.appId === appId);
-    return [...this.#connections.values()].some(isHis);
+    return Math.max(0, ...[...this.#connections.values()].filter(isHis).map(({ at }) => at));
   }
 
   /** Has the port listened at by another member, which may be none. */
