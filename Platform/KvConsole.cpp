@@ -1,5 +1,6 @@
 #include "Platform/KvConsole.h"
 
+#include "Platform/KvSystem.h"
 #include "Platform/KvThread.h"
 
 #include <cerrno>
@@ -10,7 +11,6 @@
 #include <string>
 #include <utility>
 
-#include <poll.h>
 #include <unistd.h>
 
 namespace kv {
@@ -70,8 +70,7 @@ private:
             if (count >= 0) {
                 lines.remove_prefix(static_cast<std::size_t>(count));
             } else if (errno == EAGAIN) {  // somebody shares the stream, and does not want to wait for it
-                pollfd waiting{.fd = fd_, .events = POLLOUT, .revents = 0};
-                ::poll(&waiting, 1, -1);
+                awaitRoom(fd_);
             } else if (errno != EINTR) {
                 return;  // nobody will ever read it
             }

@@ -1,26 +1,14 @@
 #include "Platform/KvFiles.h"
 
-#include "Platform/KvConsole.h"
-#include "Platform/KvSystem.h"
-
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <cerrno>
 
-#include <fcntl.h>
-#include <stdio.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace kv {
 namespace {
-
-bool isDirectory(std::string const& path) {
-    struct stat status {};
-    return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
-}
 
 // How much of it there is room for. What does not fit leaves its reason in errno.
 std::size_t writtenOf(int fd, std::string_view bytes) {
@@ -59,9 +47,9 @@ void cutHalfLine(int fd) {
     std::array<char, 4096> piece;
     for (off_t end = size; end > 0;) {
         auto const start = std::max<off_t>(end - static_cast<off_t>(end == size ? 1 : piece.size()), 0);
-        auto const count = ::pread(fd, piece.data(), static_cast<std::size_t>(end - start), start);
-        if (count != end - start) return;
-        auto const lineEnd = std::string_view(piece.data(), static_cast<std::size_t>(count)).rfind('\n');
+        auto const count = static_cast<std::size_t>(end - start);
+        if (!readAt(fd, start, {piece.data(), count})) return;
+        auto const lineEnd = std::string_view(piece.data(), count).rfind('\n');
         end = start;
         if (lineEnd == std::string_view::npos && start > 0) continue;
         auto const kept = start + static_cast<off_t>(lineEnd + 1);  // none is the one before zero
@@ -69,14 +57,6 @@ void cutHalfLine(int fd) {
             auto const cut = ::ftruncate(fd, kept);
         return;
     }
-}
-
-bool createDirectories(std::string const& path) {
-    if (path.empty()) return false;
-    if (isDirectory(path)) return true;
-    auto const parentEnd = path.find_last_of('/', path.find_last_not_of('/'));
-    if (parentEnd != std::string::npos && parentEnd > 0 && !createDirectories(path.substr(0, parentEnd))) return false;
-    return ::mkdir(path.c_str(), 0700) == 0 || isDirectory(path);  // another process may have been faster
 }
 
 std::string asFileName(std::string_view text) {
@@ -93,24 +73,6 @@ std::string asFileName(std::string_view text) {
         }
     }
     return name;
-}
-
-std::error_code renameWithoutReplacing(std::string const& from, std::string const& to) {
-    int const error = renameUnlessThere(from.c_str(), to.c_str());
-    if (error != EINVAL && error != ENOSYS) return {error, std::generic_category()};
-    // What cannot be done in one step: for a moment the file has both names.
-    if (::link(from.c_str(), to.c_str()) != 0 || ::unlink(from.c_str()) != 0) return lastError();
-    return {};
-}
-
-void tellOfTooFewDescriptors() {
-    static std::atomic<bool> isTold{false};
-    if (KvFileDescriptor(::open("/dev/null", O_RDONLY | O_CLOEXEC)) || errno != EMFILE || isTold.exchange(true)) return;
-    rlimit limit{};
-    ::getrlimit(RLIMIT_NOFILE, &limit);
-    printLine(KvConsoleStream::error,
-              "kvpim: this process may open no more than " + std::to_string(limit.rlim_cur) +
-                  " descriptors (ulimit -n), and has; connections and files fail for want of more");
 }
 
 std::error_code lastError() { return {errno, std::generic_category()}; }

@@ -3,6 +3,7 @@
 
 #include "Platform/KvExport.h"
 
+#include <span>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -45,6 +46,9 @@ KV_EXPORT bool writeAll(int fd, std::string_view bytes);
 /// Writes all of it at the end of a file, or returns false; a line for which there was no room is not left there in
 /// part.
 KV_EXPORT bool appendLines(int fd, std::string_view lines);
+/// Fills `bytes` from that place of a file on; false when there are not so many. Where the descriptor stands does not
+/// matter, and on Windows changes.
+bool readAt(int fd, off_t place, std::span<char> bytes);
 /// Takes away what is behind the last line break of a file. The descriptor must be open for reading, too.
 KV_EXPORT void cutHalfLine(int fd);
 /// Makes a directory and whatever is missing above it, for this user alone. True when it is there afterwards.

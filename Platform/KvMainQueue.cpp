@@ -1,5 +1,6 @@
 #include "Platform/KvMainQueue.h"
 
+#include "Platform/KvDescriptor.h"
 #include "Platform/KvEngineThread.h"
 #include "Platform/KvQueueContext.h"
 #include "Platform/KvQueueDescriptor.h"
@@ -17,11 +18,8 @@
 #include <system_error>
 #include <thread>
 
-#include <boost/asio/posix/stream_descriptor.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
-#include <fcntl.h>
-#include <unistd.h>
 
 namespace kv {
 namespace asio = boost::asio;
@@ -58,12 +56,10 @@ public:
           readiness(context, wakeUp),
           alarm(context) {
         if (!wakeUp.open()) throw std::system_error(errno, std::generic_category(), "no descriptor for a queue");
-        raised.assign(wakeUp.fd());
+        raised.borrow(wakeUp.fd());
         awaitWakeUp();
     }
-    ~Impl() {
-        if (raised.is_open()) raised.release();  // it is not its own
-    }
+    ~Impl() { raised.giveBack(); }
 
     Clock::time_point now() const { return manual ? start + std::chrono::nanoseconds(moved.load()) : Clock::now(); }
     bool isCurrent() const { return executor.running_in_this_thread(); }
@@ -90,10 +86,18 @@ public:
     }
 
     // What wakes a run, and what makes the queue's descriptor readable when nobody runs it.
-    void signal() { wakeUp.raise(); }
+    void signal() {
+        wakeUp.raise();
+        if constexpr (!KvDescriptor::kIsSeenAtOnce) {
+            asio::post(context, [this] {
+                wakeUp.lower();
+                drain();
+            });
+        }
+    }
 
     void awaitWakeUp() {
-        raised.async_wait(asio::posix::stream_descriptor::wait_read, [this](boost::system::error_code error) {
+        raised.async_wait(KvDescriptor::wait_read, [this](boost::system::error_code error) {
             if (error) return;
             wakeUp.lower();
             awaitWakeUp();
@@ -121,7 +125,7 @@ public:
         struct Rest {
             Impl& impl;
             ~Rest() {
-                if (!impl.batch.empty()) impl.signal();
+                if (!impl.batch.empty()) impl.wakeUp.raise();
             }
         } rest{*this};
         if (batch.empty()) {
@@ -152,16 +156,11 @@ public:
         return entry;
     }
 
-    std::shared_ptr<Entry> addReady(std::weak_ptr<KvMainQueue> queue, int fd,
-                                    asio::posix::stream_descriptor::wait_type ready, Work work) {
-        auto const descriptor = std::make_shared<asio::posix::stream_descriptor>(context);
-        boost::system::error_code error;
-        int const own = ::fcntl(fd, F_DUPFD_CLOEXEC, 0);
-        if (own < 0) return nullptr;
-        if (descriptor->assign(own, error); error) {
-            ::close(own);
-            return nullptr;
-        }
+    std::shared_ptr<Entry> addReady(std::weak_ptr<KvMainQueue> queue, int fd, KvDescriptor::wait_type ready,
+                                    Work work) {
+        auto const descriptor = std::make_shared<KvDescriptor>(context);
+        int const own = duplicateOf(fd);
+        if (own < 0 || !descriptor->take(own)) return nullptr;
         auto entry = add(std::move(queue), kNever, [descriptor, work = std::move(work)] { work(); });
         descriptor->async_wait(ready, [this, weak = std::weak_ptr(entry)](boost::system::error_code ended) {
             auto const found = weak.lock();
@@ -217,7 +216,7 @@ public:
     asio::io_context context{1};
     asio::io_context::executor_type const executor = context.get_executor();
     KvWakeUp wakeUp;
-    asio::posix::stream_descriptor raised;  // of wakeUp
+    KvDescriptor raised;  // of wakeUp
     KvQueueDescriptor readiness;
 
     std::mutex mutex;
@@ -357,13 +356,11 @@ KvQueueTimer KvMainQueue::keep(Work work) {
 }
 
 KvQueueTimer KvMainQueue::whenReadable(int fd, Work work) {
-    return KvQueueTimer(
-        impl_->addReady(weak_from_this(), fd, asio::posix::stream_descriptor::wait_read, std::move(work)));
+    return KvQueueTimer(impl_->addReady(weak_from_this(), fd, KvDescriptor::wait_read, std::move(work)));
 }
 
 KvQueueTimer KvMainQueue::whenWritable(int fd, Work work) {
-    return KvQueueTimer(
-        impl_->addReady(weak_from_this(), fd, asio::posix::stream_descriptor::wait_write, std::move(work)));
+    return KvQueueTimer(impl_->addReady(weak_from_this(), fd, KvDescriptor::wait_write, std::move(work)));
 }
 
 bool KvMainQueue::isCurrent() const { return impl_->isCurrent(); }

@@ -75,7 +75,7 @@ public:
     /// before the executor is destroyed. Any thread.
     void stop();
     /// A file descriptor that is readable when `poll` has something to do: for epoll, poll, GLib, Qt, libuv. It belongs
-    /// to the queue; wait for it to be readable and do nothing else with it. Linux only.
+    /// to the queue; wait for it to be readable and do nothing else with it. On Windows it is the handle of an event.
     int fd() const;
 
     /// Queues work behind what is queued already. Never runs it inside the call. Any thread.
@@ -96,7 +96,8 @@ public:
 
     /// Calls `work` once, at the next turn in which the descriptor can be read (its end and its errors can), or
     /// written: for sockets of the application's own on this queue. What is returned keeps a duplicate of the
-    /// descriptor until then; it is inactive, and the call never made, where the system has none left.
+    /// descriptor until then; it is inactive, and the call never made, where the system has none left. On Windows the
+    /// descriptor is the handle of an event, such as WSAEventSelect sets.
     [[nodiscard]] KvQueueTimer whenReadable(int fd, Work work);
     /// The same for writing.
     [[nodiscard]] KvQueueTimer whenWritable(int fd, Work work);

@@ -4,24 +4,15 @@
 
 #include <utility>
 
-#include <fcntl.h>
-#include <unistd.h>
-
 namespace kv {
-
-using Readable = boost::asio::posix::stream_descriptor;
 
 std::shared_ptr<KvQueueWatch> KvQueueWatch::start(std::shared_ptr<KvMainQueue> engine,
                                                   std::shared_ptr<KvMainQueue> const& queue, Post post) {
     // The queue closes its own, whatever the watch is about then.
-    int const fd = ::fcntl(queue->fd(), F_DUPFD_CLOEXEC, 0);
+    int const fd = duplicateOf(queue->fd());
     if (fd < 0) return nullptr;
     std::shared_ptr<KvQueueWatch> const watch(new KvQueueWatch(std::move(engine), queue, std::move(post)));
-    watch->engine_->post([watch, fd] {
-        boost::system::error_code error;
-        watch->readable_.assign(fd, error);
-        if (error) ::close(fd);
-    });
+    watch->engine_->post([watch, fd] { watch->readable_.take(fd); });
     watch->watch();
     return watch;
 }
@@ -31,7 +22,7 @@ KvQueueWatch::KvQueueWatch(std::shared_ptr<KvMainQueue> engine, std::weak_ptr<Kv
 
 void KvQueueWatch::watch() {
     engine_->post([self = shared_from_this()] {
-        self->readable_.async_wait(Readable::wait_read, [self](boost::system::error_code error) {
+        self->readable_.async_wait(KvDescriptor::wait_read, [self](boost::system::error_code error) {
             std::lock_guard const lock(self->mutex_);
             if (!error && self->post_) self->post_([self] { self->poll(); });
         });

@@ -1,13 +1,12 @@
 // Asks an executor of the application's to poll a queue, whenever the queue has something to do.
 #pragma once
 
+#include "Platform/KvDescriptor.h"
 #include "Platform/KvMainQueue.h"
 
 #include <functional>
 #include <memory>
 #include <mutex>
-
-#include <boost/asio/posix/stream_descriptor.hpp>
 
 namespace kv {
 
@@ -29,8 +28,8 @@ private:
     std::shared_ptr<KvMainQueue> const engine_;
     std::weak_ptr<KvMainQueue> const queue_;
     std::mutex mutex_;
-    Post post_;                                       // guarded by the mutex; empty at the end
-    boost::asio::posix::stream_descriptor readable_;  // touched on engine_
+    Post post_;              // guarded by the mutex; empty at the end
+    KvDescriptor readable_;  // touched on engine_
 };
 
 }  // namespace kv

@@ -1,5 +1,6 @@
-// What each system has in a way of its own. Everything else of the library is C++, POSIX and Asio. There are two forms:
-// KvSystemLinux.cpp, and KvSystemPosix.cpp for other systems and for a build with KVPIM_PORTABLE.
+// What each system has in a way of its own. Everything else of the library is C++, POSIX and Asio. There are three
+// forms: KvSystemLinux.cpp, KvSystemWindows.cpp, and KvSystemPosix.cpp for other systems and for a build with
+// KVPIM_PORTABLE.
 #pragma once
 
 #include "Platform/KvExport.h"
@@ -13,7 +14,8 @@
 
 namespace kv {
 
-/// A descriptor that is readable from `raise` to `lower`. Any thread, once it is open.
+/// A descriptor that is readable from `raise` to `lower`; on Windows the handle of an event, set as long. Any thread,
+/// once it is open.
 class KV_EXPORT KvWakeUp final {
 public:
     KvWakeUp() = default;
@@ -47,5 +49,14 @@ std::optional<timespec> timeOfBirth(char const* path);
 void nameThisThread(char const* name);
 /// Gives memory back to the system that the process does not use any more.
 void returnFreeMemory();
+
+// The others are the same on all systems but Windows: KvSystemUnix.cpp.
+
+/// Another descriptor for the same, which no other program inherits; -1, with errno, where there is none left.
+int duplicateOf(int fd);
+/// Has the calling thread take no signals.
+void takeNoSignals();
+/// Waits until a stream that somebody else does not want to wait for takes more.
+void awaitRoom(int fd);
 
 }  // namespace kv

@@ -5,18 +5,13 @@
 #include <system_error>
 #include <utility>
 
-#include <pthread.h>
-#include <signal.h>
-
 namespace kv {
 
 std::thread makeThread(char const* name, std::function<void()> body) try {
     return std::thread([name, body = std::move(body)] {
         // Signals are the application's: its own threads take them. That includes the one that a file over the size
         // limit raises in its writer, which would end the process.
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, nullptr);
+        takeNoSignals();
         nameThisThread(name);
         body();
     });
