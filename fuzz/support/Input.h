@@ -2,8 +2,8 @@
 #pragma once
 
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
+#include <string>
 #include <string_view>
 
 #include <unistd.h>
@@ -16,7 +16,8 @@ inline int const kStandardError = ::dup(STDERR_FILENO);
 /// Ends the process when something does not hold, as a sanitizer would: whoever runs the fuzzer keeps the input.
 inline void require(bool holds, char const* what) {
     if (holds) return;
-    ::dprintf(kStandardError, "does not hold: %s\n", what);
+    auto const text = "does not hold: " + std::string(what) + "\n";
+    [[maybe_unused]] auto const written = ::write(kStandardError, text.data(), text.size());
     std::abort();
 }
 

@@ -15,7 +15,7 @@ int main(int argc, char** argv) {
     std::size_t inputs = 0;
     for (int i = 1; i < argc; ++i) {
         for (auto const& entry : std::filesystem::directory_iterator(argv[i])) {
-            std::fprintf(stderr, "%s\n", entry.path().c_str());
+            std::fprintf(stderr, "%s\n", entry.path().string().c_str());
             std::ifstream file(entry.path(), std::ios::binary);
             std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};
             bytes.shrink_to_fit();  // a sanitizer sees the very end of it

@@ -23,8 +23,7 @@ protected:
         Printed printed;
         for (int turn = 0; turn < 2000 && logged.find(text) == std::string::npos; ++turn) {
             if (turn == 0) queue->advance(duration);
-            pollfd waiting{queue->fd(), POLLIN, 0};
-            ::poll(&waiting, 1, 5);
+            isReadable(queue->fd(), 5ms);
             queue->poll();
             logged += printed.error();
         }
@@ -254,8 +253,7 @@ TEST_P(SessionTest, ALogoutBehindTheEndOfTheConnectionIsTold) {
         EXPECT_TRUE(waitFor([&] { return server.connections() > attempts; }, 100ms));
         for (int turn = 0; turn < 100; ++turn) queue->poll();  // the connection is all that is left to come
         mayEnd = true;
-        pollfd news{queue->fd(), POLLIN, 0};
-        EXPECT_EQ(::poll(&news, 1, 10000), 1);
+        EXPECT_TRUE(isReadable(queue->fd(), 10s));
         EXPECT_EQ(dora.codeOf([&](auto done) { dora.kit->logoutWithCompletion(done); }), 0);
         EXPECT_EQ(dora.states,
                   attempts == 0 ? (States{{2, 1}, {3, 2}, {1, 6}}) : (States{{2, 1}, {3, 2}, {4, 5}, {1, 6}}));
@@ -353,8 +351,7 @@ TEST_P(SessionTest, AClientMayEndAtEachMomentOfALogin) {
         dora.kit->loginByToken(kToken, 1, "dora",
                                [&](std::int64_t code) { codes += code == 0 || currentFailure() ? 1 : 0; });
         for (int turn = 0; turn < turns; ++turn) {
-            pollfd waiting{queue->fd(), POLLIN, 0};
-            ::poll(&waiting, 1, 1);
+            isReadable(queue->fd(), 1ms);
             queue->poll();
         }
         dora.kit.reset();

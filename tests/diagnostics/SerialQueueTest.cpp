@@ -1,6 +1,4 @@
 #include "Platform/KvSerialQueue.h"
-#include "diagnostics/Shell.h"
-#include "support/TemporaryDirectory.h"
 #include "support/Test.h"
 
 #include <future>
@@ -109,20 +107,6 @@ TEST(SerialQueue, WorkThatMayWaitIsDoneInTimeOrWhenTheQueueIsDrained) {
     EXPECT_EQ(order, (std::vector{0, 1, 2}));
     queue.asyncWithin(10ms, [&] { ran.set_value(); });
     EXPECT_EQ(ran.get_future().wait_for(5s), std::future_status::ready);
-}
-
-TEST(SerialQueue, TheEndOfTheProcessWaitsForItsWorkButNotForEver) {
-    TemporaryDirectory const directory;
-    auto const probe = std::string(DIAGNOSTICS_PROBE " exit ");
-    auto const brief = runShell(probe + directory.path("short") + " 0.3");
-    EXPECT_EQ(brief.exitCode, 0);
-    EXPECT_TRUE(std::filesystem::exists(directory.path("short")));
-    EXPECT_EQ(runShell(DIAGNOSTICS_PROBE " exit " + directory.path("later") + " 0.1 3600").exitCode, 0);
-    EXPECT_TRUE(std::filesystem::exists(directory.path("later"))) << "what may wait is not lost";
-    auto const endless = runShell(probe + directory.path("endless") + " 60");
-    EXPECT_EQ(endless.exitCode, 0);
-    EXPECT_LT(endless.elapsed, 20s);
-    EXPECT_EQ(runShell(DIAGNOSTICS_PROBE " fork 60").exitCode, 0) << "a fork waited for threads that it does not have";
 }
 
 }  // namespace

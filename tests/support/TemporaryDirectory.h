@@ -5,20 +5,21 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <stdexcept>
+#include <random>
 #include <string>
 #include <vector>
-
-#include <stdlib.h>
 
 namespace kv {
 
 class TemporaryDirectory final {
 public:
     TemporaryDirectory() {
-        auto pattern = (std::filesystem::temp_directory_path() / "kvpim-test-XXXXXX").string();
-        if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp");
-        path_ = pattern;
+        auto const place = std::filesystem::temp_directory_path();
+        std::random_device random;
+        do {
+            path_ = (place / ("kvpim-test-" + std::to_string(random()))).generic_string();
+        } while (!std::filesystem::create_directory(path_));  // one that was not there
+        std::filesystem::permissions(path_, std::filesystem::perms::owner_all);
     }
     TemporaryDirectory(TemporaryDirectory const&) = delete;
     TemporaryDirectory& operator=(TemporaryDirectory const&) = delete;
@@ -37,7 +38,7 @@ inline std::vector<std::string> entriesOf(std::string const& path) {
     std::error_code absent;
     std::vector<std::string> names;
     for (auto const& entry : std::filesystem::directory_iterator(path, absent))
-        names.push_back(entry.path().filename());
+        names.push_back(entry.path().filename().string());
     std::sort(names.begin(), names.end());
     return names;
 }

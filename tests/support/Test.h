@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Platform/KvMainQueue.h"
+#include "support/Readable.h"
 
 #include <algorithm>
 #include <atomic>
@@ -16,7 +17,6 @@
 #include <vector>
 
 #include <gtest/gtest.h>
-#include <poll.h>
 
 namespace kv {
 
@@ -39,8 +39,7 @@ inline bool runUntil(KvMainQueue& queue, std::function<bool()> const& holds, std
     auto const end = std::chrono::steady_clock::now() + 60s;
     while (!holds()) {
         if (std::chrono::steady_clock::now() > end) return false;
-        pollfd waiting{queue.fd(), POLLIN, 0};
-        ::poll(&waiting, 1, 5);
+        isReadable(queue.fd(), 5ms);
         queue.poll();
         if (step > 0ms) queue.advance(step);
     }
