@@ -5,5 +5,9 @@
 #include "see above"  // ends the compilation, which would say a hundred things more
 #endif
 
-// Marks what the shared libraries show; everything else stays hidden.
+// Marks what the shared libraries show; everything else stays hidden. On Windows the library is static.
+#ifdef _WIN32
+#define KV_EXPORT
+#else
 #define KV_EXPORT __attribute__((visibility("default")))
+#endif

@@ -34,7 +34,7 @@ compile_jobs() {
 
 remove_builds() {
     local preset
-    for preset in dev debug release bench package wheel asan tsan clang portable arm64 arm64-root i386 i386-root coverage fuzz tidy; do rm -rf "$(build_folder "$preset")"; done
+    for preset in dev debug release bench package wheel asan tsan clang portable arm64 arm64-root i386 i386-root windows windows-root coverage fuzz tidy; do rm -rf "$(build_folder "$preset")"; done
 }
 
 # All C++ files of the project, each followed by a null character.

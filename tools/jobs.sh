@@ -5,6 +5,7 @@ launcher=() # what jobs are started through: a command that takes a command
 job=
 server_pid=
 server_stdin=
+windows= # the folder that is Wine's drive and registry, once it may be running
 
 # run_job COMMAND...: in a process group of its own, which ends as a whole.
 run_job() {
@@ -70,9 +71,13 @@ stop_server() {
     kill -KILL "$pid" 2>/dev/null
 }
 
+# Wine's server would stay for a while, to be there for the next program.
+stop_windows() { [[ -z $windows ]] || WINEPREFIX=$windows wineserver -k 2>/dev/null; }
+
 stop_everything() {
     stop_job
     stop_server
+    stop_windows
 }
 
 trap stop_everything EXIT

@@ -1,6 +1,6 @@
 # shellcheck shell=bash
-# Builds for other processors than that of the machine. What Debian has for them is unpacked in a folder: nothing but the
-# cross compiler, and what runs their programs, is installed.
+# Builds for other processors than that of the machine, and for Windows. What Debian has for them is unpacked in a folder:
+# nothing but the cross compiler, and what runs their programs, is installed.
 
 # take_target ARGUMENT...: sets `target`, from "--target NAME" or "--target=NAME", and `rest`, the other arguments.
 take_target() {
@@ -13,10 +13,14 @@ take_target() {
         esac
         shift
     done
-    [[ ${target:-arm64} =~ ^(arm64|i386)$ ]] || fail "There are --target=arm64 and --target=i386."
+    [[ ${target:-arm64} =~ ^(arm64|i386|windows)$ ]] || fail "There are --target=arm64, --target=i386 and --target=windows."
 }
 
 prepare_target() {
+    if [[ $target == windows ]]; then
+        prepare_windows
+        return
+    fi
     unpack_target || fail "The packages for $target could not be unpacked."
     [[ $target != arm64 ]] || let_kernel_run_arm64
 }
@@ -45,4 +49,14 @@ let_kernel_run_arm64() {
     [[ $(uname -m) == aarch64 || -e /proc/sys/fs/binfmt_misc/qemu-aarch64 ]] && return
     say "Having the kernel run programs of arm64 in the emulator"
     as_root update-binfmts --enable qemu-aarch64 || fail "The kernel does not run programs of arm64."
+}
+
+# A Windows of the build's own, without what shows web pages and runs .NET.
+prepare_windows() {
+    windows=$PWD/$(build_folder windows)-root
+    [[ ! -f $windows/system.reg ]] || return 0
+    say "Making a Windows for the tests"
+    run_job env WINEPREFIX="$windows" WINEDEBUG=-all WINEDLLOVERRIDES=mscoree,mshtml= wine wineboot --init >/dev/null 2>&1 ||
+        fail "Wine does not start."
+    WINEPREFIX=$windows wineserver -w # what it has done is in its files then
 }

@@ -1,0 +1,15 @@
+# Toolchain for Windows on another system: Debian's mingw-w64, the one with the threads of C++. Its programs have all in them
+# that they need of the compiler, and Wine runs them, in a Windows of this build's own: KVPIM_WINDOWS (tools/target.sh).
+list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES KVPIM_WINDOWS)
+set(CMAKE_SYSTEM_NAME Windows)
+set(CMAKE_SYSTEM_PROCESSOR x86_64)
+set(compiler x86_64-w64-mingw32)
+set(CMAKE_C_COMPILER ${compiler}-gcc-posix)
+set(CMAKE_CXX_COMPILER ${compiler}-g++-posix)
+set(CMAKE_EXE_LINKER_FLAGS_INIT -static)
+set(CMAKE_FIND_ROOT_PATH /usr/${compiler})
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+set(CMAKE_CROSSCOMPILING_EMULATOR env WINEPREFIX=${KVPIM_WINDOWS} WINEDEBUG=-all wine)
