@@ -1,8 +1,6 @@
 // What time it is, and a call when it is later. The real clock by default; tests hand in one that they move.
 #pragma once
 
-#include "Platform/KvExport.h"
-
 #include <chrono>
 #include <functional>
 #include <map>
@@ -12,7 +10,7 @@
 namespace kv {
 
 /// Any thread.
-class KV_EXPORT KvClock {
+class KvClock {
 public:
     using WallTime = std::chrono::system_clock::time_point;
 
@@ -24,7 +22,7 @@ public:
 };
 
 /// A clock that stands still until it is moved.
-class KV_EXPORT KvManualClock final : public KvClock {
+class KvManualClock final : public KvClock {
 public:
     explicit KvManualClock(WallTime start) : wallTime_(start) {}
     WallTime wallTime() const override;

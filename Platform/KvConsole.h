@@ -7,7 +7,6 @@
 #pragma once
 
 #include "Platform/KvConsoleStream.h"
-#include "Platform/KvExport.h"
 
 #include <chrono>
 #include <functional>
@@ -18,13 +17,13 @@ namespace kv {
 using KvConsole = std::function<void(KvConsoleStream stream, std::string_view line)>;
 
 /// Prints one line, which is given without its end.
-KV_EXPORT void printLine(KvConsoleStream stream, std::string_view line);
+void printLine(KvConsoleStream stream, std::string_view line);
 /// Has lines handed to `console` from now on, by the thread that prints; empty for nobody.
-KV_EXPORT void setConsole(KvConsole console);
+void setConsole(KvConsole console);
 /// What happens to lines until `setConsole` is called.
-KV_EXPORT void writeToStandardStream(KvConsoleStream stream, std::string_view line);
+void writeToStandardStream(KvConsoleStream stream, std::string_view line);
 /// Waits until what was printed before is written. False when it takes longer than `limit`.
-KV_EXPORT bool drainConsole(std::chrono::milliseconds limit);
+bool drainConsole(std::chrono::milliseconds limit);
 /// Has the end of the process wait for the writers, behind whatever asks for its own turn there later.
 void writeConsoleAtExit();
 

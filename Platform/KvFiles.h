@@ -1,8 +1,6 @@
 // What the standard library's files lack: descriptors, private directories, a rename that replaces nothing.
 #pragma once
 
-#include "Platform/KvExport.h"
-
 #include <span>
 #include <string>
 #include <string_view>
@@ -42,25 +40,25 @@ struct KvFileId {
 };
 
 /// Writes all of it, or returns false, with errno set.
-KV_EXPORT bool writeAll(int fd, std::string_view bytes);
+bool writeAll(int fd, std::string_view bytes);
 /// Writes all of it at the end of a file, or returns false; a line for which there was no room is not left there in
 /// part.
-KV_EXPORT bool appendLines(int fd, std::string_view lines);
+bool appendLines(int fd, std::string_view lines);
 /// Fills `bytes` from that place of a file on; false when there are not so many. Where the descriptor stands does not
 /// matter, and on Windows changes.
 bool readAt(int fd, off_t place, std::span<char> bytes);
 /// Takes away what is behind the last line break of a file. The descriptor must be open for reading, too.
-KV_EXPORT void cutHalfLine(int fd);
+void cutHalfLine(int fd);
 /// Makes a directory and whatever is missing above it, for this user alone. True when it is there afterwards.
-KV_EXPORT bool createDirectories(std::string const& path);
+bool createDirectories(std::string const& path);
 /// A name that stands for any text, and for no other, and leaves no directory: letters, digits, "-", "_" and, but at
 /// the start, "." stand for themselves.
-KV_EXPORT std::string asFileName(std::string_view text);
+std::string asFileName(std::string_view text);
 /// Like rename, but fails when `to` exists.
-KV_EXPORT std::error_code renameWithoutReplacing(std::string const& from, std::string const& to);
+std::error_code renameWithoutReplacing(std::string const& from, std::string const& to);
 /// Says on standard error, once in the life of the process, that there are too few descriptors, if that is so.
-KV_EXPORT void tellOfTooFewDescriptors();
+void tellOfTooFewDescriptors();
 /// The error that errno stands for.
-KV_EXPORT std::error_code lastError();
+std::error_code lastError();
 
 }  // namespace kv

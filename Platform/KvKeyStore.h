@@ -5,8 +5,6 @@
 // Callable from any thread, but not from one that must not wait: an operation may take two seconds.
 #pragma once
 
-#include "Platform/KvExport.h"
-
 #include <chrono>
 #include <cstdint>
 #include <memory>
@@ -35,7 +33,7 @@ struct KvKeyStoreMatch {
     std::string value{};  // with success only
 };
 
-class KV_EXPORT KvKeyStore {
+class KvKeyStore {
 public:
     /// The store of the process, chosen once, at first use: private files below the user's data directory, and in front
     /// of them the secret service if it answers within two seconds and needs no consent.
@@ -53,13 +51,12 @@ public:
 };
 
 /// One file for each item. The directory is made when it is needed.
-KV_EXPORT std::shared_ptr<KvKeyStore> makeFileKeyStore(std::string directory);
+std::shared_ptr<KvKeyStore> makeFileKeyStore(std::string directory);
 /// Two stores that hold the same: what one of them lacks or refuses is in the other. `first` is right where they
 /// differ.
-KV_EXPORT std::shared_ptr<KvKeyStore> makeTwinKeyStore(std::shared_ptr<KvKeyStore> first,
-                                                       std::shared_ptr<KvKeyStore> second);
+std::shared_ptr<KvKeyStore> makeTwinKeyStore(std::shared_ptr<KvKeyStore> first, std::shared_ptr<KvKeyStore> second);
 /// Null when there is no secret service that answers within `limit` and can be used at once. `limit` holds for each
 /// later operation too.
-KV_EXPORT std::shared_ptr<KvKeyStore> openSecretServiceKeyStore(std::chrono::milliseconds limit);
+std::shared_ptr<KvKeyStore> openSecretServiceKeyStore(std::chrono::milliseconds limit);
 
 }  // namespace kv

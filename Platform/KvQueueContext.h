@@ -8,6 +8,6 @@
 
 namespace kv {
 
-KV_EXPORT boost::asio::io_context& contextOf(KvMainQueue& queue);
+boost::asio::io_context& contextOf(KvMainQueue& queue);
 
 }  // namespace kv

@@ -18,8 +18,8 @@ public:
 
 private:
     boost::asio::io_context& context_;
-    KvWakeUp const& wakeUp_;
-    std::shared_ptr<void> help_;  // what it takes where the system has no such descriptor
+    [[maybe_unused]] KvWakeUp const& wakeUp_;  // not where the system has a descriptor of its own
+    std::shared_ptr<void> help_;               // what it takes where the system has no such descriptor
 };
 
 }  // namespace kv

@@ -4,7 +4,6 @@
 #pragma once
 
 #include "Platform/KvClock.h"
-#include "Platform/KvExport.h"
 
 #include <chrono>
 #include <functional>
@@ -13,7 +12,7 @@
 
 namespace kv {
 
-class KV_EXPORT KvSerialQueue final {
+class KvSerialQueue final {
 public:
     explicit KvSerialQueue(std::string label, std::shared_ptr<KvClock> clock = KvClock::real());
     ~KvSerialQueue();  // what is queued is still run, but for what is delayed

@@ -3,8 +3,6 @@
 // KVPIM_PORTABLE.
 #pragma once
 
-#include "Platform/KvExport.h"
-
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -16,7 +14,7 @@ namespace kv {
 
 /// A descriptor that is readable from `raise` to `lower`; on Windows the handle of an event, set as long. Any thread,
 /// once it is open.
-class KV_EXPORT KvWakeUp final {
+class KvWakeUp final {
 public:
     KvWakeUp() = default;
     ~KvWakeUp();

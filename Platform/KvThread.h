@@ -1,8 +1,6 @@
 // The library's own threads.
 #pragma once
 
-#include "Platform/KvExport.h"
-
 #include <functional>
 #include <thread>
 
@@ -10,9 +8,9 @@ namespace kv {
 
 /// Makes a thread that takes no signals. `name`: at most 15 characters, for debuggers. Not joinable when there can be
 /// no more threads.
-[[nodiscard]] KV_EXPORT std::thread makeThread(char const* name, std::function<void()> body);
+[[nodiscard]] std::thread makeThread(char const* name, std::function<void()> body);
 
 /// The same for a thread that nobody waits for. False when there can be no more threads.
-[[nodiscard]] KV_EXPORT bool startThread(char const* name, std::function<void()> body);
+[[nodiscard]] bool startThread(char const* name, std::function<void()> body);
 
 }  // namespace kv

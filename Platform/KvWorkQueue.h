@@ -8,7 +8,6 @@
 //     });
 #pragma once
 
-#include "Platform/KvExport.h"
 #include "Platform/KvMainQueue.h"
 
 #include <chrono>
@@ -67,7 +66,7 @@ private:
     std::coroutine_handle<promise_type> handle_;
 };
 
-class KV_EXPORT KvWorkQueue final {
+class KvWorkQueue final {
 public:
     using Item = std::function<KvWork()>;
 
@@ -87,12 +86,12 @@ private:
 };
 
 /// `co_await KvSignal::Wait{signal}`: goes on once `set` was called, by any thread, before or after. One waiter.
-class KV_EXPORT KvSignal final : public std::enable_shared_from_this<KvSignal> {
+class KvSignal final : public std::enable_shared_from_this<KvSignal> {
 public:
     explicit KvSignal(std::shared_ptr<KvMainQueue> const& queue) : queue_(queue) {}
     void set();
 
-    struct KV_EXPORT Wait {
+    struct Wait {
         std::shared_ptr<KvSignal> signal;
         explicit Wait(std::shared_ptr<KvSignal> awaited) : signal(std::move(awaited)) {}
         Wait(Wait const&) = delete;

@@ -15,7 +15,7 @@ configure() {
     folder=$(build_folder "$1")
     [[ -f $folder/build.ninja ]] && is_stamped "$folder/.configured-from" CMakePresets.json && return
     # Other compilers than Debian 12's GCC warn of other things.
-    is_debian_12 && [[ $1 != clang ]] || warnings=OFF
+    is_debian_12 && [[ ! $1 =~ ^(clang|libcxx) ]] || warnings=OFF
     say "Configuring ($1)"
     run_job cmake --preset "$1" -D KVPIM_WARNINGS_AS_ERRORS=$warnings || return
     stamp "$folder/.configured-from" CMakePresets.json
@@ -34,7 +34,7 @@ compile_jobs() {
 
 remove_builds() {
     local preset
-    for preset in dev debug release bench package wheel asan tsan clang portable arm64 arm64-root i386 i386-root windows windows-root coverage fuzz tidy; do rm -rf "$(build_folder "$preset")"; done
+    for preset in dev debug release bench package wheel asan tsan clang clang-22 libcxx libcxx-root portable arm64 arm64-root i386 i386-root windows windows-root coverage fuzz tidy; do rm -rf "$(build_folder "$preset")"; done
 }
 
 # All C++ files of the project, each followed by a null character.

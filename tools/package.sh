@@ -137,28 +137,33 @@ packages_work_in_a_fresh_debian() {
 }
 
 fresh_debian() {
-    local root=$1 mirror said
+    local root=$1 mirror
     mirror=$(debian_mirror) || return
     run_job debootstrap --variant=minbase bookworm "$root" "$mirror" >"$package_folder/debootstrap.log" || return
     cp "$package_folder"/*.deb "$root/root"
     in_debian "$root" 'apt-get update -qq && apt-get install -y --no-install-recommends /root/kvpim-tools_*.deb /root/libkvpim[0-9]*.deb' \
         >"$package_folder/install.log" 2>&1 || { tail -n 20 "$package_folder/install.log"; return 1; }
     start_service "$package_folder/service.log"
-    # The line is one of the client's input; its home keeps what it writes.
-    said=$(in_debian "$root" "HOME=/tmp kvpim --version && printf '%s\n' \
-        '{\"op\":\"loginByToken\",\"id\":1,\"token\":\"0123456789abcdef0123456789abcdef\",\"timeStamp\":1,\"userId\":\"alice\"}' |
-        HOME=/tmp kvpim console --app-id demo --api-server $service_url --linger 2")
-    printf '%s\n' "$said"
-    [[ $said == *'"op":"loginByToken","code":0'* ]] || return
+    client_talks "$root" || return
     readme_works "$root" || return
     in_debian "$root" 'dpkg --purge $(dpkg-query -W -f "\${Package} " "*kvpim*") >/dev/null && ! ls -d /usr/lib/*/libkv* /usr/include/KvPim \
         /usr/lib/*/cmake/KvPim /usr/share/doc/*kvpim* /usr/bin/kvpim 2>/dev/null'
 }
 
+# client_talks ROOT: the line is one of the client's input; its home keeps what it writes.
+client_talks() {
+    local said
+    said=$(in_debian "$1" "HOME=/tmp kvpim --version && printf '%s\n' \
+        '{\"op\":\"loginByToken\",\"id\":1,\"token\":\"0123456789abcdef0123456789abcdef\",\"timeStamp\":1,\"userId\":\"alice\"}' |
+        HOME=/tmp kvpim console --app-id demo --api-server $service_url --linger 2")
+    printf '%s\n' "$said"
+    [[ $said == *'"op":"loginByToken","code":0'* ]]
+}
+
 # What README.md shows, word for word: its programs, its project and its commands. Who packages that program learns from
 # dpkg-shlibdeps what it needs.
 readme_works() {
-    local project=$1/root/project way commands
+    local project=$1/root/project way commands said
     mkdir "$project"
     readme_block cpp >"$project/main.cpp"
     readme_block cmake >"$project/CMakeLists.txt"

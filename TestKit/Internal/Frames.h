@@ -21,7 +21,7 @@ inline std::string serverFrame(int first, std::string_view payload) {
     std::string frame(1, static_cast<char>(first));
     std::size_t const lengthBytes = payload.size() < 126 ? 0 : payload.size() <= 0xFFFF ? 2 : 8;
     frame += static_cast<char>(lengthBytes == 0 ? payload.size() : lengthBytes == 2 ? 126 : 127);
-    for (std::size_t i = lengthBytes; i-- > 0;) frame += static_cast<char>(payload.size() >> (8 * i));
+    for (std::size_t i = lengthBytes; i-- > 0;) frame += static_cast<char>(std::uint64_t{payload.size()} >> (8 * i));
     return frame.append(payload);
 }
 inline std::string textFrame(std::string_view text) { return serverFrame(kFin | kText, text); }

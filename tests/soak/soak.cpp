@@ -300,6 +300,7 @@ int soak(int seconds, int clients, unsigned seed, int processes) {
     if (!isSame)
         std::printf("not as believed: %s\n",
                     different.empty() ? "somebody is not connected or not answered" : different.c_str());
+    service.kill(SIGTERM);  // with all that belongs to a cluster
     // What a process told in its last moment, the next one may tell again: clients do not say what has reached them.
     auto const repeated = counts.repeated + absentee.repeated();
     return isSame && absentee.lost() == 0 && counts.odd == 0 && repeated <= counts.deaths ? 0 : 1;

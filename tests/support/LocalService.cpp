@@ -1,7 +1,6 @@
 #include "support/LocalService.h"
 
 #include <chrono>
-#include <csignal>
 
 #include <boost/json/parse.hpp>
 #include <boost/json/serialize.hpp>
@@ -64,8 +63,8 @@ std::uint16_t LocalService::port() const {
     return static_cast<std::uint16_t>(std::stoi(url_.substr(url_.rfind(':') + 1)));
 }
 
-void LocalService::kill() {
-    process_.kill(SIGKILL);
+void LocalService::kill(int signal) {
+    process_.kill(signal);
     process_.wait(in20Seconds());
 }
 

@@ -4,6 +4,7 @@
 
 #include "support/ChildProcess.h"
 
+#include <csignal>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -27,8 +28,8 @@ public:
     std::string const& url() const { return url_; }
     std::uint16_t port() const;
     pid_t pid() const { return process_.pid(); }
-    /// Ends it at once, as a crash would.
-    void kill();
+    /// Ends it: at once, as a crash would, or by another signal.
+    void kill(int signal = SIGKILL);
     /// Stops and continues the process, which then neither answers nor closes.
     void freeze();
     void thaw();
