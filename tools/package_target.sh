@@ -26,7 +26,7 @@ build_in_debian() {
         { tail -n 20 "$folder/install.log"; return 1; }
     say "Making the packages for $target"
     in_debian "$root" "cd /root/kvpim && export DEB_BUILD_OPTIONS='parallel=$(compile_jobs) terse' &&
-        dpkg-buildpackage --host-arch $target --build=any --no-sign" >"$folder/build.log" 2>&1 ||
+        dpkg-architecture --host-arch $target --command 'debian/rules binary-arch'" >"$folder/build.log" 2>&1 ||
         { tail -n 50 "$folder/build.log"; return 1; }
     cp "$root/root/kvpim/$package_folder"/*.deb "$folder"
     du --bytes "$folder"/*.deb
