@@ -36,6 +36,7 @@ public:
     std::weak_ptr<KvMainQueue> queue;
     KvMainQueue::Clock::time_point due;
     std::uint64_t sequence = 0;
+    // Taken by std::exchange: with libc++ a small function that is moved from keeps what it holds.
     KvMainQueue::Work work;
     bool active = false;
 };
@@ -167,7 +168,7 @@ public:
             if (ended || !found || !found->active) return;
             timers.erase(found);
             found->active = false;
-            Work const due = std::move(found->work);
+            Work const due = std::exchange(found->work, nullptr);
             ++executed;
             due();
         });
@@ -198,7 +199,7 @@ public:
             if (entry->due > limit || entry->sequence >= before) break;
             timers.erase(timers.begin());
             entry->active = false;
-            Work const work = std::move(entry->work);
+            Work const work = std::exchange(entry->work, nullptr);
             ++executed;
             work();
         }
@@ -248,7 +249,8 @@ void KvQueueTimer::cancel() noexcept {
     if (!entry || !entry->active) return;
     entry->active = false;
     if (auto const queue = entry->queue.lock()) queue->impl().timers.erase(entry);
-    KvMainQueue::Work const released = std::move(entry->work);  // its captures go last: they may own this very timer
+    // Its captures go last: they may own this very timer.
+    KvMainQueue::Work const released = std::exchange(entry->work, nullptr);
 }
 
 bool KvQueueTimer::isActive() const noexcept { return entry_ && entry_->active; }
@@ -282,7 +284,7 @@ KvMainQueue::~KvMainQueue() {
     auto const timers = std::move(impl_->timers);
     for (auto const& entry : timers) {
         entry->active = false;
-        Work const released = std::move(entry->work);  // it may own the timer, which owns the entry
+        Work const released = std::exchange(entry->work, nullptr);  // it may own the timer, which owns the entry
     }
 }
 
